@@ -1,0 +1,31 @@
+// Where the system's texts go.
+//
+// Debug texts mark failures and events worth seeing. They go to the debugger output: the system's on Windows;
+// elsewhere standard error, when the environment has KEST_DEBUG=1 or the program asked for it.
+// Trace texts mark steps and statistics. They go to the trace hook and are formatted only when a sink is
+// there.
+#pragma once
+
+#include <functional>
+
+namespace kest {
+
+/// Receives one finished text. Called from any thread, one call at a time.
+using TextSink = std::function<void(const char* pszText)>;
+
+/// Puts a sink in the place of the debugger output; an empty one restores it.
+void SetDebugSink(TextSink sink);
+
+/// Shows debug texts on standard error even without KEST_DEBUG. No effect on Windows.
+void ShowDebugTexts(bool bShow);
+
+/// Installs the sink of the trace hook; an empty one removes it.
+void SetTraceSink(TextSink sink);
+
+/// Writes a debug text; printf's format.
+[[gnu::format(printf, 1, 2)]] void DebugText(const char* pszFormat, ...);
+
+/// Writes a trace text; printf's format. Costs one load when there is no sink.
+[[gnu::format(printf, 1, 2)]] void Trace(const char* pszFormat, ...);
+
+}  // namespace kest

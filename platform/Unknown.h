@@ -1,0 +1,72 @@
+// IUnknown, the root of every interface of the host, and the pointer that counts references to one.
+#pragma once
+
+#include <utility>
+
+#include "platform/Types.h"
+
+#ifdef _WIN32
+#include <unknwn.h>
+#else
+
+constexpr IID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
+struct IUnknown {
+    /// Gives the interface `riid` of the same object in `*ppv` with a reference added; E_NOINTERFACE without.
+    virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) = 0;
+    /// Adds a reference; returns the new count (for diagnosis only).
+    virtual ULONG STDMETHODCALLTYPE AddRef() = 0;
+    /// Gives a reference back; the object ends with the last. Returns the new count.
+    virtual ULONG STDMETHODCALLTYPE Release() = 0;
+
+protected:
+    ~IUnknown() = default;
+};
+
+#endif
+
+namespace kest {
+
+/// Holds one counted reference to an interface. Made from a raw pointer it adds a reference; `Attach` takes
+/// over one that the caller already holds.
+template <class T>
+class CComPtr {
+public:
+    CComPtr() = default;
+    CComPtr(std::nullptr_t) {}
+    CComPtr(T* p) : m_p(p) {
+        if (m_p) m_p->AddRef();
+    }
+    CComPtr(const CComPtr& other) : CComPtr(other.m_p) {}
+    CComPtr(CComPtr&& other) noexcept : m_p(std::exchange(other.m_p, nullptr)) {}
+    CComPtr& operator=(CComPtr other) noexcept {
+        std::swap(m_p, other.m_p);
+        return *this;
+    }
+    ~CComPtr() {
+        if (m_p) m_p->Release();
+    }
+
+    static CComPtr Attach(T* p) {
+        CComPtr result;
+        result.m_p = p;
+        return result;
+    }
+    /// Gives the reference away: the caller releases it.
+    T* Detach() { return std::exchange(m_p, nullptr); }
+    /// The address for an out-parameter; drops what was held.
+    T** Put() {
+        *this = nullptr;
+        return &m_p;
+    }
+
+    T* Get() const { return m_p; }
+    T* operator->() const { return m_p; }
+    T& operator*() const { return *m_p; }
+    explicit operator bool() const { return m_p != nullptr; }
+
+private:
+    T* m_p = nullptr;
+};
+
+}  // namespace kest

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+#include "platform/Event.h"
+
+namespace kest {
+
+/// One side's wait in a queue: until `isReady()`, the time-out, or a break (the side was closed or emptied).
+///
+/// The waiting side resets its own event, the other side sets it after every step that may help. The
+/// condition is tested again once the event is reset, so a wake-up given just before is not lost; and a
+/// wake-up that turns out to bring too little does not end the wait.
+/// @param event       the waiting side's own manual-reset event.
+/// @param nBreaks     counts the breaks; each is followed by a set of the event.
+/// @param nTimeoutMs  milliseconds, kInfinite: without limit.
+/// @return isReady() at the end.
+template <class IsReady>
+bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint32_t nTimeoutMs,
+             IsReady isReady) {
+    using namespace std::chrono;
+    if (isReady()) return true;
+    if (nTimeoutMs == 0) return false;
+    const std::uint32_t nBreaksBefore = nBreaks;
+    const auto begin = steady_clock::now();
+    for (;;) {
+        event.Reset();
+        if (isReady()) return true;
+        if (nBreaks != nBreaksBefore) return false;
+        std::uint32_t nRest = nTimeoutMs;
+        if (nTimeoutMs != kInfinite) {
+            const auto elapsed = duration_cast<milliseconds>(steady_clock::now() - begin).count();
+            if (elapsed >= nTimeoutMs) return false;
+            nRest -= static_cast<std::uint32_t>(elapsed);
+        }
+        event.Wait(nRest);
+    }
+}
+
+}  // namespace kest
