@@ -1,0 +1,115 @@
+#include "demux/Mpeg2PsPullDemux.h"
+
+#include "platform/DebugText.h"
+
+namespace kest {
+
+KestMpeg2PsPullDemux::~KestMpeg2PsPullDemux() { EndThread(); }
+
+void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart) {
+    m_llSegmentPos = llStart;
+    m_bNewSegment = true;
+    m_video.pQueue->Reset();
+    m_audio.pQueue->Reset();
+}
+
+void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart, std::int64_t llStop) {
+    m_llEndPos = llStop;
+    NewSegment(llStart);
+}
+
+/// Carries out a requested restart.
+void KestMpeg2PsPullDemux::BeginUnit() {
+    if (!m_bNewSegment.exchange(false)) return;
+    m_llFilePos = m_llSegmentPos;
+    m_bEndSent = false;
+    m_pStreamBuffer->Flush();
+    ResetParser();
+    m_video.pQueue->Reset();
+    m_audio.pQueue->Reset();
+    Trace("==> New Segment <==\n");
+}
+
+/// The source has nothing more to resynchronise on: ends both streams, once until there is data again.
+void KestMpeg2PsPullDemux::OnNoData() {
+    if (!IsPulling() || m_bEndSent) return;
+    m_bEndSent = true;
+    SendEndOfStream();
+}
+
+void KestMpeg2PsPullDemux::SendEndOfStream() {
+    FRAME_INFO info{};
+    info.bEndOfStream = 1;
+    for (ElementaryStream* pStream : {&m_audio, &m_video}) {
+        pStream->pQueue->WriteEx({}, &info, kInfinite);
+        pStream->accumulator.Reset();
+    }
+}
+
+void KestMpeg2PsPullDemux::FillVideoInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) {
+    FillOrigin(m_video, info, nHeaderSize);
+    KestMpeg2PsDemux::FillVideoInfo(info, nHeaderSize);
+}
+
+void KestMpeg2PsPullDemux::FillAudioInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) {
+    FillOrigin(m_audio, info, nHeaderSize);
+    KestMpeg2PsDemux::FillAudioInfo(info, nHeaderSize);
+}
+
+void KestMpeg2PsPullDemux::FillOrigin(ElementaryStream& stream, FRAME_INFO& info, std::uint32_t nHeaderSize) {
+    info.llFilePos = stream.llStartPos;
+    info.bDiscontinuity = stream.bDiscontinuity;
+    stream.bDiscontinuity = false;
+    if (IsPulling()) stream.llStartPos = m_llFilePos - m_pStreamBuffer->GetAvailable(m_nReader) - nHeaderSize;
+}
+
+// Pulled bytes are parsed in place: nobody but this thread writes to the buffer or empties it, so they stay
+// even when they have been taken, until the next refill.
+KestMpeg2PsPullDemux::Bytes KestMpeg2PsPullDemux::PeekData(std::uint32_t n) {
+    if (!IsPulling()) return KestMpeg2PsDemux::PeekData(n);
+    if (!Refill(n)) return {};
+    Bytes storage;
+    std::uint32_t nPos = 0;
+    m_pStreamBuffer->GetReadPointer(m_nReader, storage, nPos);
+    if (nPos + n <= storage.size()) return storage.subspan(nPos, n);
+    const auto dest = std::span(m_abScratch).first(n);
+    return m_pStreamBuffer->PeekNow(m_nReader, dest) > 0 ? Bytes(dest) : Bytes();
+}
+
+KestMpeg2PsPullDemux::Bytes KestMpeg2PsPullDemux::ReadData(std::uint32_t n) {
+    if (!IsPulling()) return KestMpeg2PsDemux::ReadData(n);
+    const Bytes bytes = PeekData(n);
+    return m_pStreamBuffer->Skip(m_nReader, n) > 0 ? bytes : Bytes();
+}
+
+/// Reads from the source until n bytes are unread in the stream buffer. @return whether they are.
+bool KestMpeg2PsPullDemux::Refill(std::uint32_t n) {
+    while (m_pStreamBuffer->GetAvailable(m_nReader) < n) {
+        if (!FetchPiece(n)) return false;
+    }
+    return true;
+}
+
+/// Reads the next piece, straight into the stream buffer where it fits in one part: a whole piece, or at the
+/// end what is left up to the end position, unless that is less than the n bytes that are wanted.
+bool KestMpeg2PsPullDemux::FetchPiece(std::uint32_t n) {
+    std::uint32_t nFree = 0;
+    std::span<std::uint8_t> dest = m_pStreamBuffer->GetWritePointer(nFree);
+    const bool bInPlace = dest.size() >= kPieceSize;
+    if (!bInPlace) dest = m_abStaging;
+
+    std::int64_t nLength = kPieceSize;
+    if (m_pReader->SyncRead(m_llFilePos, static_cast<LONG>(nLength), dest.data()) != S_OK) {
+        nLength = m_llEndPos - m_llFilePos;
+        if (nLength >= kPieceSize || nLength < n) return false;
+        if (m_pReader->SyncRead(m_llFilePos, static_cast<LONG>(nLength), dest.data()) != S_OK) return false;
+    }
+    const auto piece = dest.first(static_cast<std::size_t>(nLength));
+    const int nWritten = bInPlace ? m_pStreamBuffer->Commit(static_cast<std::uint32_t>(nLength))
+                                  : m_pStreamBuffer->Write(piece, 0);
+    if (nWritten <= 0) return false;
+    m_llFilePos += nLength;
+    return true;
+}
+
+}  // namespace kest

@@ -1,0 +1,31 @@
+// Codes of the MPEG-2 system layer that more than one parser needs.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace kest {
+
+// Start codes of a program stream, ISO/IEC 13818-1 table 2-33 and table 2-18 (stream_id).
+constexpr std::uint32_t kPackStartCode = 0x000001BA;
+constexpr std::uint8_t kProgramEndId = 0xB9;    // MPEG_program_end_code
+constexpr std::uint8_t kPackHeaderId = 0xBA;    // pack_start_code
+constexpr std::uint8_t kSystemHeaderId = 0xBB;  // system_header_start_code
+constexpr std::uint8_t kProgramStreamMapId = 0xBC;
+constexpr std::uint8_t kPaddingStreamId = 0xBE;
+constexpr std::uint8_t kFirstAudioStreamId = 0xC0;
+constexpr std::uint8_t kFirstVideoStreamId = 0xE0;
+
+// stream_type values, ISO/IEC 13818-1 table 2-34.
+constexpr std::uint8_t kStreamTypeMpeg1Video = 0x01;
+constexpr std::uint8_t kStreamTypeMpeg2Video = 0x02;
+constexpr std::uint8_t kStreamTypeMpeg1Audio = 0x03;
+constexpr std::uint8_t kStreamTypeMpeg2Audio = 0x04;
+constexpr std::uint8_t kStreamTypeMpeg4Video = 0x10;
+
+/// The big-endian 16-bit field at `nIndex`, which the caller has checked to lie inside `bytes`.
+inline std::uint16_t Read16(std::span<const std::uint8_t> bytes, std::size_t nIndex) {
+    return static_cast<std::uint16_t>(bytes[nIndex] << 8 | bytes[nIndex + 1]);
+}
+
+}  // namespace kest

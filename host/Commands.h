@@ -1,0 +1,33 @@
+// The commands of the program. Each takes its options, prints its result and throws CCommandError when it
+// cannot do its work.
+#pragma once
+
+#include <string>
+
+namespace kest {
+
+struct ProbeOptions {
+    std::string strFile;
+    bool bJson = false;
+};
+/// Prints what the probe says of a file: class, name, bit rate, length, estimated duration.
+void RunProbe(const ProbeOptions& options);
+
+struct FramesOptions {
+    std::string strFile;
+    bool bJson = false;
+};
+/// Lists every record that the demux core queues, the two end-of-stream records included. In order within
+/// each stream; the streams interleave as it comes.
+void RunFrames(const FramesOptions& options);
+
+struct DemuxOptions {
+    std::string strFile;
+    std::string strVideo;  // output name, "-" for standard output; empty: derived from the input's name
+    std::string strAudio;
+    bool bForce = false;  // overwrite files that exist
+};
+/// Writes the payloads of the two elementary streams into a file each.
+void RunDemux(const DemuxOptions& options);
+
+}  // namespace kest

@@ -1,0 +1,110 @@
+#include "host/CoreRun.h"
+
+#include <atomic>
+#include <csignal>
+#include <exception>
+#include <memory>
+#include <vector>
+
+#include "demux/Mpeg2PsPullDemux.h"
+#include "host/CommandError.h"
+#include "host/Progress.h"
+#include "platform/Event.h"
+#include "platform/Thread.h"
+
+namespace kest {
+namespace {
+
+volatile std::sig_atomic_t g_bInterrupted = 0;
+
+constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
+constexpr int kReader = 0;               // the reader of a queue that the core made
+
+/// Empties one queue into the handler, on a thread of its own.
+class CStreamDrain {
+public:
+    CStreamDrain(EStream stream, CBlockMemFileEx& queue, const FrameHandler& handler, CEvent& evFailed)
+        : m_stream(stream), m_queue(queue), m_handler(handler), m_evFailed(evFailed) {
+        m_thread.Start([this] {
+            Run();
+            return 0;
+        });
+    }
+    ~CStreamDrain() { m_thread.Terminate(0); }
+
+    /// Set when the stream has ended.
+    CEvent& GetEndEvent() { return m_evEnd; }
+    /// File offset of the last frame.
+    std::int64_t GetPosition() const { return m_llPosition; }
+    /// Ends the thread and throws what the handler threw.
+    void Finish() {
+        m_thread.Terminate(0);
+        if (m_error) std::rethrow_exception(m_error);
+    }
+
+private:
+    void Run() {
+        try {
+            Drain();
+        } catch (const std::exception&) {
+            m_error = std::current_exception();
+            m_evFailed.Set();
+        }
+    }
+    void Drain() {
+        const std::uint32_t nBlockSize = m_queue.GetBlockSize();
+        const auto pBlock = std::make_unique_for_overwrite<std::uint8_t[]>(nBlockSize);
+        for (bool bEnd = false; !bEnd;) {
+            FRAME_INFO info{};  // cleared, so that an empty end-of-stream record differs from an empty read
+            const int nLength = m_queue.ReadEx(kReader, {pBlock.get(), nBlockSize}, &info, kInfinite);
+            bEnd = info.bEndOfStream;
+            if (nLength <= 0 && !bEnd) continue;
+            m_handler(m_stream, info, {pBlock.get(), static_cast<std::size_t>(nLength)});
+            m_llPosition = info.llFilePos;
+        }
+        m_evEnd.Set();
+    }
+
+    const EStream m_stream;
+    CBlockMemFileEx& m_queue;
+    const FrameHandler& m_handler;
+    CEvent& m_evFailed;  // set when the handler threw
+    std::atomic<std::int64_t> m_llPosition{0};
+    std::exception_ptr m_error;  // what the handler threw; valid once the thread has ended
+    CEvent m_evEnd;
+    CThread m_thread;  // last: it uses the others
+};
+
+}  // namespace
+
+bool IsInterrupted() { return g_bInterrupted; }
+
+void CatchInterrupts() {
+    for (int nSignal : {SIGINT, SIGTERM}) {
+        std::signal(nSignal, [](int nCaught) {
+            g_bInterrupted = 1;
+            std::signal(nCaught, SIG_DFL);  // a second one ends the program at once
+        });
+    }
+}
+
+void RunCore(const Input& input, const FrameHandler& handler) {
+    CProgress progress(input.llLength);
+    KestMpeg2PsPullDemux core;
+    core.SetReader(input.pReader.Get());
+    core.Open(nullptr, nullptr, nullptr);
+    core.NewSegment(0, input.llLength);
+    CEvent evFailed;
+    CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
+    CStreamDrain audio(EStream::Audio, core.GetAudioQueue(), handler, evFailed);
+    core.Resume();
+    for (CStreamDrain* pDrain : {&video, &audio}) {
+        CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
+        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted())
+            progress.Show(video.GetPosition());
+    }
+    for (CStreamDrain* pDrain : {&video, &audio}) pDrain->Finish();
+    if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+}
+
+}  // namespace kest

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+
+#include "demux/FrameInfo.h"
+#include "host/Input.h"
+
+namespace kest {
+
+enum class EStream { Video, Audio };
+
+/// Takes one record that the core queued, with its payload. Called on a thread per stream; what it throws
+/// ends the run.
+using FrameHandler =
+    std::function<void(EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload)>;
+
+/// Runs the pull core over the whole input, hands every record of both streams to the handler, the
+/// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
+/// Throws what the handler threw, and CCommandError when the user interrupted it.
+void RunCore(const Input& input, const FrameHandler& handler);
+
+/// The program was interrupted by a signal; long work looks at it.
+bool IsInterrupted();
+/// Makes interrupt and termination signals set what `IsInterrupted` tells.
+void CatchInterrupts();
+
+}  // namespace kest

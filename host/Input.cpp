@@ -1,0 +1,57 @@
+#include "host/Input.h"
+
+#include <array>
+#include <string>
+
+#include "host/CommandError.h"
+
+namespace kest {
+namespace {
+
+[[noreturn]] void Refuse(const std::filesystem::path& path, const std::string& strReason) {
+    throw CCommandError(kExitBadInput, path.string() + ": " + strReason);
+}
+
+}  // namespace
+
+const char* GetClassName(int nClass) {
+    static constexpr std::array<const char*, 7> kNames = {
+        "MPEG-4 video elementary stream",
+        "transport stream with MPEG-4 video",
+        "MPEG-2 program stream with MPEG-4 video",
+        "transport stream with MPEG-1 or MPEG-2 video",
+        "MPEG-2 program stream with MPEG-1 or MPEG-2 video",
+        "MPEG-1 system stream",
+        "not recognised",
+    };
+    return kNames.at(static_cast<std::size_t>(nClass));
+}
+
+Input OpenInput(const std::filesystem::path& path) {
+    Input input;
+    input.path = path;
+    std::error_code error;
+    input.pReader = CFileReader::Open(path, error);
+    if (error == std::errc::invalid_seek) Refuse(path, "cannot be read at any position; give a file");
+    if (!input.pReader) Refuse(path, error.message());
+
+    CStreamTypeProbe probe;
+    probe.SetReader(input.pReader.Get());
+    input.nClass = probe.Probe();
+    input.llLength = probe.GetTotalLength();
+    if (input.llLength == 0) Refuse(path, "the file is empty");
+    if (input.nClass == kClassNotRecognised) {
+        Refuse(path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
+    }
+    input.nVideoStreamType = probe.GetVideoStreamType();
+    if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
+    return input;
+}
+
+void RequireProgramStream(const Input& input) {
+    if (input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12) return;
+    Refuse(input.path, "class " + std::to_string(input.nClass) + ", " + GetClassName(input.nClass) +
+                           "; missing: an MPEG-2 program stream");
+}
+
+}  // namespace kest

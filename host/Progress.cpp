@@ -1,0 +1,41 @@
+#include "host/Progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+namespace kest {
+namespace {
+
+constexpr auto kDrawInterval = std::chrono::milliseconds(100);
+constexpr int kBarWidth = 30;
+constexpr double kMega = 1e6;
+
+}  // namespace
+
+CProgress::CProgress(std::int64_t llTotal)
+    : m_llTotal(std::max<std::int64_t>(llTotal, 1)), m_bShown(isatty(STDERR_FILENO)) {}
+
+CProgress::~CProgress() {
+    if (m_bDrawn) std::fputs("\r\033[K", stderr);
+}
+
+void CProgress::Show(std::int64_t llDone) {
+    const auto now = Clock::now();
+    if (!m_bShown || now - m_lastDrawn < kDrawInterval) return;
+    m_lastDrawn = now;
+    m_bDrawn = true;
+    const auto done = static_cast<double>(std::clamp<std::int64_t>(llDone, 0, m_llTotal));
+    const auto total = static_cast<double>(m_llTotal);
+    const double seconds = std::chrono::duration<double>(now - m_begin).count();
+    const double rate = seconds > 0 ? done / seconds : 0;
+    const int nLeft = rate > 0 ? static_cast<int>((total - done) / rate) : 0;
+    std::string strBar(static_cast<std::size_t>(kBarWidth * done / total), '#');
+    strBar.resize(kBarWidth, '.');
+    std::fprintf(stderr, "\r[%s] %3.0f%%  %.0f/%.0f MB  %.0f MB/s  %d:%02d left\033[K", strBar.c_str(),
+                 100 * done / total, done / kMega, total / kMega, rate / kMega, nLeft / 60, nLeft % 60);
+}
+
+}  // namespace kest

@@ -1,0 +1,90 @@
+// The program kestdemux: a command-line host of the demultiplexer.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "host/CommandError.h"
+#include "host/Commands.h"
+#include "host/CoreRun.h"
+#include "platform/DebugText.h"
+
+namespace {
+
+using namespace kest;
+
+constexpr const char* kInputHelp = "the stream to read";
+
+/// Adds a command that reads one file and ends its help with an example.
+CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
+                     const char* pszExample) {
+    CLI::App* pCommand = app.add_subcommand(pszName, pszWhat);
+    pCommand->add_option("FILE", strFile, kInputHelp)->required();
+    pCommand->footer("Example:\n  " + std::string(pszExample));
+    return pCommand;
+}
+
+void ShowTexts(int nVerbosity) {
+    if (nVerbosity >= 1) ShowDebugTexts(true);
+    if (nVerbosity >= 2) SetTraceSink([](const char* pszText) { std::fputs(pszText, stderr); });
+}
+
+/// Parses the command line and runs the command.
+int RunProgram(int argc, char** argv) {
+    CLI::App app("Takes MPEG program streams apart into their elementary streams.", "kestdemux");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_version_flag("--version", "kestdemux " KEST_VERSION);
+    app.footer("Exit codes: 0 done, 1 input not usable, 2 wrong usage, 3 output could not be written.");
+    int nVerbosity = 0;
+    app.add_flag("-v,--verbose", nVerbosity, "show debug texts; twice: trace texts too");
+
+    ProbeOptions probe;
+    CLI::App* pProbe =
+        AddCommand(app, "probe", "Tell what a file is", probe.strFile, "kestdemux probe movie.mpg");
+    pProbe->add_flag("--json", probe.bJson, "one JSON object");
+    pProbe->callback([&] { ShowTexts(nVerbosity), RunProbe(probe); });
+
+    FramesOptions frames;
+    CLI::App* pFrames = AddCommand(app, "frames", "List every frame of both streams", frames.strFile,
+                                   "kestdemux frames movie.mpg --json");
+    pFrames->add_flag("--json", frames.bJson, "one JSON object a line");
+    pFrames->callback([&] { ShowTexts(nVerbosity), RunFrames(frames); });
+
+    DemuxOptions demux;
+    CLI::App* pDemux = AddCommand(app, "demux", "Write the two elementary streams", demux.strFile,
+                                  "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
+    pDemux->add_option(
+        "--video", demux.strVideo,
+        "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
+    pDemux->add_option("--audio", demux.strAudio, "where the audio goes; default: FILE's name with .mp2");
+    pDemux->add_flag("--force", demux.bForce, "overwrite files that exist");
+    pDemux->callback([&] { ShowTexts(nVerbosity), RunDemux(demux); });
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        throw CCommandError(kExitBadUsage, std::string(error.what()) + " (--help shows the usage)");
+    }
+    return kExitDone;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an output that cannot be written
+    CatchInterrupts();
+    try {
+        return RunProgram(argc, argv);
+    } catch (const CCommandError& error) {
+        std::fprintf(stderr, "kestdemux: %s\n", error.what());
+        return error.GetExitCode();
+    } catch (const std::bad_alloc&) {
+        std::fputs("kestdemux: out of memory\n", stderr);
+        return kExitBadInput;
+    }
+}
