@@ -90,7 +90,7 @@ void KestMpeg2PsDemux::CloseSides() {
 }
 
 int KestMpeg2PsDemux::PushData(std::span<const std::uint8_t> data) {
-    if (!m_pOwnStreamBuffer || IsPulling()) return 0;
+    if (data.empty() || !m_pOwnStreamBuffer || IsPulling()) return 0;
     while (IsRunning()) {
         const int nWritten = m_pOwnStreamBuffer->Write(data, kPushTryMs);
         if (nWritten != 0) return std::max(0, nWritten);
@@ -121,16 +121,21 @@ void KestMpeg2PsDemux::ResetParser() {
     m_bEndCode = false;
 }
 
+/// Carries out a requested reset, on the core's thread. A pulled stream is emptied only here, where nothing of it
+/// is being parsed in place.
+void KestMpeg2PsDemux::HonourReset() {
+    if (!m_bResetRequest.exchange(false)) return;
+    if (IsPulling()) m_pStreamBuffer->Flush();
+    ResetParser();
+}
+
 std::int32_t KestMpeg2PsDemux::ThreadProc() {
     m_evRun.Wait();
     if (m_evStop.IsSignalled()) return -1;
     m_maps.InitStreamMaps();
     BeginRun();
     while (m_evRun.Wait() && !m_evStop.IsSignalled()) {
-        if (m_bResetRequest.exchange(false)) {
-            if (IsPulling()) m_pStreamBuffer->Flush();
-            ResetParser();
-        }
+        HonourReset();
         BeginUnit();
         ParseUnit();
     }
@@ -145,6 +150,7 @@ void KestMpeg2PsDemux::ParseUnit() {
         m_evStop.Wait(kNoDataPauseMs);
     }
     if (sync != ESync::StartCode) return;
+    if (!IsPulling()) HonourReset();  // what was waited for may have been pushed after a reset
     const Bytes streamId = ReadData(1);
     if (streamId.empty()) return;
     switch (m_maps.ClassifyStreamId(streamId[0])) {

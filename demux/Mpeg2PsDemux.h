@@ -114,6 +114,7 @@ protected:
 private:
     enum class ESync { None, StartCode, PatPacket };
 
+    void HonourReset();
     void ParseUnit();
     ESync Resync();
     void ParsePackHeader();

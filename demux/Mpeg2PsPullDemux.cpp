@@ -18,6 +18,11 @@ void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart, std::int64_t llStop)
     NewSegment(llStart);
 }
 
+/// A pulled source is read from where the last segment was asked to begin. What was pushed already stays.
+void KestMpeg2PsPullDemux::BeginRun() {
+    if (IsPulling()) m_bNewSegment = true;
+}
+
 /// Carries out a requested restart.
 void KestMpeg2PsPullDemux::BeginUnit() {
     if (!m_bNewSegment.exchange(false)) return;

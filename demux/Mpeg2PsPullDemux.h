@@ -34,7 +34,7 @@ private:
     Bytes PeekData(std::uint32_t n) override;
     void FillVideoInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) override;
     void FillAudioInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) override;
-    void BeginRun() override { m_bNewSegment = true; }
+    void BeginRun() override;
     void BeginUnit() override;
     void OnNoData() override;
     bool IsPulling() const override { return m_pReader != nullptr; }

@@ -322,7 +322,7 @@ void CRingBuffer::Empty(bool bWake, bool bKeepOpen) {
         m_llTotalWritten = 0;
         m_nWriterRequired = 0;
         m_nWritePos = 0;
-        ++m_nWriterBreaks;
+        if (!bKeepOpen) ++m_nWriterBreaks;  // a flush brings room: it breaks off no write
         if (bWake) m_evWriter.Set();
     }
     CAutoLock lockReaders(m_csReaders);

@@ -16,7 +16,7 @@ namespace kest {
 /// @param event       the waiting side's own manual-reset event.
 /// @param nBreaks     counts the breaks; each is followed by a set of the event.
 /// @param nTimeoutMs  milliseconds, kInfinite: without limit.
-/// @return isReady() at the end.
+/// @return whether it became ready before the time-out and without a break.
 template <class IsReady>
 bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint32_t nTimeoutMs,
              IsReady isReady) {
@@ -27,8 +27,8 @@ bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint
     const auto begin = steady_clock::now();
     for (;;) {
         event.Reset();
-        if (isReady()) return true;
         if (nBreaks != nBreaksBefore) return false;
+        if (isReady()) return true;
         std::uint32_t nRest = nTimeoutMs;
         if (nTimeoutMs != kInfinite) {
             const auto elapsed = duration_cast<milliseconds>(steady_clock::now() - begin).count();

@@ -1,0 +1,234 @@
+// The program, run as a user runs it. Expected numbers come from other tools: sizes and CRC-32 of what ffmpeg
+// extracts from each stream, cut where the last frame is left behind; stamps as ffprobe lists them.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/support/TestData.h"
+
+namespace kest {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int nExit = -1;
+    std::string strOut;
+    std::string strErr;
+};
+
+std::uint32_t Crc(const std::string& strBytes) {
+    return static_cast<std::uint32_t>(
+        crc32_z(0, reinterpret_cast<const Bytef*>(strBytes.data()), strBytes.size()));
+}
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Command : public testing::Test {
+protected:
+    Command() { fs::create_directories(m_dir); }
+    ~Command() override { fs::remove_all(m_dir); }
+
+    /// Runs the program through the shell; a hang ends it after 60 seconds with exit code 124.
+    Result Run(const std::string& strArguments, const std::string& strBefore = "") const {
+        const std::string strCommand = "cd " + m_dir.string() + " && " + strBefore +
+                                       " timeout 60 " KEST_PROGRAM " " + strArguments + " >out.txt 2>err.txt";
+        const int nStatus = std::system(strCommand.c_str());
+        return {WEXITSTATUS(nStatus), ReadFile(m_dir / "out.txt"), ReadFile(m_dir / "err.txt")};
+    }
+    std::vector<std::string> Files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(m_dir)) {
+            const std::string strName = entry.path().filename();
+            if (strName != "out.txt" && strName != "err.txt") names.push_back(strName);
+        }
+        return names;
+    }
+
+    const fs::path m_dir = fs::temp_directory_path() / ("kest_command_test." + std::to_string(getpid()));
+};
+
+std::vector<nlohmann::json> Lines(const std::string& strText) {
+    std::vector<nlohmann::json> lines;
+    std::istringstream stream(strText);
+    for (std::string strLine; std::getline(stream, strLine);) lines.push_back(nlohmann::json::parse(strLine));
+    return lines;
+}
+
+TEST_F(Command, FramesAndDemuxGiveWhatOtherToolsExtract) {
+    struct Stream {
+        std::size_t nFrames;
+        std::size_t nBytes;
+        std::uint32_t nCrc;        // of the payload
+        std::uint32_t nStampsCrc;  // of a line "pts dts" for each frame but the first; 0: not comparable
+    };
+    const struct {
+        const char* pszFile;
+        const char* pszVideoName;
+        std::array<Stream, 2> streams;  // video, audio
+    } cases[] = {
+        {"ps_mpeg1",
+         "ps_mpeg1.m1v",
+         {{{88, 489391, 0x7242bac0, 0xae695341}, {123, 70848, 0x2cdad925, 0x9217a983}}}},
+        {"ps_mpeg2",
+         "ps_mpeg2.m2v",
+         {{{89, 527088, 0x21f1cf4a, 0xa937d7fe}, {123, 70848, 0x2cdad925, 0x9217a983}}}},
+        {"ps_mpeg2_early_audio",
+         "ps_mpeg2_early_audio.m2v",
+         {{{89, 527088, 0x21f1cf4a, 0xa937d7fe}, {122, 70272, 0xc60a866b, 0x025cdbdd}}}},
+        {"ps_mpeg4",
+         "ps_mpeg4.m4v",
+         {{{88, 502217, 0x0143515c, 0xae695341}, {123, 70848, 0x2cdad925, 0x9217a983}}}},
+        {"ps_mpeg2_packs",
+         "ps_mpeg2_packs.m2v",
+         {{{89, 525493, 0x3e3fb534, 0x0b6547d5}, {35, 70662, 0x15a376c7, 0}}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pszFile);
+        const std::string strPath = TestDataPath(std::string(c.pszFile) + ".mpg");
+        const std::string strBytes = ReadFile(strPath);
+        fs::copy(strPath, m_dir);
+        const Result frames = Run("frames --json " + strPath);
+        ASSERT_EQ(frames.nExit, 0) << frames.strErr;
+        ASSERT_EQ(Run("demux " + std::string(c.pszFile) + ".mpg").nExit, 0);
+        const std::array<std::string, 2> written = {ReadFile(m_dir / c.pszVideoName),
+                                                    ReadFile(m_dir / (std::string(c.pszFile) + ".mp2"))};
+        std::array<std::size_t, 2> anFrames{}, anBytes{}, anEnds{};
+        std::array<std::string, 2> stamps;
+        for (const auto& line : Lines(frames.strOut)) {
+            const std::size_t s = line["stream"] == "video" ? 0 : 1;
+            ASSERT_EQ(anEnds[s], 0u) << "the end-of-stream record is the last";
+            ASSERT_EQ(line["index"], anFrames[s]);
+            EXPECT_EQ(line["discontinuity"], anFrames[s] == 0);
+            if (line["endOfStream"]) {
+                ++anEnds[s];
+                EXPECT_EQ(line["crc32"], "00000000");
+                continue;
+            }
+            const std::size_t nPosition = line["position"];
+            ASSERT_EQ(strBytes.substr(nPosition, 4), std::string("\0\0\1", 3) + (s == 0 ? "\xE0" : "\xC0"));
+            const std::size_t nSize = line["size"];
+            std::array<char, 9> szCrc{};
+            std::snprintf(szCrc.data(), szCrc.size(), "%08x", Crc(written[s].substr(anBytes[s], nSize)));
+            EXPECT_EQ(line["crc32"], szCrc.data());
+            if (anFrames[s] > 0) stamps[s] += line["pts"].dump() + " " + line["dts"].dump() + "\n";
+            anBytes[s] += nSize;
+            ++anFrames[s];
+        }
+        for (const std::size_t s : {0u, 1u}) {
+            EXPECT_EQ(anEnds[s], 1u);
+            EXPECT_EQ(anFrames[s], c.streams[s].nFrames);
+            EXPECT_EQ(anBytes[s], c.streams[s].nBytes);
+            EXPECT_EQ(written[s].size(), c.streams[s].nBytes);
+            EXPECT_EQ(Crc(written[s]), c.streams[s].nCrc);
+            if (c.streams[s].nStampsCrc) {
+                EXPECT_EQ(Crc(stamps[s]), c.streams[s].nStampsCrc);
+            }
+        }
+    }
+}
+
+TEST_F(Command, FrameLinesHaveTheirExactForm) {
+    const Result result = Run("frames --json " + TestDataPath("ps_mpeg2.mpg"));
+    const std::string strLine =
+        R"({"stream":"video","index":1,"size":13085,"pts":9009,"dts":0,"position":11531,"discontinuity":false,)"
+        R"("segmentMarker":false,"noVideo":false,"endOfStream":false,"crc32":"a48fc16f"})";
+    EXPECT_NE(result.strOut.find(strLine + "\n"), std::string::npos);
+}
+
+TEST_F(Command, ProbeTellsWhatAFileIs) {
+    const Result result = Run("probe --json " + TestDataPath("ps_mpeg2_packs.mpg"));
+    EXPECT_EQ(result.nExit, 0);
+    const auto line = Lines(result.strOut).at(0);
+    EXPECT_EQ(line["class"], 4);
+    EXPECT_EQ(line["bitRate"], 1800000);
+    EXPECT_EQ(line["length"], 612376);
+    EXPECT_NEAR(line["duration"].get<double>(), 612376 * 8 / 1800000.0, 1e-9);
+    EXPECT_EQ(Lines(Run("probe --json " + TestDataPath("ts_mpeg2.ts")).strOut).at(0)["class"], 3);
+}
+
+TEST_F(Command, BadInputIsOneLineAndLeavesNothing) {
+    std::ofstream(m_dir / "empty.mpg");
+    std::ofstream(m_dir / "noise.mpg") << std::string(100000, 'x');
+    const struct {
+        std::string strInput;
+        const char* pszReason;
+    } cases[] = {
+        {TestDataPath("vob_mpeg2_nomap.mpg"),
+         "vob_mpeg2_nomap.mpg: class 6, not recognised; missing: a program stream map"},
+        {TestDataPath("ts_mpeg2.ts"), "ts_mpeg2.ts: class 3, transport stream"},
+        {TestDataPath("ts_mpeg4.ts"), "ts_mpeg4.ts: class 1, transport stream"},
+        {TestDataPath("sys_mpeg1.mpg"), "sys_mpeg1.mpg: class 5, MPEG-1 system stream"},
+        {TestDataPath("es_mpeg4.m4v"), "es_mpeg4.m4v: class 0, MPEG-4 video elementary stream"},
+        {"noise.mpg", "noise.mpg: class 6, not recognised; missing: a pack header, transport packets"},
+        {"empty.mpg", "empty.mpg: the file is empty"},
+        {"absent.mpg", "absent.mpg: No such file or directory"},
+        {".", ".: Is a directory"},
+        {"/dev/stdin", "/dev/stdin: cannot be read at any position"},
+    };
+    for (const auto& c : cases) {
+        for (const char* pszCommand : {"demux ", "frames "}) {
+            const Result result = Run(pszCommand + c.strInput, "echo |");
+            EXPECT_EQ(result.nExit, 1) << c.strInput;
+            EXPECT_EQ(result.strOut, "");
+            EXPECT_NE(result.strErr.find(c.pszReason), std::string::npos) << result.strErr;
+            EXPECT_EQ(std::count(result.strErr.begin(), result.strErr.end(), '\n'), 1) << result.strErr;
+        }
+    }
+    EXPECT_EQ(Files().size(), 2u) << "no output was left behind";
+}
+
+TEST_F(Command, OutputsAreNeverOverwrittenUnasked) {
+    fs::copy(TestDataPath("ps_mpeg2.mpg"), m_dir / "a.mpg");
+    std::ofstream(m_dir / "a.mp2") << "mine";
+    Result result = Run("demux a.mpg");
+    EXPECT_EQ(result.nExit, 3);
+    EXPECT_NE(result.strErr.find("a.mp2: exists already; --force overwrites it"), std::string::npos);
+    EXPECT_EQ(ReadFile(m_dir / "a.mp2"), "mine");
+    EXPECT_FALSE(fs::exists(m_dir / "a.m2v")) << "what was begun is removed";
+    EXPECT_EQ(Run("demux a.mpg --force").nExit, 0);
+    EXPECT_EQ(fs::file_size(m_dir / "a.mp2"), 70848u);
+    EXPECT_EQ(Run("demux a.mpg --force --video a.mpg").nExit, 2) << "never the input itself";
+    EXPECT_EQ(Run("demux a.mpg --force --video ./a.mp2").nExit, 2) << "never both into one file";
+    EXPECT_EQ(fs::file_size(m_dir / "a.mpg"), fs::file_size(TestDataPath("ps_mpeg2.mpg")));
+}
+
+TEST_F(Command, OutputThatFailsEndsWithCode3) {
+    const std::string strFile = TestDataPath("ps_mpeg2.mpg");
+    Result result = Run("demux " + strFile + " --video /dev/full --audio b.mp2");
+    EXPECT_EQ(result.nExit, 3);
+    EXPECT_EQ(result.strErr, "kestdemux: /dev/full: No space left on device\n");
+    EXPECT_FALSE(fs::exists(m_dir / "b.mp2"));
+    EXPECT_EQ(Run("demux " + strFile + " --video no/such/dir.m2v --audio b.mp2").nExit, 3);
+    EXPECT_EQ(Run("frames " + strFile + " >/dev/full; exit $?; :").nExit, 3);
+    result = Run("frames --json " + strFile + " | true; test ${PIPESTATUS:-0} -eq 0; :");
+    EXPECT_EQ(result.nExit, 0) << "a closed pipe ends the program";
+    EXPECT_EQ(Run("demux " + strFile + " --video - --audio /dev/null").strOut.size(), 527088u);
+}
+
+TEST_F(Command, WrongUsageEndsWithCode2AndHelpShowsAnExample) {
+    for (const char* pszArguments : {"", "frobnicate", "demux", "frames --nonsense x", "probe a b"}) {
+        const Result result = Run(pszArguments);
+        EXPECT_EQ(result.nExit, 2) << pszArguments;
+        EXPECT_EQ(std::count(result.strErr.begin(), result.strErr.end(), '\n'), 1) << result.strErr;
+    }
+    for (const char* pszCommand : {"probe", "frames", "demux"}) {
+        const Result result = Run(std::string(pszCommand) + " --help");
+        EXPECT_EQ(result.nExit, 0);
+        EXPECT_NE(result.strOut.find("Example:\n  kestdemux " + std::string(pszCommand)), std::string::npos);
+    }
+}
+
+}  // namespace
+}  // namespace kest

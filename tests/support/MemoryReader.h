@@ -1,0 +1,51 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <vector>
+
+#include "platform/AsyncReader.h"
+
+namespace kest {
+
+/// A pull source in memory; lives on the stack of its test.
+class CMemoryReader final : public IAsyncReader {
+public:
+    explicit CMemoryReader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
+
+    /// Reads that touch this offset or anything behind it fail.
+    void FailFrom(std::int64_t llOffset) { m_llFailFrom = llOffset; }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE RequestAllocator(IMemAllocator*, ALLOCATOR_PROPERTIES*,
+                                               IMemAllocator**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Request(IMediaSample*, DWORD_PTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WaitForNext(DWORD, IMediaSample**, DWORD_PTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SyncReadAligned(IMediaSample*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) override {
+        if (llPosition < 0 || lLength < 0) return E_INVALIDARG;
+        if (m_llFailFrom >= 0 && llPosition + lLength > m_llFailFrom) return E_FAIL;
+        const auto nBegin = std::min(static_cast<std::size_t>(llPosition), m_bytes.size());
+        const auto nCount = std::min(static_cast<std::size_t>(lLength), m_bytes.size() - nBegin);
+        if (nCount > 0) std::memcpy(pBuffer, m_bytes.data() + nBegin, nCount);
+        return nCount == static_cast<std::size_t>(lLength) ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Length(LONGLONG* pTotal, LONGLONG* pAvailable) override {
+        *pTotal = *pAvailable = static_cast<LONGLONG>(m_bytes.size());
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE BeginFlush() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE EndFlush() override { return S_OK; }
+
+private:
+    std::span<const std::uint8_t> m_bytes;
+    std::int64_t m_llFailFrom = -1;
+};
+
+}  // namespace kest
