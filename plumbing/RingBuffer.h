@@ -169,7 +169,7 @@ private:
     std::atomic<std::uint32_t> m_nWriterRequired{0};  // room that a blocked writer waits for
     std::atomic<std::uint32_t> m_nWriterMaxChunk{0};  // largest chunk declared at OpenWriter
     std::atomic<std::uint32_t> m_nWritePos{0};        // index of the next byte to write
-    std::atomic<std::uint32_t> m_nWriterBreaks{0};    // closings and emptyings so far
+    std::atomic<std::uint32_t> m_nWriterBreaks{0};    // closings so far
     CEvent m_evWriter{true, true};                    // manual-reset; set when room is made
     std::atomic<std::uint64_t> m_llTotalWritten{0};   // bytes written since the opening or the last emptying
     CCritSec m_csWrite;  // held by the writer while it transfers, and by the others

@@ -86,7 +86,7 @@ TEST(PsDemux, FollowsMapsOnlyWhenTheyAreCurrentAndAddUp) {
     b.Map({});  // exchanges the tables again
     AddBoth(b, 6, 600);
     AddBoth(b, 7, 700);
-    CCaptureTexts traces(CCaptureTexts::Trace);
+    CCaptureTexts traces(CCaptureTexts::EKind::Trace);
     const Frames frames = Demux(Tail(b).Get());
     EXPECT_EQ(Payloads(frames.audio), (std::vector<ByteVector>{Payload(8, 4)}));
     EXPECT_TRUE(traces.Contains("0C"));
@@ -142,7 +142,7 @@ TEST(PsDemux, ResynchronisesOverGarbageWhereverItEnds) {
         Builder b;
         b.Pack().Pes(0xE0, Payload(10, 1), 1000).Fill(nGarbage, 0xAA);
         b.Pes(0xE0, Payload(10, 2), 2000).Pes(0xE0, Payload(10, 3), 3000);
-        CCaptureTexts traces(CCaptureTexts::Trace);
+        CCaptureTexts traces(CCaptureTexts::EKind::Trace);
         const Frames frames = Demux(Tail(b).Get());
         EXPECT_EQ(Payloads(frames.video), (std::vector<ByteVector>{Payload(10, 1), Payload(10, 2)}))
             << nGarbage;
@@ -173,7 +173,7 @@ TEST(PsDemux, OversizedFramesAreCutNeverOverrun) {
         b.Pes(0xE0, Payload(60000, 1), i == 0 ? std::optional<std::int64_t>(1000) : std::nullopt);
     b.Pes(0xE0, Payload(9, 2), 2000);
     b.Pes(0xC0, Payload(40000, 3), 1000).Pes(0xC0, Payload(10, 4), 2000).Section(0xBE, 60000);
-    CCaptureTexts traces(CCaptureTexts::Trace);
+    CCaptureTexts traces(CCaptureTexts::EKind::Trace);
     const Frames frames = Demux(Tail(b).Get());
     ASSERT_EQ(frames.video.size(), 2u);
     EXPECT_EQ(frames.video[0].payload.size(), 480000u) << "eight packets fit the 524288 bytes";

@@ -10,7 +10,7 @@ namespace kest {
 /// Collects the debug or trace texts that are written while it lives.
 class CCaptureTexts {
 public:
-    enum EKind { Debug, Trace };
+    enum class EKind { Debug, Trace };
 
     explicit CCaptureTexts(EKind kind) : m_kind(kind) {
         Install([this](const char* pszText) {
@@ -30,7 +30,7 @@ public:
 
 private:
     void Install(TextSink sink) {
-        m_kind == Debug ? SetDebugSink(std::move(sink)) : SetTraceSink(std::move(sink));
+        m_kind == EKind::Debug ? SetDebugSink(std::move(sink)) : SetTraceSink(std::move(sink));
     }
 
     const EKind m_kind;

@@ -1,0 +1,29 @@
+# Shared by the scripts of this folder; sourced, not run.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+say() { printf '\n== %s\n' "$*"; }
+
+# Installs the packages that are not there yet, and says so; does nothing when all are.
+need_packages() {
+    local package missing=() root=()
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    [ "$(id -u)" -eq 0 ] || root=(sudo)
+    say "installing ${missing[*]}"
+    "${root[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+need_build_packages() {
+    need_packages g++ cmake ninja-build libgtest-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
+}
+
+# Configures and builds a preset.
+build() {
+    say "building $1"
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1" --parallel "$(nproc)" -- --quiet
+}
