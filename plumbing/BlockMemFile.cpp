@@ -111,7 +111,8 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
               m_nBlockSize);
         data = data.first(m_nBlockSize);
     }
-    if (!WaitFor(m_evWriter, m_nWriterBreaks, nTimeoutMs, [this] { return GetFreeBlocks() > 0; })) return 0;
+    auto HasRoom = [this] { return GetFreeBlocks() > 0; };
+    if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
 
     CAutoLock lock(m_csWrite);
     std::copy(data.begin(), data.end(), Block(m_nWriteIndex).begin());
@@ -131,7 +132,8 @@ int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pIn
     if (nReader < 0 || nReader >= kMaxReaders) return -1;
     ReaderRecord& reader = m_aReader[static_cast<std::size_t>(nReader)];
     if (!reader.bOpen) return -2;
-    if (!WaitFor(reader.event, reader.nBreaks, nTimeoutMs, [&] { return reader.nPending > 0; })) return 0;
+    auto HasBlock = [&] { return reader.nPending > 0; };
+    if (!WaitFor(reader.event, reader.bOpen, reader.nBreaks, nTimeoutMs, HasBlock)) return 0;
 
     std::uint32_t nLength = 0;
     {

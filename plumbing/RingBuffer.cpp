@@ -44,7 +44,7 @@ int CRingBuffer::Write(std::span<const std::uint8_t> data, std::uint32_t nTimeou
     auto HasRoom = [&] { return GetFreeSize() >= data.size(); };
     if (!HasRoom()) {
         m_nWriterRequired = static_cast<std::uint32_t>(data.size());
-        if (!WaitFor(m_evWriter, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
+        if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
     }
     CAutoLock lock(m_csWrite);
     if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between
@@ -263,7 +263,7 @@ CRingBuffer::ReaderRecord* CRingBuffer::OpenRecord(int nReader) {
 bool CRingBuffer::WaitForPending(ReaderRecord& reader, std::size_t n, std::uint32_t nTimeoutMs) {
     if (reader.nPending >= n) return true;
     reader.nRequired = static_cast<std::uint32_t>(n);
-    return WaitFor(reader.hEvent, reader.nBreaks, nTimeoutMs,
+    return WaitFor(reader.hEvent, reader.bOpen, reader.nBreaks, nTimeoutMs,
                    [&] { return reader.bOpen && reader.nPending >= n; });
 }
 

@@ -12,14 +12,16 @@ namespace kest {
 ///
 /// The waiting side resets its own event, the other side sets it after every step that may help. The
 /// condition is tested again once the event is reset, so a wake-up given just before is not lost; and a
-/// wake-up that turns out to bring too little does not end the wait.
+/// wake-up that turns out to bring too little does not end the wait. So is the open mark: a closing between
+/// the caller's look at it and the wait counts its break before the wait begins.
 /// @param event       the waiting side's own manual-reset event.
+/// @param bOpen       the side is open; cleared before the event is set.
 /// @param nBreaks     counts the breaks; each is followed by a set of the event.
 /// @param nTimeoutMs  milliseconds, kInfinite: without limit.
 /// @return isReady() at the end.
 template <class IsReady>
-bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint32_t nTimeoutMs,
-             IsReady isReady) {
+bool WaitFor(CEvent& event, const std::atomic<bool>& bOpen, const std::atomic<std::uint32_t>& nBreaks,
+             std::uint32_t nTimeoutMs, IsReady isReady) {
     using namespace std::chrono;
     if (isReady()) return true;
     if (nTimeoutMs == 0) return false;
@@ -28,7 +30,7 @@ bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint
     for (;;) {
         event.Reset();
         if (isReady()) return true;
-        if (nBreaks != nBreaksBefore) return false;
+        if (!bOpen || nBreaks != nBreaksBefore) return false;
         std::uint32_t nRest = nTimeoutMs;
         if (nTimeoutMs != kInfinite) {
             const auto elapsed = duration_cast<milliseconds>(steady_clock::now() - begin).count();
