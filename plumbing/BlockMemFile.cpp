@@ -16,10 +16,10 @@ CBlockMemFile::CBlockMemFile(std::uint32_t nBlockSize, std::uint32_t nBlockCount
 
 int CBlockMemFile::WOpen() {
     CAutoLock lock(m_csWriter);
+    CAutoLock lockWrite(m_csWrite);  // no block may be written between the open mark and the index
     if (m_bWriterOpen) return -2;
     m_bWriterOpen = true;
     m_evWriter.Set();
-    CAutoLock lockWrite(m_csWrite);
     m_nWriteIndex = 0;
     return 0;
 }
@@ -115,6 +115,7 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
     if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
 
     CAutoLock lock(m_csWrite);
+    if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between: block 0 may be somebody's still
     std::copy(data.begin(), data.end(), Block(m_nWriteIndex).begin());
     std::memcpy(Info(m_nWriteIndex).data(), pInfo, m_nInfoSize);
     m_pLengths[m_nWriteIndex] = static_cast<std::uint32_t>(data.size());
