@@ -162,6 +162,7 @@ int CRingBuffer::ReadAll(int nReader, std::span<std::uint8_t> dest) {
     ReaderRecord* pReader = OpenRecord(nReader);
     if (!pReader) return RB_E_NOT_OPEN;
     CAutoLock lock(pReader->cs);
+    if (!pReader->bOpen) return RB_E_NOT_OPEN;  // closed in between
     dest = dest.first(std::min<std::size_t>(dest.size(), pReader->nPending));
     if (dest.empty()) return RB_E_BAD_SIZE;
     CopyOut(*pReader, dest);
@@ -181,7 +182,7 @@ int CRingBuffer::PeekNow(int nReader, std::span<std::uint8_t> dest) {
     const ReaderRecord* pReader = OpenRecord(nReader);
     if (!pReader) return RB_E_NOT_OPEN;
     CAutoLock lock(pReader->cs);
-    if (pReader->nPending < dest.size()) return 0;
+    if (!pReader->bOpen || pReader->nPending < dest.size()) return 0;
     CopyOut(*pReader, dest);
     return static_cast<int>(dest.size());
 }
@@ -191,7 +192,7 @@ int CRingBuffer::Skip(int nReader, std::uint32_t n) {
     if (!pReader) return RB_E_NOT_OPEN;
     {
         CAutoLock lock(pReader->cs);
-        if (pReader->nPending < n) return 0;
+        if (!pReader->bOpen || pReader->nPending < n) return 0;
         Advance(*pReader, n);
     }
     WakeBlockedWriter();
@@ -209,7 +210,7 @@ int CRingBuffer::ReadToCode(int nReader, std::span<const std::uint32_t> codes, s
     std::uint32_t nBefore = 0;  // bytes in front of the code
     {
         CAutoLock lock(pReader->cs);
-        if (pReader->nPending < dest.size() + kCodeSize) return 0;  // closed or emptied in between
+        if (!pReader->bOpen || pReader->nPending < dest.size() + kCodeSize) return 0;  // closed or emptied in between
         std::uint32_t nRegister = 0;
         std::uint32_t nPos = pReader->nReadPos;
         std::uint32_t nExamined = 0;
