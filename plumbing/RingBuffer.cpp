@@ -42,6 +42,7 @@ void CRingBuffer::CloseWriter() {
 int CRingBuffer::Write(std::span<const std::uint8_t> data, std::uint32_t nTimeoutMs) {
     if (!m_bWriterOpen) return RB_E_NOT_OPEN;
     auto HasRoom = [&] { return GetFreeSize() >= data.size(); };
+    ThrowIfTerminated();
     if (!HasRoom()) {
         m_nWriterRequired = static_cast<std::uint32_t>(data.size());
         if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
@@ -210,7 +211,8 @@ int CRingBuffer::ReadToCode(int nReader, std::span<const std::uint32_t> codes, s
     std::uint32_t nBefore = 0;  // bytes in front of the code
     {
         CAutoLock lock(pReader->cs);
-        if (!pReader->bOpen || pReader->nPending < dest.size() + kCodeSize) return 0;  // closed or emptied in between
+        if (!pReader->bOpen || pReader->nPending < dest.size() + kCodeSize)
+            return 0;  // closed or emptied in between
         std::uint32_t nRegister = 0;
         std::uint32_t nPos = pReader->nReadPos;
         std::uint32_t nExamined = 0;
@@ -262,6 +264,7 @@ CRingBuffer::ReaderRecord* CRingBuffer::OpenRecord(int nReader) {
 }
 
 bool CRingBuffer::WaitForPending(ReaderRecord& reader, std::size_t n, std::uint32_t nTimeoutMs) {
+    ThrowIfTerminated();
     if (reader.nPending >= n) return true;
     reader.nRequired = static_cast<std::uint32_t>(n);
     return WaitFor(reader.hEvent, reader.bOpen, reader.nBreaks, nTimeoutMs,

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/Event.h"
+#include "platform/ThreadControl.h"
 
 namespace kest {
 
@@ -18,11 +19,12 @@ namespace kest {
 /// @param bOpen       the side is open; cleared before the event is set.
 /// @param nBreaks     counts the breaks; each is followed by a set of the event.
 /// @param nTimeoutMs  milliseconds, kInfinite: without limit.
-/// @return isReady() at the end.
+/// @return isReady() at the end. A thread that is to end by force ends here, ready or not.
 template <class IsReady>
 bool WaitFor(CEvent& event, const std::atomic<bool>& bOpen, const std::atomic<std::uint32_t>& nBreaks,
              std::uint32_t nTimeoutMs, IsReady isReady) {
     using namespace std::chrono;
+    ThrowIfTerminated();
     if (isReady()) return true;
     if (nTimeoutMs == 0) return false;
     const std::uint32_t nBreaksBefore = nBreaks;
