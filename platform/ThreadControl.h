@@ -1,4 +1,5 @@
-// What CThread, CEvent and the sleep share about one running thread. Private to platform/.
+// What CThread, CEvent and the sleep share about one running thread. Outside platform/ only ThreadTimes and
+// ThrowIfTerminated are of use.
 #pragma once
 
 #include <atomic>

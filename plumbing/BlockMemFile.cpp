@@ -16,10 +16,10 @@ CBlockMemFile::CBlockMemFile(std::uint32_t nBlockSize, std::uint32_t nBlockCount
 
 int CBlockMemFile::WOpen() {
     CAutoLock lock(m_csWriter);
+    CAutoLock lockWrite(m_csWrite);  // no block may be written between the open mark and the index
     if (m_bWriterOpen) return -2;
     m_bWriterOpen = true;
     m_evWriter.Set();
-    CAutoLock lockWrite(m_csWrite);
     m_nWriteIndex = 0;
     return 0;
 }
@@ -111,9 +111,11 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
               m_nBlockSize);
         data = data.first(m_nBlockSize);
     }
-    if (!WaitFor(m_evWriter, m_nWriterBreaks, nTimeoutMs, [this] { return GetFreeBlocks() > 0; })) return 0;
+    auto HasRoom = [this] { return GetFreeBlocks() > 0; };
+    if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
 
     CAutoLock lock(m_csWrite);
+    if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between: block 0 may be somebody's still
     std::copy(data.begin(), data.end(), Block(m_nWriteIndex).begin());
     std::memcpy(Info(m_nWriteIndex).data(), pInfo, m_nInfoSize);
     m_pLengths[m_nWriteIndex] = static_cast<std::uint32_t>(data.size());
@@ -131,7 +133,8 @@ int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pIn
     if (nReader < 0 || nReader >= kMaxReaders) return -1;
     ReaderRecord& reader = m_aReader[static_cast<std::size_t>(nReader)];
     if (!reader.bOpen) return -2;
-    if (!WaitFor(reader.event, reader.nBreaks, nTimeoutMs, [&] { return reader.nPending > 0; })) return 0;
+    auto HasBlock = [&] { return reader.nPending > 0; };
+    if (!WaitFor(reader.event, reader.bOpen, reader.nBreaks, nTimeoutMs, HasBlock)) return 0;
 
     std::uint32_t nLength = 0;
     {

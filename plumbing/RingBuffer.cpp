@@ -42,9 +42,10 @@ void CRingBuffer::CloseWriter() {
 int CRingBuffer::Write(std::span<const std::uint8_t> data, std::uint32_t nTimeoutMs) {
     if (!m_bWriterOpen) return RB_E_NOT_OPEN;
     auto HasRoom = [&] { return GetFreeSize() >= data.size(); };
+    ThrowIfTerminated();
     if (!HasRoom()) {
         m_nWriterRequired = static_cast<std::uint32_t>(data.size());
-        if (!WaitFor(m_evWriter, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
+        if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
     }
     CAutoLock lock(m_csWrite);
     if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between
@@ -162,6 +163,7 @@ int CRingBuffer::ReadAll(int nReader, std::span<std::uint8_t> dest) {
     ReaderRecord* pReader = OpenRecord(nReader);
     if (!pReader) return RB_E_NOT_OPEN;
     CAutoLock lock(pReader->cs);
+    if (!pReader->bOpen) return RB_E_NOT_OPEN;  // closed in between
     dest = dest.first(std::min<std::size_t>(dest.size(), pReader->nPending));
     if (dest.empty()) return RB_E_BAD_SIZE;
     CopyOut(*pReader, dest);
@@ -181,7 +183,7 @@ int CRingBuffer::PeekNow(int nReader, std::span<std::uint8_t> dest) {
     const ReaderRecord* pReader = OpenRecord(nReader);
     if (!pReader) return RB_E_NOT_OPEN;
     CAutoLock lock(pReader->cs);
-    if (pReader->nPending < dest.size()) return 0;
+    if (!pReader->bOpen || pReader->nPending < dest.size()) return 0;
     CopyOut(*pReader, dest);
     return static_cast<int>(dest.size());
 }
@@ -191,7 +193,7 @@ int CRingBuffer::Skip(int nReader, std::uint32_t n) {
     if (!pReader) return RB_E_NOT_OPEN;
     {
         CAutoLock lock(pReader->cs);
-        if (pReader->nPending < n) return 0;
+        if (!pReader->bOpen || pReader->nPending < n) return 0;
         Advance(*pReader, n);
     }
     WakeBlockedWriter();
@@ -209,7 +211,8 @@ int CRingBuffer::ReadToCode(int nReader, std::span<const std::uint32_t> codes, s
     std::uint32_t nBefore = 0;  // bytes in front of the code
     {
         CAutoLock lock(pReader->cs);
-        if (pReader->nPending < dest.size() + kCodeSize) return 0;  // closed or emptied in between
+        if (!pReader->bOpen || pReader->nPending < dest.size() + kCodeSize)
+            return 0;  // closed or emptied in between
         std::uint32_t nRegister = 0;
         std::uint32_t nPos = pReader->nReadPos;
         std::uint32_t nExamined = 0;
@@ -261,9 +264,10 @@ CRingBuffer::ReaderRecord* CRingBuffer::OpenRecord(int nReader) {
 }
 
 bool CRingBuffer::WaitForPending(ReaderRecord& reader, std::size_t n, std::uint32_t nTimeoutMs) {
+    ThrowIfTerminated();
     if (reader.nPending >= n) return true;
     reader.nRequired = static_cast<std::uint32_t>(n);
-    return WaitFor(reader.hEvent, reader.nBreaks, nTimeoutMs,
+    return WaitFor(reader.hEvent, reader.bOpen, reader.nBreaks, nTimeoutMs,
                    [&] { return reader.bOpen && reader.nPending >= n; });
 }
 

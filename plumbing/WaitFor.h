@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/Event.h"
+#include "platform/ThreadControl.h"
 
 namespace kest {
 
@@ -12,22 +13,27 @@ namespace kest {
 ///
 /// The waiting side resets its own event, the other side sets it after every step that may help. The
 /// condition is tested again once the event is reset, so a wake-up given just before is not lost; and a
-/// wake-up that turns out to bring too little does not end the wait.
+/// wake-up that turns out to bring too little does not end the wait. The open mark is tested too: a closing
+/// between the caller's look at it and the wait counts its break before the wait begins.
 /// @param event       the waiting side's own manual-reset event.
+/// @param bOpen       the side is open; cleared before the event is set.
 /// @param nBreaks     counts the breaks; each is followed by a set of the event.
 /// @param nTimeoutMs  milliseconds, kInfinite: without limit.
-/// @return whether it became ready before the time-out and without a break.
+/// @return whether it became ready before the time-out, a closing and a break. A thread that is to end by
+/// force
+///         ends here, ready or not.
 template <class IsReady>
-bool WaitFor(CEvent& event, const std::atomic<std::uint32_t>& nBreaks, std::uint32_t nTimeoutMs,
-             IsReady isReady) {
+bool WaitFor(CEvent& event, const std::atomic<bool>& bOpen, const std::atomic<std::uint32_t>& nBreaks,
+             std::uint32_t nTimeoutMs, IsReady isReady) {
     using namespace std::chrono;
+    ThrowIfTerminated();
     if (isReady()) return true;
     if (nTimeoutMs == 0) return false;
     const std::uint32_t nBreaksBefore = nBreaks;
     const auto begin = steady_clock::now();
     for (;;) {
         event.Reset();
-        if (nBreaks != nBreaksBefore) return false;
+        if (!bOpen || nBreaks != nBreaksBefore) return false;
         if (isReady()) return true;
         std::uint32_t nRest = nTimeoutMs;
         if (nTimeoutMs != kInfinite) {

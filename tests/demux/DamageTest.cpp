@@ -7,9 +7,9 @@
 #include <random>
 
 #include "demux/StreamTypeProbe.h"
-#include "tests/support/CoreRunner.h"
-#include "tests/support/MemoryReader.h"
-#include "tests/support/TestData.h"
+#include "support/CoreRunner.h"
+#include "support/MemoryReader.h"
+#include "support/TestData.h"
 
 namespace kest {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "tests/support/MemoryReader.h"
-#include "tests/support/ProgramStreamBuilder.h"
-#include "tests/support/TestData.h"
+#include "support/MemoryReader.h"
+#include "support/ProgramStreamBuilder.h"
+#include "support/TestData.h"
 
 namespace kest {
 namespace {

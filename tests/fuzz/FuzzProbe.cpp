@@ -1,6 +1,6 @@
 // libFuzzer target: any block of bytes is classified without a fault.
 #include "demux/StreamTypeProbe.h"
-#include "tests/support/MemoryReader.h"
+#include "support/MemoryReader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     kest::CMemoryReader reader({pData, nSize});

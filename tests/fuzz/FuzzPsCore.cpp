@@ -1,6 +1,6 @@
 // libFuzzer target: the pull core ends any stream by itself, within its blocks.
-#include "tests/support/CoreRunner.h"
-#include "tests/support/MemoryReader.h"
+#include "support/CoreRunner.h"
+#include "support/MemoryReader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     kest::CMemoryReader reader({pData, nSize});

@@ -12,7 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "tests/support/TestData.h"
+#include "support/TestData.h"
 
 namespace kest {
 namespace {

@@ -7,35 +7,37 @@
 
 namespace kest {
 
-/// Collects the debug or trace texts that are written while it lives.
+/// Gathers the debug and trace texts for as long as it lives, one behind the other; nothing reaches the
+/// debugger output meanwhile. One at a time.
 class CCaptureTexts {
 public:
-    enum class EKind { Debug, Trace };
-
-    explicit CCaptureTexts(EKind kind) : m_kind(kind) {
-        Install([this](const char* pszText) {
-            std::lock_guard lock(m_mutex);
-            m_strTexts += pszText;
-        });
+    CCaptureTexts() {
+        SetDebugSink([this](const char* pszText) { Add(m_debug, pszText); });
+        SetTraceSink([this](const char* pszText) { Add(m_trace, pszText); });
     }
-    ~CCaptureTexts() { Install({}); }
+    ~CCaptureTexts() {
+        SetDebugSink(nullptr);
+        SetTraceSink(nullptr);
+    }
     CCaptureTexts(const CCaptureTexts&) = delete;
     CCaptureTexts& operator=(const CCaptureTexts&) = delete;
 
-    std::string Get() const {
-        std::lock_guard lock(m_mutex);
-        return m_strTexts;
-    }
-    bool Contains(const std::string& strText) const { return Get().find(strText) != std::string::npos; }
+    std::string DebugTexts() const { return Copy(m_debug); }
+    std::string TraceTexts() const { return Copy(m_trace); }
 
 private:
-    void Install(TextSink sink) {
-        m_kind == EKind::Debug ? SetDebugSink(std::move(sink)) : SetTraceSink(std::move(sink));
+    void Add(std::string& texts, const char* pszText) {
+        std::lock_guard lock(m_mutex);
+        texts += pszText;
+    }
+    std::string Copy(const std::string& texts) const {
+        std::lock_guard lock(m_mutex);
+        return texts;
     }
 
-    const EKind m_kind;
-    mutable std::mutex m_mutex;
-    std::string m_strTexts;
+    mutable std::mutex m_mutex;  // guards the texts
+    std::string m_debug;
+    std::string m_trace;
 };
 
 }  // namespace kest

@@ -6,7 +6,7 @@
 
 #include "demux/Mpeg2PsPullDemux.h"
 #include "platform/Time.h"
-#include "tests/support/ProgramStreamBuilder.h"
+#include "support/ProgramStreamBuilder.h"
 
 namespace kest {
 

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <string>
 
-#include "tests/support/ProgramStreamBuilder.h"
+#include "support/ProgramStreamBuilder.h"
 
 namespace kest {
 

@@ -1,0 +1,116 @@
+#include "platform/FileReader.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <limits>
+
+#include "support/Records.h"
+
+namespace kest {
+namespace {
+
+class FileReader : public testing::Test {
+protected:
+    FileReader() { std::filesystem::create_directory(m_dir); }
+    ~FileReader() override { std::filesystem::remove_all(m_dir); }
+
+    void Append(std::span<const std::uint8_t> bytes) {
+        std::ofstream file(m_path, std::ios::binary | std::ios::app);
+        file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+
+    const std::filesystem::path m_dir = testing::TempDir() + "kest_file_reader_" + std::to_string(getpid());
+    const std::filesystem::path m_path = m_dir / "bytes";
+    std::error_code m_error;
+};
+
+TEST_F(FileReader, ReadsAtAnyPosition) {
+    Append(Counting(100));
+    const auto pReader = CFileReader::Open(m_path, m_error);
+    ASSERT_TRUE(pReader);
+    EXPECT_FALSE(m_error);
+    constexpr LONGLONG kLast = std::numeric_limits<LONGLONG>::max();
+    const struct {
+        LONGLONG llPosition;
+        LONG lLength;
+        HRESULT hr;
+        std::size_t nCame;
+    } aCases[] = {
+        {0, 100, S_OK, 100},      {40, 20, S_OK, 20},         {99, 1, S_OK, 1},
+        {0, 0, S_OK, 0},          {90, 20, S_FALSE, 10},      {0, 101, S_FALSE, 100},
+        {100, 1, S_FALSE, 0},     {1LL << 40, 5, S_FALSE, 0}, {100, 0, S_OK, 0},
+        {-1, 5, E_INVALIDARG, 0}, {5, -1, E_INVALIDARG, 0},   {kLast, -1, E_INVALIDARG, 0},
+    };
+    for (const auto& c : aCases) {
+        SCOPED_TRACE(testing::Message() << c.llPosition << " + " << c.lLength);
+        std::vector<std::uint8_t> buffer(128, 0xEE);
+        EXPECT_EQ(pReader->SyncRead(c.llPosition, c.lLength, buffer.data()), c.hr);
+        auto expected = Counting(c.nCame, static_cast<std::uint8_t>(c.llPosition));
+        expected.resize(buffer.size(), 0xEE);
+        EXPECT_EQ(buffer, expected);
+    }
+}
+
+TEST_F(FileReader, SeesAFileGrow) {
+    Append(Counting(10));
+    const auto pReader = CFileReader::Open(m_path, m_error);
+    ASSERT_TRUE(pReader);
+    LONGLONG llTotal = 0, llAvailable = 0;
+    EXPECT_EQ(pReader->Length(&llTotal, &llAvailable), S_OK);
+    EXPECT_EQ(llTotal, 10);
+    Append(Counting(5, 10));
+    EXPECT_EQ(pReader->Length(&llTotal, &llAvailable), S_OK);
+    EXPECT_EQ(llTotal, 15);
+    EXPECT_EQ(llAvailable, 15);
+    EXPECT_EQ(pReader->Length(nullptr, &llAvailable), E_POINTER);
+    BYTE last = 0;
+    EXPECT_EQ(pReader->SyncRead(14, 1, &last), S_OK);
+    EXPECT_EQ(last, 14);
+}
+
+TEST_F(FileReader, SaysWhyItCannotOpen) {
+    const auto fifo = m_dir / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const struct {
+        std::filesystem::path path;
+        std::errc error;
+    } aCases[] = {
+        {m_dir / "missing", std::errc::no_such_file_or_directory},
+        {m_dir, std::errc::is_a_directory},
+        {fifo, std::errc::invalid_seek},  // and nobody writes to it: opening must not block
+    };
+    for (const auto& c : aCases) {
+        EXPECT_FALSE(CFileReader::Open(c.path, m_error)) << c.path;
+        EXPECT_TRUE(m_error == c.error) << c.path << ": " << m_error.message();
+    }
+    Append(Counting(1));
+    EXPECT_TRUE(CFileReader::Open(m_path, m_error));
+    EXPECT_FALSE(m_error) << "the error of the last attempt is left";
+}
+
+TEST_F(FileReader, OffersItsInterfacesAndClosesWithTheLast) {
+    Append(Counting(1));
+    auto CountOpenFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto nOpenBefore = CountOpenFiles();
+    {
+        const auto pReader = CFileReader::Open(m_path, m_error);
+        ASSERT_TRUE(pReader);
+        CComPtr<IAsyncReader> pAsync;
+        EXPECT_EQ(pReader->QueryInterface(IID_IAsyncReader, reinterpret_cast<void**>(pAsync.Put())), S_OK);
+        EXPECT_EQ(pAsync.Get(), pReader.Get());
+        void* pv = this;
+        EXPECT_EQ(pReader->QueryInterface({0x12345678, 0, 0, {}}, &pv), E_NOINTERFACE);
+        EXPECT_EQ(pv, nullptr);
+        EXPECT_EQ(CountOpenFiles(), nOpenBefore + 1);
+    }
+    EXPECT_EQ(CountOpenFiles(), nOpenBefore);
+}
+
+}  // namespace
+}  // namespace kest

@@ -1,0 +1,216 @@
+#include "plumbing/WorkerThread.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+
+#include "plumbing/KestException.h"
+#include "support/CaptureTexts.h"
+#include "support/TestThreads.h"
+
+namespace kest {
+namespace {
+
+/// A worker with the body of the test.
+class CTestWorker : public CWorkerThread {
+public:
+    using Body = std::function<std::int32_t(CTestWorker&)>;
+
+    explicit CTestWorker(Body body) : m_body(std::move(body)) {}
+    ~CTestWorker() {
+        Stop();
+        CloseThread();
+    }
+    CEvent& RunEvent() { return m_evRun; }
+    CEvent& StopEvent() { return m_evStop; }
+
+    std::atomic<int> m_nEntered{0};
+    std::atomic<int> m_nPassedRun{0};
+
+private:
+    std::int32_t ThreadProc() override {
+        ++m_nEntered;
+        return m_body(*this);
+    }
+
+    Body m_body;
+};
+
+/// As the contract of a body asks: holds at the run event, ends at the stop event.
+std::int32_t ObedientBody(CTestWorker& worker) {
+    for (;;) {
+        worker.RunEvent().Wait();
+        if (worker.StopEvent().IsSignalled()) return 42;
+        ++worker.m_nPassedRun;
+        SleepMs(1);
+    }
+}
+
+std::int32_t DeafBody(CTestWorker&) {
+    SleepMs(kTooLongMs);
+    return 1;
+}
+
+TEST(WorkerThread, NeverStarted) {
+    CTestWorker worker(ObedientBody);
+    EXPECT_FALSE(worker.IsRunning());
+    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED);
+    worker.Resume();
+    worker.Pause();
+    worker.KillThread();
+    worker.CloseThread();
+    EXPECT_EQ(worker.GetExitCode(), 0);
+}
+
+TEST(WorkerThread, RestartHoldsUntilResumeFromEveryState) {
+    CTestWorker worker(ObedientBody);
+    const std::function<void()> states[] = {
+        [] {},  // never started, then running
+        [] {},
+        [&] { worker.Pause(); },
+        [&] {
+            worker.Stop();
+            EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+        },
+        [&] { worker.CloseThread(); },
+    };
+    int nEntered = 0;
+    for (const auto& enterState : states) {
+        enterState();
+        worker.Restart();
+        ++nEntered;
+        EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == nEntered; }));
+        EXPECT_TRUE(worker.IsRunning());
+        const int nPassed = worker.m_nPassedRun;
+        SleepMs(kSettleMs);
+        EXPECT_EQ(worker.m_nPassedRun, nPassed) << "it is not held";
+        worker.Resume();
+        EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > nPassed; }));
+    }
+}
+
+TEST(WorkerThread, PausedBodyHoldsAndStopEndsIt) {
+    CTestWorker worker(ObedientBody);
+    worker.StartThread();
+    worker.Resume();
+    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > 0; }));
+    worker.Pause();
+    SleepMs(kSettleMs);
+    const int nPassed = worker.m_nPassedRun;
+    EXPECT_EQ(worker.WaitForThread(kSettleMs), WAIT_TIMEOUT);
+    EXPECT_EQ(worker.m_nPassedRun, nPassed);
+    worker.Stop();
+    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+    EXPECT_EQ(worker.GetExitCode(), 42);
+    EXPECT_FALSE(worker.IsRunning());
+    worker.KillThread();
+    EXPECT_EQ(worker.GetExitCode(), 42) << "a thread that ended is left alone";
+    EXPECT_EQ(worker.WaitForThread(0), WAIT_OBJECT_0);
+
+    // The stop is remembered: a thread that is started without Restart ends at once.
+    worker.StartThread();
+    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+}
+
+TEST(WorkerThread, RestartEndsByForceOnlyWhatDoesNotEndInTime) {
+    std::atomic<int> nEndedByItself{0}, nUnwound{0};
+    auto Watched = [&](std::int32_t (*body)(CTestWorker&)) {
+        return [&, body](CTestWorker& worker) {
+            struct Guard {
+                std::atomic<int>& nCount;
+                ~Guard() { ++nCount; }
+            } guard{nUnwound};
+            const std::int32_t nExitCode = body(worker);
+            ++nEndedByItself;
+            return nExitCode;
+        };
+    };
+    {
+        CTestWorker worker(Watched(ObedientBody));
+        // On a loaded machine even a body that obeys may take longer than the time it is given.
+        for (int i = 0; i < 20 && nEndedByItself == 0; ++i) {
+            worker.Restart();
+            worker.Resume();
+            SleepMs(2);
+        }
+        EXPECT_GT(nEndedByItself, 0);
+    }
+    nEndedByItself = nUnwound = 0;
+    CTestWorker worker(Watched(DeafBody));
+    worker.Restart();
+    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 1; }));
+    const auto begin = std::chrono::steady_clock::now();
+    worker.Restart();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(10));
+    EXPECT_EQ(nUnwound, 1);
+    EXPECT_TRUE(worker.IsRunning());
+    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 2; }));
+    worker.KillThread();
+    EXPECT_EQ(nUnwound, 2);
+    EXPECT_EQ(nEndedByItself, 0);
+    EXPECT_EQ(worker.GetExitCode(), 100);
+    EXPECT_FALSE(worker.IsRunning());
+    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED) << "it has been forgotten";
+}
+
+TEST(WorkerThread, KestExceptionEndsOnlyTheThread) {
+    CCaptureTexts texts;
+    std::atomic<bool> bThrow{true};
+    CTestWorker worker([&](CTestWorker& self) {
+        if (bThrow) throw KestException("broken stream");
+        return ObedientBody(self);
+    });
+    worker.Restart();
+    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+    EXPECT_FALSE(worker.IsRunning());
+    EXPECT_EQ(worker.GetExitCode(), -100);
+    EXPECT_EQ(texts.DebugTexts(), "\n *** Capture exception!!!\n");
+    bThrow = false;
+    worker.Restart();
+    worker.Resume();
+    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > 0; }));
+}
+
+TEST(WorkerThread, DumpStatusShowsTimesAndEvents) {
+    CTestWorker worker(ObedientBody);
+    worker.Restart();
+    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 1; }));
+    auto ExpectDump = [&](const char* pszExit, const char* pszEvents) {
+        char szText[2048];
+        worker.DumpStatus(szText);
+        const std::string strNumbers = "[ \\d]\\d-[ \\d]\\d [ \\d]\\d:[ \\d]\\d:[ \\d]\\d [ \\d]{2}\\d\n";
+        const std::regex expected(
+            "\\*{15} Begin Debug Thread  \\*{12}\nThread ID=[1-9]\\d* \n Name=\nTime information:\n"
+            " CreationTime : 20\\d\\d-" +
+            strNumbers + " ExitTime     : " + pszExit + "-" + strNumbers +
+            " KernelTime   : 1601- 1- 1  0: 0: 0 [ \\d]{2}\\d\n UserTime     : 1601- 1- 1  0: 0: 0 [ "
+            "\\d]{2}\\d\n"
+            " The Thread Priority: -?\\d+\n\nStatus of Thread:\n    " +
+            pszEvents + "\n \\*{14} End \\*{14}\n");
+        EXPECT_TRUE(std::regex_match(szText, expected)) << szText;
+    };
+    ExpectDump("1601", "Thread Pause\n    Thread not Stop");
+    worker.Resume();
+    ExpectDump("1601", "Thread may running\n    Thread not Stop");
+    worker.Stop();
+    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+    ExpectDump("20\\d\\d", "Thread may running\n    Thread Stop");
+}
+
+TEST(WorkerThread, DumpStatusStaysInItsBuffer) {
+    CTestWorker worker(ObedientBody);
+    std::string strWhole(2048, '#');
+    worker.DumpStatus(strWhole);
+    strWhole.resize(strWhole.find('\0'));
+    for (std::size_t nSize = 0; nSize < strWhole.size() + 2; ++nSize) {
+        std::string strBuffer(strWhole.size() + 8, '#');
+        worker.DumpStatus(std::span(strBuffer).first(nSize));
+        std::string strExpected = nSize == 0 ? "" : strWhole.substr(0, nSize - 1) + '\0';
+        ASSERT_EQ(strBuffer.substr(0, strExpected.size()), strExpected);
+        ASSERT_EQ(strBuffer.substr(nSize), std::string(strBuffer.size() - nSize, '#')) << nSize;
+    }
+}
+
+}  // namespace
+}  // namespace kest
