@@ -104,7 +104,7 @@ inline void ExpectEndsByForce(const std::function<void()>& wait) {
 /// after the looks that the wait takes: the wait must end.
 inline void ExpectCloseIsSeen(const std::function<void()>& open, const std::function<void()>& wait,
                               const std::function<void()>& close) {
-    constexpr int kRounds = 3000;
+    constexpr int kRounds = 2000;
     std::atomic<int> nRound{0}, nEnded{0};
     CTestThread waiter([&] {
         for (int i = 1; i <= kRounds; ++i) {
