@@ -1,7 +1,6 @@
 #include "plumbing/BlockMemFile.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "platform/DebugText.h"
 #include "plumbing/WaitFor.h"
@@ -117,7 +116,7 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
     CAutoLock lock(m_csWrite);
     if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between: block 0 may be somebody's still
     std::copy(data.begin(), data.end(), Block(m_nWriteIndex).begin());
-    std::memcpy(Info(m_nWriteIndex).data(), pInfo, m_nInfoSize);
+    std::copy_n(static_cast<const std::uint8_t*>(pInfo), m_nInfoSize, Info(m_nWriteIndex).begin());
     m_pLengths[m_nWriteIndex] = static_cast<std::uint32_t>(data.size());
     m_nWriteIndex = Next(m_nWriteIndex);
     for (ReaderRecord& reader : m_aReader) {
@@ -146,8 +145,8 @@ int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pIn
             Trace("Block of %u bytes is cut to %u bytes\n", nLength, nRoom);
             nLength = nRoom;
         }
-        std::memcpy(dest.data(), Block(reader.nReadIndex).data(), nLength);
-        std::memcpy(pInfo, Info(reader.nReadIndex).data(), m_nInfoSize);
+        std::copy_n(Block(reader.nReadIndex).begin(), nLength, dest.begin());
+        std::copy_n(Info(reader.nReadIndex).begin(), m_nInfoSize, static_cast<std::uint8_t*>(pInfo));
         reader.nReadIndex = Next(reader.nReadIndex);
         --reader.nPending;
     }

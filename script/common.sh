@@ -18,7 +18,7 @@ need_packages() {
 }
 
 need_build_packages() {
-    need_packages g++ cmake ninja-build libgtest-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
+    need_packages g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
 }
 
 # Configures and builds a preset.

@@ -12,20 +12,13 @@ namespace {
 
 TEST(Event, ManualResetLetsEveryoneThroughUntilReset) {
     CEvent event;
-    std::atomic<int> nPassed{0};
     {
         std::list<CTestThread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&] {
-                event.Wait();
-                ++nPassed;
-            });
-        }
+        for (int i = 0; i < 4; ++i) threads.emplace_back([&] { event.Wait(); });
         SleepMs(kSettleMs);
-        EXPECT_EQ(nPassed, 0);
+        for (const auto& thread : threads) EXPECT_FALSE(thread.HasEnded());
         event.Set();
     }
-    EXPECT_EQ(nPassed, 4);
     EXPECT_TRUE(event.Wait(0));
     event.Reset();
     EXPECT_FALSE(event.Wait(0));
@@ -68,30 +61,18 @@ TEST(Event, NoWakeUpIsLostBetweenTwoThreads) {
     }
 }
 
-TEST(Event, StateAndWaitsOfNoLength) {
-    CEvent evAuto(false, true);
-    EXPECT_TRUE(evAuto.IsSignalled());
-    EXPECT_TRUE(evAuto.IsSignalled()) << "looking took the signal";
-    EXPECT_TRUE(evAuto.Wait(0));
-    EXPECT_FALSE(evAuto.Wait(0));
-    evAuto.Set();
-    evAuto.Set();
-    EXPECT_TRUE(evAuto.Wait(0));
-    EXPECT_FALSE(evAuto.Wait(0)) << "two sets are one signal";
-}
-
 TEST(Event, TimeOutIsKept) {
     CEvent event;
     CEvent* const apEvents[] = {&event};
     const std::function<void()> waits[] = {
-        [&] { EXPECT_FALSE(event.Wait(30)); },
-        [&] { EXPECT_EQ(CEvent::WaitAny(apEvents, 30), -1); },
-        [&] { SleepMs(30); },
+        [&] { EXPECT_FALSE(event.Wait(20)); },
+        [&] { EXPECT_EQ(CEvent::WaitAny(apEvents, 20), -1); },
+        [&] { SleepMs(20); },
     };
     for (const auto& wait : waits) {
         const auto begin = std::chrono::steady_clock::now();
         wait();
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
     }
 }
 
@@ -106,7 +87,6 @@ TEST(Event, WaitAnyGivesTheFirstSignalledAndTakesNoOther) {
 
 // Waiters of overlapping sets, some leaving by time-out all the while: each signal still reaches one of them.
 TEST(Event, WaitAnyLosesNothingUnderContention) {
-    constexpr int kRounds = 2000;
     CEvent evQuit;
     std::array<CEvent, 3> aEvents{CEvent(false), CEvent(false), CEvent(false)};
     std::array<std::atomic<int>, 3> anPassed{};
@@ -115,18 +95,17 @@ TEST(Event, WaitAnyLosesNothingUnderContention) {
         threads.emplace_back([&, i] {
             const std::array anIndex{i, (i + 1) % 3};
             CEvent* const apEvents[] = {&evQuit, &aEvents[anIndex[0]], &aEvents[anIndex[1]]};
-            for (;;) {
-                const int nIndex = CEvent::WaitAny(apEvents, 1);
-                if (nIndex == 0) return;
+            for (int nIndex = -1; nIndex != 0;) {
+                nIndex = CEvent::WaitAny(apEvents, 1);
                 if (nIndex > 0) ++anPassed[anIndex[static_cast<std::size_t>(nIndex) - 1]];
             }
         });
     }
-    for (int nRound = 1; nRound <= kRounds; ++nRound) {
-        const auto i = static_cast<std::size_t>(nRound) % 3;
-        const int nBefore = anPassed[i];
-        aEvents[i].Set();
-        ASSERT_TRUE(Eventually([&] { return anPassed[i] == nBefore + 1; })) << "in round " << nRound;
+    for (std::size_t nRound = 0; nRound < 2000; ++nRound) {
+        const int nBefore = anPassed[nRound % 3];
+        aEvents[nRound % 3].Set();
+        EXPECT_TRUE(Eventually([&] { return anPassed[nRound % 3] == nBefore + 1; })) << "in round " << nRound;
+        if (HasFailure()) break;
     }
     evQuit.Set();
 }

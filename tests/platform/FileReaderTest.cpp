@@ -92,25 +92,5 @@ TEST_F(FileReader, SaysWhyItCannotOpen) {
     EXPECT_FALSE(m_error) << "the error of the last attempt is left";
 }
 
-TEST_F(FileReader, OffersItsInterfacesAndClosesWithTheLast) {
-    Append(Counting(1));
-    auto CountOpenFiles = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto nOpenBefore = CountOpenFiles();
-    {
-        const auto pReader = CFileReader::Open(m_path, m_error);
-        ASSERT_TRUE(pReader);
-        CComPtr<IAsyncReader> pAsync;
-        EXPECT_EQ(pReader->QueryInterface(IID_IAsyncReader, reinterpret_cast<void**>(pAsync.Put())), S_OK);
-        EXPECT_EQ(pAsync.Get(), pReader.Get());
-        void* pv = this;
-        EXPECT_EQ(pReader->QueryInterface({0x12345678, 0, 0, {}}, &pv), E_NOINTERFACE);
-        EXPECT_EQ(pv, nullptr);
-        EXPECT_EQ(CountOpenFiles(), nOpenBefore + 1);
-    }
-    EXPECT_EQ(CountOpenFiles(), nOpenBefore);
-}
-
 }  // namespace
 }  // namespace kest

@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <list>
-#include <random>
+#include <algorithm>
 
 #include "support/CaptureTexts.h"
-#include "support/Records.h"
-#include "support/TestThreads.h"
+#include "support/Stress.h"
 
 namespace kest {
 namespace {
@@ -122,11 +120,10 @@ TEST(BlockMemFile, LengthsFromZeroToBeyondTheBlock) {
     // A destination that is too small is not overrun.
     queue.Put(11, 20);
     std::uint64_t nInfo = 0;
-    std::vector<std::uint8_t> small(12, 0xEE);
+    std::vector<std::uint8_t> small(12, 0xEE), expected(12, 0xEE);
+    std::ranges::copy(Counting(8, 11), expected.begin());
     EXPECT_EQ(queue.ReadEx(nReader, std::span(small).first(8), &nInfo, 0), 8);
     EXPECT_EQ(nInfo, 11u);
-    auto expected = Counting(8, 11);
-    expected.resize(12, 0xEE);
     EXPECT_EQ(small, expected);
     queue.Put(12, 0);
     EXPECT_EQ(queue.ReadEx(nReader, {}, &nInfo, 0), 0) << "an empty block needs no destination";
@@ -147,51 +144,35 @@ TEST(BlockMemFile, ResetEmptiesAndStartsAgain) {
     for (int nReader : {nFirst, nSecond}) EXPECT_EQ(queue.Take(nReader), 3u);
 }
 
-TEST(BlockMemFile, ReaderWaitIsEndedByWhatHelpsAndByWhatCloses) {
+TEST(BlockMemFile, WaitsAreEndedByWhatHelpsAndByWhatCloses) {
     const struct {
         const char* pszWhat;
-        std::function<void(CQueue&)> wake;
-        std::uint64_t nInfo;
-    } aCases[] = {
-        {"write", [](CQueue& queue) { queue.Put(5); }, 5},
-        {"reset", [](CQueue& queue) { queue.Reset(); }, 0},
-        {"close", [](CQueue& queue) { queue.RClose(0); }, 0},
-    };
-    for (const auto& c : aCases) {
-        SCOPED_TRACE(c.pszWhat);
-        CQueue queue;
-        queue.WOpen();
-        const int nReader = queue.ROpen();
-        CTestThread reader([&] { EXPECT_EQ(queue.Take(nReader, 8, kInfinite), c.nInfo); });
-        SleepMs(kSettleMs);
-        EXPECT_FALSE(reader.HasEnded());
-        reader.WakeBy([&] { c.wake(queue); });
-    }
-}
-
-TEST(BlockMemFile, WriterWaitIsEndedByWhatHelpsAndByWhatCloses) {
-    const struct {
-        const char* pszWhat;
-        std::function<void(CQueue&)> wake;
+        bool bFull;  // the writer waits, else the reader
         int nResult;
+        void (*wake)(CQueue&);
     } aCases[] = {
-        {"read", [](CQueue& queue) { queue.Take(0); }, 8},
-        {"reset", [](CQueue& queue) { queue.Reset(); }, 8},
-        {"close of the reader", [](CQueue& queue) { queue.RClose(0); }, 8},
-        {"close", [](CQueue& queue) { queue.WClose(); }, 0},
+        {"write", false, 8, [](CQueue& queue) { queue.Put(5); }},
+        {"reset", false, 0, [](CQueue& queue) { queue.Reset(); }},
+        {"close", false, 0, [](CQueue& queue) { queue.RClose(0); }},
+        {"read", true, 8, [](CQueue& queue) { queue.Take(0); }},
+        {"reset", true, 8, [](CQueue& queue) { queue.Reset(); }},
+        {"close of the reader", true, 8, [](CQueue& queue) { queue.RClose(0); }},
+        {"close", true, 0, [](CQueue& queue) { queue.WClose(); }},
     };
     for (const auto& c : aCases) {
-        SCOPED_TRACE(c.pszWhat);
+        SCOPED_TRACE(testing::Message() << c.pszWhat << (c.bFull ? ", full" : ", empty"));
         CQueue queue;
         queue.WOpen();
         queue.ROpen();
-        while (queue.Put(1) > 0) {
+        while (c.bFull && queue.Put(1) > 0) {
         }
-        EXPECT_EQ(queue.Put(2, 8, 5), 0);
-        CTestThread writer([&] { EXPECT_EQ(queue.Put(2, 8, kInfinite), c.nResult); });
-        SleepMs(kSettleMs);
-        EXPECT_FALSE(writer.HasEnded());
-        writer.WakeBy([&] { c.wake(queue); });
+        auto Wait = [&](std::uint32_t nTimeoutMs) {
+            std::uint8_t block[kBlockSize];
+            std::uint64_t nInfo = 0;
+            return c.bFull ? queue.Put(2, 8, nTimeoutMs) : queue.ReadEx(0, block, &nInfo, nTimeoutMs);
+        };
+        EXPECT_EQ(Wait(5), 0);
+        ExpectWaitEnds([&] { EXPECT_EQ(Wait(kInfinite), c.nResult); }, [] {}, [&] { c.wake(queue); });
     }
 }
 
@@ -227,118 +208,51 @@ TEST(BlockMemFile, CloseIsSeenByAWaitThatJustBegins) {
     ExpectCloseIsSeen([&] { queue.WOpen(); }, [&] { queue.Put(2, 8, kInfinite); }, [&] { queue.WClose(); });
 }
 
-// One writer and five readers of different speed, with and without somebody who empties, closes and reopens.
-class BlockMemFileStress : public testing::Test {
-protected:
-    /// Runs all threads, the writer from sequence number m_nNext on, until `control` returns and, when
-    /// `nBlocks` are asked for, every reader has that many.
-    void Run(std::uint64_t nBlocks, const std::function<void()>& control) {
-        const bool bUndisturbed = nBlocks > 0;
-        const std::uint64_t nFirst = m_nNext;
-        OpenAll();
-        std::list<CTestThread> readers;
-        for (int i = 0; i < CQueue::kMaxReaders; ++i) {
-            readers.emplace_back([=, this] { Read(i, nFirst, bUndisturbed ? nBlocks : 0); });
-        }
-        CTestThread writer([=, this] { Write(bUndisturbed ? nFirst + nBlocks : 0); });
-        control();
-        if (!bUndisturbed) {
-            m_bEnd = true;
-            CloseAll();
-        }
-        writer.Join();
-        readers.clear();
-        CloseAll();
-        m_bEnd = false;
+class CStressedQueue : public CStressed {
+public:
+    void OpenAll() override {
+        for (int i = 0; i < CQueue::kMaxReaders; ++i) EXPECT_EQ(m_queue.ROpen(), i);
+        EXPECT_EQ(m_queue.WOpen(), 0);
     }
-
-    void OpenAll() {
-        for (int i = 0; i < CQueue::kMaxReaders; ++i) ASSERT_EQ(m_queue.ROpen(), i);
-        ASSERT_EQ(m_queue.WOpen(), 0);
-    }
-    void CloseAll() {
+    void CloseAll() override {
         m_queue.WClose();
         for (int i = 0; i < CQueue::kMaxReaders; ++i) m_queue.RClose(i);
     }
-
-    void Write(std::uint64_t nEnd) {
-        std::minstd_rand random(1);
-        std::vector<std::uint8_t> block(kSize);
-        while (!m_bEnd && m_nNext != nEnd) {
-            const auto record = std::span(block).first(8 + random() % (kSize - 7));
-            FillRecord(record, m_nNext);
-            int nResult = 0;
-            while (!m_bEnd && (nResult = m_queue.WriteEx(record, &m_nNext, kInfinite)) <= 0) {
-                std::this_thread::yield();
-            }
-            if (nResult > 0) ++m_nNext;
+    void Disturb(std::minstd_rand& random) override {
+        const int n = static_cast<int>(random() % 7);
+        if (n < CQueue::kMaxReaders) {
+            m_queue.RClose(n);
+            EXPECT_EQ(m_queue.ROpen(), n);
+        } else if (n == CQueue::kMaxReaders) {
+            CloseAll();
+            OpenAll();
+        } else {
+            m_queue.Reset();
         }
     }
-
-    void Read(int nReader, std::uint64_t nFirst, std::uint64_t nBlocks) {
-        std::vector<std::uint8_t> block(kSize);
-        std::uint64_t nLast = nFirst - 1, nSeen = 0;
-        while (!m_bEnd && (nBlocks == 0 || nSeen < nBlocks)) {
-            std::uint64_t nInfo = 0;
-            const int nLength = m_queue.ReadEx(nReader, block, &nInfo, kInfinite);
-            if (nLength <= 0) {
-                std::this_thread::yield();
-                continue;
-            }
-            ASSERT_GE(nLength, 8);
-            ASSERT_EQ(CheckRecord(std::span(block).first(static_cast<std::size_t>(nLength))), nInfo)
-                << "torn";
-            ASSERT_GT(nInfo, nLast) << "delivered twice or out of order";
-            ASSERT_TRUE(nBlocks == 0 || nInfo == nLast + 1) << "lost";
-            nLast = nInfo;
-            ++nSeen;
-            for (int i = 0; i < 200 * nReader; ++i) std::atomic_signal_fence(std::memory_order_seq_cst);
-        }
-        m_nTaken += nSeen;
+    std::uint64_t Write(std::uint64_t nSequence, std::uint64_t, std::minstd_rand& random) override {
+        const auto record = std::span(m_record).first(8 + random() % (kStressBlock - 7));
+        FillRecord(record, nSequence);
+        return m_queue.WriteEx(record, &nSequence, kInfinite) > 0 ? 1 : 0;
+    }
+    std::vector<std::uint64_t> Read(int nReader) override {
+        std::uint8_t block[kStressBlock];
+        std::uint64_t nInfo = 0;
+        const int nLength = m_queue.ReadEx(nReader, block, &nInfo, kInfinite);
+        if (nLength <= 0) return {};
+        const auto record = std::span(block).first(static_cast<std::size_t>(nLength));
+        return {nLength >= 8 && CheckRecord(record) == nInfo ? nInfo : 0};
     }
 
-    static constexpr std::uint32_t kSize = 512;
-
-    CQueue m_queue{kSize};
-    std::uint64_t m_nNext = 1;  // sequence number of the writer's next block
-    std::atomic<std::uint64_t> m_nTaken{0};
-    std::atomic<bool> m_bEnd{false};
+private:
+    static constexpr std::uint32_t kStressBlock = 512;
+    CQueue m_queue{kStressBlock};
+    std::uint8_t m_record[kStressBlock];
 };
 
-TEST_F(BlockMemFileStress, NothingIsTornAndNothingIsLost) {
-    Run(0, [this] {
-        std::minstd_rand random(2);
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
-        while (std::chrono::steady_clock::now() < end) {
-            switch (const auto n = random() % 10; n) {
-                case 0: m_queue.Reset(); break;
-                case 1:
-                    CloseAll();
-                    OpenAll();
-                    break;
-                case 2:
-                    m_queue.WClose();
-                    for (int i = CQueue::kMaxReaders; i-- > 0;) m_queue.RClose(i);
-                    ASSERT_EQ(m_queue.WOpen(), 0);
-                    for (int i = 0; i < CQueue::kMaxReaders; ++i) ASSERT_EQ(m_queue.ROpen(), i);
-                    break;
-                case 3:
-                case 4:
-                case 5:
-                case 6:
-                case 7:
-                    m_queue.RClose(static_cast<int>(n) - 3);
-                    ASSERT_EQ(m_queue.ROpen(), static_cast<int>(n) - 3);
-                    break;
-                default: std::this_thread::sleep_for(std::chrono::microseconds(random() % 300));
-            }
-        }
-    });
-    EXPECT_GT(m_nTaken, 100u) << "the disturbances left no room for the traffic";
-    m_nTaken = 0;
-    constexpr std::uint64_t kCount = 5000;
-    Run(kCount, [] {});
-    EXPECT_EQ(m_nTaken, CQueue::kMaxReaders * kCount);
+TEST(BlockMemFile, NothingIsTornAndNothingIsLost) {
+    CStressedQueue stressed;
+    RunStress(stressed, 5000);
 }
 
 }  // namespace

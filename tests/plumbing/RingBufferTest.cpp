@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <list>
-#include <random>
+#include <algorithm>
 #include <string>
 
-#include "support/Records.h"
-#include "support/TestThreads.h"
+#include "support/Stress.h"
 
 namespace kest {
 namespace {
@@ -250,76 +248,59 @@ TEST(RingBuffer, ReadToCode) {
     }
 }
 
-TEST(RingBuffer, ReaderWaitIsEndedByWhatHelpsAndByWhatCloses) {
-    const std::function<int(CRing&, std::span<std::uint8_t>)> reads[] = {
-        [](CRing& ring, auto dest) { return ring.Read(0, dest); },
-        [](CRing& ring, auto dest) { return ring.ReadTimed(0, dest, kTooLongMs); },
-        [](CRing& ring, auto dest) { return ring.Peek(0, dest); },
-        [](CRing& ring, auto) { return ring.WaitForData(0, 8, kInfinite); },
-        [](CRing& ring, auto dest) { return ring.ReadToCode(0, {}, dest.first(4), kInfinite) * 2; },
+TEST(RingBuffer, ReaderWaitsAreEndedByWhatHelpsAndByWhatCloses) {
+    Bytes bytes(8);
+    const std::function<int(CRing&)> reads[] = {
+        [&](CRing& ring) { return ring.Read(0, bytes); },
+        [&](CRing& ring) { return ring.ReadTimed(0, bytes, kTooLongMs); },
+        [&](CRing& ring) { return ring.Peek(0, bytes); },
+        [&](CRing& ring) { return ring.WaitForData(0, 8, kInfinite); },
+        [&](CRing& ring) { return 2 * ring.ReadToCode(0, {}, std::span(bytes).first(4), kInfinite); },
     };
     const struct {
-        const char* pszWhat;
-        std::function<void(CRing&)> wake;
+        void (*wake)(CRing&);
         int nResult;
     } aCases[] = {
-        {"write of the last byte", [](CRing& ring) { ring.Put(1); }, 8},
-        {"flush", [](CRing& ring) { ring.Flush(); }, 0},
-        {"close", [](CRing& ring) { ring.CloseReader(0); }, 0},
-        {"close of all", [](CRing& ring) { ring.CloseAll(); }, 0},
+        {[](CRing& ring) { ring.Put(1); }, 8},
+        {[](CRing& ring) { ring.Flush(); }, 0},
+        {[](CRing& ring) { ring.CloseReader(0); }, 0},
+        {[](CRing& ring) { ring.CloseAll(); }, 0},
     };
-    for (const auto& c : aCases) {
-        for (std::size_t i = 0; i < std::size(reads); ++i) {
-            SCOPED_TRACE(testing::Message() << c.pszWhat << ", read " << i);
+    for (std::size_t nRead = 0; nRead < std::size(reads); ++nRead) {
+        for (std::size_t i = 0; i < std::size(aCases); ++i) {
+            SCOPED_TRACE(testing::Message() << "read " << nRead << ", case " << i);
             CRing ring;
             ring.Put(6);
-            CTestThread reader([&] {
-                Bytes dest(8);
-                EXPECT_EQ(reads[i](ring, dest), c.nResult);
-            });
-            SleepMs(kSettleMs);
-            ring.Put(1);
-            SleepMs(kSettleMs);
-            EXPECT_FALSE(reader.HasEnded());
-            reader.WakeBy([&] { c.wake(ring); });
+            ExpectWaitEnds([&] { EXPECT_EQ(reads[nRead](ring), aCases[i].nResult); }, [&] { ring.Put(1); },
+                           [&] { aCases[i].wake(ring); });
         }
     }
 }
 
-TEST(RingBuffer, WriterWaitIsEndedByWhatHelpsAndByWhatCloses) {
+TEST(RingBuffer, WriterWaitsAreEndedByWhatHelpsAndByWhatCloses) {
     const struct {
-        const char* pszWhat;
-        std::function<void(CRing&)> wake;
-        int nResult;
-        bool bMayGiveUp = false;  // woken before the room is there
+        void (*wake)(CRing&);
+        bool bWrites, bGivesUp;
     } aCases[] = {
-        {"read of the last byte", [](CRing& ring) { ring.Skip(0, 1); }, 15},
-        {"close of the reader", [](CRing& ring) { ring.CloseReader(0); }, 15},
-        {"flush", [](CRing& ring) { ring.Flush(); }, 15, true},
-        {"quiet clearing and waking",
-         [](CRing& ring) {
-             ring.ClearQuiet();
-             ring.WakeWriter();
-         },
-         15},
-        {"close", [](CRing& ring) { ring.CloseWriter(); }, 0},
-        {"close of all", [](CRing& ring) { ring.CloseAll(); }, 0},
+        {[](CRing& ring) { ring.Skip(0, 1); }, true, false},
+        {[](CRing& ring) { ring.CloseReader(0); }, true, false},
+        {[](CRing& ring) { ring.Flush(); }, true, true},  // wakes it before or after there is room
+        {[](CRing& ring) { ring.ClearQuiet(), ring.WakeWriter(); }, true, false},
+        {[](CRing& ring) { ring.CloseWriter(); }, false, true},
+        {[](CRing& ring) { ring.CloseAll(); }, false, true},
     };
-    for (const auto& c : aCases) {
+    for (std::size_t i = 0; i < std::size(aCases); ++i) {
         for (bool bWriteWait : {false, true}) {
-            SCOPED_TRACE(testing::Message() << c.pszWhat << bWriteWait);
+            SCOPED_TRACE(testing::Message() << "case " << i << bWriteWait);
             CRing ring;
             ring.Fill();
             ring.Skip(0, 13);
-            CTestThread writer([&] {
+            auto Wait = [&] {
                 const int nResult = bWriteWait ? ring.WriteWait(Bytes(15)) : ring.Put(15, kInfinite);
-                EXPECT_TRUE(nResult == c.nResult || (c.bMayGiveUp && nResult == 0)) << nResult;
-            });
-            SleepMs(kSettleMs);
-            ring.Skip(0, 1);
-            SleepMs(kSettleMs);
-            EXPECT_FALSE(writer.HasEnded());
-            writer.WakeBy([&] { c.wake(ring); });
+                EXPECT_TRUE((aCases[i].bWrites && nResult == 15) || (aCases[i].bGivesUp && nResult == 0));
+            };
+            ExpectWaitEnds(
+                Wait, [&] { ring.Skip(0, 1); }, [&] { aCases[i].wake(ring); });
         }
     }
 }
@@ -371,7 +352,7 @@ std::string Dump(const CRingBuffer& ring) {
     return strText.substr(0, strText.find('\0'));
 }
 
-TEST(RingBuffer, DumpStatusAndEmptying) {
+TEST(RingBuffer, DumpStatus) {
     CRing ring(/*bReader=*/false);
     ring.OpenReader(10);
     ring.OpenReader(12);
@@ -395,30 +376,6 @@ TEST(RingBuffer, DumpStatusAndEmptying) {
               "------------ReadFile #1---------\n Totoal Reading bytes   5\nUsedMark     TRUE\n"
               "RequiredSize 0\nMaxRequiredSize   12\nFilePointer       5\nFileSize          17\n"
               "FileEvent:ReadThread          Singled:May Running\n***********End******************\n");
-
-    // Emptying puts everything back to its start; the quiet way leaves the events.
-    const std::string strEmptied =
-        "**************Begin***********\nBufferSize   60\nError       NO ERROR\nOverRide    NO\n"
-        "<<<<Writting status>>>>>>\n Totoal writting bytes   0\nUsedMark     TRUE\nRequiredSize 0\n"
-        "MaxRequiredSize   15\nFilePointer       0\nFileSize          0\nFreeBufferSize    60\n"
-        "FileEvent:WriteThread         @\n-----------------------\n<<<<<<<<<Reading status>>>>>>>>>>>\n"
-        "------------ReadFile #0---------\n Totoal Reading bytes   0\nUsedMark     TRUE\nRequiredSize 0\n"
-        "MaxRequiredSize   9\nFilePointer       0\nFileSize          0\nFileEvent:ReadThread          @\n";
-    auto ExpectEmptied = [&](const std::string& strEvent) {
-        std::string strExpected = strEmptied;
-        for (auto n = strExpected.find('@'); n != std::string::npos; n = strExpected.find('@')) {
-            strExpected.replace(n, 1, strEvent);
-        }
-        EXPECT_EQ(Dump(ring).substr(0, strExpected.size()), strExpected);
-    };
-    ring.ClearQuiet();
-    ExpectEmptied("Nonsignled:Waiting");
-    ring.Put(15);
-    EXPECT_EQ(ring.Read(0, dest), 8);
-    EXPECT_EQ(dest, Counting(8, 22));
-    ring.CloseWriter();
-    ring.Flush();  // opens the write side
-    ExpectEmptied("Singled:May Running");
     ring.CloseAll();
     EXPECT_EQ(Dump(ring).find("ReadFile"), std::string::npos);
     EXPECT_NE(Dump(ring).find("UsedMark     FALSE"), std::string::npos);
@@ -428,136 +385,108 @@ TEST(RingBuffer, DumpStatusAndEmptying) {
     EXPECT_STREQ(szSmall, "**************Begin");
 }
 
-// One writer and five readers of different speed, with and without somebody who empties, closes and reopens.
-class RingBufferStress : public testing::Test {
-protected:
+// Emptying puts everything back to its start, the quiet way without the events.
+TEST(RingBuffer, FlushAndClearQuiet) {
+    for (const bool bQuiet : {false, true}) {
+        SCOPED_TRACE(bQuiet);
+        CRing ring;
+        Bytes dest(8);
+        ring.Put(20);
+        ring.Skip(0, 15);
+        EXPECT_EQ(ring.ReadTimed(0, dest, 1), 0);
+        EXPECT_EQ(ring.Put(60, 1), 0);
+        if (bQuiet) {
+            ring.ClearQuiet();
+        } else {
+            ring.CloseWriter();
+            ring.Flush();  // opens it again
+        }
+        const std::string strEvent = bQuiet ? "Nonsignled:Waiting\n" : "Singled:May Running\n";
+        EXPECT_NE(Dump(ring).find("writting bytes   0\nUsedMark     TRUE\nRequiredSize 0\n"
+                                  "MaxRequiredSize   15\nFilePointer       0\nFileSize          0\n"
+                                  "FreeBufferSize    60\nFileEvent:WriteThread         " +
+                                  strEvent),
+                  std::string::npos)
+            << Dump(ring);
+        EXPECT_NE(Dump(ring).find("Reading bytes   0\nUsedMark     TRUE\nRequiredSize 0\n"
+                                  "MaxRequiredSize   15\nFilePointer       0\nFileSize          0\n"
+                                  "FileEvent:ReadThread          " +
+                                  strEvent),
+                  std::string::npos)
+            << Dump(ring);
+        EXPECT_EQ(ring.Put(8), 8);
+        EXPECT_EQ(ring.Read(0, dest), 8);
+        EXPECT_EQ(dest, Counting(8, 20));
+    }
+}
+
+class CStressedRing : public CStressed {
+public:
+    void OpenAll() override {
+        for (int i = 0; i < CRingBuffer::kMaxReaders; ++i) EXPECT_EQ(m_ring.OpenReader(kReaderChunk), i);
+        EXPECT_EQ(m_ring.OpenWriter(kWriterChunk), 0);
+    }
+    void CloseAll() override { m_ring.CloseAll(); }
+    void Disturb(std::minstd_rand& random) override {
+        const int n = static_cast<int>(random() % 7);
+        if (n < CRingBuffer::kMaxReaders) {
+            m_ring.CloseReader(n);
+            EXPECT_EQ(m_ring.OpenReader(kReaderChunk), n);
+        } else if (n == CRingBuffer::kMaxReaders) {
+            CloseAll();
+            OpenAll();
+        } else {
+            m_ring.Flush();
+        }
+    }
+    std::uint64_t Write(std::uint64_t nSequence, std::uint64_t nMost, std::minstd_rand& random) override {
+        const std::uint64_t nCount = std::min<std::uint64_t>(nMost, 1 + random() % kMaxRecords);
+        const auto piece = std::span(m_piece).first(nCount * kRecord);
+        for (std::uint64_t i = 0; i < nCount; ++i) {
+            FillRecord(piece.subspan(i * kRecord, kRecord), nSequence + i);
+        }
+        return m_ring.Write(piece, kInfinite) > 0 ? nCount : 0;
+    }
+    std::vector<std::uint64_t> Read(int nReader) override {
+        std::uint8_t piece[kReaderChunk];
+        std::vector<std::uint64_t> anSequence;
+        const int nRead = ReadPiece(nReader, piece);
+        for (int n = 0; n < nRead; n += static_cast<int>(kRecord)) {
+            anSequence.push_back(CheckRecord(std::span(piece).subspan(static_cast<std::size_t>(n), kRecord)));
+        }
+        return anSequence;
+    }
+
+private:
+    /// Every reader has its own way.
+    int ReadPiece(int nReader, std::span<std::uint8_t> dest) {
+        int n = 0;
+        switch (nReader) {
+            case 0: return m_ring.Read(nReader, dest);
+            case 1: return m_ring.ReadTimed(nReader, dest, 50);
+            case 2:
+                n = m_ring.ReadAll(nReader, dest);
+                m_ring.WakeWriter();  // which taking everything does not do
+                return n;
+            case 3:
+                n = m_ring.PeekNow(nReader, dest);
+                return n > 0 ? m_ring.Skip(nReader, static_cast<std::uint32_t>(n)) : n;
+            default: return m_ring.ReadToCode(nReader, {}, dest.first(kRecord), 5);
+        }
+    }
+
     static constexpr std::uint32_t kRecord = 40;
     static constexpr std::uint32_t kMaxRecords = 16;  // largest write
     static constexpr std::uint32_t kWriterChunk = kRecord * kMaxRecords;
     static constexpr std::uint32_t kReaderChunk = kRecord * 2;
 
-    /// Runs all threads until `control` returns or, when `nRecords` are asked for, until every reader has
-    /// that many.
-    void Run(std::uint64_t nRecords, const std::function<void()>& control) {
-        const std::uint64_t nFirst = m_nNext;
-        OpenAll();
-        std::list<CTestThread> threads;
-        threads.emplace_back([=, this] { Write(nRecords ? nFirst + nRecords : 0); });
-        for (int i = 0; i < CRingBuffer::kMaxReaders; ++i) {
-            threads.emplace_back([=, this] { Read(i, nFirst, nRecords); });
-        }
-        control();
-        if (nRecords == 0) {
-            m_bEnd = true;
-            m_ring.CloseAll();
-        }
-        threads.clear();
-        m_ring.CloseAll();
-        m_bEnd = false;
-    }
-
-    void OpenAll() {
-        for (int i = 0; i < CRingBuffer::kMaxReaders; ++i) ASSERT_EQ(m_ring.OpenReader(kReaderChunk), i);
-        ASSERT_EQ(m_ring.OpenWriter(kWriterChunk), 0);
-    }
-
-    void Write(std::uint64_t nEnd) {
-        std::minstd_rand random(1);
-        Bytes piece(kWriterChunk);
-        while (!m_bEnd && m_nNext != nEnd) {
-            std::uint64_t nCount = 1 + random() % kMaxRecords;
-            if (nEnd) nCount = std::min(nCount, nEnd - m_nNext);
-            for (std::uint64_t i = 0; i < nCount; ++i) {
-                FillRecord(std::span(piece).subspan(i * kRecord, kRecord), m_nNext + i);
-            }
-            while (!m_bEnd && m_ring.Write(std::span(piece).first(nCount * kRecord), kInfinite) <= 0) {
-                std::this_thread::yield();
-            }
-            m_nNext += nCount;
-        }
-    }
-
-    /// One piece in the reader's own way.
-    int ReadPiece(int nReader, std::span<std::uint8_t> dest) {
-        switch (nReader) {
-            case 0: return m_ring.Read(nReader, dest);
-            case 1: return m_ring.ReadTimed(nReader, dest, 50);
-            case 2: {
-                const int n = m_ring.ReadAll(nReader, dest);
-                m_ring.WakeWriter();  // which taking everything does not do
-                return n;
-            }
-            case 3: {
-                const int n = m_ring.PeekNow(nReader, dest);
-                return n > 0 ? m_ring.Skip(nReader, static_cast<std::uint32_t>(n)) : n;
-            }
-            default: {
-                const std::uint32_t aNone[] = {0xFFFFFFFF};
-                return m_ring.ReadToCode(nReader, aNone, dest.first(dest.size() / 2), 5);
-            }
-        }
-    }
-
-    void Read(int nReader, std::uint64_t nFirst, std::uint64_t nRecords) {
-        Bytes piece(kReaderChunk);
-        std::uint64_t nLast = nFirst - 1, nSeen = 0;
-        // Looking for a code takes the last record only with more bytes behind it.
-        const std::uint64_t nWanted = nReader == 4 && nRecords ? nRecords - 1 : nRecords;
-        while (!m_bEnd && (nRecords == 0 || nSeen < nWanted)) {
-            const int nRead = ReadPiece(nReader, piece);
-            if (nRead <= 0) {
-                std::this_thread::yield();
-                continue;
-            }
-            ASSERT_EQ(static_cast<std::uint32_t>(nRead) % kRecord, 0u);
-            for (std::uint32_t n = 0; n < static_cast<std::uint32_t>(nRead); n += kRecord, ++nSeen) {
-                const std::uint64_t nSequence = CheckRecord(std::span(piece).subspan(n, kRecord));
-                ASSERT_NE(nSequence, 0u) << "torn";
-                ASSERT_GT(nSequence, nLast) << "delivered twice or out of order";
-                ASSERT_TRUE((n == 0 && nRecords == 0) || nSequence == nLast + 1) << "lost";
-                nLast = nSequence;
-            }
-            for (int i = 0; i < 200 * nReader; ++i) std::atomic_signal_fence(std::memory_order_seq_cst);
-        }
-        m_nTaken += nSeen;
-    }
-
     CRingBuffer m_ring{kWriterChunk * 4 + 7};  // records lie across the end of the storage
-    std::uint64_t m_nNext = 1;                 // sequence number of the writer's next record
-    std::atomic<std::uint64_t> m_nTaken{0};
-    std::atomic<bool> m_bEnd{false};
+    std::uint8_t m_piece[kWriterChunk];
 };
 
-TEST_F(RingBufferStress, NothingIsTornAndNothingIsLost) {
-    Run(0, [this] {
-        std::minstd_rand random(2);
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
-        while (std::chrono::steady_clock::now() < end) {
-            switch (const auto n = random() % 10; n) {
-                case 0: m_ring.Flush(); break;
-                case 1:
-                    m_ring.CloseAll();
-                    OpenAll();
-                    break;
-                case 2:
-                case 3:
-                case 4:
-                case 5:
-                case 6: {
-                    const int nReader = static_cast<int>(n) - 2;
-                    m_ring.CloseReader(nReader);
-                    ASSERT_EQ(m_ring.OpenReader(kReaderChunk), nReader);
-                    break;
-                }
-                default: std::this_thread::sleep_for(std::chrono::microseconds(random() % 300));
-            }
-        }
-    });
-    EXPECT_GT(m_nTaken, 100u) << "the disturbances left no room for the traffic";
-    m_nTaken = 0;
-    constexpr std::uint64_t kCount = 40000;
-    Run(kCount, [] {});
-    EXPECT_EQ(m_nTaken, CRingBuffer::kMaxReaders * kCount - 1);
+TEST(RingBuffer, NothingIsTornAndNothingIsLost) {
+    CStressedRing stressed;
+    RunStress(stressed, 40000);
 }
 
 }  // namespace

@@ -17,32 +17,22 @@ namespace kest {
 /// More than anything takes on a loaded machine under a sanitizer, less than the limit of a test.
 constexpr std::uint32_t kTooLongMs = 20000;
 
-/// Long enough that another thread has most likely come to its wait.
+/// Long enough that a thread that runs has most likely come to its wait.
 constexpr std::uint32_t kSettleMs = 10;
 
-/// A thread that runs a function; a function that has not ended after kTooLongMs fails the test and is ended
-/// by force.
+/// A thread that runs a function, already when the constructor returns; a function that has not ended after
+/// kTooLongMs fails the test and is ended by force.
 class CTestThread {
 public:
-    /// Returns when the thread runs.
     explicit CTestThread(std::function<void()> run) {
         m_thread.Start([this, run = std::move(run)] {
-            m_evRunning.Set();
+            m_evRuns.Set();
             run();
             return 0;
         });
-        m_evRunning.Wait(kTooLongMs);
+        m_evRuns.Wait();
     }
     ~CTestThread() { Join(); }
-
-    /// Does what ends the thread's wait, again and again until it has: a thread that has not come to its wait by
-    /// then is reached too.
-    void WakeBy(const std::function<void()>& wake) {
-        const std::uint32_t nBegin = TickCount();
-        do {
-            wake();
-        } while (m_thread.Wait(5) == WAIT_TIMEOUT && TickCount() - nBegin < kTooLongMs);
-    }
 
     void Join() {
         if (m_thread.Wait(kTooLongMs) == WAIT_TIMEOUT) {
@@ -54,9 +44,15 @@ public:
     bool HasEnded() const { return m_thread.Wait(0) == WAIT_OBJECT_0; }
 
 private:
-    CEvent m_evRunning;
-    CThread m_thread;  // last: it uses the event
+    CEvent m_evRuns;
+    CThread m_thread;
 };
+
+/// Passes a little time without giving the processor away.
+inline void Spin(int nTurns) {
+    volatile int nTurn = 0;
+    while (nTurn < nTurns) nTurn = nTurn + 1;
+}
 
 /// Waits until `isTrue()`. False when it takes too long.
 template <class IsTrue>
@@ -69,10 +65,24 @@ bool Eventually(IsTrue isTrue) {
     return true;
 }
 
+/// Runs `wait` in a thread: `nudge` does not end it, `wake` does.
+inline void ExpectWaitEnds(const std::function<void()>& wait, const std::function<void()>& nudge,
+                           const std::function<void()>& wake) {
+    CTestThread thread(wait);
+    SleepMs(kSettleMs);
+    nudge();
+    SleepMs(kSettleMs / 4);
+    EXPECT_FALSE(thread.HasEnded());
+    EXPECT_TRUE(Eventually([&] {  // again and again: it may come to its wait only now
+        wake();
+        SleepMs(1);
+        return thread.HasEnded();
+    }));
+}
+
 /// Runs `wait`, which must not end by itself, in a thread and ends that thread by force: its exit code is the
 /// one given, and what the thread held has been given back.
 inline void ExpectEndsByForce(const std::function<void()>& wait) {
-    constexpr std::int32_t kExitCode = 77;
     CEvent evEntered;
     std::atomic<bool> bGivenBack{false};
     CThread thread;
@@ -88,9 +98,9 @@ inline void ExpectEndsByForce(const std::function<void()>& wait) {
     ASSERT_TRUE(evEntered.Wait(kTooLongMs));
     SleepMs(kSettleMs);
     EXPECT_EQ(thread.Wait(0), WAIT_TIMEOUT) << "the wait ended by itself";
-    thread.Terminate(kExitCode);
+    thread.Terminate(77);
     EXPECT_EQ(thread.Wait(0), WAIT_OBJECT_0);
-    EXPECT_EQ(thread.GetExitCode(), kExitCode);
+    EXPECT_EQ(thread.GetExitCode(), 77);
     EXPECT_TRUE(bGivenBack);
 }
 
@@ -98,7 +108,7 @@ inline void ExpectEndsByForce(const std::function<void()>& wait) {
 /// after the looks that the wait takes: the wait must end.
 inline void ExpectCloseIsSeen(const std::function<void()>& open, const std::function<void()>& wait,
                               const std::function<void()>& close) {
-    constexpr int kRounds = 3000;
+    constexpr int kRounds = 2000;
     std::atomic<int> nRound{0}, nEnded{0};
     CTestThread waiter([&] {
         for (int i = 1; i <= kRounds; ++i) {
@@ -110,7 +120,7 @@ inline void ExpectCloseIsSeen(const std::function<void()>& open, const std::func
     for (int i = 1; i <= kRounds; ++i) {
         open();
         nRound = i;
-        for (int nDelay = 0; nDelay < i % 300; ++nDelay) std::atomic_thread_fence(std::memory_order_seq_cst);
+        Spin(i % 500);
         close();
         ASSERT_TRUE(Eventually([&] { return nEnded == i; })) << "the wait sleeps on, in round " << i;
     }
