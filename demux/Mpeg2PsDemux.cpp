@@ -1,9 +1,9 @@
 #include "demux/Mpeg2PsDemux.h"
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 
+#include "demux/StartCodeSearch.h"
 #include "demux/SystemLayer.h"
 #include "platform/DebugText.h"
 
@@ -15,31 +15,6 @@ constexpr std::uint32_t kStopBoundMs = 1000;
 constexpr std::uint32_t kNoDataPauseMs = 10;
 constexpr std::uint32_t kResyncPiece = 1024;  // bytes that one look of the resynchronisation takes in
 constexpr std::uint32_t kPesFixedHeader = 9;  // of a PES packet: start code, length, flags, header length
-
-using Bytes = std::span<const std::uint8_t>;
-
-/// Index of the last byte of the first start code prefix, 00 00 01.
-std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {
-    for (std::size_t i = 2; i < bytes.size(); ++i) {
-        const auto* p = static_cast<const std::uint8_t*>(std::memchr(&bytes[i], 0x01, bytes.size() - i));
-        if (!p) break;
-        i = static_cast<std::size_t>(p - bytes.data());
-        if (bytes[i - 1] == 0 && bytes[i - 2] == 0) return i;
-    }
-    return std::nullopt;
-}
-
-/// Index of the third byte of the first transport packet that starts a PAT: the sync byte 0x47, then
-/// payload_unit_start_indicator set and PID 0 (the bits 7 and 5 of that byte may be anything).
-std::optional<std::size_t> FindPatPacket(Bytes bytes) {
-    for (std::size_t i = 0; i + 2 < bytes.size(); ++i) {
-        const auto* p = static_cast<const std::uint8_t*>(std::memchr(&bytes[i], 0x47, bytes.size() - 2 - i));
-        if (!p) break;
-        i = static_cast<std::size_t>(p - bytes.data());
-        if ((bytes[i + 1] & 0x5F) == 0x40 && bytes[i + 2] == 0) return i + 2;
-    }
-    return std::nullopt;
-}
 
 }  // namespace
 
@@ -121,8 +96,8 @@ void KestMpeg2PsDemux::ResetParser() {
     m_bEndCode = false;
 }
 
-/// Carries out a requested reset, on the core's thread. A pulled stream is emptied only here, where nothing of it
-/// is being parsed in place.
+/// Carries out a requested reset, on the core's thread. A pulled stream is emptied only here, where nothing
+/// of it is being parsed in place.
 void KestMpeg2PsDemux::HonourReset() {
     if (!m_bResetRequest.exchange(false)) return;
     if (IsPulling()) m_pStreamBuffer->Flush();

@@ -27,8 +27,8 @@ struct Frames {
     std::vector<Frame> audio;
 };
 
-/// Takes the next record of a queue that a core made. None when none comes for nTimeoutMs; a read that a restart
-/// of the core broke off is repeated.
+/// Takes the next record of a queue that a core made. None when none comes for nTimeoutMs; a read that a
+/// restart of the core broke off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
     Frame frame;
     frame.payload.resize(queue.GetBlockSize());
