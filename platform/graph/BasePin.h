@@ -73,7 +73,8 @@ public:
     ULONG NonDelegatingAddRef() override { return m_pFilter->AddRef(); }
     ULONG NonDelegatingRelease() override { return m_pFilter->Release(); }
 
-    /// VFW_E_ALREADY_CONNECTED, VFW_E_NOT_STOPPED, VFW_E_NO_ACCEPTABLE_TYPES or what a step said.
+    /// VFW_E_ALREADY_CONNECTED, VFW_E_NOT_STOPPED, or what a step said: for a full type the reason it failed,
+    /// else the first failure that is not the refusal of a type, or VFW_E_NO_ACCEPTABLE_TYPES.
     HRESULT STDMETHODCALLTYPE Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt) override;
     /// As `Connect`, for the one type given; VFW_E_TYPE_NOT_ACCEPTED.
     HRESULT STDMETHODCALLTYPE ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt) override;

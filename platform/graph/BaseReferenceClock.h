@@ -30,7 +30,8 @@ public:
     /// for a time that is not positive or overflows.
     HRESULT STDMETHODCALLTYPE AdviseTime(REFERENCE_TIME baseTime, REFERENCE_TIME streamTime, HEVENT hEvent,
                                          DWORD_PTR* pdwAdviseCookie) override;
-    /// Releases the semaphore at startTime and then every periodTime (100 ns, both positive).
+    /// Releases the semaphore at startTime and then every periodTime (100 ns, both positive);
+    /// periods that have passed unserved make one release.
     HRESULT STDMETHODCALLTYPE AdvisePeriodic(REFERENCE_TIME startTime, REFERENCE_TIME periodTime,
                                              HSEMAPHORE hSemaphore, DWORD_PTR* pdwAdviseCookie) override;
     /// S_FALSE when it is not, or no longer, there.

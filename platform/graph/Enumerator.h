@@ -23,7 +23,7 @@ public:
         : m_riid(riid), m_source(std::move(source)), m_nNext(nNext), m_nVersion(m_source.Version()) {}
 
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override {
-        if (ppv && riid == m_riid) return this->GetInterface(static_cast<Interface*>(this), ppv);
+        if (riid == m_riid) return this->GetInterface(static_cast<Interface*>(this), ppv);
         return CUnknown::NonDelegatingQueryInterface(riid, ppv);
     }
 

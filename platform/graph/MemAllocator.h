@@ -48,6 +48,7 @@ private:
 
     HRESULT Allocate();
     void Free();
+    void WakeWaiters();
     bool HasBuffersOutstanding() const { return m_apFree.size() != m_apSamples.size(); }
 
     CCritSec m_csLock;                                       // guards the members below
@@ -56,6 +57,7 @@ private:
     std::unique_ptr<BYTE, AlignedDelete> m_pMemory;          // of all buffers
     std::vector<std::unique_ptr<CMediaSample>> m_apSamples;  // all samples
     std::vector<CMediaSample*> m_apFree;                     // those not in use
+    bool m_bWaiting = false;                                 // somebody waits for m_evChanged
     CEvent m_evChanged;                                      // a sample returned, or decommitted
 };
 

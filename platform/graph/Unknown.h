@@ -29,7 +29,8 @@ public:
 
     /// Looks among this object's own interfaces; the base knows IUnknown alone. A derived class tests its
     /// interfaces and hands the rest to its base.
-    /// @return S_OK with a reference added; E_POINTER; E_NOINTERFACE with *ppv null.
+    /// @param ppv  never null: QueryInterface answers E_POINTER before it comes here.
+    /// @return S_OK with a reference added; E_NOINTERFACE with *ppv null.
     virtual HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv);
     /// Counts on this object; both return the new count.
     virtual ULONG NonDelegatingAddRef() { return ++m_nRefs; }
@@ -49,7 +50,7 @@ private:
     public:
         explicit CInner(CUnknown& object) : m_object(object) {}
         HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-            return m_object.NonDelegatingQueryInterface(riid, ppv);
+            return ppv ? m_object.NonDelegatingQueryInterface(riid, ppv) : E_POINTER;
         }
         ULONG STDMETHODCALLTYPE AddRef() override { return m_object.NonDelegatingAddRef(); }
         ULONG STDMETHODCALLTYPE Release() override { return m_object.NonDelegatingRelease(); }
