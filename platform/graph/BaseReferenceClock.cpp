@@ -51,7 +51,7 @@ HRESULT CBaseReferenceClock::AdviseTime(REFERENCE_TIME baseTime, REFERENCE_TIME 
     if (!pdwAdviseCookie) return E_POINTER;
     *pdwAdviseCookie = 0;
     const bool bOverflows = streamTime > 0 && baseTime > kNever - streamTime;
-    const bool bUnderflows = streamTime < 0 && baseTime < -streamTime + 1;  // not positive either
+    const bool bUnderflows = streamTime < 0 && baseTime <= 0;  // not positive either
     if (!hEvent || bOverflows || bUnderflows || baseTime + streamTime <= 0) return E_INVALIDARG;
     return AddAdvise(baseTime + streamTime, 0, hEvent, pdwAdviseCookie);
 }
