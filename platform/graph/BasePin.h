@@ -12,7 +12,9 @@ namespace kest {
 /// the types that it takes and, at the points given below, prepares the connection.
 ///
 /// A pin has an identity of its own, but no life of its own: its references count on the filter, which owns
-/// it. How a connection comes about, on the pin that `Connect` is called on: `CheckConnect`, then for each
+/// it. Two connected filters so keep each other alive: who connects them disconnects both pins.
+///
+/// How a connection comes about, on the pin that `Connect` is called on: `CheckConnect`, then for each
 /// candidate type `CheckMediaType`, `SetMediaType`, the other pin's `ReceiveConnection` (there: the same
 /// three, and `CompleteConnect`), `CompleteConnect`. When a step fails, `BreakConnect` undoes it. A partial
 /// type given to `Connect` limits the candidates: the types that the other pin lists, then those of this one

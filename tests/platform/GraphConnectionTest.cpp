@@ -14,6 +14,12 @@ const CMediaType kAudio(MEDIATYPE_Audio, MEDIASUBTYPE_MPEG2_VIDEO);
 
 class GraphConnection : public ::testing::Test {
 protected:
+    ~GraphConnection() override {
+        m_pUp->Stop();
+        m_pDown->Stop();
+        Source().Disconnect();  // connected pins hold each other's filter
+        Sink().Disconnect();
+    }
     HRESULT Connect(const AM_MEDIA_TYPE* pType = nullptr) { return Source().Connect(&Sink(), pType); }
     CSourcePin& Source() { return m_pUp->m_source; }
     CSinkPin& Sink() { return m_pDown->m_sink; }
