@@ -222,6 +222,7 @@ public:
         const int n = static_cast<int>(random() % 7);
         if (n < CQueue::kMaxReaders) {
             m_queue.RClose(n);
+            std::this_thread::yield();  // the writer has the room meanwhile
             EXPECT_EQ(m_queue.ROpen(), n);
         } else if (n == CQueue::kMaxReaders) {
             CloseAll();

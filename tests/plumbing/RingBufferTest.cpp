@@ -431,6 +431,7 @@ public:
         const int n = static_cast<int>(random() % 7);
         if (n < CRingBuffer::kMaxReaders) {
             m_ring.CloseReader(n);
+            std::this_thread::yield();  // the writer has the room meanwhile
             EXPECT_EQ(m_ring.OpenReader(kReaderChunk), n);
         } else if (n == CRingBuffer::kMaxReaders) {
             CloseAll();
