@@ -1,0 +1,29 @@
+#pragma once
+
+#include "pins/DemuxOutputPin.h"
+
+namespace kest {
+
+/// The pin "Audio Output": one or more compressed audio frames a sample. Its one media type is MPEG-1 audio.
+class CKestDemux2AudioOutputPin final : public CDemuxOutputPin {
+public:
+    /// @param pFilter, pSite  the filter.
+    /// @param pLock           the filter's pin lock.
+    CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CCritSec* pLock, HRESULT* phr);
+    ~CKestDemux2AudioOutputPin() override;
+
+    HRESULT CheckMediaType(const CMediaType& type) override;
+    HRESULT GetMediaType(int n, CMediaType& type) override;
+    /// Passes the notice downstream and returns what it says.
+    HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
+    /// E_NOTIMPL, with a debug text.
+    HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
+
+    const char* GetKind() const override { return "Audio"; }
+    const char* GetClassText() const override { return "CKestDemux2AudioOutputPin"; }
+
+private:
+    CMediaType m_mtOffered;  // the fixed type
+};
+
+}  // namespace kest

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/graph/Interfaces.h"
+
+namespace kest {
+
+/// What the output pins ask of their filter. The filter implements it; tests put a made-up one in its place.
+/// Flags may be read and requests made from any thread.
+class IDemuxFilterSite {
+public:
+    // ---- what the connection has fixed
+
+    /// The working mode, 0 to 6 (6: none yet).
+    virtual std::uint32_t GetWorkingMode() const = 0;
+    /// The filter's input pin is connected.
+    virtual bool IsInputConnected() const = 0;
+    /// The upstream pin offers no IAsyncReader: the input is live.
+    virtual bool IsPushSource() const = 0;
+    /// Bits per second of the source, as the probe derived them; 0 when unknown.
+    virtual std::uint32_t GetBitRate() const = 0;
+    /// Picture size to offer before the stream tells another, in pixels.
+    virtual int GetDefaultWidth() const = 0;
+    virtual int GetDefaultHeight() const = 0;
+
+    // ---- the state machine
+
+    /// Between the start of `Run` or `Pause` and the start of `Stop`.
+    virtual bool IsActive() const = 0;
+    /// Samples are delivered without times and without pacing.
+    virtual bool IsFreeRun() const = 0;
+    /// The start time given to the last `Run`, 100 ns.
+    virtual REFERENCE_TIME GetStreamStart() const = 0;
+    /// The time of the graph's reference clock, 100 ns. @return false when the graph has no clock.
+    virtual bool GetClockTime(REFERENCE_TIME& rtNow) = 0;
+
+    // ---- resets
+
+    /// A reset of the whole demultiplexer is in progress.
+    virtual bool IsResetting() const = 0;
+    /// A pin found its stream broken and asks for a reset.
+    virtual void RequestReset() = 0;
+    /// A pin's delivery thread had to be ended by force: no automatic resets until the next stop.
+    virtual void OnThreadKilled() = 0;
+
+    // ---- seeking hooks; without effect unless a program stream is connected
+
+    /// The length of the source is known: the core restarts at a byte position and has its end.
+    virtual HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) = 0;
+    virtual HRESULT StopHook(REFERENCE_TIME rtStop) = 0;
+    /// Seeks to a media time, 100 ns.
+    virtual HRESULT SeekHook(REFERENCE_TIME rt) = 0;
+    virtual HRESULT RateHook(double dRate) = 0;
+
+    /// In single-step mode, waits for the next step. Called by the video pin after each sample.
+    virtual void DoSingleStep() = 0;
+
+protected:
+    ~IDemuxFilterSite() = default;
+};
+
+}  // namespace kest
