@@ -57,8 +57,7 @@ CAudioDeliveryLoop::EStep CAudioDeliveryLoop::DeliverFree(Frame& frame) {
     return EStep::NextFrame;
 }
 
-// ------------------------------------------------------------------------------------------------ record
-// flags
+// ---------------- record flags
 
 CAudioDeliveryLoop::EStep CAudioDeliveryLoop::HandleFlags(Frame& frame) {
     if (frame.info.bEndOfStream) {  // an end-of-stream record with bytes: they are no frame
@@ -80,8 +79,7 @@ CAudioDeliveryLoop::EStep CAudioDeliveryLoop::DeliverSegmentMarker(Frame& frame)
     return EStep::NextFrame;
 }
 
-// ----------------------------------------------------------------------------------------------------
-// stamping
+// ---------------- stamping
 
 CAudioDeliveryLoop::EStep CAudioDeliveryLoop::RestartTiming(Frame& frame) {
     PinTiming& timing = GetTiming();
@@ -160,8 +158,7 @@ void CAudioDeliveryLoop::OnBrokenStamp() {
     RequestReset();
 }
 
-// --------------------------------------------------------------------------------------------------
-// statistics
+// ---------------- statistics
 
 void CAudioDeliveryLoop::TraceStatistics(const Frame& frame) {
     const std::uint32_t dwAfter = TickCount();

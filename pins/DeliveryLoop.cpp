@@ -56,7 +56,7 @@ CDeliveryLoop::EStep CDeliveryLoop::Step() {
     return ProcessFrame(frame);
 }
 
-// ------------------------------------------------------------------------------------------ getting a frame
+// ---------------- getting a frame
 
 bool CDeliveryLoop::TakeSample(Frame& frame) {
     TraceStep("=======>Audio 1\n");
@@ -106,7 +106,7 @@ void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     }
 }
 
-// ------------------------------------------------------------------------------------------------- stamping
+// ---------------- stamping
 
 CDeliveryLoop::EStep CDeliveryLoop::ProcessFrame(Frame& frame) {
     if (IsRestartDue()) {
@@ -190,7 +190,7 @@ REFERENCE_TIME CDeliveryLoop::GetClockStreamTime() {
     return GetSite().GetClockTime(rtNow) ? rtNow - GetSite().GetStreamStart() : 0;
 }
 
-// ------------------------------------------------------------------------------------------ delivery, resets
+// ---------------- delivery, resets
 
 CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
     if (m_rules->bRepairs) GetTiming().bReadyToReset = false;

@@ -59,8 +59,7 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::DeliverFree(Frame& frame) {
     return DeliverBracketed(frame) != S_OK && m_rules->bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
 }
 
-// ------------------------------------------------------------------------------------------------ record
-// flags
+// ---------------- record flags
 
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::HandleFlags(Frame& frame) {
     if (frame.info.bEndOfStream) {  // an end-of-stream record with bytes: they are no frame
@@ -87,8 +86,7 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::DeliverSegmentMarker(Frame& frame)
     return EStep::NextFrame;
 }
 
-// ----------------------------------------------------------------------------------------------------
-// stamping
+// ---------------- stamping
 
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::ProcessFrame(Frame& frame) {
     return Is(EVariant::ElementaryStream) ? ProcessElementary(frame) : CDeliveryLoop::ProcessFrame(frame);
@@ -196,8 +194,7 @@ void CVideoDeliveryLoop::CheckDrift(Frame& frame) {
 /// The basic variant holds a broken frame back: the timing restarts with the next.
 bool CVideoDeliveryLoop::IsWithheld() const { return Is(EVariant::Basic) && m_pin.GetTiming().bFirstTime; }
 
-// ------------------------------------------------------------------------------------ elementary-stream
-// variant
+// ---------------- elementary-stream variant
 
 /// Stamps by the times in the video's own headers; frames before the first VOP are dropped.
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::ProcessElementary(Frame& frame) {
@@ -224,8 +221,7 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::ProcessElementary(Frame& frame) {
     return hr == S_OK ? EStep::NextFrame : EStep::End;
 }
 
-// --------------------------------------------------------------------------------------------------
-// statistics
+// ---------------- statistics
 
 void CVideoDeliveryLoop::TraceStatistics(const Frame& frame) {
     const std::uint32_t dwAfter = TickCount();

@@ -35,8 +35,7 @@ void CKestDemux2VideoOutputPin::CloseMemFiles() {
     m_timing.rtTimeBase = kNoTimeBase;
 }
 
-// ------------------------------------------------------------------------------------------------- media
-// types
+// ---------------- media types
 
 HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
     static constexpr std::array kSubtypes = {MEDIASUBTYPE_MPEG2_VIDEO, MEDIASUBTYPE_MPEG1Payload,
@@ -51,23 +50,27 @@ HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
 HRESULT CKestDemux2VideoOutputPin::GetMediaType(int n, CMediaType& type) {
     if (n < 0) return E_INVALIDARG;
     if (n > 0) return VFW_S_NO_MORE_ITEMS;
+    CMediaType offered;
     switch (m_pDemuxFilter->GetWorkingMode()) {
         case 0:
         case 1:
         case 2: {
             const bool bLive = m_pDemuxFilter->IsPushSource();
-            return type.Set(MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
-                                               bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight()));
+            offered = MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
+                                         bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight());
+            break;
         }
         case 3:
-        case 4: return type.Set(MakeMpeg2VideoType());
-        case 5: return type.Set(MakeMpeg1VideoType());
+        case 4: offered = MakeMpeg2VideoType(); break;
+        case 5: offered = MakeMpeg1VideoType(); break;
         default: return E_INVALIDARG;
     }
+    CAutoLock lock(*m_pLock);
+    if (!IsConnected()) m_mt = offered;  // what is offered is the pin's type until a connection fixes another
+    return type.Set(offered);
 }
 
-// ----------------------------------------------------------------------------------------------------
-// seeking
+// ---------------- seeking
 
 void CKestDemux2VideoOutputPin::InitSeeking() {
     if (!m_pAsyncReader) return;
@@ -85,8 +88,7 @@ void CKestDemux2VideoOutputPin::SkipAhead() {
     m_seeking.SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
 }
 
-// ---------------------------------------------------------------------------------------------------
-// delivery
+// ---------------- delivery
 
 HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
     if (pSample->IsPreroll() == S_OK) return CDemuxOutputPin::Deliver(pSample);
@@ -111,8 +113,7 @@ HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void
     return CDemuxOutputPin::NonDelegatingQueryInterface(riid, ppv);
 }
 
-// ----------------------------------------------------------------------------------------------------
-// lateness
+// ---------------- lateness
 
 HRESULT CKestDemux2VideoOutputPin::Notify(IBaseFilter*, Quality q) {
     constexpr REFERENCE_TIME kTransportLate = -200000;
