@@ -25,7 +25,7 @@ void CDemuxOutputPin::EndDelivery() {
     m_pDeliveryThread->CloseThread();
 }
 
-// ------------------------------------------------------------------------------------------------ frame queue
+// ---------------- frame queue
 
 void CDemuxOutputPin::WOpenMemFile() { m_pFrameQueue->WOpen(); }
 
@@ -36,12 +36,12 @@ void CDemuxOutputPin::ROpenMemFile() {
 
 void CDemuxOutputPin::CloseMemFiles() {
     m_pFrameQueue->WClose();
-    m_pFrameQueue->RClose(m_bmHandle);
+    m_pFrameQueue->RClose(m_bmHandle.exchange(-1));
 }
 
 std::uint32_t CDemuxOutputPin::GetFramesPending() const { return m_pFrameQueue->GetPending(m_bmHandle); }
 
-// ----------------------------------------------------------------------------------------- thread and timing
+// ---------------- thread and timing
 
 void CDemuxOutputPin::StopDelivery() { m_pDeliveryThread->CWorkerThread::Stop(); }
 
@@ -61,7 +61,7 @@ void CDemuxOutputPin::WaitReadyToReset() {
     }
 }
 
-// ----------------------------------------------------------------------------------- flushing and flow control
+// ---------------- flushing and flow control
 
 void CDemuxOutputPin::FlushDownstream() {
     CAutoLock lock(m_csFlush);
@@ -88,7 +88,7 @@ HRESULT CDemuxOutputPin::Block(DWORD dwBlockFlags, HANDLE hEvent) {
     return m_flowControl.Block(dwBlockFlags, hEvent);
 }
 
-// -------------------------------------------------------------------------------------------------- connection
+// ---------------- connection
 
 HRESULT CDemuxOutputPin::DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) {
     if (!IsConnected()) return E_UNEXPECTED;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -102,7 +103,7 @@ protected:
     IDemuxFilterSite* const m_pDemuxFilter;          // the filter
     const Buffers m_buffers;                         // asked of the allocator
     std::unique_ptr<CBlockMemFileEx> m_pFrameQueue;  // frames of the core
-    int m_bmHandle = -1;                             // the pin's reader of its queue; -1 when closed
+    std::atomic<int> m_bmHandle{-1};                 // the pin's reader of its queue; -1 when closed
     PinTiming m_timing;                              // shared with the other pin and the filter
     CDemuxOutputPin* m_pPeer = nullptr;              // the other output pin
     CCritSec m_csFlush;                              // see GetFlushLock

@@ -23,7 +23,8 @@ public:
     /// Blocks or unblocks, with the semantics of IPinFlowControl::Block.
     /// @param dwBlockFlags  AM_PIN_FLOW_CONTROL_BLOCK to block, 0 to unblock.
     /// @param hEvent        blocking: signalled when the pin is blocked; null: returns when it is blocked.
-    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event ended the
+    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event ended
+    /// the
     ///         wait; E_INVALIDARG for other flags, or an event without the flag;
     ///         VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD, VFW_E_PIN_ALREADY_BLOCKED.
     HRESULT Block(DWORD dwBlockFlags, HANDLE hEvent);
@@ -50,12 +51,12 @@ private:
     const bool m_bGate;
     CCritSec m_cs;  // guards the members below
     EState m_state = EState::NotBlocked;
-    std::thread::id m_blockingThread;     // who blocked, while not NotBlocked
-    CEventRef m_evNotify;                 // signalled when the block is complete
-    CEvent m_evUnblock{true, true};       // manual-reset; reset while blocked or pending
-    CEvent m_evGate{false, true};         // auto-reset; taken by the user inside
+    std::thread::id m_blockingThread;            // who blocked, while not NotBlocked
+    CEventRef m_evNotify;                        // signalled when the block is complete
+    CEvent m_evUnblock{true, true};              // manual-reset; reset while blocked or pending
+    CEvent m_evGate{false, true};                // auto-reset; taken by the user inside
     std::atomic<CEvent*> m_pStopEvent{nullptr};  // see SetStopEvent
-    int m_nUsers = 0;  // outstanding users
+    int m_nUsers = 0;                            // outstanding users
 };
 
 }  // namespace kest
