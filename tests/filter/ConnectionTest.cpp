@@ -20,9 +20,8 @@ TEST_F(FilterConnection, StreamDecidesOnModeAndPreferredType) {
     CMediaType type;
     for (const auto& c : cases) {
         EXPECT_EQ(VFW_S_NO_MORE_ITEMS, m_pInput->GetMediaType(0, type)) << "nothing to read";
-        const ByteVector bytes = ReadTestData(c.pszFile);
-        CMemoryReader reader(bytes);
-        ASSERT_EQ(S_OK, Connect(&reader)) << c.pszFile;
+        IAsyncReader* pReader = Load(c.pszFile);
+        ASSERT_EQ(S_OK, Connect(pReader)) << c.pszFile;
         EXPECT_FALSE(m_pFilter->IsPushSource());
         EXPECT_EQ(c.nMode, m_pFilter->GetWorkingMode());
         EXPECT_EQ(S_OK, m_pInput->GetMediaType(0, type));
@@ -40,9 +39,8 @@ TEST_F(FilterConnection, RefusalsLeaveNothingBehind) {
     EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(nullptr)) << "a source that cannot be read";
     EXPECT_EQ(S_FALSE, m_pInput->QueryAccept(&static_cast<const AM_MEDIA_TYPE&>(CMediaType())));
     for (const char* pszFile : {"ts_mpeg2.ts", "es_mpeg4.m4v", "sys_mpeg1.mpg", "vob_mpeg2_nomap.mpg"}) {
-        const ByteVector bytes = ReadTestData(pszFile);
-        CMemoryReader reader(bytes);
-        EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(&reader)) << pszFile;
+        IAsyncReader* pReader = Load(pszFile);
+        EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(pReader)) << pszFile;
         CMediaType full(MEDIATYPE_Stream);
         full.SetFormatType(FORMAT_None);
         EXPECT_EQ(VFW_E_TYPE_NOT_ACCEPTED, m_pSource->m_pin.Connect(m_pInput, &full)) << pszFile;
@@ -51,15 +49,14 @@ TEST_F(FilterConnection, RefusalsLeaveNothingBehind) {
     EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, m_pVideo->Connect(&VideoSink(), nullptr)) << "input not connected";
     EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, m_pAudio->Connect(&AudioSink(), nullptr));
 
-    const ByteVector bytes = ReadTestData("ps_mpeg2.mpg");
-    CMemoryReader reader(bytes);
+    IAsyncReader* pReader = Load("ps_mpeg2.mpg");
     m_pSource->m_pin.m_hrComplete = E_ABORT;  // the source changes its mind at the last step
-    EXPECT_EQ(E_ABORT, Connect(&reader));
+    EXPECT_EQ(E_ABORT, Connect(pReader));
     EXPECT_EQ(S_FALSE, m_pInput->Disconnect());
     EXPECT_FALSE(m_pInput->GetReader());
     EXPECT_TRUE(m_pFilter->IsPushSource());
     m_pSource->m_pin.m_hrComplete = S_OK;
-    EXPECT_EQ(S_OK, Connect(&reader));
+    EXPECT_EQ(S_OK, Connect(pReader));
     EXPECT_EQ(S_OK, m_pInput->QueryAccept(&static_cast<const AM_MEDIA_TYPE&>(CMediaType())));
 }
 
@@ -129,9 +126,8 @@ struct CStingyAllocator final : IMemAllocator {
 };
 
 TEST_F(FilterConnection, TooFewBuffersAreRefused) {
-    const ByteVector bytes = ReadTestData("ps_mpeg2.mpg");
-    CMemoryReader reader(bytes);
-    ASSERT_EQ(S_OK, Connect(&reader));
+    IAsyncReader* pReader = Load("ps_mpeg2.mpg");
+    ASSERT_EQ(S_OK, Connect(pReader));
     ConnectSinks();
     CStingyAllocator allocator;
     for (CBaseOutputPin* pPin : std::initializer_list<CBaseOutputPin*>{m_pVideo, m_pAudio}) {
@@ -158,19 +154,20 @@ TEST_F(FilterConnection, FindsPinsByTheirNames) {
 
 TEST_F(FilterConnection, ClockAndSeekingAreFacesOfTheFilter) {
     const auto pClock = Query<IReferenceClock>(IID_IReferenceClock);
-    CBaseReferenceClock base;
-    const REFERENCE_TIME rtBefore = base.GetPrivateTime();
+    const CComPtr<CBaseReferenceClock> pBase(new CBaseReferenceClock);
+    const REFERENCE_TIME rtBefore = pBase->GetPrivateTime();
     REFERENCE_TIME rt = 0;
     EXPECT_EQ(S_OK, pClock->GetTime(&rt));
     EXPECT_LE(rtBefore + 30030000, rt);
-    EXPECT_GE(base.GetPrivateTime() + 30030000, rt);
+    EXPECT_GE(pBase->GetPrivateTime() + 30030000, rt);
 
     const auto pSeeking = Query<IMediaSeeking>(IID_IMediaSeeking);
     LONGLONG llTarget = 0;
     EXPECT_EQ(E_NOTIMPL, pSeeking->ConvertTimeFormat(&llTarget, nullptr, 1, nullptr));
-    DWORD dwCaps = 0;
+    DWORD dwCaps = 0, dwPinCaps = 1;
     EXPECT_EQ(S_OK, pSeeking->GetCapabilities(&dwCaps));
-    EXPECT_EQ(55U, dwCaps);
+    EXPECT_EQ(S_OK, m_pVideo->GetSeeking().GetCapabilities(&dwPinCaps));
+    EXPECT_EQ(dwPinCaps, dwCaps) << "the video pin answers";
     CComPtr<IUnknown> pFromClock, pFromSeeking;
     pClock->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(pFromClock.Put()));
     pSeeking->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(pFromSeeking.Put()));
@@ -179,7 +176,7 @@ TEST_F(FilterConnection, ClockAndSeekingAreFacesOfTheFilter) {
 
     REFERENCE_TIME rtNow = 0;
     EXPECT_FALSE(m_pFilter->GetClockTime(rtNow));
-    m_pFilter->SetSyncSource(&base);
+    m_pFilter->SetSyncSource(pBase.Get());
     EXPECT_TRUE(m_pFilter->GetClockTime(rtNow));
     EXPECT_LE(rtBefore, rtNow);
     m_pFilter->SetSyncSource(nullptr);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <deque>
 #include <string>
 
 #include "filter/KestDemux2Filter.h"
@@ -91,6 +92,12 @@ protected:
         }
     }
 
+    /// A real stream to connect to; it lives as long as the test.
+    IAsyncReader* Load(const char* pszFile) {
+        m_bytes.push_back(ReadTestData(pszFile));
+        m_readers.emplace_back(m_bytes.back());
+        return &m_readers.back();
+    }
     HRESULT Connect(IAsyncReader* pReader) {
         m_pSource->m_pin.m_pReader = pReader;
         return m_pSource->m_pin.Connect(m_pInput, nullptr);
@@ -112,6 +119,8 @@ protected:
         return p;
     }
 
+    std::deque<ByteVector> m_bytes;
+    std::deque<CMemoryReader> m_readers;
     CComPtr<CKestDemux2Filter> m_pFilter;
     CKestDemux2InputPin* m_pInput;
     CKestDemux2VideoOutputPin* m_pVideo;
