@@ -40,18 +40,14 @@ TEST_F(FilterStates, PausingLeavesTheTimingAndStoppingForgetsIt) {
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
     PinTiming& video = m_pVideo->GetTiming();
     PinTiming& audio = m_pAudio->GetTiming();
-    for (PinTiming* pTiming : {&video, &audio}) {
-        pTiming->bFirstTime = false;
-        pTiming->rtTimeBase = 77;
-    }
+    video.rtTimeBase = 77;
+    audio.rtTimeBase = 77;
     m_pFilter->OnThreadKilled();
     EXPECT_FALSE(m_pFilter->IsResetAllowed());
     ASSERT_EQ(S_OK, m_pFilter->Pause());
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    for (const PinTiming* pTiming : {&video, &audio}) {
-        EXPECT_FALSE(pTiming->bFirstTime);
-        EXPECT_EQ(77, pTiming->rtTimeBase);
-    }
+    EXPECT_EQ(77, video.rtTimeBase);
+    EXPECT_EQ(77, audio.rtTimeBase);
     EXPECT_TRUE(m_pFilter->IsThreadKilled());
     ASSERT_EQ(S_OK, m_pFilter->Stop());
     for (const PinTiming* pTiming : {&video, &audio}) {
