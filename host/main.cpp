@@ -8,7 +8,7 @@
 
 #include "host/CommandError.h"
 #include "host/Commands.h"
-#include "host/CoreRun.h"
+#include "host/Interrupts.h"
 #include "platform/DebugText.h"
 
 namespace {
