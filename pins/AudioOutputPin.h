@@ -19,8 +19,8 @@ public:
     /// E_NOTIMPL, with a debug text.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
-    const char* GetKind() const override { return "Audio"; }
-    const char* GetClassText() const override { return "CKestDemux2AudioOutputPin"; }
+    bool IsVideo() const override { return false; }
+    std::unique_ptr<CDeliveryLoop> MakeDeliveryLoop() override;
 
 private:
     CMediaType m_mtOffered;  // the fixed type

@@ -19,13 +19,15 @@ public:
 
     /// The thread must end.
     bool IsStopping() const { return m_evStop.IsSignalled(); }
+    /// Waits for that. @return whether it must, after nTimeoutMs at the latest.
+    bool WaitStop(std::uint32_t nTimeoutMs) { return m_evStop.Wait(nTimeoutMs); }
+    /// Waits until the thread may run; for the thread itself.
+    void WaitRun() { m_evRun.Wait(); }
 
 protected:
     std::int32_t ThreadProc() override;
 
 private:
-    friend class CDeliveryLoop;
-
     CDemuxOutputPin& m_pin;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -12,6 +13,7 @@
 
 namespace kest {
 
+class CDeliveryLoop;
 class CDeliveryThread;
 
 /// What the video and the audio output pin have in common: a frame queue that the demux core writes, a
@@ -63,7 +65,7 @@ public:
     CPinFlowControl& GetFlowControl() { return m_flowControl; }
     /// Takes over the graph's reconnection interface and stop event; both null when the filter leaves the
     /// graph. Neither is counted or owned: the graph and the filter outlive the pin's use of them.
-    void SetGraphConfig(IGraphConfig* pConfig, HANDLE hStopEvent);
+    void SetGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent);
 
     HRESULT CheckMediaType(const CMediaType& type) override = 0;
     HRESULT DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) override;
@@ -72,10 +74,15 @@ public:
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
     HRESULT STDMETHODCALLTYPE Block(DWORD dwBlockFlags, HANDLE hEvent) override;
 
-    /// What the delivery loop calls a frame's stamp and the pin, in texts: "Video" or "Audio".
-    virtual const char* GetKind() const = 0;
-    /// The class name in texts.
-    virtual const char* GetClassText() const = 0;
+    /// What the pin carries.
+    virtual bool IsVideo() const = 0;
+    /// The same and the class name, in texts.
+    const char* GetStreamText() const { return IsVideo() ? "video" : "audio"; }
+    const char* GetClassText() const {
+        return IsVideo() ? "CKestDemux2VideoOutputPin" : "CKestDemux2AudioOutputPin";
+    }
+    /// The body of the delivery thread, for one run.
+    virtual std::unique_ptr<CDeliveryLoop> MakeDeliveryLoop() = 0;
 
 protected:
     struct Buffers {
@@ -96,7 +103,7 @@ protected:
     IDemuxFilterSite* const m_pDemuxFilter;          // the filter
     const Buffers m_buffers;                         // asked of the allocator
     std::unique_ptr<CBlockMemFileEx> m_pFrameQueue;  // frames of the core
-    int m_bmHandle = -1;                             // the pin's reader of its queue; -1 when closed
+    std::atomic<int> m_bmHandle{-1};                 // the pin's reader of its queue; -1 when closed
     PinTiming m_timing;                              // shared with the other pin and the filter
     CDemuxOutputPin* m_pPeer = nullptr;              // the other output pin
     CCritSec m_csFlush;                              // see GetFlushLock

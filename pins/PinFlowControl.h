@@ -1,8 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <optional>
+#include <thread>
 
 #include "platform/CritSec.h"
 #include "platform/Event.h"
@@ -15,7 +14,7 @@ namespace kest {
 ///
 /// With the usage gate only one thread at a time is between the two, and it must not call `StartUsing` again
 /// before its own `StopUsing`; without it the brackets are only counted and may be nested.
-/// Locking: one lock of its own, held while waiting for the gate and for nothing else.
+/// Locking: one lock of its own, held in no wait.
 class CPinFlowControl {
 public:
     /// @param bGate  use the gate.
@@ -24,7 +23,9 @@ public:
     /// Blocks or unblocks, with the semantics of IPinFlowControl::Block.
     /// @param dwBlockFlags  AM_PIN_FLOW_CONTROL_BLOCK to block, 0 to unblock.
     /// @param hEvent        blocking: signalled when the pin is blocked; null: returns when it is blocked.
-    /// @return S_OK; E_INVALIDARG for other flags, or an event without the flag;
+    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event ended
+    /// the
+    ///         wait; E_INVALIDARG for other flags, or an event without the flag;
     ///         VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD, VFW_E_PIN_ALREADY_BLOCKED.
     HRESULT Block(DWORD dwBlockFlags, HANDLE hEvent);
     /// Begins a delivery, waiting while the pin is blocked.
@@ -34,7 +35,7 @@ public:
     void StopUsing();
 
     /// The event that ends a wait of `StartUsing` on a blocked pin; null: none. Not owned.
-    void SetStopEvent(HANDLE hStopEvent);
+    void SetStopEvent(CEvent* pStopEvent);
     /// Signals and resets the stop event around a flush.
     void BeginFlush();
     void EndFlush();
@@ -42,17 +43,20 @@ public:
 private:
     enum class EState { NotBlocked, Pending, Blocked };
 
-    HRESULT BlockUntil(const CEventRef& notify);
+    HRESULT BeginBlock(CEventRef notify);
+    HRESULT BlockAndWait();
+    void CompleteBlock();
+    HRESULT Unblock();
 
     const bool m_bGate;
     CCritSec m_cs;  // guards the members below
     EState m_state = EState::NotBlocked;
-    std::uint64_t m_nBlockingThread = 0;  // who blocked, while not NotBlocked
-    CEventRef m_evNotify;                 // signalled when the block is complete
-    CEvent m_evUnblock{true, true};       // manual-reset; reset while blocked or pending
-    CEvent m_evGate{true, true};          // manual-reset; reset while a user is inside
-    std::atomic<HANDLE> m_hStopEvent{nullptr};
-    int m_nUsers = 0;  // outstanding users
+    std::thread::id m_blockingThread;            // who blocked, while not NotBlocked
+    CEventRef m_evNotify;                        // signalled when the block is complete
+    CEvent m_evUnblock{true, true};              // manual-reset; reset while blocked or pending
+    CEvent m_evGate{false, true};                // auto-reset; taken by the user inside
+    std::atomic<CEvent*> m_pStopEvent{nullptr};  // see SetStopEvent
+    int m_nUsers = 0;                            // outstanding users
 };
 
 }  // namespace kest

@@ -41,8 +41,8 @@ public:
     ///         a clock, S_FALSE.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
-    const char* GetKind() const override { return "Video"; }
-    const char* GetClassText() const override { return "CKestDemux2VideoOutputPin"; }
+    bool IsVideo() const override { return true; }
+    std::unique_ptr<CDeliveryLoop> MakeDeliveryLoop() override;
 
 private:
     HRESULT NotifyElementaryStream(const Quality& q);

@@ -1,0 +1,74 @@
+#include "pins/AudioOutputPin.h"
+
+#include "pins/AudioDeliveryLoop.h"
+#include "pins/DeliveryThread.h"
+#include "platform/DebugText.h"
+
+namespace kest {
+namespace {
+
+constexpr std::uint32_t kBlockSize = 32768;
+
+/// MPEG-1 audio, layer II: what every decoder behind this pin is told, whatever the stream turns out to be.
+CMediaType MakeAudioType() {
+    MPEG1WAVEFORMAT format{};
+    format.wfx.wFormatTag = WAVE_FORMAT_MPEG;
+    format.wfx.nChannels = 2;
+    format.wfx.nSamplesPerSec = 44100;
+    format.wfx.nAvgBytesPerSec = 48000;
+    format.wfx.nBlockAlign = 1152;
+    format.wfx.cbSize = 22;
+    format.fwHeadLayer = 2;  // ACM_MPEG_LAYER2
+    format.dwHeadBitrate = 384000;
+    format.fwHeadMode = 1;  // stereo
+    format.fwHeadModeExt = 1;
+    format.wHeadEmphasis = 1;  // none
+    format.fwHeadFlags = 24;   // protection bit, MPEG-1 id
+    CMediaType type(MEDIATYPE_Audio, MEDIASUBTYPE_MPEG1AudioPayload);
+    type.SetFormatType(FORMAT_WaveFormatEx);
+    type.SetFormat(format);
+    return type;
+}
+
+}  // namespace
+
+CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
+                                                     CCritSec* pLock, HRESULT* phr)
+    : CDemuxOutputPin(pFilter, pSite, pLock, phr, L"Audio Output", kBlockSize, {5, 65536}, /*bGate=*/false),
+      m_mtOffered(MakeAudioType()) {
+    m_mt = m_mtOffered;
+}
+
+CKestDemux2AudioOutputPin::~CKestDemux2AudioOutputPin() { EndDelivery(); }
+
+std::unique_ptr<CDeliveryLoop> CKestDemux2AudioOutputPin::MakeDeliveryLoop() {
+    return std::make_unique<CAudioDeliveryLoop>(*this);
+}
+
+HRESULT CKestDemux2AudioOutputPin::CheckMediaType(const CMediaType& type) {
+    if (!m_pDemuxFilter->IsInputConnected() || !(type == m_mtOffered)) return S_FALSE;
+    return S_OK;  // the one type meets every further demand on major type and subtype
+}
+
+HRESULT CKestDemux2AudioOutputPin::GetMediaType(int n, CMediaType& type) {
+    if (n < 0) return E_INVALIDARG;
+    if (n > 0) return VFW_S_NO_MORE_ITEMS;
+    return type.Set(m_mtOffered);
+}
+
+HRESULT CKestDemux2AudioOutputPin::DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop,
+                                                     double dRate) {
+    Trace("===>Enter Audio DeliverNewSegment\n");
+    const bool bUsing = SUCCEEDED(m_flowControl.StartUsing());
+    const HRESULT hr = CDemuxOutputPin::DeliverNewSegment(rtStart, rtStop, dRate);
+    if (bUsing) m_flowControl.StopUsing();
+    Trace("===>Leave Audio DeliverNewSegment\n");
+    return hr;
+}
+
+HRESULT CKestDemux2AudioOutputPin::Notify(IBaseFilter*, Quality) {
+    DebugText("Notify in audio output pin!!\n");
+    return E_NOTIMPL;
+}
+
+}  // namespace kest

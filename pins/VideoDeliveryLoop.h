@@ -1,0 +1,45 @@
+#pragma once
+
+#include "pins/DeliveryLoop.h"
+#include "pins/ElementaryStreamClock.h"
+
+namespace kest {
+
+class CKestDemux2VideoOutputPin;
+
+/// The delivery loop of the video pin: stamps by PTS, shares the audio pin's time base, and in program
+/// streams keeps within bounds of the audio.
+class CVideoDeliveryLoop final : public CDeliveryLoop {
+public:
+    explicit CVideoDeliveryLoop(CKestDemux2VideoOutputPin& pin);
+
+private:
+    const DeliveryRules& SelectRules(std::uint32_t nWorkingMode) const override;
+    void BeginRun() override {}
+    std::int64_t GetStamp(const FRAME_INFO& info) const override { return info.llPts; }
+    void EndStream() override;
+    EStep DeliverFree(Frame& frame) override;
+    EStep HandleFlags(Frame& frame) override;
+    EStep ProcessFrame(Frame& frame) override;
+    EStep RestartTiming(Frame& frame) override;
+    void AfterStamping(Frame& frame) override;
+    void OnBrokenStamp() override;
+    void CheckDrift(Frame& frame) override;
+    bool CountsBeforeDelivery() const override { return !Is(EVariant::ElementaryStream); }
+    bool IsWithheld() const override;
+    void TraceStatistics(const Frame& frame) override;
+    void OnEnd() override;
+
+    bool GetTimeBase(REFERENCE_TIME rtOwn);
+    void CheckFirstFrame();
+    EStep DeliverSegmentMarker(Frame& frame);
+    EStep ProcessElementary(Frame& frame);
+
+    CKestDemux2VideoOutputPin& m_videoPin;
+    CElementaryStreamClock m_clock;        // elementary-stream variant
+    std::int32_t m_nWrongStamps = 0;       // corrections in a row against the audio (program-stream variant)
+    REFERENCE_TIME m_rtPreviousStart = 0;  // of the sample before (elementary-stream variant, trace only)
+    REFERENCE_TIME m_rtClock = 0;  // stream time by the graph clock (clock-following variant, trace only)
+};
+
+}  // namespace kest

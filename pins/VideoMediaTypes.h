@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/graph/MediaType.h"
+
+namespace kest {
+
+/// MPEG-4 video, one VOP a sample.
+constexpr GUID MEDIASUBTYPE_KestMpeg4Video = {
+    0x03974C0B, 0x456D, 0x4550, {0x91, 0xC9, 0x68, 0xE5, 0x47, 0x62, 0x5C, 0xAF}};
+/// The FOURCC subtype "MP4S".
+constexpr GUID MEDIASUBTYPE_KestMp4s = {
+    0x5334504D, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
+
+/// The type that the video pin offers for MPEG-4 video.
+/// @param nWidth, nHeight  picture size in pixels.
+CMediaType MakeMpeg4VideoType(int nWidth, int nHeight);
+/// For MPEG-1/2 video in program and transport streams.
+CMediaType MakeMpeg2VideoType();
+/// For MPEG-1 video in system streams, with a sequence header of 352 x 240 pictures.
+CMediaType MakeMpeg1VideoType();
+
+}  // namespace kest

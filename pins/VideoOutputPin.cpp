@@ -1,0 +1,157 @@
+#include "pins/VideoOutputPin.h"
+
+#include <algorithm>
+#include <array>
+
+#include "pins/DeliveryThread.h"
+#include "pins/VideoDeliveryLoop.h"
+#include "pins/VideoMediaTypes.h"
+#include "platform/DebugText.h"
+#include "platform/Time.h"
+
+namespace kest {
+namespace {
+
+constexpr std::uint32_t kBlockSize = 163840;
+constexpr REFERENCE_TIME kFrameTime = 330000;  // one frame, 100 ns
+constexpr int kLiveWidth = 720;                // picture size offered for live input
+constexpr int kLiveHeight = 480;
+
+}  // namespace
+
+CKestDemux2VideoOutputPin::CKestDemux2VideoOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
+                                                     CCritSec* pLock, HRESULT* phr)
+    : CDemuxOutputPin(pFilter, pSite, pLock, phr, L"Video Output", kBlockSize, {6, 1327104}, /*bGate=*/true),
+      m_seeking(static_cast<IPin*>(this), &m_csSeeking, pSite) {}
+
+CKestDemux2VideoOutputPin::~CKestDemux2VideoOutputPin() { EndDelivery(); }
+
+std::unique_ptr<CDeliveryLoop> CKestDemux2VideoOutputPin::MakeDeliveryLoop() {
+    return std::make_unique<CVideoDeliveryLoop>(*this);
+}
+
+void CKestDemux2VideoOutputPin::CloseMemFiles() {
+    CDemuxOutputPin::CloseMemFiles();
+    m_timing.rtTimeBase = kNoTimeBase;
+}
+
+// ---------------- media types
+
+HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
+    static constexpr std::array kSubtypes = {MEDIASUBTYPE_MPEG2_VIDEO, MEDIASUBTYPE_MPEG1Payload,
+                                             MEDIASUBTYPE_KestMpeg4Video, MEDIASUBTYPE_KestMp4s,
+                                             MEDIASUBTYPE_MPEG1Packet};
+    if (!m_pDemuxFilter->IsInputConnected() || type.Type() != MEDIATYPE_Video) return S_FALSE;
+    const bool bTaken = std::any_of(kSubtypes.begin(), kSubtypes.end(),
+                                    [&](const GUID& subtype) { return subtype == type.Subtype(); });
+    return bTaken ? S_OK : S_FALSE;
+}
+
+HRESULT CKestDemux2VideoOutputPin::GetMediaType(int n, CMediaType& type) {
+    if (n < 0) return E_INVALIDARG;
+    if (n > 0) return VFW_S_NO_MORE_ITEMS;
+    CMediaType offered;
+    switch (m_pDemuxFilter->GetWorkingMode()) {
+        case 0:
+        case 1:
+        case 2: {
+            const bool bLive = m_pDemuxFilter->IsPushSource();
+            offered = MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
+                                         bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight());
+            break;
+        }
+        case 3:
+        case 4: offered = MakeMpeg2VideoType(); break;
+        case 5: offered = MakeMpeg1VideoType(); break;
+        default: return E_INVALIDARG;
+    }
+    CAutoLock lock(*m_pLock);
+    if (!IsConnected()) m_mt = offered;  // what is offered is the pin's type until a connection fixes another
+    return type.Set(offered);
+}
+
+// ---------------- seeking
+
+void CKestDemux2VideoOutputPin::InitSeeking() {
+    if (!m_pAsyncReader) return;
+    LONGLONG llTotal = 0, llAvailable = 0;
+    if (FAILED(m_pAsyncReader->Length(&llTotal, &llAvailable))) llTotal = 0;
+    m_pDemuxFilter->SetPositionsHook(m_llFilePos, llTotal);
+    m_seeking.Init(llTotal, m_pDemuxFilter->GetBitRate());
+}
+
+void CKestDemux2VideoOutputPin::SkipAhead() {
+    constexpr REFERENCE_TIME kStep = 1000000;
+    LONGLONG rtPosition = 0;
+    m_seeking.GetCurrentPosition(&rtPosition);
+    rtPosition += kStep;
+    m_seeking.SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
+}
+
+// ---------------- delivery
+
+HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
+    if (pSample->IsPreroll() == S_OK) return CDemuxOutputPin::Deliver(pSample);
+    m_seeking.UpdatePosition(m_llFilePos, m_pDemuxFilter->GetBitRate());
+    const HRESULT hr = CDemuxOutputPin::Deliver(pSample);
+    m_pDemuxFilter->DoSingleStep();
+    return hr;
+}
+
+HRESULT CKestDemux2VideoOutputPin::DeliverNewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
+    Trace("===>Enter Video DeliverNewSegment\n");
+    if (SUCCEEDED(m_flowControl.StartUsing())) m_flowControl.StopUsing();
+    Trace("<=== Leave Video DeliverNewSegment\n");
+    return S_OK;
+}
+
+HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == IID_IMediaSeeking) {
+        DebugText("CKestDemux2VideoOutputPin::NonDelegatingQueryInterface IMediaSeeking\n");
+        return m_seeking.NonDelegatingQueryInterface(riid, ppv);
+    }
+    return CDemuxOutputPin::NonDelegatingQueryInterface(riid, ppv);
+}
+
+// ---------------- lateness
+
+HRESULT CKestDemux2VideoOutputPin::Notify(IBaseFilter*, Quality q) {
+    constexpr REFERENCE_TIME kTransportLate = -200000;
+    constexpr REFERENCE_TIME kProgramLate = -310000;
+    switch (m_pDemuxFilter->GetWorkingMode()) {
+        case 0: return NotifyElementaryStream(q);
+        case 1:
+            if (q.Late <= kTransportLate || GetFramesPending() == 0) return E_NOTIMPL;
+            DebugText("===>Skipping frame\n");
+            return S_OK;
+        case 2: return q.Late > kProgramLate && GetFramesPending() > 0 ? S_OK : E_NOTIMPL;
+        default: return E_NOTIMPL;
+    }
+}
+
+/// Moves the time base of an elementary stream that is rendered too late, at most every 100 seconds.
+HRESULT CKestDemux2VideoOutputPin::NotifyElementaryStream(const Quality& q) {
+    constexpr REFERENCE_TIME kLate = 750000;         // 75 ms
+    constexpr REFERENCE_TIME kBehindClock = 500000;  // 50 ms
+    constexpr std::uint32_t kEnoughPending = 3;
+    constexpr std::uint32_t kPauseMs = 100000;
+    constexpr REFERENCE_TIME kLaterMove = 500000;
+    // One moment for all filters of the process, as renderers share its load; 0: there was no move yet.
+    static std::atomic<std::uint32_t> s_dwLastMove{0};
+
+    if (q.Late <= kLate) return E_NOTIMPL;
+    const std::uint32_t nPending = GetFramesPending();
+    if (nPending >= kEnoughPending) return S_OK;
+    REFERENCE_TIME rtNow = 0;
+    if (!m_pDemuxFilter->GetClockTime(rtNow)) return S_FALSE;
+    const REFERENCE_TIME rtBehind =
+        rtNow - m_pDemuxFilter->GetStreamStart() + m_timing.rtTimeBase - q.TimeStamp;
+    const std::uint32_t dwLastMove = s_dwLastMove;
+    if (rtBehind <= kBehindClock || (dwLastMove && TickCount() - dwLastMove <= kPauseMs)) return E_NOTIMPL;
+    const REFERENCE_TIME nFrames = (q.Late - nPending * kFrameTime) / kFrameTime;
+    m_timing.rtTimeBase -= dwLastMove ? kLaterMove : (nFrames - 1) * kFrameTime;
+    s_dwLastMove = std::max(TickCount(), 1u);
+    return E_NOTIMPL;
+}
+
+}  // namespace kest
