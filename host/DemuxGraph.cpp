@@ -40,7 +40,8 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& 
 
 void CDemuxGraph::Build(EPace pace) {
     HRESULT hr = S_OK;
-    const CComPtr<CKestDemux2Filter> pDemux(CKestDemux2Filter::CreateInstance(nullptr, &hr));
+    const CComPtr<CKestDemux2Filter> pDemux(
+        static_cast<CKestDemux2Filter*>(CKestDemux2Filter::CreateInstance(nullptr, &hr)));
     Require(hr, "the demultiplexer cannot be made");
     Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "the source cannot be added");
     Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "the demultiplexer cannot be added");
