@@ -2,6 +2,7 @@
 // cannot do its work.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace kest {
@@ -20,6 +21,15 @@ struct FramesOptions {
 /// Lists every record that the demux core queues, the two end-of-stream records included. In order within
 /// each stream; the streams interleave as it comes.
 void RunFrames(const FramesOptions& options);
+
+struct SamplesOptions {
+    std::string strFile;
+    bool bJson = false;
+    std::optional<double> dSeek;  // media time to begin at, seconds
+};
+/// Lists every sample and every announcement that leaves the output pins, with its times. In order within
+/// each pin; the pins interleave as it comes.
+void RunSamples(const SamplesOptions& options);
 
 struct DemuxOptions {
     std::string strFile;

@@ -1,21 +1,19 @@
 #include "host/CoreRun.h"
 
 #include <atomic>
-#include <csignal>
 #include <exception>
 #include <memory>
 #include <vector>
 
 #include "demux/Mpeg2PsPullDemux.h"
 #include "host/CommandError.h"
+#include "host/Interrupts.h"
 #include "host/Progress.h"
 #include "platform/Event.h"
 #include "platform/Thread.h"
 
 namespace kest {
 namespace {
-
-volatile std::sig_atomic_t g_bInterrupted = 0;
 
 constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
 constexpr int kReader = 0;               // the reader of a queue that the core made
@@ -76,17 +74,6 @@ private:
 };
 
 }  // namespace
-
-bool IsInterrupted() { return g_bInterrupted; }
-
-void CatchInterrupts() {
-    for (int nSignal : {SIGINT, SIGTERM}) {
-        std::signal(nSignal, [](int nCaught) {
-            g_bInterrupted = 1;
-            std::signal(nCaught, SIG_DFL);  // a second one ends the program at once
-        });
-    }
-}
 
 void RunCore(const Input& input, const FrameHandler& handler) {
     CProgress progress(input.llLength);

@@ -6,10 +6,9 @@
 
 #include "demux/FrameInfo.h"
 #include "host/Input.h"
+#include "host/Stream.h"
 
 namespace kest {
-
-enum class EStream { Video, Audio };
 
 /// Takes one record that the core queued, with its payload. Called on a thread per stream; what it throws
 /// ends the run.
@@ -20,10 +19,5 @@ using FrameHandler =
 /// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
 /// Throws what the handler threw, and CCommandError when the user interrupted it.
 void RunCore(const Input& input, const FrameHandler& handler);
-
-/// The program was interrupted by a signal; long work looks at it.
-bool IsInterrupted();
-/// Makes interrupt and termination signals set what `IsInterrupted` tells.
-void CatchInterrupts();
 
 }  // namespace kest

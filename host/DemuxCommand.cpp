@@ -5,7 +5,7 @@
 #include "demux/SystemLayer.h"
 #include "host/CommandError.h"
 #include "host/Commands.h"
-#include "host/CoreRun.h"
+#include "host/DemuxGraph.h"
 #include "host/OutputFile.h"
 
 namespace kest {
@@ -32,10 +32,26 @@ bool AreSameFile(const fs::path& a, const fs::path& b) {
     return !bSpecial && (a.lexically_normal() == b.lexically_normal() || fs::equivalent(a, b, ignored));
 }
 
-void PrintSummary(const char* pszStream, const fs::path& path, std::uint64_t nFrames, std::uint64_t nBytes) {
-    std::fprintf(stderr, "%s: %" PRIu64 " frames, %" PRIu64 " bytes -> %s\n", pszStream, nFrames, nBytes,
-                 path.c_str());
-}
+/// Writes the payloads of one stream into a file.
+class CWriting final : public ISinkHandler {
+public:
+    CWriting(const fs::path& path, bool bForce) : m_path(path), m_file(path, bForce) {}
+
+    void OnSample(IMediaSample& sample) override {
+        m_file.Write(GetPayload(sample));
+        ++m_nSamples;
+    }
+    void Commit() { m_file.Commit(); }
+    void PrintSummary(EStream stream) const {
+        std::fprintf(stderr, "%s: %" PRIu64 " frames, %" PRIu64 " bytes -> %s\n", GetStreamName(stream),
+                     m_nSamples, m_file.GetSize(), m_path.c_str());
+    }
+
+private:
+    const fs::path m_path;
+    COutputFile m_file;
+    std::uint64_t m_nSamples = 0;
+};
 
 }  // namespace
 
@@ -52,18 +68,13 @@ void RunDemux(const DemuxOptions& options) {
             throw CCommandError(kExitBadUsage, path.string() + ": is the input itself");
     }
 
-    COutputFile video(videoPath, options.bForce);
-    COutputFile audio(audioPath, options.bForce);
-    std::uint64_t nVideoFrames = 0, nAudioFrames = 0;
-    RunCore(input, [&](EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
-        if (info.bEndOfStream) return;
-        (stream == EStream::Video ? video : audio).Write(payload);
-        ++(stream == EStream::Video ? nVideoFrames : nAudioFrames);
-    });
+    CWriting video(videoPath, options.bForce);
+    CWriting audio(audioPath, options.bForce);
+    CDemuxGraph(input, video, audio, CDemuxGraph::EPace::FreeRun).RunToEnd();
     video.Commit();
     audio.Commit();
-    PrintSummary("video", videoPath, nVideoFrames, video.GetSize());
-    PrintSummary("audio", audioPath, nAudioFrames, audio.GetSize());
+    video.PrintSummary(EStream::Video);
+    audio.PrintSummary(EStream::Audio);
 }
 
 }  // namespace kest

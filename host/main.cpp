@@ -8,7 +8,7 @@
 
 #include "host/CommandError.h"
 #include "host/Commands.h"
-#include "host/CoreRun.h"
+#include "host/Interrupts.h"
 #include "platform/DebugText.h"
 
 namespace {
@@ -16,6 +16,7 @@ namespace {
 using namespace kest;
 
 constexpr const char* kInputHelp = "the stream to read";
+constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
 
 /// Adds a command that reads one file and ends its help with an example.
 CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
@@ -52,6 +53,14 @@ int RunProgram(int argc, char** argv) {
                                    "kestdemux frames movie.mpg --json");
     pFrames->add_flag("--json", frames.bJson, "one JSON object a line");
     pFrames->callback([&] { ShowTexts(nVerbosity), RunFrames(frames); });
+
+    SamplesOptions samples;
+    CLI::App* pSamples = AddCommand(app, "samples", "List every sample that leaves the output pins",
+                                    samples.strFile, "kestdemux samples movie.mpg --seek 60");
+    pSamples->add_flag("--json", samples.bJson, "one JSON object a line");
+    pSamples->add_option("--seek", samples.dSeek, "media time to begin at, in seconds")
+        ->check(CLI::Range(0.0, kMaxSeconds));
+    pSamples->callback([&] { ShowTexts(nVerbosity), RunSamples(samples); });
 
     DemuxOptions demux;
     CLI::App* pDemux = AddCommand(app, "demux", "Write the two elementary streams", demux.strFile,

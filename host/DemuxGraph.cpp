@@ -1,0 +1,95 @@
+#include "host/DemuxGraph.h"
+
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
+#include "filter/KestDemux2Filter.h"
+#include "host/CommandError.h"
+#include "host/Interrupts.h"
+#include "host/Progress.h"
+
+namespace kest {
+namespace {
+
+constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
+constexpr double kTicksPerSecond = 1e7;
+
+CComPtr<IPin> FindPin(IBaseFilter* pFilter, LPCWSTR pszName) {
+    CComPtr<IPin> pPin;
+    pFilter->FindPin(pszName, pPin.Put());
+    return pPin;
+}
+
+}  // namespace
+
+std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
+    BYTE* pBytes = nullptr;
+    if (FAILED(sample.GetPointer(&pBytes))) return {};
+    return {pBytes, static_cast<std::size_t>(sample.GetActualDataLength())};
+}
+
+CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace)
+    : m_input(input),
+      m_pSource(new CFileSource(CComPtr<IAsyncReader>(input.pReader.Get()))),
+      m_pVideo(new CSink(EStream::Video, video, m_pacer, m_evNotice)),
+      m_pAudio(new CSink(EStream::Audio, audio, m_pacer, m_evNotice)) {
+    Build(pace);
+}
+
+void CDemuxGraph::Build(EPace pace) {
+    HRESULT hr = S_OK;
+    const CComPtr<CKestDemux2Filter> pDemux(
+        static_cast<CKestDemux2Filter*>(CKestDemux2Filter::CreateInstance(nullptr, &hr)));
+    Require(hr, "the demultiplexer cannot be made");
+    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "the source cannot be added");
+    Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "the demultiplexer cannot be added");
+    Require(m_pGraph->AddFilter(m_pVideo.Get(), L"video"), "a sink cannot be added");
+    Require(m_pGraph->AddFilter(m_pAudio.Get(), L"audio"), "a sink cannot be added");
+    if (pace == EPace::FreeRun) {
+        pDemux->GetSendSettings().nDemuxOutput = kDemuxOutputFreeRun;
+    } else {
+        Require(m_pGraph->SetDefaultSyncSource(), "there is no clock");
+    }
+    Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(pDemux.Get(), L"Input").Get()),
+            "the demultiplexer does not take it");
+    Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Video Output").Get(), m_pVideo->GetPin(0)),
+            "the video cannot be connected");
+    Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Audio Output").Get(), m_pAudio->GetPin(0)),
+            "the audio cannot be connected");
+}
+
+void CDemuxGraph::Seek(double dSeconds) {
+    Require(m_pGraph->Pause(), "the graph cannot pause");
+    Require(m_pGraph->Seek(static_cast<REFERENCE_TIME>(dSeconds * kTicksPerSecond)), "cannot seek");
+}
+
+void CDemuxGraph::RunToEnd() {
+    {
+        CProgress progress(m_input.llLength);
+        Require(m_pGraph->Run(), "the graph cannot run");
+        while (!IsDone()) {
+            m_evNotice.Wait(kWatchMs);
+            progress.Show(m_pSource->GetPosition());
+        }
+        m_pGraph->Stop();
+    }
+    m_pVideo->RethrowError();
+    m_pAudio->RethrowError();
+    if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+}
+
+bool CDemuxGraph::IsDone() const {
+    return IsInterrupted() || m_pVideo->HasFailed() || m_pAudio->HasFailed() ||
+           (m_pVideo->HasEnded() && m_pAudio->HasEnded());
+}
+
+void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {
+    if (SUCCEEDED(hr)) return;
+    std::array<char, 16> szCode{};
+    std::snprintf(szCode.data(), szCode.size(), " (0x%08" PRIX32 ")", static_cast<std::uint32_t>(hr));
+    throw CCommandError(kExitBadInput, m_input.path.string() + ": " + pszWhat + szCode.data());
+}
+
+}  // namespace kest

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <span>
+
+#include "host/FileSource.h"
+#include "host/Graph.h"
+#include "host/Input.h"
+#include "host/Sink.h"
+
+namespace kest {
+
+/// The graph behind a command: a file, the demultiplexer, and a sink for each of its two streams. Operations
+/// throw CCommandError when the graph refuses.
+class CDemuxGraph {
+public:
+    enum class EPace {
+        Timed,    // samples have times, and the streams keep abreast
+        FreeRun,  // samples without times, as fast as they are taken
+    };
+
+    /// Builds the graph, stopped.
+    /// @param input         has been recognised as a program stream.
+    /// @param video, audio  take what leaves the two pins, on the threads of the graph; outlive it.
+    CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace);
+
+    /// Pauses, and seeks while paused.
+    /// @param dSeconds  media time.
+    void Seek(double dSeconds);
+    /// Runs until both streams have ended, and stops. Shows progress on a terminal. Throws what a handler
+    /// threw, and CCommandError when the user interrupted it.
+    void RunToEnd();
+
+private:
+    void Build(EPace pace);
+    bool IsDone() const;
+    void Require(HRESULT hr, const char* pszWhat) const;
+
+    const Input& m_input;
+    CPacer m_pacer;
+    CEvent m_evNotice{false};  // auto-reset: a sink has ended or failed
+    CComPtr<CFileSource> m_pSource;
+    CComPtr<CSink> m_pVideo;
+    CComPtr<CSink> m_pAudio;
+    CComPtr<CGraph> m_pGraph{new CGraph};  // last: it stops before the others go
+};
+
+/// The bytes of a sample, valid as long as it is held.
+std::span<const std::uint8_t> GetPayload(IMediaSample& sample);
+
+}  // namespace kest

@@ -1,0 +1,178 @@
+#include "host/Graph.h"
+
+#include <algorithm>
+#include <ranges>
+#include <string_view>
+
+namespace kest {
+namespace {
+
+/// From the order to run to the first sample's time, 100 ns: what the filters need to get going.
+constexpr REFERENCE_TIME kStartDelay = 100'000;
+
+template <class Interface>
+CComPtr<Interface> Query(IUnknown* pObject, REFIID riid) {
+    CComPtr<Interface> pInterface;
+    pObject->QueryInterface(riid, reinterpret_cast<void**>(pInterface.Put()));
+    return pInterface;
+}
+
+/// Takes both ends of every connection of a filter apart.
+void DisconnectPins(IBaseFilter* pFilter) {
+    CComPtr<IEnumPins> pPins;
+    if (FAILED(pFilter->EnumPins(pPins.Put()))) return;
+    CComPtr<IPin> pPin;
+    while (pPins->Next(1, pPin.Put(), nullptr) == S_OK) {
+        CComPtr<IPin> pOther;
+        if (FAILED(pPin->ConnectedTo(pOther.Put()))) continue;
+        pPin->Disconnect();
+        pOther->Disconnect();
+    }
+}
+
+/// Makes a filter a stranger again: it keeps to no clock, no connection and no graph.
+void Dismiss(IBaseFilter* pFilter) {
+    DisconnectPins(pFilter);
+    pFilter->SetSyncSource(nullptr);  // which may be its own, and then keeps it alive
+    pFilter->JoinFilterGraph(nullptr, nullptr);
+}
+
+}  // namespace
+
+CGraph::~CGraph() {
+    Stop();
+    for (const auto& pFilter : m_apFilters) Dismiss(pFilter.Get());
+}
+
+HRESULT CGraph::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == IID_IFilterGraph) return GetInterface(static_cast<IFilterGraph*>(this), ppv);
+    if (riid == IID_IGraphConfig) return GetInterface(static_cast<IGraphConfig*>(this), ppv);
+    return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+// ---------------------------------------------------------------- filters and connections
+
+HRESULT CGraph::AddFilter(IBaseFilter* pFilter, LPCWSTR pName) {
+    if (!pFilter) return E_POINTER;
+    if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
+    if (const HRESULT hr = pFilter->JoinFilterGraph(this, pName); FAILED(hr)) return hr;
+    m_apFilters.emplace_back(pFilter);
+    return pFilter->SetSyncSource(m_pClock.Get());
+}
+
+HRESULT CGraph::RemoveFilter(IBaseFilter* pFilter) {
+    const auto it =
+        std::ranges::find_if(m_apFilters, [pFilter](const auto& pOwn) { return pOwn.Get() == pFilter; });
+    if (it == m_apFilters.end()) return VFW_E_NOT_IN_GRAPH;
+    pFilter->Stop();
+    Dismiss(pFilter);
+    m_apFilters.erase(it);
+    return S_OK;
+}
+
+HRESULT CGraph::EnumFilters(IEnumFilters**) { return E_NOTIMPL; }
+
+HRESULT CGraph::FindFilterByName(LPCWSTR pName, IBaseFilter** ppFilter) {
+    if (!pName || !ppFilter) return E_POINTER;
+    *ppFilter = nullptr;
+    for (const auto& pFilter : m_apFilters) {
+        FILTER_INFO info{};
+        if (FAILED(pFilter->QueryFilterInfo(&info))) continue;
+        const auto pGraph = CComPtr<IFilterGraph>::Attach(info.pGraph);
+        if (std::wstring_view(info.achName) != pName) continue;
+        *ppFilter = CComPtr(pFilter).Detach();
+        return S_OK;
+    }
+    return VFW_E_NOT_FOUND;
+}
+
+HRESULT CGraph::ConnectDirect(IPin* ppinOut, IPin* ppinIn, const AM_MEDIA_TYPE* pmt) {
+    return ppinOut && ppinIn ? ppinOut->Connect(ppinIn, pmt) : E_POINTER;
+}
+
+HRESULT CGraph::Reconnect(IPin* ppin) {
+    if (!ppin) return E_POINTER;
+    CComPtr<IPin> pOther;
+    PIN_DIRECTION dir = PINDIR_OUTPUT;
+    HRESULT hr = ppin->ConnectedTo(pOther.Put());
+    if (SUCCEEDED(hr)) hr = ppin->QueryDirection(&dir);
+    if (SUCCEEDED(hr)) hr = ppin->Disconnect();
+    if (SUCCEEDED(hr)) hr = pOther->Disconnect();
+    if (FAILED(hr)) return hr;
+    return dir == PINDIR_OUTPUT ? Connect(ppin, pOther.Get()) : Connect(pOther.Get(), ppin);
+}
+
+HRESULT CGraph::Disconnect(IPin* ppin) { return ppin ? ppin->Disconnect() : E_POINTER; }
+
+// ---------------------------------------------------------------- clock, states, seeking
+
+HRESULT CGraph::SetSyncSource(IReferenceClock* pClock) {
+    if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
+    m_pClock = pClock;
+    for (const auto& pFilter : m_apFilters) {
+        if (const HRESULT hr = pFilter->SetSyncSource(pClock); FAILED(hr)) return hr;
+    }
+    return S_OK;
+}
+
+HRESULT CGraph::SetDefaultSyncSource() {
+    for (const auto& pFilter : m_apFilters) {
+        if (const auto pClock = Query<IReferenceClock>(pFilter.Get(), IID_IReferenceClock)) {
+            return SetSyncSource(pClock.Get());
+        }
+    }
+    SetSyncSource(nullptr);
+    return VFW_E_NO_CLOCK;
+}
+
+HRESULT CGraph::Pause() {
+    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
+        const HRESULT hr = pFilter->Pause();
+        m_State = State_Paused;  // one filter is enough to be stopped again
+        if (SUCCEEDED(hr)) continue;
+        Stop();
+        return hr;
+    }
+    return S_OK;
+}
+
+HRESULT CGraph::Run() {
+    if (m_State == State_Stopped) {
+        if (const HRESULT hr = Pause(); FAILED(hr)) return hr;
+    }
+    REFERENCE_TIME rtStart = 0;
+    if (m_pClock && SUCCEEDED(m_pClock->GetTime(&rtStart))) rtStart += kStartDelay;
+    const HRESULT hr = RunAll(rtStart);
+    if (FAILED(hr)) Stop();
+    return hr;
+}
+
+HRESULT CGraph::RunAll(REFERENCE_TIME rtStart) {
+    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
+        if (const HRESULT hr = pFilter->Run(rtStart); FAILED(hr)) return hr;
+    }
+    m_State = State_Running;
+    return S_OK;
+}
+
+HRESULT CGraph::Stop() {
+    HRESULT hrFirst = S_OK;
+    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
+        const HRESULT hr = pFilter->Stop();
+        if (FAILED(hr) && SUCCEEDED(hrFirst)) hrFirst = hr;
+    }
+    m_State = State_Stopped;
+    return hrFirst;
+}
+
+HRESULT CGraph::Seek(REFERENCE_TIME rtPosition) {
+    for (const auto& pFilter : m_apFilters) {
+        if (const auto pSeeking = Query<IMediaSeeking>(pFilter.Get(), IID_IMediaSeeking)) {
+            return pSeeking->SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr,
+                                          AM_SEEKING_NoPositioning);
+        }
+    }
+    return E_NOTIMPL;
+}
+
+}  // namespace kest

@@ -1,0 +1,100 @@
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "host/Commands.h"
+#include "host/DemuxGraph.h"
+#include "host/Listing.h"
+
+namespace kest {
+namespace {
+
+using Times = std::optional<std::array<REFERENCE_TIME, 2>>;  // start and stop, 100 ns
+
+Times GetTimes(IMediaSample& sample) {
+    std::array<REFERENCE_TIME, 2> times{};
+    return SUCCEEDED(sample.GetTime(&times[0], &times[1])) ? Times(times) : std::nullopt;
+}
+
+/// Lists everything that leaves one output pin.
+class CRecording final : public ISinkHandler {
+public:
+    CRecording(EStream stream, CListing& listing) : m_pszPin(GetStreamName(stream)), m_listing(listing) {}
+
+    void OnSample(IMediaSample& sample) override {
+        const Times times = GetTimes(sample);
+        const std::span<const std::uint8_t> payload = GetPayload(sample);
+        const std::string strCrc = GetCrcText(payload);
+        const bool bSyncPoint = sample.IsSyncPoint() == S_OK;
+        const bool bDiscontinuity = sample.IsDiscontinuity() == S_OK;
+        const bool bPreroll = sample.IsPreroll() == S_OK;
+        if (m_listing.IsJson()) {
+            PrintJson("sample", {{"start", times ? nlohmann::ordered_json((*times)[0]) : nullptr},
+                                 {"stop", times ? nlohmann::ordered_json((*times)[1]) : nullptr},
+                                 {"size", payload.size()},
+                                 {"crc32", strCrc},
+                                 {"syncPoint", bSyncPoint},
+                                 {"discontinuity", bDiscontinuity},
+                                 {"preroll", bPreroll}});
+        } else {
+            std::array<char, 24> szSize{};
+            std::snprintf(szSize.data(), szSize.size(), "%zu", payload.size());
+            PrintText("sample", times, szSize.data(),
+                      strCrc + (bSyncPoint ? " sync-point" : "") + (bDiscontinuity ? " discontinuity" : "") +
+                          (bPreroll ? " preroll" : ""));
+        }
+    }
+    void OnNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override {
+        if (m_listing.IsJson()) {
+            PrintJson("newSegment", {{"start", rtStart}, {"stop", rtStop}, {"rate", dRate}});
+        } else {
+            std::array<char, 40> szRate{};
+            std::snprintf(szRate.data(), szRate.size(), "rate %.3g", dRate);
+            PrintText("newSegment", {{rtStart, rtStop}}, "-", szRate.data());
+        }
+    }
+    void OnBeginFlush() override { PrintEvent("beginFlush"); }
+    void OnEndFlush() override { PrintEvent("endFlush"); }
+    void OnEndOfStream() override { PrintEvent("endOfStream"); }
+
+private:
+    void PrintEvent(const char* pszEvent) {
+        m_listing.IsJson() ? PrintJson(pszEvent, {}) : PrintText(pszEvent, std::nullopt, "-", "-");
+    }
+    void PrintJson(const char* pszEvent, const nlohmann::ordered_json::object_t& fields) {
+        nlohmann::ordered_json line = {{"pin", m_pszPin}, {"event", pszEvent}};
+        for (const auto& [strName, value] : fields) line[strName] = value;
+        m_listing.Print(line.dump());
+    }
+    void PrintText(const char* pszEvent, const Times& times, const char* pszSize,
+                   const std::string& strRest) {
+        const auto ToText = [&times](std::size_t n) { return times ? std::to_string((*times)[n]) : "-"; };
+        std::array<char, 96> szText{};
+        std::snprintf(szText.data(), szText.size(), "%s %-11s %19s %19s %8s  ", m_pszPin, pszEvent,
+                      ToText(0).c_str(), ToText(1).c_str(), pszSize);
+        m_listing.Print(szText.data() + strRest);
+    }
+
+    const char* const m_pszPin;
+    CListing& m_listing;
+};
+
+}  // namespace
+
+void RunSamples(const SamplesOptions& options) {
+    const Input input = OpenInput(options.strFile);
+    RequireProgramStream(input);
+    CListing listing(options.bJson,
+                     "pin   event                     start                stop     size  crc32    flags");
+    CRecording video(EStream::Video, listing);
+    CRecording audio(EStream::Audio, listing);
+    CDemuxGraph graph(input, video, audio, CDemuxGraph::EPace::Timed);
+    if (options.dSeek) graph.Seek(*options.dSeek);
+    graph.RunToEnd();
+    listing.Commit();
+}
+
+}  // namespace kest

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <exception>
+#include <mutex>
+
+#include "host/Pacer.h"
+#include "platform/graph/BaseInputPin.h"
+
+namespace kest {
+
+/// Takes what a sink receives. The calls of one sink come one at a time, though from several threads: a flush
+/// comes from whoever flushes. What a call throws ends the stream: see CSink.
+class ISinkHandler {
+public:
+    virtual void OnSample(IMediaSample& sample) = 0;
+    /// @param rtStart, rtStop  bounds of the segment, 100 ns.
+    virtual void OnNewSegment(REFERENCE_TIME /*rtStart*/, REFERENCE_TIME /*rtStop*/, double /*dRate*/) {}
+    virtual void OnBeginFlush() {}
+    virtual void OnEndFlush() {}
+    virtual void OnEndOfStream() {}
+
+protected:
+    ~ISinkHandler() = default;
+};
+
+/// The end of a stream in a graph: a filter with one input pin, "Input", that takes any type and hands
+/// everything to a handler, in the manner of a renderer. While paused it holds the sample that has come until
+/// it runs; a flush drops that sample and a stop lets it go. Between the beginning and the end of a flush,
+/// and while stopped, nothing is taken.
+///
+/// A handler that throws has its exception kept for `RethrowError`; the sink takes nothing more.
+///
+/// Locking: the handler is called under a lock of the pin's own, which is never held together with the object
+/// lock. The waits (for the run, for the other stream) are on events, without a lock.
+class CSink final : public CBaseFilter {
+public:
+    /// @param stream    which stream it takes.
+    /// @param handler   must outlive the sink, as must all that follows.
+    /// @param pacer     keeps this stream abreast of the other.
+    /// @param evNotice  set when the stream has ended or the handler has thrown.
+    CSink(EStream stream, ISinkHandler& handler, CPacer& pacer, CEvent& evNotice);
+
+    int GetPinCount() override { return 1; }
+    CBasePin* GetPin(int n) override { return n == 0 ? &m_input : nullptr; }
+    HRESULT STDMETHODCALLTYPE Pause() override;
+
+    /// The end of the stream has come; forgotten by a flush and by the next start.
+    bool HasEnded() const { return m_input.m_bEnded; }
+    bool HasFailed() const { return m_input.m_bFailed; }
+    /// Throws what the handler threw, if it did.
+    void RethrowError();
+
+private:
+    class CInput final : public CBaseInputPin {
+    public:
+        CInput(CSink* pFilter, EStream stream, ISinkHandler& handler, CPacer& pacer, CEvent& evNotice);
+
+        HRESULT CheckMediaType(const CMediaType& type) override;
+        HRESULT Active() override;
+        HRESULT Run(REFERENCE_TIME tStart) override;
+        HRESULT Inactive() override;
+        HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override;
+        HRESULT STDMETHODCALLTYPE EndOfStream() override;
+        HRESULT STDMETHODCALLTYPE BeginFlush() override;
+        HRESULT STDMETHODCALLTYPE EndFlush() override;
+        HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop,
+                                             double dRate) override;
+
+        bool AwaitTurn(IMediaSample& sample);
+        HRESULT GetRefusal() const;
+        template <class Call>
+        HRESULT Hand(Call call);
+
+        const EStream m_stream;
+        ISinkHandler& m_handler;
+        CPacer& m_pacer;
+        CEvent& m_evNotice;
+        CEvent m_evRun;                      // the graph runs
+        CEvent m_evLeave{true, true};        // stopped or flushing: a sample that waits is let go
+        std::atomic<bool> m_bActive{false};  // between Active and Inactive; written under the object lock
+        std::atomic<bool> m_bEnded{false};   // the end of the stream has come
+        std::atomic<bool> m_bFailed{false};  // the handler has thrown
+        std::mutex m_handlerMutex;           // one call of the handler at a time; guards m_error
+        std::exception_ptr m_error;          // what it threw first
+    };
+
+    CCritSec m_csPins;  // the object lock
+    CInput m_input;
+};
+
+}  // namespace kest

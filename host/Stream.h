@@ -1,0 +1,11 @@
+#pragma once
+
+namespace kest {
+
+/// The two streams that the demultiplexer gives.
+enum class EStream { Video, Audio };
+
+/// What listings call a stream: "video" or "audio".
+constexpr const char* GetStreamName(EStream stream) { return stream == EStream::Video ? "video" : "audio"; }
+
+}  // namespace kest
