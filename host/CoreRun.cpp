@@ -1,5 +1,7 @@
 #include "host/CoreRun.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <exception>
@@ -15,7 +17,10 @@
 namespace kest {
 namespace {
 
-volatile std::sig_atomic_t g_bInterrupted = 0;
+std::atomic<bool> g_bInterrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
 
 constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
 constexpr int kReader = 0;               // the reader of a queue that the core made
@@ -25,10 +30,11 @@ class CStreamDrain {
 public:
     CStreamDrain(EStream stream, CBlockMemFileEx& queue, const FrameHandler& handler, CEvent& evFailed)
         : m_stream(stream), m_queue(queue), m_handler(handler), m_evFailed(evFailed) {
-        m_thread.Start([this] {
+        const bool bStarted = m_thread.Start([this] {
             Run();
             return 0;
         });
+        if (!bStarted) throw CCommandError(kExitBadInput, "the system gives no thread");
     }
     ~CStreamDrain() { m_thread.Terminate(0); }
 
@@ -60,7 +66,7 @@ private:
             bEnd = info.bEndOfStream;
             if (nLength <= 0 && !bEnd) continue;
             m_handler(m_stream, info, {pBlock.get(), static_cast<std::size_t>(nLength)});
-            m_llPosition = info.llFilePos;
+            if (!bEnd) m_llPosition = info.llFilePos;
         }
         m_evEnd.Set();
     }
@@ -75,16 +81,27 @@ private:
     CThread m_thread;  // last: it uses the others
 };
 
+void OnSignal(int) {
+    g_bInterrupted = true;
+    for (int nSignal : kSignals) {
+        struct sigaction action {};
+        if (sigaction(nSignal, nullptr, &action) != 0 || action.sa_handler != OnSignal) continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(nSignal, &action, nullptr);
+    }
+}
+
 }  // namespace
 
 bool IsInterrupted() { return g_bInterrupted; }
 
 void CatchInterrupts() {
-    for (int nSignal : {SIGINT, SIGTERM}) {
-        std::signal(nSignal, [](int nCaught) {
-            g_bInterrupted = 1;
-            std::signal(nCaught, SIG_DFL);  // a second one ends the program at once
-        });
+    for (int nSignal : kSignals) {
+        struct sigaction action {};
+        if (sigaction(nSignal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+        action = {};
+        action.sa_handler = OnSignal;
+        sigaction(nSignal, &action, nullptr);  // without SA_RESTART
     }
 }
 
@@ -92,7 +109,8 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     CProgress progress(input.llLength);
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
-    core.Open(nullptr, nullptr, nullptr);
+    if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
+        throw CCommandError(kExitBadInput, "the demultiplexer cannot be started");
     core.NewSegment(0, input.llLength);
     CEvent evFailed;
     CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
@@ -100,11 +118,14 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     core.Resume();
     for (CStreamDrain* pDrain : {&video, &audio}) {
         CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
-        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted())
-            progress.Show(video.GetPosition());
+        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
+            if (!core.IsRunning()) throw CCommandError(kExitBadInput, "the demultiplexer has ended early");
+            progress.Show(std::max(video.GetPosition(), audio.GetPosition()));
+        }
     }
     for (CStreamDrain* pDrain : {&video, &audio}) pDrain->Finish();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    CheckReadErrors(input);
 }
 
 }  // namespace kest

@@ -18,12 +18,15 @@ using FrameHandler =
 
 /// Runs the pull core over the whole input, hands every record of both streams to the handler, the
 /// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
-/// Throws what the handler threw, and CCommandError when the user interrupted it.
+/// Throws what the handler threw, and CCommandError when the user interrupted it, the input could not be read
+/// to its end or the core could not be run.
 void RunCore(const Input& input, const FrameHandler& handler);
 
 /// The program was interrupted by a signal; long work looks at it.
 bool IsInterrupted();
-/// Makes interrupt and termination signals set what `IsInterrupted` tells.
+/// Makes interrupt, termination and hang-up signals set what `IsInterrupted` tells; a second one ends the
+/// program at once. A signal that the program was started to ignore stays ignored. System calls that wait are
+/// broken off.
 void CatchInterrupts();
 
 }  // namespace kest

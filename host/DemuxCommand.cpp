@@ -23,13 +23,7 @@ const char* VideoExtension(std::uint8_t nStreamType) {
 
 /// The name given, or the input's with another extension.
 fs::path OutputPath(const std::string& strGiven, const Input& input, const char* pszExtension) {
-    return strGiven.empty() ? fs::path(input.path).replace_extension(pszExtension) : fs::path(strGiven);
-}
-
-bool AreSameFile(const fs::path& a, const fs::path& b) {
-    std::error_code ignored;  // a file that does not exist is equivalent to none
-    const bool bSpecial = fs::is_other(fs::status(a, ignored));
-    return !bSpecial && (a.lexically_normal() == b.lexically_normal() || fs::equivalent(a, b, ignored));
+    return strGiven.empty() ? DefaultOutput(input, pszExtension) : fs::path(strGiven);
 }
 
 void PrintSummary(const char* pszStream, const fs::path& path, std::uint64_t nFrames, std::uint64_t nBytes) {
@@ -44,11 +38,11 @@ void RunDemux(const DemuxOptions& options) {
     RequireProgramStream(input);
     const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input.nVideoStreamType));
     const fs::path audioPath = OutputPath(options.strAudio, input, ".mp2");
-    if (AreSameFile(videoPath, audioPath)) {
+    if (AreSamePlace(videoPath, audioPath)) {
         throw CCommandError(kExitBadUsage, videoPath.string() + ": both streams cannot go into one file");
     }
     for (const fs::path& path : {videoPath, audioPath}) {
-        if (AreSameFile(path, input.path))
+        if (AreSamePlace(path, input.path))
             throw CCommandError(kExitBadUsage, path.string() + ": is the input itself");
     }
 
@@ -60,8 +54,8 @@ void RunDemux(const DemuxOptions& options) {
         (stream == EStream::Video ? video : audio).Write(payload);
         ++(stream == EStream::Video ? nVideoFrames : nAudioFrames);
     });
-    video.Commit();
-    audio.Commit();
+    for (COutputFile* pOutput : {&video, &audio}) pOutput->Flush();
+    for (COutputFile* pOutput : {&video, &audio}) pOutput->Commit();
     PrintSummary("video", videoPath, nVideoFrames, video.GetSize());
     PrintSummary("audio", audioPath, nAudioFrames, audio.GetSize());
 }
