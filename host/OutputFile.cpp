@@ -59,13 +59,14 @@ int RenameToFree(const fs::path& from, const fs::path& to) {
 
 COutputFile::COutputFile(const fs::path& path, bool bForce) : m_bForce(bForce), m_path(path) {
     m_buffer.reserve(kBufferSize);
+    const auto info = StatOf(path);
+    m_bMayBlock = info && !S_ISREG(info->st_mode);
     if (path == "-") {
         m_path = "standard output";
         m_hFile = STDOUT_FILENO;
         return;
     }
-    const auto info = StatOf(path);
-    if (info && !S_ISREG(info->st_mode)) {
+    if (m_bMayBlock) {
         OpenSpecial(S_ISFIFO(info->st_mode));
         return;
     }
@@ -129,7 +130,7 @@ void COutputFile::WriteOut() {
     while (!rest.empty()) {
         ThrowIfInterrupted();
         std::size_t nPiece = rest.size();
-        if (m_temporary.empty()) {
+        if (m_bMayBlock) {
             pollfd ready{m_hFile, POLLOUT, 0};
             if (poll(&ready, 1, kInterruptLookMs) <= 0) continue;
             nPiece = std::min<std::size_t>(nPiece, PIPE_BUF);

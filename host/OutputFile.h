@@ -45,6 +45,7 @@ private:
     std::filesystem::path m_target;     // a regular file: its place, links followed
     std::filesystem::path m_temporary;  // where it is written; empty when it is no regular file, or committed
     int m_hFile = -1;                   // open until Flush
+    bool m_bMayBlock = false;           // a pipe or device: a write may wait for somebody else
     std::vector<std::uint8_t> m_buffer;
     std::uint64_t m_nSize = 0;
 };
