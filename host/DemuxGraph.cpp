@@ -78,6 +78,7 @@ void CDemuxGraph::RunToEnd() {
     m_pVideo->RethrowError();
     m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    CheckReadErrors(m_input);
 }
 
 bool CDemuxGraph::IsDone() const {
