@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 constexpr int kInterruptLookMs = 50;  // how often a wait looks for an interrupt
 
 void ThrowIfInterrupted() {
@@ -99,10 +99,12 @@ void COutputFile::OpenTemporary(bool bExists) {
     constexpr std::size_t kMaxStem = 200;  // leaves room for the rest of a name
     constexpr int kMaxTries = 100;         // leftovers of programs that were killed
     if (bExists && access(m_target.c_str(), W_OK) != 0) Fail();
-    const std::string strStem =
-        "." + m_target.filename().string().substr(0, kMaxStem) + ".part-" + std::to_string(getpid());
+    std::string strStem = ".";
+    strStem.append(m_target.filename().string(), 0, kMaxStem);
+    strStem.append(".part-").append(std::to_string(getpid()));
     for (int i = 0; i < kMaxTries && m_hFile < 0; ++i) {
-        m_temporary = m_target.parent_path() / (i == 0 ? strStem : strStem + "-" + std::to_string(i));
+        m_temporary = m_target.parent_path() / strStem;
+        if (i > 0) m_temporary += std::to_string(-i);
         m_hFile = open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (m_hFile < 0 && errno != EEXIST) break;
     }
