@@ -59,7 +59,9 @@ CKestDemux2Filter::~CKestDemux2Filter() {
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
     if (m_pVideoPin) {
-        if (riid == IID_IMediaPosition) return m_pVideoPin->NonDelegatingQueryInterface(riid, ppv);
+        if (riid == IID_IMediaPosition) {  // part of the video pin, which serves it from its seeking object
+            return m_pVideoPin->GetSeeking().NonDelegatingQueryInterface(riid, ppv);
+        }
         if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     }
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);

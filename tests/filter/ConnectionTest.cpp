@@ -81,6 +81,9 @@ TEST_F(FilterConnection, SameModeKeepsTheCoreWhichReadsTheNewSource) {
         LONGLONG llDuration = 0;
         EXPECT_EQ(S_OK, Query<IMediaSeeking>(IID_IMediaSeeking)->GetDuration(&llDuration));
         EXPECT_EQ(c.llSize * 10000000 / c.llBitRate * 8, llDuration);
+        REFTIME dSeconds = 0;
+        EXPECT_EQ(S_OK, Query<IMediaPosition>(IID_IMediaPosition)->get_Duration(&dSeconds));
+        EXPECT_DOUBLE_EQ(static_cast<double>(llDuration) / 1e7, dSeconds);
 
         ConnectSinks();
         VideoSink().m_nSamples = AudioSink().m_nSamples = 0;
