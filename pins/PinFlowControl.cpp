@@ -48,6 +48,7 @@ HRESULT CPinFlowControl::Unblock() {
     CAutoLock lock(m_cs);
     if (m_state == EState::NotBlocked) return S_FALSE;
     m_state = EState::NotBlocked;
+    if (m_evNotify) m_evNotify.Set();  // whoever waits for a block that was called off must not wait on
     m_evNotify = CEventRef();
     m_evUnblock.Set();
     return S_OK;

@@ -100,7 +100,7 @@ HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
 
 HRESULT CKestDemux2VideoOutputPin::DeliverNewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
     Trace("===>Enter Video DeliverNewSegment\n");
-    if (SUCCEEDED(m_flowControl.StartUsing())) m_flowControl.StopUsing();
+    { const CPinUse use(m_flowControl); }
     Trace("<=== Leave Video DeliverNewSegment\n");
     return S_OK;
 }
