@@ -59,9 +59,8 @@ HRESULT CKestDemux2AudioOutputPin::GetMediaType(int n, CMediaType& type) {
 HRESULT CKestDemux2AudioOutputPin::DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop,
                                                      double dRate) {
     Trace("===>Enter Audio DeliverNewSegment\n");
-    const bool bUsing = SUCCEEDED(m_flowControl.StartUsing());
-    const HRESULT hr = CDemuxOutputPin::DeliverNewSegment(rtStart, rtStop, dRate);
-    if (bUsing) m_flowControl.StopUsing();
+    const CPinUse use(m_flowControl);
+    const HRESULT hr = use ? CDemuxOutputPin::DeliverNewSegment(rtStart, rtStop, dRate) : VFW_E_STATE_CHANGED;
     Trace("===>Leave Audio DeliverNewSegment\n");
     return hr;
 }

@@ -14,7 +14,7 @@ public:
 
     HRESULT CheckMediaType(const CMediaType& type) override;
     HRESULT GetMediaType(int n, CMediaType& type) override;
-    /// Passes the notice downstream and returns what it says.
+    /// Passes the notice downstream and returns what it says; VFW_E_STATE_CHANGED when the pin stays blocked.
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     /// E_NOTIMPL, with a debug text.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;

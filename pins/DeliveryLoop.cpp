@@ -96,12 +96,15 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     return m_rules->bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
 }
 
-/// After a reset, drops everything that was queued before it.
+/// After a reset, drops everything that was queued before it; only an end of the stream is not lost, since no
+/// other may follow.
 void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     TraceStep("=======>Audio 1.5\n");
     if (!GetTiming().bRestartPending.exchange(false)) return;
     while (m_pin.GetFramesPending() > 0 && !GetThread().IsStopping()) {
+        frame.info = {};
         m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0);
+        if (frame.info.bEndOfStream) return EndStream();
         OnFrameDropped();
     }
 }
@@ -113,8 +116,8 @@ CDeliveryLoop::EStep CDeliveryLoop::ProcessFrame(Frame& frame) {
         if (const EStep step = RestartTiming(frame); step != EStep::GoOn) return step;
     } else {
         ContinueTiming(frame);
+        if (m_rules->bClampsJumps) ClampJump(frame);
     }
-    if (m_rules->bClampsJumps) ClampJump(frame);
     if (Is(EVariant::Basic) && m_pin.IsVideo() && GetTiming().rtStart < 0) GetTiming().rtStart = 0;
     frame.pSample->SetSyncPoint(TRUE);
     SetTimes(frame, GetTiming().rtStart);
@@ -142,7 +145,8 @@ void CDeliveryLoop::ContinueTiming(Frame& frame) {
     m_nAhead = static_cast<std::int32_t>(nStream - (m_dwDeliverTick - m_dwStartTick) * 10000) / 10000;
 }
 
-/// Moves a start that jumps to one frame behind the last.
+/// Moves a start that jumps to one frame behind the last. A restart may jump: the audio goes on behind the
+/// later of the two pins.
 void CDeliveryLoop::ClampJump(Frame& frame) {
     PinTiming& timing = GetTiming();
     const REFERENCE_TIME rtJump = timing.rtStart - timing.rtLastStart;
@@ -196,13 +200,7 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
     if (m_rules->bRepairs) GetTiming().bReadyToReset = false;
     if (m_pin.IsVideo() && m_rules->bReadsFlags) Trace("Before Deliver \n");
     m_dwDeliverTick = TickCount();
-    const bool bWithheld = IsWithheld() || (m_rules->bRepairs && GetThread().IsStopping());
-    HRESULT hr = S_OK;
-    if (bWithheld) {
-        frame.pSample = nullptr;
-    } else {
-        hr = DeliverBracketed(frame);
-    }
+    const HRESULT hr = DeliverBracketed(frame, m_rules->bRepairs);
     if (m_rules->bRepairs) GetTiming().bReadyToReset = true;
     if (!CountsBeforeDelivery()) ++GetTiming().nAccessCount;
     TraceStatistics(frame);
@@ -215,12 +213,13 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
     return hr != S_OK && m_rules->bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
 }
 
-/// A pin that is blocked and whose wait a flush or a stop ended is not delivered to.
-HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame) {
-    const bool bUsing = SUCCEEDED(m_pin.GetFlowControl().StartUsing());
-    const HRESULT hr = bUsing ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
+/// A pin that is blocked and whose wait a flush or a stop ended is not delivered to. The stop is looked at
+/// behind that wait, since it may come during it.
+HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
+    const CPinUse use(m_pin.GetFlowControl());
+    const bool bWithheld = bMayWithhold && (IsWithheld() || GetThread().IsStopping());
+    const HRESULT hr = use && !bWithheld ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
     frame.pSample = nullptr;
-    if (bUsing) m_pin.GetFlowControl().StopUsing();
     return hr;
 }
 

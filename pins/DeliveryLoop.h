@@ -129,7 +129,8 @@ protected:
     /// Marks a sample that begins a timing: no preroll, no new type, a discontinuity.
     void MarkRestart(Frame& frame);
     /// One delivery between start-using and stop-using; releases the sample.
-    HRESULT DeliverBracketed(Frame& frame);
+    /// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
+    HRESULT DeliverBracketed(Frame& frame, bool bMayWithhold = false);
     /// The run asks for a reset.
     void RequestReset();
     /// The queue's free blocks and the pin's pending frames, for statistics.

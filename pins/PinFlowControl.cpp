@@ -5,6 +5,25 @@
 #include <utility>
 
 namespace kest {
+namespace {
+
+/// Gives the gate back unless the bracket has begun: also when the thread is ended by force at a blocked pin.
+class CGateHold {
+public:
+    explicit CGateHold(CEvent* pGate) : m_pGate(pGate) {}
+    ~CGateHold() {
+        if (m_pGate) m_pGate->Set();
+    }
+    CGateHold(const CGateHold&) = delete;
+    CGateHold& operator=(const CGateHold&) = delete;
+
+    void Keep() { m_pGate = nullptr; }
+
+private:
+    CEvent* m_pGate;  // null: there is nothing to give back
+};
+
+}  // namespace
 
 HRESULT CPinFlowControl::Block(DWORD dwBlockFlags, HANDLE hEvent) {
     if (dwBlockFlags & ~AM_PIN_FLOW_CONTROL_BLOCK) return E_INVALIDARG;
@@ -48,6 +67,7 @@ HRESULT CPinFlowControl::Unblock() {
     CAutoLock lock(m_cs);
     if (m_state == EState::NotBlocked) return S_FALSE;
     m_state = EState::NotBlocked;
+    if (m_evNotify) m_evNotify.Set();  // whoever waits for a block that was called off must not wait on
     m_evNotify = CEventRef();
     m_evUnblock.Set();
     return S_OK;
@@ -56,17 +76,18 @@ HRESULT CPinFlowControl::Unblock() {
 // The gate is waited for before the lock is taken: whoever is inside needs the lock to come out.
 HRESULT CPinFlowControl::StartUsing() {
     if (m_bGate) m_evGate.Wait();
+    CGateHold gate(m_bGate ? &m_evGate : nullptr);
     for (;;) {
         {
             CAutoLock lock(m_cs);
             if (m_state != EState::Blocked) {
                 ++m_nUsers;
+                gate.Keep();
                 return S_OK;
             }
         }
         CEvent* const apEvents[] = {&m_evUnblock, m_pStopEvent.load()};
         if (CEvent::WaitAny(std::span(apEvents).first(apEvents[1] ? 2 : 1)) != 0) {
-            if (m_bGate) m_evGate.Set();
             return VFW_E_STATE_CHANGED;
         }
     }

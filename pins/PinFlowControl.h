@@ -59,4 +59,24 @@ private:
     int m_nUsers = 0;                            // outstanding users
 };
 
+/// `StartUsing` and `StopUsing` around a block of code, also when a thread is ended by force in it: the next
+/// thread would wait for the gate for ever.
+class CPinUse {
+public:
+    explicit CPinUse(CPinFlowControl& flowControl)
+        : m_flowControl(flowControl), m_bUsing(SUCCEEDED(flowControl.StartUsing())) {}
+    ~CPinUse() {
+        if (m_bUsing) m_flowControl.StopUsing();
+    }
+    CPinUse(const CPinUse&) = delete;
+    CPinUse& operator=(const CPinUse&) = delete;
+
+    /// The pin may be used.
+    explicit operator bool() const { return m_bUsing; }
+
+private:
+    CPinFlowControl& m_flowControl;
+    const bool m_bUsing;
+};
+
 }  // namespace kest

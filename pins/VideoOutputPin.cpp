@@ -38,7 +38,7 @@ void CKestDemux2VideoOutputPin::CloseMemFiles() {
 // ---------------- media types
 
 HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
-    static constexpr std::array kSubtypes = {MEDIASUBTYPE_MPEG2_VIDEO, MEDIASUBTYPE_MPEG1Payload,
+    static const std::array kSubtypes = {MEDIASUBTYPE_MPEG2_VIDEO, MEDIASUBTYPE_MPEG1Payload,
                                              MEDIASUBTYPE_KestMpeg4Video, MEDIASUBTYPE_KestMp4s,
                                              MEDIASUBTYPE_MPEG1Packet};
     if (!m_pDemuxFilter->IsInputConnected() || type.Type() != MEDIATYPE_Video) return S_FALSE;
@@ -100,7 +100,7 @@ HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
 
 HRESULT CKestDemux2VideoOutputPin::DeliverNewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
     Trace("===>Enter Video DeliverNewSegment\n");
-    if (SUCCEEDED(m_flowControl.StartUsing())) m_flowControl.StopUsing();
+    { const CPinUse use(m_flowControl); }
     Trace("<=== Leave Video DeliverNewSegment\n");
     return S_OK;
 }
