@@ -8,9 +8,9 @@ KestMpeg2PsPullDemux::~KestMpeg2PsPullDemux() { EndThread(); }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart) {
     m_llSegmentPos = llStart;
-    m_bNewSegment = true;
     m_video.pQueue->Reset();
     m_audio.pQueue->Reset();
+    m_bNewSegment = true;  // last: what the thread queues once it has seen this stays
 }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart, std::int64_t llStop) {
