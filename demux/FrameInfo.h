@@ -8,6 +8,9 @@ namespace kest {
 
 /// The record that travels beside every frame in a block queue, copied by value. Fields that a core does not
 /// set are zero.
+///
+/// The layout is fixed: it is shared with other builds of the record, which look for the four flags at the
+/// offsets 32 to 35.
 struct FRAME_INFO {
     std::int64_t llPts;      // presentation time stamp, 90 kHz, 33 bits; 0 in trick-play frames
     std::int64_t llDts;      // decoding time stamp, 90 kHz, 33 bits; the PTS when the packet has no DTS

@@ -23,7 +23,8 @@ KestMpeg2PsDemux::KestMpeg2PsDemux() = default;
 KestMpeg2PsDemux::~KestMpeg2PsDemux() { EndThread(); }
 
 void KestMpeg2PsDemux::EndThread() {
-    if (m_pStreamBuffer) KestMpeg2PsDemux::Stop();
+    if (!m_hThread.Exists()) return;  // never started, or a derived class has ended it
+    KestMpeg2PsDemux::Stop();
     CloseThread();
 }
 
@@ -120,6 +121,7 @@ std::int32_t KestMpeg2PsDemux::ThreadProc() {
 /// Goes to the next start code and parses what it begins.
 void KestMpeg2PsDemux::ParseUnit() {
     const ESync sync = Resync();
+    if (sync != ESync::None) OnDataFound();
     if (sync == ESync::None && !m_evStop.IsSignalled()) {
         OnNoData();
         m_evStop.Wait(kNoDataPauseMs);

@@ -45,8 +45,10 @@ public:
     /// alive.
     /// @return the byte count, or 0 when the thread is not running or the core does not take pushed bytes.
     int PushData(std::span<const std::uint8_t> data);
-    /// Empties the stream buffer and drops what is gathered: the next frames begin with what comes after. Any
-    /// thread, once the core is open.
+    /// Asks for a fresh start: the stream buffer is emptied, what is gathered is dropped, and the next frames
+    /// begin with what comes after. The core's thread honours the request before its next unit, so a frame
+    /// that it is finishing may still be queued. Pushed bytes that wait are dropped at once. Any thread, once
+    /// the core is open.
     void Reset();
     /// Ends the thread, by force after 1000 ms, and makes the core ready for `Restart`: what waits on its
     /// buffer or on queues that it made is woken, both are empty afterwards.
@@ -93,6 +95,7 @@ protected:
     // Steps of the thread loop in which pull operation differs.
     virtual void BeginRun() {}                        // once, before the first unit
     virtual void BeginUnit() {}                       // before each unit
+    virtual void OnDataFound() {}                     // a resynchronisation found something
     virtual void OnNoData() {}                        // the input gave nothing to resynchronise on
     virtual bool IsPulling() const { return false; }  // the core reads its source itself
 

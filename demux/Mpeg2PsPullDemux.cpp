@@ -7,10 +7,10 @@ namespace kest {
 KestMpeg2PsPullDemux::~KestMpeg2PsPullDemux() { EndThread(); }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart) {
-    m_llSegmentPos = llStart;
     m_video.pQueue->Reset();
     m_audio.pQueue->Reset();
-    m_bNewSegment = true;  // last: what the thread queues once it has seen this stays
+    m_llSegmentPos = llStart;
+    m_bNewSegment = true;  // last: emptied afterwards, the queues could lose frames of the new segment
 }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart, std::int64_t llStop) {
@@ -35,9 +35,10 @@ void KestMpeg2PsPullDemux::BeginUnit() {
     Trace("==> New Segment <==\n");
 }
 
-/// The source has nothing more to resynchronise on: ends both streams, once until there is data again.
+/// The source has nothing more to resynchronise on: ends both streams, once until there is data again. A
+/// segment that is asked for meanwhile has not ended.
 void KestMpeg2PsPullDemux::OnNoData() {
-    if (!IsPulling() || m_bEndSent) return;
+    if (!IsPulling() || m_bEndSent || m_bNewSegment) return;
     m_bEndSent = true;
     SendEndOfStream();
 }

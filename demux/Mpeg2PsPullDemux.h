@@ -36,6 +36,7 @@ private:
     void FillAudioInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) override;
     void BeginRun() override;
     void BeginUnit() override;
+    void OnDataFound() override { m_bEndSent = false; }
     void OnNoData() override;
     bool IsPulling() const override { return m_pReader != nullptr; }
 

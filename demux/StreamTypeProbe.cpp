@@ -147,24 +147,27 @@ std::optional<int> CStreamTypeProbe::ClassifyProgramStream(Bytes data) {
 }
 
 /// Decides by the first video entry of a program_stream_map (ISO/IEC 13818-1 2.5.4.1), given the bytes behind
-/// its start code. A map whose fields point outside its own length decides nothing.
+/// its start code. A map whose fields point outside its own length decides nothing; whether the CRC has room
+/// in it does not matter.
 std::optional<int> CStreamTypeProbe::ClassifyMap(Bytes map) {
-    constexpr std::size_t kFixedSize = 10;  // of a map's length: all but descriptors and entries
-    const std::size_t nMapLength = Read16(map, 0);
-    const std::size_t nInfoLength = Read16(map, 4);
-    if (nInfoLength + kFixedSize > nMapLength || 8 + nInfoLength > map.size()) return std::nullopt;
-    const std::size_t nEntriesLength = Read16(map, 6 + nInfoLength);
-    if (nEntriesLength > nMapLength - nInfoLength - kFixedSize) return std::nullopt;
-    Bytes entries = From(map, 8 + nInfoLength);
-    entries = entries.first(std::min(entries.size(), nEntriesLength));
+    const std::size_t nMapEnd = 2u + Read16(map, 0);
+    const std::size_t nEntriesBegin = 8u + Read16(map, 4);  // behind the descriptors
+    if (nEntriesBegin > nMapEnd || nEntriesBegin > map.size()) return std::nullopt;
+    const std::size_t nEntriesEnd = nEntriesBegin + Read16(map, nEntriesBegin - 2);
+    if (nEntriesEnd > nMapEnd) return std::nullopt;
+    Bytes entries = map.first(std::min(map.size(), nEntriesEnd)).subspan(nEntriesBegin);
+    std::size_t nRest = nMapEnd - nEntriesBegin;  // of the map, from the entry on
     while (entries.size() >= 4) {
+        const std::size_t nEntry = 4u + Read16(entries, 2);
+        if (nEntry > nRest) return std::nullopt;
+        nRest -= nEntry;
         m_nVideoStreamType = entries[0];
         if (m_nVideoStreamType == kStreamTypeMpeg4Video) return kClassProgramMpeg4;
         if (m_nVideoStreamType == kStreamTypeMpeg2Video || m_nVideoStreamType == kStreamTypeMpeg1Video) {
             return kClassProgramMpeg12;
         }
         m_nVideoStreamType = 0;
-        entries = From(entries, 4u + Read16(entries, 2));
+        entries = From(entries, nEntry);
     }
     return std::nullopt;
 }

@@ -43,6 +43,7 @@ void CKestDemux2Filter::StartPath() {
         m_pVideoPin->GetTiming().nAccessCount = 0;
         m_pVideoPin->GetTiming().bFirstTime = true;
     }
+    m_evAbort.Reset();  // the stop before is over: a delivery on a blocked pin waits again
     if (Core()) Core()->Restart();
     if (Mode().family == ECoreFamily::Transport) SelectTsTimeReference();
     for (CDemuxOutputPin* pPin : DeliveringPins()) StartDelivery(*pPin);

@@ -130,7 +130,7 @@ private:
     const WorkingMode& Mode() const { return FindWorkingMode(GetWorkingMode()); }
     CWorkerThread* Core() const;
     std::span<CDemuxOutputPin* const> DeliveringPins() const;
-    bool HasProgramCore() const { return Core() != nullptr && Core() == m_pPsDemux.get(); }
+    bool HasProgramCore() const { return m_pPsDemux && Mode().family == ECoreFamily::Program; }
     int CreatePsDemux();
     void StartPath();
     void ResumePath();

@@ -1,5 +1,7 @@
 #include "host/CoreRun.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <exception>
 #include <memory>
@@ -23,10 +25,11 @@ class CStreamDrain {
 public:
     CStreamDrain(EStream stream, CBlockMemFileEx& queue, const FrameHandler& handler, CEvent& evFailed)
         : m_stream(stream), m_queue(queue), m_handler(handler), m_evFailed(evFailed) {
-        m_thread.Start([this] {
+        const bool bStarted = m_thread.Start([this] {
             Run();
             return 0;
         });
+        if (!bStarted) throw CCommandError(kExitBadInput, "the system gives no thread");
     }
     ~CStreamDrain() { m_thread.Terminate(0); }
 
@@ -58,7 +61,7 @@ private:
             bEnd = info.bEndOfStream;
             if (nLength <= 0 && !bEnd) continue;
             m_handler(m_stream, info, {pBlock.get(), static_cast<std::size_t>(nLength)});
-            m_llPosition = info.llFilePos;
+            if (!bEnd) m_llPosition = info.llFilePos;
         }
         m_evEnd.Set();
     }
@@ -79,7 +82,8 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     CProgress progress(input.llLength);
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
-    core.Open(nullptr, nullptr, nullptr);
+    if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
+        throw CCommandError(kExitBadInput, "the demultiplexer cannot be started");
     core.NewSegment(0, input.llLength);
     CEvent evFailed;
     CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
@@ -87,11 +91,14 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     core.Resume();
     for (CStreamDrain* pDrain : {&video, &audio}) {
         CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
-        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted())
-            progress.Show(video.GetPosition());
+        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
+            if (!core.IsRunning()) throw CCommandError(kExitBadInput, "the demultiplexer has ended early");
+            progress.Show(std::max(video.GetPosition(), audio.GetPosition()));
+        }
     }
     for (CStreamDrain* pDrain : {&video, &audio}) pDrain->Finish();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    CheckReadErrors(input);
 }
 
 }  // namespace kest

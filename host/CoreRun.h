@@ -17,7 +17,8 @@ using FrameHandler =
 
 /// Runs the pull core over the whole input, hands every record of both streams to the handler, the
 /// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
-/// Throws what the handler threw, and CCommandError when the user interrupted it.
+/// Throws what the handler threw, and CCommandError when the user interrupted it, the input could not be read
+/// to its end or the core could not be run.
 void RunCore(const Input& input, const FrameHandler& handler);
 
 }  // namespace kest

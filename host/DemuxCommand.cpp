@@ -23,13 +23,7 @@ const char* VideoExtension(std::uint8_t nStreamType) {
 
 /// The name given, or the input's with another extension.
 fs::path OutputPath(const std::string& strGiven, const Input& input, const char* pszExtension) {
-    return strGiven.empty() ? fs::path(input.path).replace_extension(pszExtension) : fs::path(strGiven);
-}
-
-bool AreSameFile(const fs::path& a, const fs::path& b) {
-    std::error_code ignored;  // a file that does not exist is equivalent to none
-    const bool bSpecial = fs::is_other(fs::status(a, ignored));
-    return !bSpecial && (a.lexically_normal() == b.lexically_normal() || fs::equivalent(a, b, ignored));
+    return strGiven.empty() ? DefaultOutput(input, pszExtension) : fs::path(strGiven);
 }
 
 /// Writes the payloads of one stream into a file.
@@ -41,6 +35,7 @@ public:
         m_file.Write(GetPayload(sample));
         ++m_nSamples;
     }
+    void Flush() { m_file.Flush(); }
     void Commit() { m_file.Commit(); }
     void PrintSummary(EStream stream) const {
         std::fprintf(stderr, "%s: %" PRIu64 " frames, %" PRIu64 " bytes -> %s\n", GetStreamName(stream),
@@ -60,19 +55,19 @@ void RunDemux(const DemuxOptions& options) {
     RequireProgramStream(input);
     const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input.nVideoStreamType));
     const fs::path audioPath = OutputPath(options.strAudio, input, ".mp2");
-    if (AreSameFile(videoPath, audioPath)) {
+    if (AreSamePlace(videoPath, audioPath)) {
         throw CCommandError(kExitBadUsage, videoPath.string() + ": both streams cannot go into one file");
     }
     for (const fs::path& path : {videoPath, audioPath}) {
-        if (AreSameFile(path, input.path))
+        if (AreSamePlace(path, input.path))
             throw CCommandError(kExitBadUsage, path.string() + ": is the input itself");
     }
 
     CWriting video(videoPath, options.bForce);
     CWriting audio(audioPath, options.bForce);
     CDemuxGraph(input, video, audio, CDemuxGraph::EPace::FreeRun).RunToEnd();
-    video.Commit();
-    audio.Commit();
+    for (CWriting* pWriting : {&video, &audio}) pWriting->Flush();
+    for (CWriting* pWriting : {&video, &audio}) pWriting->Commit();
     video.PrintSummary(EStream::Video);
     audio.PrintSummary(EStream::Audio);
 }

@@ -74,6 +74,7 @@ void CDemuxGraph::RunToEnd() {
     m_pVideo->RethrowError();
     m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    CheckReadErrors(m_input);
     if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": a stream does not end");
 }
 

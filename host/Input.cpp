@@ -28,6 +28,7 @@ const char* GetClassName(int nClass) {
 }
 
 Input OpenInput(const std::filesystem::path& path) {
+    if (path == "-") throw CCommandError(kExitBadUsage, "-: standard input is not taken; give a file");
     Input input;
     input.path = path;
     std::error_code error;
@@ -41,6 +42,7 @@ Input OpenInput(const std::filesystem::path& path) {
     input.llLength = probe.GetTotalLength();
     if (input.llLength == 0) Refuse(path, "the file is empty");
     if (input.nClass == kClassNotRecognised) {
+        CheckReadErrors(input);
         Refuse(path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
     }
     input.nVideoStreamType = probe.GetVideoStreamType();
@@ -52,6 +54,21 @@ void RequireProgramStream(const Input& input) {
     if (input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12) return;
     Refuse(input.path, "class " + std::to_string(input.nClass) + ", " + GetClassName(input.nClass) +
                            "; missing: an MPEG-2 program stream");
+}
+
+void CheckReadErrors(const Input& input) {
+    const std::int64_t llPosition = input.pReader->GetErrorPosition();
+    if (llPosition >= 0) Refuse(input.path, "cannot be read beyond byte " + std::to_string(llPosition));
+}
+
+std::filesystem::path DefaultOutput(const Input& input, const char* pszExtension) {
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    const fs::path folder = fs::canonical(fs::absolute(input.path, ignored).parent_path(), ignored);
+    if (folder == "/dev" || folder.string().starts_with("/proc/")) {
+        throw CCommandError(kExitBadUsage, input.path.string() + ": give --video and --audio");
+    }
+    return fs::path(input.path).replace_extension(pszExtension);
 }
 
 }  // namespace kest

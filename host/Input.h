@@ -18,11 +18,20 @@ struct Input {
     std::uint8_t nVideoStreamType = 0;  // stream_type of a program stream's video
 };
 
-/// Opens and probes a file. Throws CCommandError when it cannot be read or is not recognised.
+/// Opens and probes a file, which must not be standard input. Throws CCommandError when it cannot be read or
+/// is not recognised.
 Input OpenInput(const std::filesystem::path& path);
 
 /// Throws CCommandError unless the input is a program stream that the demux core takes.
 void RequireProgramStream(const Input& input);
+
+/// Throws CCommandError when reading the input has failed anywhere so far; who reads it sees only an end
+/// there. To be called after a run, before its outputs are committed.
+void CheckReadErrors(const Input& input);
+
+/// The input's name with another extension. Throws CCommandError when that would lie among the system's
+/// devices.
+std::filesystem::path DefaultOutput(const Input& input, const char* pszExtension);
 
 /// What a stream class is called.
 const char* GetClassName(int nClass);

@@ -1,23 +1,38 @@
 #include "host/Interrupts.h"
 
+#include <array>
+#include <atomic>
 #include <csignal>
-#include <initializer_list>
 
 namespace kest {
 namespace {
 
-volatile std::sig_atomic_t g_bInterrupted = 0;
+std::atomic<bool> g_bInterrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+void OnSignal(int) {
+    g_bInterrupted = true;
+    for (int nSignal : kSignals) {
+        struct sigaction action {};
+        if (sigaction(nSignal, nullptr, &action) != 0 || action.sa_handler != OnSignal) continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(nSignal, &action, nullptr);
+    }
+}
 
 }  // namespace
 
 bool IsInterrupted() { return g_bInterrupted; }
 
 void CatchInterrupts() {
-    for (int nSignal : {SIGINT, SIGTERM}) {
-        std::signal(nSignal, [](int nCaught) {
-            g_bInterrupted = 1;
-            std::signal(nCaught, SIG_DFL);  // a second one ends the program at once
-        });
+    for (int nSignal : kSignals) {
+        struct sigaction action {};
+        if (sigaction(nSignal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+        action = {};
+        action.sa_handler = OnSignal;
+        sigaction(nSignal, &action, nullptr);  // without SA_RESTART
     }
 }
 

@@ -12,6 +12,7 @@ namespace {
 constexpr auto kDrawInterval = std::chrono::milliseconds(100);
 constexpr int kBarWidth = 30;
 constexpr double kMega = 1e6;
+constexpr double kMaxLeft = 99 * 3600;  // seconds; more are not told
 
 }  // namespace
 
@@ -31,7 +32,7 @@ void CProgress::Show(std::int64_t llDone) {
     const auto total = static_cast<double>(m_llTotal);
     const double seconds = std::chrono::duration<double>(now - m_begin).count();
     const double rate = seconds > 0 ? done / seconds : 0;
-    const int nLeft = rate > 0 ? static_cast<int>((total - done) / rate) : 0;
+    const int nLeft = rate > 0 ? static_cast<int>(std::min((total - done) / rate, kMaxLeft)) : 0;
     std::string strBar(static_cast<std::size_t>(kBarWidth * done / total), '#');
     strBar.resize(kBarWidth, '.');
     std::fprintf(stderr, "\r[%s] %3.0f%%  %.0f/%.0f MB  %.0f MB/s  %d:%02d left\033[K", strBar.c_str(),

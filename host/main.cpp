@@ -38,7 +38,9 @@ int RunProgram(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "kestdemux " KEST_VERSION);
-    app.footer("Exit codes: 0 done, 1 input not usable, 2 wrong usage, 3 output could not be written.");
+    app.footer(
+        "Exit codes: 0 done, 1 input not usable, 2 wrong usage, 3 output could not be written, "
+        "130 interrupted.");
     int nVerbosity = 0;
     app.add_flag("-v,--verbose", nVerbosity, "show debug texts; twice: trace texts too");
 

@@ -10,7 +10,8 @@
 
 namespace kest {
 
-/// Receives one finished text. Called from any thread, one call at a time.
+/// Receives one finished text. Called from any thread, one call at a time; a sink must not write texts
+/// itself: it would wait for its own end.
 using TextSink = std::function<void(const char* pszText)>;
 
 /// Puts a sink in the place of the debugger output; an empty one restores it.

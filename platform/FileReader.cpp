@@ -20,4 +20,10 @@ ULONG CFileReader::Release() {
     return nRefs;
 }
 
+HRESULT CFileReader::NoteError(LONGLONG llPosition) {
+    LONGLONG llNone = -1;
+    m_llErrorPosition.compare_exchange_strong(llNone, llPosition);
+    return E_FAIL;
+}
+
 }  // namespace kest

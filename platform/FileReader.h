@@ -34,11 +34,15 @@ public:
     HRESULT STDMETHODCALLTYPE WaitForNext(DWORD, IMediaSample**, DWORD_PTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SyncReadAligned(IMediaSample*) override { return E_NOTIMPL; }
     /// As the interface says; E_INVALIDARG for a negative position or length, E_FAIL when the system cannot
-    /// read.
+    /// read: then the position is remembered.
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) override;
     HRESULT STDMETHODCALLTYPE Length(LONGLONG* pTotal, LONGLONG* pAvailable) override;
     HRESULT STDMETHODCALLTYPE BeginFlush() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE EndFlush() override { return S_OK; }
+
+    /// Position of the first byte that the system could not read, at the first failure; -1 while there was
+    /// none. Since the users of a source take a failure for its end, this is how to tell the two apart.
+    LONGLONG GetErrorPosition() const { return m_llErrorPosition; }
 
 private:
 #ifdef _WIN32
@@ -49,7 +53,11 @@ private:
     explicit CFileReader(FileHandle hFile) : m_hFile(hFile) {}
     ~CFileReader();
 
-    FileHandle m_hFile;  // open for reading, owned
+    /// Remembers the first failure. @return E_FAIL.
+    HRESULT NoteError(LONGLONG llPosition);
+
+    FileHandle m_hFile;                           // open for reading, owned
+    std::atomic<LONGLONG> m_llErrorPosition{-1};  // see GetErrorPosition
     std::atomic<ULONG> m_nRefs{1};
 };
 

@@ -14,8 +14,8 @@ CBlockMemFile::CBlockMemFile(std::uint32_t nBlockSize, std::uint32_t nBlockCount
       m_pLengths(std::make_unique<std::uint32_t[]>(nBlockCount)) {}
 
 int CBlockMemFile::WOpen() {
-    CAutoLock lock(m_csWriter);
     CAutoLock lockWrite(m_csWrite);  // no block may be written between the open mark and the index
+    CAutoLock lock(m_csWriter);
     if (m_bWriterOpen) return -2;
     m_bWriterOpen = true;
     m_evWriter.Set();
@@ -24,8 +24,8 @@ int CBlockMemFile::WOpen() {
 }
 
 void CBlockMemFile::WClose() {
-    CAutoLock lock(m_csWriter);
     CAutoLock lockWrite(m_csWrite);
+    CAutoLock lock(m_csWriter);
     m_bWriterOpen = false;
     m_nWriteIndex = 0;
     ++m_nWriterBreaks;

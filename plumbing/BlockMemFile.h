@@ -19,8 +19,8 @@ namespace kest {
 /// starts again at block 0.
 ///
 /// Threads: one writer, one reader per handle; `Reset`, `WClose` and `RClose` may come from any other thread.
-/// Lock order: m_csWriter, m_csWrite, m_csReaders, a reader's lock. A transfer holds the
-/// lock of its own side while it copies, so that a `Reset` or a closing never lets one side overwrite what
+/// Lock order: m_csWrite, m_csWriter, m_csReaders, a reader's cs. A transfer holds the lock of its own side
+/// while it copies, so that a `Reset` or a closing never lets one side overwrite what
 /// the other is copying; otherwise nobody contends for these locks. No lock is held while waiting.
 class CBlockMemFile {
 public:

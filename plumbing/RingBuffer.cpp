@@ -13,8 +13,7 @@ CRingBuffer::CRingBuffer(std::uint32_t nCapacity)
       m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)),
       m_bError(nCapacity == 0) {}
 
-// -------------------------------------------------------------------------------------------------- write
-// side
+// --------------------------------------------------------------------------------------------- write side
 
 int CRingBuffer::OpenWriter(std::uint32_t nMaxChunk) {
     CAutoLock lockWrite(m_csWrite);
@@ -56,13 +55,7 @@ int CRingBuffer::Write(std::span<const std::uint8_t> data, std::uint32_t nTimeou
     return static_cast<int>(data.size());
 }
 
-int CRingBuffer::WriteWait(std::span<const std::uint8_t> data) {
-    {
-        CAutoLock lock(m_csWriter);
-        if (!m_bWriterOpen) return 0;
-    }
-    return std::max(0, Write(data, kInfinite));
-}
+int CRingBuffer::WriteWait(std::span<const std::uint8_t> data) { return Write(data, kInfinite); }
 
 std::span<std::uint8_t> CRingBuffer::GetWritePointer(std::uint32_t& nFree) {
     nFree = GetFreeSize();
@@ -103,8 +96,7 @@ void CRingBuffer::Credit(std::uint32_t n) {
     m_llTotalWritten += n;
 }
 
-// -------------------------------------------------------------------------------------------------- read
-// sides
+// --------------------------------------------------------------------------------------------- read sides
 
 int CRingBuffer::OpenReader(std::uint32_t nMaxChunk) {
     CAutoLock lockWrite(m_csWrite);  // nothing may be written between taking the position and being open
@@ -311,8 +303,7 @@ void CRingBuffer::WakeBlockedWriter() {
     if (m_bWriterOpen && !m_evWriter.IsSignalled() && GetFreeSize() >= m_nWriterRequired) m_evWriter.Set();
 }
 
-// ------------------------------------------------------------------------------------------------ whole
-// buffer
+// ------------------------------------------------------------------------------------------- whole buffer
 
 void CRingBuffer::Flush() { Empty(/*bWake=*/true, /*bKeepOpen=*/true); }
 void CRingBuffer::CloseAll() { Empty(/*bWake=*/true, /*bKeepOpen=*/false); }
@@ -338,8 +329,9 @@ void CRingBuffer::Empty(bool bWake, bool bKeepOpen) {
         reader.nPending = 0;
         reader.nRequired = 0;
         reader.nReadPos = 0;
+        if (!bWake) continue;  // nobody notices: a wait goes on
         ++reader.nBreaks;
-        if (bWake) reader.hEvent.Set();
+        reader.hEvent.Set();
     }
     if (!bKeepOpen) m_nReaders = 0;
 }

@@ -57,7 +57,7 @@ public:
     /// Copies `data` into the buffer when all of it has room, waiting for the room.
     /// @return the byte count, 0, RB_E_NOT_OPEN.
     int Write(std::span<const std::uint8_t> data, std::uint32_t nTimeoutMs);
-    /// `Write` without limit of time; 0 when the write side is or gets closed.
+    /// `Write` without limit of time.
     int WriteWait(std::span<const std::uint8_t> data);
     /// The storage at the write position, for writing in place up to the end of the storage.
     /// @param nFree  receives the free room in bytes, which may go on at the start of the storage.
@@ -131,7 +131,7 @@ public:
     void Flush();
     /// Empties the buffer, wakes every waiter and closes every side.
     void CloseAll();
-    /// Empties the buffer as `Flush` does, without waking anybody.
+    /// Empties the buffer as `Flush` does, without waking anybody: a wait that is under way goes on.
     void ClearQuiet();
     /// Writes the status as text, cut to the caller's buffer and always terminated.
     void DumpStatus(std::span<char> text) const;
@@ -144,7 +144,7 @@ private:
         std::atomic<std::uint32_t> nMaxChunk{0};    // largest chunk declared at OpenReader
         std::atomic<std::uint32_t> nReadPos{0};     // index of the next byte to read
         std::atomic<std::uint32_t> nPending{0};     // bytes written and not taken
-        std::atomic<std::uint32_t> nBreaks{0};      // closings and emptyings so far
+        std::atomic<std::uint32_t> nBreaks{0};      // closings and flushes so far
         std::atomic<std::uint64_t> llTotalRead{0};  // bytes taken since the opening or the last emptying
         CEvent hEvent;                              // manual-reset; set by a write, a closing, an emptying
         mutable CCritSec cs;  // held by the reader while it transfers, and by the others
@@ -170,8 +170,8 @@ private:
     std::atomic<std::uint32_t> m_nWriterMaxChunk{0};  // largest chunk declared at OpenWriter
     std::atomic<std::uint32_t> m_nWritePos{0};        // index of the next byte to write
     std::atomic<std::uint32_t> m_nWriterBreaks{0};    // closings so far
-    CEvent m_evWriter{true, true};                    // manual-reset; set when room is made
-    std::atomic<std::uint64_t> m_llTotalWritten{0};   // bytes written since the opening or the last emptying
+    CEvent m_evWriter;                               // manual-reset; set by the opening and when room is made
+    std::atomic<std::uint64_t> m_llTotalWritten{0};  // bytes written since the opening or the last emptying
     CCritSec m_csWrite;  // held by the writer while it transfers, and by the others
     std::array<ReaderRecord, kMaxReaders> m_aReader;  // by reader number
     std::atomic<std::uint32_t> m_nReaders{0};         // open readers

@@ -18,7 +18,7 @@ namespace kest {
 /// @param event       the waiting side's own manual-reset event.
 /// @param bOpen       the side is open; cleared before the event is set.
 /// @param nBreaks     counts the breaks; each is followed by a set of the event.
-/// @param nTimeoutMs  milliseconds, kInfinite: without limit.
+/// @param nTimeoutMs  milliseconds, kInfinite: without limit; a wait of length 0 resets the event too.
 /// @return whether it became ready before the time-out, a closing and a break. A thread that is to end by
 /// force
 ///         ends here, ready or not.
@@ -28,7 +28,6 @@ bool WaitFor(CEvent& event, const std::atomic<bool>& bOpen, const std::atomic<st
     using namespace std::chrono;
     ThrowIfTerminated();
     if (isReady()) return true;
-    if (nTimeoutMs == 0) return false;
     const std::uint32_t nBreaksBefore = nBreaks;
     const auto begin = steady_clock::now();
     for (;;) {

@@ -69,6 +69,8 @@ void CWorkerThread::KillThread() {
 void CWorkerThread::CloseThread() {
     KillThread();
     m_hThread.Close();
+    m_evRun.Reset();
+    m_evStop.Reset();
 }
 
 std::int32_t CWorkerThread::ThreadEntry() {

@@ -17,7 +17,7 @@ namespace kest {
 /// The contract of a body: loop until `m_evStop` is signalled; wait on `m_evRun` wherever it may be held;
 /// after every wait that `Stop` can end, test `m_evStop` and return when it is set. After `Restart` both
 /// events are reset, so a new body holds until `Resume`. The stop event stays set after a stop until the next
-/// `Restart`: a body started by `StartThread` alone would end at once.
+/// `Restart` or `CloseThread`: a body started by `StartThread` before would end at once.
 ///
 /// `Resume`, `Pause`, `Stop`, `IsRunning` and `WaitForThread` may be called from any thread. `StartThread`,
 /// `Restart`, `KillThread`, `CloseThread` and destruction belong to one control thread at a time, never to
@@ -52,7 +52,8 @@ public:
     std::uint32_t WaitForThread(std::uint32_t nTimeoutMs) const;
     /// Ends a thread that does not end by itself within 10 ms by force and forgets it.
     void KillThread();
-    /// `KillThread`, and forgets a thread that ended by itself too.
+    /// `KillThread`, and forgets a thread that ended by itself too; both events are reset, as at the
+    /// beginning.
     void CloseThread();
     /// Exit code of the present or last thread: the body's, kExitKilled or kExitException; 0 while it runs.
     std::int32_t GetExitCode() const { return m_hThread.GetExitCode(); }

@@ -35,7 +35,7 @@ HRESULT CFileReader::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) 
     while (!rest.empty()) {
         const ssize_t nRead = pread(m_hFile, rest.data(), rest.size(), llPosition);
         if (nRead < 0 && errno == EINTR) continue;
-        if (nRead < 0) return E_FAIL;
+        if (nRead < 0) return NoteError(llPosition);
         if (nRead == 0) return S_FALSE;
         llPosition += nRead;
         rest = rest.subspan(static_cast<std::size_t>(nRead));

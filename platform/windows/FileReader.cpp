@@ -22,7 +22,7 @@ HRESULT CFileReader::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) 
     where.OffsetHigh = static_cast<DWORD>(llPosition >> 32);
     DWORD nRead = 0;
     if (!ReadFile(m_hFile, pBuffer, static_cast<DWORD>(lLength), &nRead, &where)) {
-        return GetLastError() == ERROR_HANDLE_EOF ? S_FALSE : E_FAIL;
+        return GetLastError() == ERROR_HANDLE_EOF ? S_FALSE : NoteError(llPosition);
     }
     return nRead == static_cast<DWORD>(lLength) ? S_OK : S_FALSE;
 }

@@ -232,6 +232,39 @@ TEST(PsDemux, NewSegmentStartsAnewAtItsPosition) {
     }
 }
 
+TEST(PsDemux, StreamEndsOnceEachTimeItRunsDry) {
+    constexpr std::size_t kPiece = 16384;
+    Builder b;
+    for (int i = 0; i < 100; ++i)
+        b.Pes(0xE0, Payload(1000, static_cast<std::uint8_t>(i)), i).Pes(0xC0, Payload(9, 1), i);
+    CMemoryReader reader(b.Get());
+    reader.SetEnd(kPiece);
+    KestMpeg2PsPullDemux core;
+    core.SetReader(&reader);
+    core.Open(nullptr, nullptr, nullptr);
+    core.Resume();
+    std::int64_t llLast = -1;
+    for (std::size_t nPieces = 1; nPieces <= 4; ++nPieces) {
+        reader.SetEnd(nPieces * kPiece);
+        const Frames frames = TakeAll(core);
+        ASSERT_GT(frames.video.size(), 10u) << nPieces;
+        EXPECT_GT(frames.video[0].info.llPts, llLast) << "it goes on where it ran dry";
+        llLast = frames.video[frames.video.size() - 2].info.llPts;
+        EXPECT_TRUE(frames.video.back().info.bEndOfStream);
+        EXPECT_TRUE(frames.audio.back().info.bEndOfStream);
+        EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 50)) << "once is enough";
+    }
+}
+
+TEST(PsDemux, ItsThreadIsEndedOnce) {
+    CCaptureTexts texts;
+    {
+        KestMpeg2PsPullDemux core;
+        core.Open(nullptr, nullptr, nullptr);
+    }
+    EXPECT_EQ(texts.TraceTexts(), "Passed KestMpeg2PsDemux::Stop!!\n");
+}
+
 TEST(PsDemux, PushOperationWaitsForItsBytes) {
     Builder b;
     b.Pack().Map({{0x02, 0xE0}, {0x03, 0xC0}});

@@ -108,13 +108,19 @@ TEST(StreamTypeProbe, ClassifiesBlocks) {
          Builder()
              .Pack()
              .Code(0xBC)
-             .Word(10)
+             .Word(9)
              .Bytes({0xE1, 0xFF})
              .Word(0)
              .Word(4)
              .Bytes({2, 0xE0, 0, 0})
              .Fill(64)
              .Get(),
+         6},
+        {"map that ends with its entries, without a CRC",
+         Builder().Pack().Code(0xBC).Word(10).Bytes({0xE1, 0xFF, 0, 0, 0, 4, 2, 0xE0, 0, 0}).Fill(64).Get(),
+         4},
+        {"map with an entry that points outside it",
+         Builder().Pack().Code(0xBC).Word(14).Bytes({0xE1, 0xFF, 0, 0, 0, 4, 2, 0xE0, 0, 5}).Fill(64).Get(),
          6},
         {"no map, but MPEG-4 headers", Builder().Pack().Bytes(es).Fill(64).Get(), 0},
         {"MPEG-4 elementary stream", Builder().Bytes(es).Fill(3).Get(), 0},

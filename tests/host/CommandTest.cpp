@@ -47,6 +47,15 @@ protected:
         const int nStatus = std::system(strCommand.c_str());
         return {WEXITSTATUS(nStatus), ReadFile(m_dir / "out.txt"), ReadFile(m_dir / "err.txt")};
     }
+    /// Runs a script in which $P is the program and $F a stream; what it prints.
+    std::string Script(const std::string& strText) const {
+        std::ofstream(m_dir / "script.sh") << "P=" KEST_PROGRAM " F=" << TestDataPath("ps_mpeg2.mpg") << '\n'
+                                           << strText;
+        const std::string strCommand =
+            "cd " + m_dir.string() + " && timeout 60 bash script.sh >out.txt 2>err.txt; rm script.sh";
+        EXPECT_EQ(std::system(strCommand.c_str()), 0);
+        return ReadFile(m_dir / "out.txt");
+    }
     std::vector<std::string> Files() const {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(m_dir)) {
@@ -288,6 +297,76 @@ TEST_F(Command, OutputsAreNeverOverwrittenUnasked) {
     EXPECT_EQ(fs::file_size(m_dir / "a.mpg"), fs::file_size(TestDataPath("ps_mpeg2.mpg")));
 }
 
+TEST_F(Command, OutputsTakeTheirPlaceTogetherAndFollowLinks) {
+    const std::string strFile = TestDataPath("ps_mpeg2.mpg");
+    fs::create_directory(m_dir / "sub");
+    fs::create_symlink("sub/new.m2v", m_dir / "link.m2v");
+    std::ofstream(m_dir / "sub" / "old.mp2") << "mine";
+    fs::permissions(m_dir / "sub" / "old.mp2", fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(m_dir / "sub" / "old.mp2", m_dir / "link.mp2");
+    EXPECT_EQ(Run("demux " + strFile + " --force --audio link.mp2 --video /dev/full").nExit, 3);
+    EXPECT_EQ(ReadFile(m_dir / "sub" / "old.mp2"), "mine") << "it stays when the other output fails";
+    EXPECT_EQ(Run("demux " + strFile + " --force --video link.m2v --audio link.mp2").nExit, 0);
+    EXPECT_TRUE(fs::is_symlink(m_dir / "link.m2v") && fs::is_symlink(m_dir / "link.mp2"));
+    EXPECT_EQ(fs::file_size(m_dir / "sub" / "new.m2v"), 527088u);
+    EXPECT_EQ(fs::file_size(m_dir / "sub" / "old.mp2"), 70848u);
+    EXPECT_EQ(fs::status(m_dir / "sub" / "old.mp2").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir / "sub"), {}), 2);
+}
+
+TEST_F(Command, BothOutputsInOnePlaceAreRefused) {
+    fs::create_symlink("new", m_dir / "link");
+    for (const char* pszOutputs :
+         {"--video - --audio /dev/stdout", "--video new --audio ./new", "--video link --audio new",
+          "--video - --audio out.txt --force", "--video pipe --audio ./pipe"}) {
+        const std::string strText = "mkfifo pipe; $P demux $F " + std::string(pszOutputs) +
+                                    " 2>message | cat; echo ${PIPESTATUS[0]}; cat message; rm pipe message\n";
+        const bool bToFile = std::string(pszOutputs).find("out.txt") != std::string::npos;
+        const std::string strPrinted =
+            Script(bToFile ? "$P demux $F " + std::string(pszOutputs) + " 2>&1; echo $?" : strText);
+        EXPECT_NE(strPrinted.find("both streams cannot go into one file\n"), std::string::npos) << strPrinted;
+        EXPECT_NE(("\n" + strPrinted).find("\n2\n"), std::string::npos) << strPrinted;
+    }
+    EXPECT_EQ(Run("demux " + TestDataPath("ps_mpeg2.mpg") + " --video /dev/null --audio /dev/null").nExit, 0);
+}
+
+TEST_F(Command, ReadErrorInTheMiddleIsNoEnd) {
+    const std::string strPath = TestDataPath("ps_mpeg2.mpg");
+    const std::string strBefore =
+        "KEST_FAIL_FROM=400000 ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" KEST_FAILING_READ;
+    for (const char* pszCommand : {"frames ", "demux --video a --audio b "}) {
+        const Result result = Run(pszCommand + strPath, strBefore);
+        EXPECT_EQ(result.nExit, 1);
+        EXPECT_EQ(result.strErr, "kestdemux: " + strPath + ": cannot be read beyond byte 400000\n");
+    }
+    EXPECT_EQ(Files(), std::vector<std::string>());
+}
+
+TEST_F(Command, SignalsBreakOffWhateverItWaitsFor) {
+    const struct {
+        const char* pszWhat;
+        const char* pszScript;
+        const char* pszExpected;
+    } cases[] = {
+        {"a pipe that nobody opens",
+         "$P demux $F --video pipe --audio b & sleep 0.3; kill -HUP $!; wait $!; echo $?", "130\n"},
+        {"a pipe that nobody reads",
+         "$P demux $F --video pipe --audio b & exec 3<pipe; sleep 0.5; kill -TERM $!; wait $!; echo $?",
+         "130\n"},
+        {"an ignored signal",
+         "trap '' TERM; $P demux $F --video pipe --audio /dev/null & sleep 0.3; kill -TERM $!; cat pipe | wc "
+         "-c; wait $!; "
+         "echo $?",
+         "527088\n0\n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Script("mkfifo pipe\n" + std::string(c.pszScript) + "\nrm pipe"), c.pszExpected)
+            << c.pszWhat;
+        EXPECT_EQ(Files(), std::vector<std::string>()) << c.pszWhat;
+    }
+}
+
 TEST_F(Command, OutputThatFailsEndsWithCode3) {
     const std::string strFile = TestDataPath("ps_mpeg2.mpg");
     Result result = Run("demux " + strFile + " --video /dev/full --audio b.mp2");
@@ -296,8 +375,9 @@ TEST_F(Command, OutputThatFailsEndsWithCode3) {
     EXPECT_FALSE(fs::exists(m_dir / "b.mp2"));
     EXPECT_EQ(Run("demux " + strFile + " --video no/such/dir.m2v --audio b.mp2").nExit, 3);
     EXPECT_EQ(Run("frames " + strFile + " >/dev/full; exit $?; :").nExit, 3);
-    result = Run("frames --json " + strFile + " | true; test ${PIPESTATUS:-0} -eq 0; :");
-    EXPECT_EQ(result.nExit, 0) << "a closed pipe ends the program";
+    EXPECT_EQ(Script("$P demux $F --video - --audio b.mp2 | true; echo ${PIPESTATUS[0]}"), "3\n")
+        << "closed pipe";
+    EXPECT_EQ(Files(), std::vector<std::string>());
     EXPECT_EQ(Run("demux " + strFile + " --video - --audio /dev/null").strOut.size(), 527088u);
 }
 
@@ -308,8 +388,14 @@ TEST_F(Command, WrongUsageEndsWithCode2AndHelpShowsAnExample) {
         EXPECT_EQ(result.nExit, 2) << pszArguments;
         EXPECT_EQ(std::count(result.strErr.begin(), result.strErr.end(), '\n'), 1) << result.strErr;
     }
+    Result result = Run("frames -");
+    EXPECT_EQ(result.nExit, 2);
+    EXPECT_EQ(result.strErr, "kestdemux: -: standard input is not taken; give a file\n");
+    result = Run("demux /dev/stdin <" + TestDataPath("ps_mpeg2.mpg"));
+    EXPECT_EQ(result.nExit, 2);
+    EXPECT_EQ(result.strErr, "kestdemux: /dev/stdin: give --video and --audio\n");
     for (const char* pszCommand : {"probe", "frames", "samples", "demux"}) {
-        const Result result = Run(std::string(pszCommand) + " --help");
+        result = Run(std::string(pszCommand) + " --help");
         EXPECT_EQ(result.nExit, 0);
         EXPECT_NE(result.strOut.find("Example:\n  kestdemux " + std::string(pszCommand)), std::string::npos);
     }

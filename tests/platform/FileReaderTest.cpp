@@ -1,6 +1,7 @@
 #include "platform/FileReader.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -70,6 +71,26 @@ TEST_F(FileReader, SeesAFileGrow) {
     BYTE last = 0;
     EXPECT_EQ(pReader->SyncRead(14, 1, &last), S_OK);
     EXPECT_EQ(last, 14);
+}
+
+TEST_F(FileReader, RemembersWhereItFirstFailed) {
+    // The process's own memory: a page that can be read, followed by one that cannot.
+    const auto nPage = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* pPages = mmap(nullptr, 2 * nPage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pPages, MAP_FAILED);
+    const auto llPages = static_cast<LONGLONG>(reinterpret_cast<std::uintptr_t>(pPages));
+    const auto llHole = llPages + static_cast<LONGLONG>(nPage);
+    munmap(static_cast<std::uint8_t*>(pPages) + nPage, nPage);
+    const auto pReader = CFileReader::Open("/proc/self/mem", m_error);
+    ASSERT_TRUE(pReader) << m_error.message();
+    BYTE bytes[100];
+    EXPECT_EQ(pReader->SyncRead(llPages, sizeof bytes, bytes), S_OK);
+    EXPECT_EQ(pReader->GetErrorPosition(), -1);
+    EXPECT_EQ(pReader->SyncRead(llHole - 40, sizeof bytes, bytes), E_FAIL);
+    EXPECT_EQ(pReader->SyncRead(llHole + 10, sizeof bytes, bytes), E_FAIL);
+    EXPECT_EQ(pReader->SyncRead(llPages, sizeof bytes, bytes), S_OK);
+    EXPECT_EQ(pReader->GetErrorPosition(), llHole);
+    munmap(pPages, nPage);
 }
 
 TEST_F(FileReader, SaysWhyItCannotOpen) {

@@ -131,7 +131,7 @@ TEST(RingBuffer, ResultCodes) {
     ring.CloseWriter();
     EXPECT_EQ(ring.Put(1, kInfinite), RB_E_NOT_OPEN);
     EXPECT_EQ(ring.Commit(1), RB_E_NOT_OPEN);
-    EXPECT_EQ(ring.WriteWait(whole), 0);
+    EXPECT_EQ(ring.WriteWait(whole), RB_E_NOT_OPEN);
 }
 
 // Every way to read, with the storage's end at every place within and around the piece.
@@ -208,6 +208,20 @@ TEST(RingBuffer, SlowestReaderHoldsTheWriter) {
     EXPECT_EQ(ring.GetFreeSize(), kCapacity - 14);
 }
 
+TEST(RingBuffer, WriterEventTellsWhetherTheWriterMayGoOn) {
+    CRingBuffer fresh(kCapacity);
+    EXPECT_FALSE(fresh.WaitWriterEvent(0)) << "nobody may write yet";
+    CRing ring;
+    EXPECT_TRUE(ring.WaitWriterEvent(0));
+    ring.Fill();
+    EXPECT_EQ(ring.Put(10), 0);
+    EXPECT_FALSE(ring.WaitWriterEvent(0)) << "a write that does not wait resets it all the same";
+    ring.Skip(0, 9);
+    EXPECT_FALSE(ring.WaitWriterEvent(0));
+    ring.Skip(0, 1);
+    EXPECT_TRUE(ring.WaitWriterEvent(0));
+}
+
 TEST(RingBuffer, ReadToCode) {
     const std::vector<std::uint32_t> aOne{0x1B3}, aTwo{0x1B8, 0x1B3}, aThree{0x1BA, 0x1B8, 0x1B3};
     constexpr int kMaxLength = 8;
@@ -263,6 +277,7 @@ TEST(RingBuffer, ReaderWaitsAreEndedByWhatHelpsAndByWhatCloses) {
     } aCases[] = {
         {[](CRing& ring) { ring.Put(1); }, 8},
         {[](CRing& ring) { ring.Flush(); }, 0},
+        {[](CRing& ring) { ring.ClearQuiet(), ring.Put(8); }, 8},
         {[](CRing& ring) { ring.CloseReader(0); }, 0},
         {[](CRing& ring) { ring.CloseAll(); }, 0},
     };

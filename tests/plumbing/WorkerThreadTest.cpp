@@ -110,6 +110,14 @@ TEST(WorkerThread, PausedBodyHoldsAndStopEndsIt) {
     // The stop is remembered: a thread that is started without Restart ends at once.
     worker.StartThread();
     EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+
+    // Closing forgets it: the next thread holds and runs as the first did.
+    worker.CloseThread();
+    worker.StartThread();
+    EXPECT_EQ(worker.WaitForThread(kSettleMs), WAIT_TIMEOUT);
+    const int nPassedBefore = worker.m_nPassedRun;
+    worker.Resume();
+    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > nPassedBefore; }));
 }
 
 TEST(WorkerThread, RestartEndsByForceOnlyWhatDoesNotEndInTime) {

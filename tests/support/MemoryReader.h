@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -15,6 +16,8 @@ class CMemoryReader final : public IAsyncReader {
 public:
     explicit CMemoryReader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
 
+    /// Ends the source before its bytes do; they come to light when it is moved on. Any thread.
+    void SetEnd(std::size_t nEnd) { m_nEnd = nEnd; }
     /// Reads that touch this offset or anything behind it fail.
     void FailFrom(std::int64_t llOffset) { m_llFailFrom = llOffset; }
 
@@ -31,13 +34,14 @@ public:
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) override {
         if (llPosition < 0 || lLength < 0) return E_INVALIDARG;
         if (m_llFailFrom >= 0 && llPosition + lLength > m_llFailFrom) return E_FAIL;
-        const auto nBegin = std::min(static_cast<std::size_t>(llPosition), m_bytes.size());
-        const auto nCount = std::min(static_cast<std::size_t>(lLength), m_bytes.size() - nBegin);
+        const std::size_t nEnd = std::min(m_bytes.size(), m_nEnd.load());
+        const auto nBegin = std::min(static_cast<std::size_t>(llPosition), nEnd);
+        const auto nCount = std::min(static_cast<std::size_t>(lLength), nEnd - nBegin);
         if (nCount > 0) std::memcpy(pBuffer, m_bytes.data() + nBegin, nCount);
         return nCount == static_cast<std::size_t>(lLength) ? S_OK : S_FALSE;
     }
     HRESULT STDMETHODCALLTYPE Length(LONGLONG* pTotal, LONGLONG* pAvailable) override {
-        *pTotal = *pAvailable = static_cast<LONGLONG>(m_bytes.size());
+        *pTotal = *pAvailable = static_cast<LONGLONG>(std::min(m_bytes.size(), m_nEnd.load()));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE BeginFlush() override { return S_OK; }
@@ -45,6 +49,7 @@ public:
 
 private:
     std::span<const std::uint8_t> m_bytes;
+    std::atomic<std::size_t> m_nEnd{SIZE_MAX};
     std::int64_t m_llFailFrom = -1;
 };
 
