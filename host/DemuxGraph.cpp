@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
 constexpr double kTicksPerSecond = 1e7;
+constexpr auto kStallTime = std::chrono::milliseconds(900);  // between the last byte and giving up
 
 CComPtr<IPin> FindPin(IBaseFilter* pFilter, LPCWSTR pszName) {
     CComPtr<IPin> pPin;
@@ -66,24 +67,43 @@ void CDemuxGraph::Seek(double dSeconds) {
 }
 
 void CDemuxGraph::RunToEnd() {
-    {
-        CProgress progress(m_input.llLength);
-        Require(m_pGraph->Run(), "the graph cannot run");
-        while (!IsDone()) {
-            m_evNotice.Wait(kWatchMs);
-            progress.Show(m_pSource->GetPosition());
-        }
-        m_pGraph->Stop();
-    }
+    Require(m_pGraph->Run(), "the graph cannot run");
+    WaitForEnd();
+    const bool bDone = IsDone();
+    m_pGraph->Stop();
     m_pVideo->RethrowError();
     m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
     CheckReadErrors(m_input);
+    if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": a stream does not end");
+}
+
+void CDemuxGraph::WaitForEnd() {
+    CProgress progress(m_input.llLength);
+    while (!IsDone() && !HasStalled()) {
+        m_evNotice.Wait(kWatchMs);
+        progress.Show(m_pSource->GetPosition());
+    }
 }
 
 bool CDemuxGraph::IsDone() const {
     return IsInterrupted() || m_pVideo->HasFailed() || m_pAudio->HasFailed() ||
            (m_pVideo->HasEnded() && m_pAudio->HasEnded());
+}
+
+/// Whether nothing has moved for a while though the whole file has been read. A handler at work, which may
+/// wait for whoever reads its output, counts as movement.
+bool CDemuxGraph::HasStalled() {
+    const std::uint32_t nVideo = m_pVideo->GetActivity(), nAudio = m_pAudio->GetActivity();
+    const LONGLONG llPosition = m_pSource->GetPosition();
+    const std::uint64_t nActivity = static_cast<std::uint64_t>(llPosition) + nVideo + nAudio;
+    const auto now = std::chrono::steady_clock::now();
+    const bool bBusy = nVideo % 2 != 0 || nAudio % 2 != 0 || llPosition < m_input.llLength;
+    if (bBusy || nActivity != m_nActivity) {
+        m_nActivity = nActivity;
+        m_lastActivity = now;
+    }
+    return now - m_lastActivity > kStallTime;
 }
 
 void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <span>
 
 #include "host/FileSource.h"
@@ -27,17 +28,21 @@ public:
     /// @param dSeconds  media time.
     void Seek(double dSeconds);
     /// Runs until both streams have ended, and stops. Shows progress on a terminal. Throws what a handler
-    /// threw, and CCommandError when the user interrupted it.
+    /// threw, and CCommandError when the user interrupted it or a stream did not come to its end.
     void RunToEnd();
 
 private:
     void Build(EPace pace);
+    void WaitForEnd();
     bool IsDone() const;
+    bool HasStalled();
     void Require(HRESULT hr, const char* pszWhat) const;
 
     const Input& m_input;
     CPacer m_pacer;
-    CEvent m_evNotice{false};  // auto-reset: a sink has ended or failed
+    std::uint64_t m_nActivity = 0;                           // of source and sinks, when it last changed
+    std::chrono::steady_clock::time_point m_lastActivity{};  // when that was
+    CEvent m_evNotice{false};                                // auto-reset: a sink has ended or failed
     CComPtr<CFileSource> m_pSource;
     CComPtr<CSink> m_pVideo;
     CComPtr<CSink> m_pAudio;

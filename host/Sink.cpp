@@ -58,15 +58,16 @@ HRESULT CSink::CInput::Inactive() {
 template <class Call>
 HRESULT CSink::CInput::Hand(Call call) {
     if (m_bFailed) return E_FAIL;
+    ++m_nActivity;
     try {
         call();
-        return S_OK;
     } catch (const std::exception&) {
         m_error = std::current_exception();
         m_bFailed = true;
         m_evNotice.Set();
-        return E_FAIL;
     }
+    ++m_nActivity;
+    return m_bFailed ? E_FAIL : S_OK;
 }
 
 HRESULT CSink::CInput::Receive(IMediaSample* pSample) {
@@ -74,6 +75,7 @@ HRESULT CSink::CInput::Receive(IMediaSample* pSample) {
     if (!AwaitTurn(*pSample)) return GetRefusal();
     std::lock_guard lock(m_handlerMutex);
     if (m_evLeave.IsSignalled()) return GetRefusal();  // the flush or stop came before the lock
+    m_bEnded = false;
     return Hand([&] { m_handler.OnSample(*pSample); });
 }
 
@@ -88,8 +90,9 @@ bool CSink::CInput::AwaitTurn(IMediaSample& sample) {
 
 HRESULT CSink::CInput::GetRefusal() const { return m_bActive ? S_FALSE : VFW_E_WRONG_STATE; }
 
+/// Taken during a flush too: that may come from the other stream's thread, and the end comes only once.
 HRESULT CSink::CInput::EndOfStream() {
-    if (const HRESULT hr = CheckStreaming(); hr != S_OK) return hr;
+    if (const HRESULT hr = CheckStreaming(); FAILED(hr)) return hr;
     std::lock_guard lock(m_handlerMutex);
     const HRESULT hr = Hand([&] { m_handler.OnEndOfStream(); });
     m_pacer.End(m_stream);
@@ -111,7 +114,6 @@ HRESULT CSink::CInput::BeginFlush() {
         m_evLeave.Set();
     }
     std::lock_guard lock(m_handlerMutex);
-    m_bEnded = false;
     return Hand([&] { m_handler.OnBeginFlush(); });
 }
 
@@ -124,7 +126,7 @@ HRESULT CSink::CInput::EndFlush() {
     CAutoLock lock(*m_pLock);
     CBaseInputPin::EndFlush();
     if (!m_bActive) return hr;
-    m_pacer.Begin(m_stream);
+    if (!m_bEnded) m_pacer.Begin(m_stream);
     m_evLeave.Reset();
     return hr;
 }

@@ -44,9 +44,12 @@ public:
     CBasePin* GetPin(int n) override { return n == 0 ? &m_input : nullptr; }
     HRESULT STDMETHODCALLTYPE Pause() override;
 
-    /// The end of the stream has come; forgotten by a flush and by the next start.
+    /// The end of the stream has come, and no sample since. A flush does not take it back: the demultiplexer
+    /// flushes both streams when one of them begins anew, though the other may have ended for good.
     bool HasEnded() const { return m_input.m_bEnded; }
     bool HasFailed() const { return m_input.m_bFailed; }
+    /// Counts the handler's calls, at their beginning and at their end: odd while it is in one.
+    std::uint32_t GetActivity() const { return m_input.m_nActivity; }
     /// Throws what the handler threw, if it did.
     void RethrowError();
 
@@ -80,8 +83,9 @@ private:
         std::atomic<bool> m_bActive{false};  // between Active and Inactive; written under the object lock
         std::atomic<bool> m_bEnded{false};   // the end of the stream has come
         std::atomic<bool> m_bFailed{false};  // the handler has thrown
-        std::mutex m_handlerMutex;           // one call of the handler at a time; guards m_error
-        std::exception_ptr m_error;          // what it threw first
+        std::atomic<std::uint32_t> m_nActivity{0};  // see GetActivity
+        std::mutex m_handlerMutex;                  // one call of the handler at a time; guards m_error
+        std::exception_ptr m_error;                 // what it threw first
     };
 
     CCritSec m_csPins;  // the object lock

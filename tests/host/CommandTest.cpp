@@ -156,6 +156,90 @@ TEST_F(Command, FrameLinesHaveTheirExactForm) {
     EXPECT_NE(result.strOut.find(strLine + "\n"), std::string::npos);
 }
 
+/// The lines of one stream or pin of a listing that are frames or samples.
+std::vector<nlohmann::json> Payloads(const std::string& strText, const char* pszStream) {
+    std::vector<nlohmann::json> payloads;
+    for (const auto& line : Lines(strText)) {
+        const bool bFrame = line.contains("stream") && line["stream"] == pszStream && !line["endOfStream"];
+        const bool bSample = line.contains("pin") && line["pin"] == pszStream && line["event"] == "sample";
+        if (bFrame || bSample) payloads.push_back(line);
+    }
+    return payloads;
+}
+
+TEST_F(Command, SamplesAreTheFramesOnTheTimeAxisOfTheAudio) {
+    for (const char* pszFile : {"ps_mpeg2.mpg", "ps_mpeg2_packs.mpg"}) {
+        SCOPED_TRACE(pszFile);
+        const std::string strFrames = Run("frames --json " + TestDataPath(pszFile)).strOut;
+        const Result result = Run("samples --json " + TestDataPath(pszFile));
+        ASSERT_EQ(result.nExit, 0) << result.strErr;
+        const auto base = Payloads(strFrames, "audio").at(0)["dts"].get<std::int64_t>() * 1000 / 9;
+        for (const char* pszPin : {"video", "audio"}) {
+            SCOPED_TRACE(pszPin);
+            const auto frames = Payloads(strFrames, pszPin), samples = Payloads(result.strOut, pszPin);
+            ASSERT_EQ(samples.size(), frames.size());
+            const char* pszStamp = std::string(pszPin) == "video" ? "pts" : "dts";
+            for (std::size_t n = 0; n < samples.size(); ++n) {
+                const auto start = frames[n][pszStamp].get<std::int64_t>() * 1000 / 9 - base;
+                EXPECT_EQ(samples[n]["start"], start) << n;
+                EXPECT_EQ(samples[n]["stop"], start + 1) << n;
+                EXPECT_EQ(samples[n]["size"], frames[n]["size"]) << n;
+                EXPECT_EQ(samples[n]["crc32"], frames[n]["crc32"]) << n;
+                EXPECT_EQ(samples[n]["discontinuity"], n == 0) << n;
+                EXPECT_EQ(samples[n]["preroll"], false) << n;
+            }
+            std::string strLast;
+            for (const auto& line : Lines(result.strOut)) {
+                if (line["pin"] == pszPin) strLast = line["event"];
+            }
+            EXPECT_EQ(strLast, "endOfStream");
+        }
+    }
+}
+
+TEST_F(Command, SampleLinesHaveTheirExactForm) {
+    const std::string strOut = Run("samples --json " + TestDataPath("ps_mpeg2_packs.mpg")).strOut;
+    for (
+        const char* pszLine : {
+            R"({"pin":"video","event":"sample","start":101222,"stop":101223,"size":14158,"crc32":"488a3f0d",)"
+            R"("syncPoint":true,"discontinuity":false,"preroll":false})",
+            R"({"pin":"audio","event":"newSegment","start":0,"stop":9151314442816847872,"rate":1.0})",
+            R"({"pin":"video","event":"beginFlush"})",
+        }) {
+        EXPECT_NE(strOut.find(std::string(pszLine) + "\n"), std::string::npos) << pszLine;
+    }
+}
+
+TEST_F(Command, ASeekListsTheRestOfTheFile) {
+    const std::string strPath = TestDataPath("ps_mpeg2_packs.mpg");
+    const std::string strFrames = Run("frames --json " + strPath).strOut;
+    const struct {
+        const char* pszSeconds;
+        std::int64_t llPosition;  // seconds * 1800000 / 8
+    } cases[] = {{"0", 0}, {"1", 225000}, {"2", 450000}, {"100", 22500000}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pszSeconds);
+        const Result result = Run("samples --json --seek " + std::string(c.pszSeconds) + " " + strPath);
+        ASSERT_EQ(result.nExit, 0) << result.strErr;
+        for (const char* pszPin : {"video", "audio"}) {
+            std::vector<std::string> expected, found;
+            for (const auto& frame : Payloads(strFrames, pszPin)) {
+                if (frame["position"] >= c.llPosition) expected.push_back(frame["crc32"]);
+            }
+            for (const auto& sample : Payloads(result.strOut, pszPin)) found.push_back(sample["crc32"]);
+            // A sample from before the seek may be on its way, and up to two go by until both streams have
+            // begun anew: what comes behind them is the rest of the file.
+            ASSERT_LE(found.size(), expected.size() + 1) << pszPin;
+            EXPECT_GE(found.size() + 2, expected.size()) << pszPin;
+            const auto nSame =
+                std::min(expected.size(), found.size() - std::min<std::size_t>(found.size(), 2));
+            found.erase(found.begin(), found.end() - static_cast<std::ptrdiff_t>(nSame));
+            expected.erase(expected.begin(), expected.end() - static_cast<std::ptrdiff_t>(nSame));
+            EXPECT_EQ(found, expected) << pszPin;
+        }
+    }
+}
+
 TEST_F(Command, ProbeTellsWhatAFileIs) {
     const Result result = Run("probe --json " + TestDataPath("ps_mpeg2_packs.mpg"));
     EXPECT_EQ(result.nExit, 0);
@@ -187,7 +271,7 @@ TEST_F(Command, BadInputIsOneLineAndLeavesNothing) {
         {"/dev/stdin", "/dev/stdin: cannot be read at any position"},
     };
     for (const auto& c : cases) {
-        for (const char* pszCommand : {"demux ", "frames "}) {
+        for (const char* pszCommand : {"demux ", "frames ", "samples "}) {
             const Result result = Run(pszCommand + c.strInput, "echo |");
             EXPECT_EQ(result.nExit, 1) << c.strInput;
             EXPECT_EQ(result.strOut, "");
@@ -298,7 +382,8 @@ TEST_F(Command, OutputThatFailsEndsWithCode3) {
 }
 
 TEST_F(Command, WrongUsageEndsWithCode2AndHelpShowsAnExample) {
-    for (const char* pszArguments : {"", "frobnicate", "demux", "frames --nonsense x", "probe a b"}) {
+    for (const char* pszArguments :
+         {"", "frobnicate", "demux", "frames --nonsense x", "probe a b", "samples a --seek -1"}) {
         const Result result = Run(pszArguments);
         EXPECT_EQ(result.nExit, 2) << pszArguments;
         EXPECT_EQ(std::count(result.strErr.begin(), result.strErr.end(), '\n'), 1) << result.strErr;
@@ -309,7 +394,7 @@ TEST_F(Command, WrongUsageEndsWithCode2AndHelpShowsAnExample) {
     result = Run("demux /dev/stdin <" + TestDataPath("ps_mpeg2.mpg"));
     EXPECT_EQ(result.nExit, 2);
     EXPECT_EQ(result.strErr, "kestdemux: /dev/stdin: give --video and --audio\n");
-    for (const char* pszCommand : {"probe", "frames", "demux"}) {
+    for (const char* pszCommand : {"probe", "frames", "samples", "demux"}) {
         result = Run(std::string(pszCommand) + " --help");
         EXPECT_EQ(result.nExit, 0);
         EXPECT_NE(result.strOut.find("Example:\n  kestdemux " + std::string(pszCommand)), std::string::npos);
