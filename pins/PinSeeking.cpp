@@ -8,8 +8,8 @@ namespace kest {
 namespace {
 
 constexpr DWORD kCapabilities = AM_SEEKING_CanSeekAbsolute | AM_SEEKING_CanSeekForwards |
-                                AM_SEEKING_CanSeekBackwards | AM_SEEKING_CanGetCurrentPos |
-                                AM_SEEKING_CanGetStopPos;
+                                AM_SEEKING_CanSeekBackwards | AM_SEEKING_CanGetStopPos |
+                                AM_SEEKING_CanGetDuration;
 constexpr REFERENCE_TIME kSecond = 10000000;  // in 100 ns
 
 /// Asks for a time in 100 ns and gives it in seconds.

@@ -23,7 +23,7 @@ public:
     void UpdatePosition(std::int64_t llFilePos, std::uint32_t nBitRate);
 
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
-    /// Always the same: absolute, forwards and backwards seeking, current and stop position.
+    /// Always the same: absolute, forwards and backwards seeking, stop position and duration.
     HRESULT STDMETHODCALLTYPE GetCapabilities(DWORD* pCapabilities) override;
     HRESULT STDMETHODCALLTYPE GetCurrentPosition(LONGLONG* pCurrent) override;
 
