@@ -93,12 +93,12 @@ TEST(PinFlowControl, BlockedPinLosesItsFrameToTheStopEvent) {
         pin.SetGraphConfig(nullptr, &evAbort);
         pin.Block(kBlock, nullptr);
         rig.Start(pin);
-        rig.Put(pin, {900000, 901800});
-        ASSERT_TRUE(Eventually([&] { return pin.GetFramesPending() == 1; }));
+        rig.Put(pin, {900000});
+        ASSERT_TRUE(Eventually([&] { return pin.GetFramesPending() == 0; }));
         SleepMs(kSettleMs);
-        EXPECT_EQ(pin.GetFramesPending(), 1u);
+        EXPECT_FALSE(pin.GetTiming().bReadyToReset) << "it waits at the block";
         pin.DeliverBeginFlush();  // signals the event
-        ASSERT_TRUE(Eventually([&] { return pin.GetTiming().nAccessCount == (bVideo ? 1 : 2); }));
+        ASSERT_TRUE(Eventually([&] { return pin.GetTiming().bReadyToReset.load(); }));
         pin.DeliverEndFlush();
         EXPECT_FALSE(evAbort.IsSignalled());
         pin.Block(0, nullptr);
