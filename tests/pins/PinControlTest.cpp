@@ -53,7 +53,11 @@ TEST_F(PinInDelivery, BlockWaitsForTheSampleOrTheUnblocking) {
         SleepMs(kSettleMs);
         EXPECT_FALSE(blocker.HasEnded());
         if (bUnblock) {
-            rig.video.Block(0, nullptr);
+            EXPECT_TRUE(Eventually([&] {
+                rig.video.Block(0, nullptr);
+                SleepMs(1);
+                return blocker.HasEnded();
+            }));
         } else {
             LetGo();
         }
