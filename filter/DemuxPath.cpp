@@ -34,7 +34,7 @@ std::span<CDemuxOutputPin* const> CKestDemux2Filter::DeliveringPins() const {
     return std::span(m_apOutputPins).first(m_apOutputPins[0] ? Mode().nOutputPins : 0);
 }
 
-// ---------------------------------------------------------------- start and end
+// ---------------- start and end
 
 /// Starts the threads: the core, held, then the delivery threads with their queues; the core runs last, so
 /// that its first frames find their readers in place.
@@ -77,7 +77,7 @@ void CKestDemux2Filter::SelectTsTimeReference() {
     }
 }
 
-// ---------------------------------------------------------------- timing
+// ---------------- timing
 
 /// The next frames begin the timing of a stream that has not begun.
 void CKestDemux2Filter::ForgetTiming() {
@@ -102,7 +102,7 @@ void CKestDemux2Filter::RestartTiming() {
     video.bFirstTime = true;
 }
 
-// ---------------------------------------------------------------- reset
+// ---------------- reset
 
 void CKestDemux2Filter::ResetDemux() {
     CAutoLock lock(m_csState);

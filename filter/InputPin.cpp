@@ -14,7 +14,7 @@ CKestDemux2InputPin::CKestDemux2InputPin(CKestDemux2Filter* pDemuxFilter, CCritS
     assert(pDemuxFilter != nullptr);
 }
 
-// ---------------------------------------------------------------- connection
+// ---------------- connection
 
 HRESULT CKestDemux2InputPin::CheckConnect(IPin* pPin) {
     if (const HRESULT hr = CBaseInputPin::CheckConnect(pPin); FAILED(hr)) return hr;
@@ -42,7 +42,7 @@ HRESULT CKestDemux2InputPin::CompleteConnect(IPin* pReceivePin) {
     return CBaseInputPin::CompleteConnect(pReceivePin);
 }
 
-// ---------------------------------------------------------------- types and working mode
+// ---------------- types and working mode
 
 HRESULT CKestDemux2InputPin::CheckMediaType(const CMediaType&) {
     Trace("==>CheckMediaType\n");
@@ -84,7 +84,7 @@ void CKestDemux2InputPin::SetWorkingMode(std::uint32_t nMode) {
     m_nWorkingMode = nMode;
 }
 
-// ---------------------------------------------------------------- flushing
+// ---------------- flushing
 
 HRESULT CKestDemux2InputPin::BeginFlush() {
     CAutoLock lock(m_csReceive);

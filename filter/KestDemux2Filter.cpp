@@ -9,7 +9,7 @@
 
 namespace kest {
 
-// ---------------------------------------------------------------- creation and end
+// ---------------- creation and end
 
 CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
     try {
@@ -67,7 +67,7 @@ HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) 
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
 }
 
-// ---------------------------------------------------------------- pins and graph
+// ---------------- pins and graph
 
 CBasePin* CKestDemux2Filter::GetPin(int n) {
     switch (n) {
@@ -108,7 +108,7 @@ void CKestDemux2Filter::HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEven
     }
 }
 
-// ---------------------------------------------------------------- working mode and source
+// ---------------- working mode and source
 
 std::uint32_t CKestDemux2Filter::GetWorkingMode() const {
     return m_pInputPin ? m_pInputPin->GetWorkingMode() : kWorkingModeNone;
@@ -171,7 +171,7 @@ void CKestDemux2Filter::DetachReader() {
     if (m_pVideoPin) m_pVideoPin->SetAsyncReader(nullptr);
 }
 
-// ---------------------------------------------------------------- services for the pins
+// ---------------- services for the pins
 
 bool CKestDemux2Filter::GetClockTime(REFERENCE_TIME& rtNow) {
     CComPtr<IReferenceClock> pClock;

@@ -50,7 +50,7 @@ HRESULT CGraph::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
 
-// ---------------------------------------------------------------- filters and connections
+// ---------------- filters and connections
 
 HRESULT CGraph::AddFilter(IBaseFilter* pFilter, LPCWSTR pName) {
     if (!pFilter) return E_POINTER;
@@ -104,7 +104,7 @@ HRESULT CGraph::Reconnect(IPin* ppin) {
 
 HRESULT CGraph::Disconnect(IPin* ppin) { return ppin ? ppin->Disconnect() : E_POINTER; }
 
-// ---------------------------------------------------------------- clock, states, seeking
+// ---------------- clock, states, seeking
 
 HRESULT CGraph::SetSyncSource(IReferenceClock* pClock) {
     if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;

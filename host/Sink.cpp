@@ -21,7 +21,7 @@ void CSink::RethrowError() {
     if (m_input.m_error) std::rethrow_exception(m_input.m_error);
 }
 
-// ---------------------------------------------------------------- states
+// ---------------- states
 
 CSink::CInput::CInput(CSink* pFilter, EStream stream, ISinkHandler& handler, CPacer& pacer, CEvent& evNotice)
     : CBaseInputPin(pFilter, &pFilter->m_csPins, nullptr, L"Input"),
@@ -52,7 +52,7 @@ HRESULT CSink::CInput::Inactive() {
     return CBaseInputPin::Inactive();
 }
 
-// ---------------------------------------------------------------- what comes in
+// ---------------- what comes in
 
 /// Calls the handler, with its lock held by the caller, and keeps what it throws.
 template <class Call>

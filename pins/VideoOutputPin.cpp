@@ -39,8 +39,8 @@ void CKestDemux2VideoOutputPin::CloseMemFiles() {
 
 HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
     static const std::array kSubtypes = {MEDIASUBTYPE_MPEG2_VIDEO, MEDIASUBTYPE_MPEG1Payload,
-                                             MEDIASUBTYPE_KestMpeg4Video, MEDIASUBTYPE_KestMp4s,
-                                             MEDIASUBTYPE_MPEG1Packet};
+                                         MEDIASUBTYPE_KestMpeg4Video, MEDIASUBTYPE_KestMp4s,
+                                         MEDIASUBTYPE_MPEG1Packet};
     if (!m_pDemuxFilter->IsInputConnected() || type.Type() != MEDIATYPE_Video) return S_FALSE;
     const bool bTaken = std::any_of(kSubtypes.begin(), kSubtypes.end(),
                                     [&](const GUID& subtype) { return subtype == type.Subtype(); });

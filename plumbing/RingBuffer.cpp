@@ -13,7 +13,7 @@ CRingBuffer::CRingBuffer(std::uint32_t nCapacity)
       m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)),
       m_bError(nCapacity == 0) {}
 
-// --------------------------------------------------------------------------------------------- write side
+// ---------------- write side
 
 int CRingBuffer::OpenWriter(std::uint32_t nMaxChunk) {
     CAutoLock lockWrite(m_csWrite);
@@ -96,7 +96,7 @@ void CRingBuffer::Credit(std::uint32_t n) {
     m_llTotalWritten += n;
 }
 
-// --------------------------------------------------------------------------------------------- read sides
+// ---------------- read sides
 
 int CRingBuffer::OpenReader(std::uint32_t nMaxChunk) {
     CAutoLock lockWrite(m_csWrite);  // nothing may be written between taking the position and being open
@@ -303,7 +303,7 @@ void CRingBuffer::WakeBlockedWriter() {
     if (m_bWriterOpen && !m_evWriter.IsSignalled() && GetFreeSize() >= m_nWriterRequired) m_evWriter.Set();
 }
 
-// ------------------------------------------------------------------------------------------- whole buffer
+// ---------------- whole buffer
 
 void CRingBuffer::Flush() { Empty(/*bWake=*/true, /*bKeepOpen=*/true); }
 void CRingBuffer::CloseAll() { Empty(/*bWake=*/true, /*bKeepOpen=*/false); }

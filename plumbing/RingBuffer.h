@@ -46,7 +46,7 @@ public:
     CRingBuffer(const CRingBuffer&) = delete;
     CRingBuffer& operator=(const CRingBuffer&) = delete;
 
-    // ------------------------------------------------------------------------------------------ write side
+    // ---------------- write side
 
     /// Opens the write side at the start of the storage.
     /// @param nMaxChunk  the largest write, at most a third of the capacity.
@@ -76,7 +76,7 @@ public:
     /// Room for the writer: the capacity less what the slowest open reader has pending.
     std::uint32_t GetFreeSize() const;
 
-    // ------------------------------------------------------------------------------------------- read sides
+    // ---------------- read sides
 
     /// Opens a reader at the present write position.
     /// @param nMaxChunk  the largest read. The largest over all readers and the writer's chunk together may
@@ -125,7 +125,7 @@ public:
     /// Bytes pending for the reader; 0 when it is not open.
     std::uint32_t GetAvailable(int nReader) const;
 
-    // ----------------------------------------------------------------------------------------- whole buffer
+    // ---------------- whole buffer
 
     /// Empties the buffer and wakes every waiter; the readers stay open, the write side is open afterwards.
     void Flush();

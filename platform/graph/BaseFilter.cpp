@@ -34,7 +34,7 @@ HRESULT CBaseFilter::GetClassID(CLSID* pClassID) {
     return S_OK;
 }
 
-// ---------------------------------------------------------------- states
+// ---------------- states
 
 HRESULT CBaseFilter::Stop() {
     CAutoLock lock(*m_pLock);
@@ -87,7 +87,7 @@ HRESULT CBaseFilter::GetState(DWORD, FILTER_STATE* State) {
     return S_OK;
 }
 
-// ---------------------------------------------------------------- clock and graph
+// ---------------- clock and graph
 
 HRESULT CBaseFilter::SetSyncSource(IReferenceClock* pClock) {
     CAutoLock lock(*m_pLock);
@@ -121,7 +121,7 @@ HRESULT CBaseFilter::QueryFilterInfo(FILTER_INFO* pInfo) {
 
 HRESULT CBaseFilter::QueryVendorInfo(LPWSTR*) { return E_NOTIMPL; }
 
-// ---------------------------------------------------------------- pins
+// ---------------- pins
 
 HRESULT CBaseFilter::EnumPins(IEnumPins** ppEnum) {
     if (!ppEnum) return E_POINTER;

@@ -7,7 +7,7 @@ namespace kest {
 CBaseOutputPin::CBaseOutputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName)
     : CBasePin(pFilter, pLock, phr, pszName, PINDIR_OUTPUT) {}
 
-// ---------------------------------------------------------------- connection
+// ---------------- connection
 
 HRESULT CBaseOutputPin::CheckConnect(IPin* pPin) {
     if (const HRESULT hr = CBasePin::CheckConnect(pPin); FAILED(hr)) return hr;
@@ -46,7 +46,7 @@ HRESULT CBaseOutputPin::DecideAllocator(IMemInputPin* pPin, IMemAllocator** ppAl
 
 HRESULT CBaseOutputPin::InitAllocator(IMemAllocator** ppAlloc) { return CreateMemoryAllocator(ppAlloc); }
 
-// ---------------------------------------------------------------- states
+// ---------------- states
 
 HRESULT CBaseOutputPin::Active() { return m_pAllocator ? m_pAllocator->Commit() : VFW_E_NO_ALLOCATOR; }
 
@@ -55,7 +55,7 @@ HRESULT CBaseOutputPin::Inactive() {
     return m_pAllocator ? m_pAllocator->Decommit() : VFW_E_NO_ALLOCATOR;
 }
 
-// ---------------------------------------------------------------- delivery
+// ---------------- delivery
 
 HRESULT CBaseOutputPin::GetDeliveryBuffer(IMediaSample** ppSample, REFERENCE_TIME* pStart,
                                           REFERENCE_TIME* pStop, DWORD dwFlags) {

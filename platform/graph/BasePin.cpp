@@ -30,7 +30,7 @@ HRESULT CBasePin::Inactive() {
     return S_OK;
 }
 
-// ---------------------------------------------------------------- connection
+// ---------------- connection
 
 HRESULT CBasePin::CheckMayConnect() const {
     if (m_Connected) return VFW_E_ALREADY_CONNECTED;
@@ -129,7 +129,7 @@ HRESULT CBasePin::DisconnectInternal() {
     return S_OK;
 }
 
-// ---------------------------------------------------------------- queries
+// ---------------- queries
 
 HRESULT CBasePin::ConnectedTo(IPin** pPin) {
     if (!pPin) return E_POINTER;
@@ -188,7 +188,7 @@ HRESULT CBasePin::EnumMediaTypes(IEnumMediaTypes** ppEnum) {
 
 HRESULT CBasePin::QueryInternalConnections(IPin**, ULONG*) { return E_NOTIMPL; }
 
-// ---------------------------------------------------------------- streaming
+// ---------------- streaming
 
 HRESULT CBasePin::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) {
     m_tStart = tStart;

@@ -44,7 +44,7 @@ REFERENCE_TIME CBaseReferenceClock::Now() {
     return m_rtLast;
 }
 
-// ---------------------------------------------------------------- advises
+// ---------------- advises
 
 HRESULT CBaseReferenceClock::AdviseTime(REFERENCE_TIME baseTime, REFERENCE_TIME streamTime, HEVENT hEvent,
                                         DWORD_PTR* pdwAdviseCookie) {

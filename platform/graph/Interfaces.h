@@ -18,7 +18,7 @@
 #endif
 #else
 
-// ---------------------------------------------------------------- records and flags
+// ---------------- records and flags
 
 struct IAMovieSetup;
 struct IBaseFilter;
@@ -118,7 +118,7 @@ using DISPID = LONG;
 constexpr LONG OATRUE = -1;
 constexpr LONG OAFALSE = 0;
 
-// ---------------------------------------------------------------- identifiers
+// ---------------- identifiers
 
 constexpr IID IID_IDispatch = {0x00020400, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 constexpr IID IID_IPersist = {0x0000010C, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
@@ -159,7 +159,7 @@ constexpr IID IID_ISpecifyPropertyPages = {
 constexpr IID IID_IAMovieSetup = {
     0xA3D8CEC0, 0x7E5A, 0x11CF, {0xBB, 0xC5, 0x00, 0x80, 0x5F, 0x6C, 0xEF, 0x20}};
 
-// ---------------------------------------------------------------- filters
+// ---------------- filters
 
 struct IPersist : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetClassID(CLSID* pClassID) = 0;
@@ -211,7 +211,7 @@ struct IFileSinkFilter : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE* pmt) = 0;
 };
 
-// ---------------------------------------------------------------- pins
+// ---------------- pins
 
 struct IPin : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt) = 0;
@@ -249,7 +249,7 @@ struct IPinFlowControl : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Block(DWORD dwBlockFlags, HANDLE hEvent) = 0;
 };
 
-// ---------------------------------------------------------------- samples
+// ---------------- samples
 
 struct IMediaSample : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetPointer(BYTE** ppBuffer) = 0;
@@ -291,7 +291,7 @@ struct IMemInputPin : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE ReceiveCanBlock() = 0;
 };
 
-// ---------------------------------------------------------------- clock and seeking
+// ---------------- clock and seeking
 
 struct IReferenceClock : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetTime(REFERENCE_TIME* pTime) = 0;
@@ -348,7 +348,7 @@ struct IMediaPosition : IDispatch {
     virtual HRESULT STDMETHODCALLTYPE CanSeekBackward(LONG* pCanSeekBackward) = 0;
 };
 
-// ---------------------------------------------------------------- the graph
+// ---------------- the graph
 
 struct IFilterGraph : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter* pFilter, LPCWSTR pName) = 0;

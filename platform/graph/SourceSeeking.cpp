@@ -13,7 +13,7 @@ HRESULT CSourceSeeking::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
 
-// ---------------------------------------------------------------- capabilities and formats
+// ---------------- capabilities and formats
 
 HRESULT CSourceSeeking::GetCapabilities(DWORD* pCapabilities) {
     if (!pCapabilities) return E_POINTER;
@@ -55,7 +55,7 @@ HRESULT CSourceSeeking::ConvertTimeFormat(LONGLONG* pTarget, const GUID* pTarget
     return S_OK;
 }
 
-// ---------------------------------------------------------------- positions
+// ---------------- positions
 
 HRESULT CSourceSeeking::GetDuration(LONGLONG* pDuration) {
     if (!pDuration) return E_POINTER;
@@ -112,7 +112,7 @@ HRESULT CSourceSeeking::GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest) {
     return S_OK;
 }
 
-// ---------------------------------------------------------------- rate
+// ---------------- rate
 
 HRESULT CSourceSeeking::SetRate(double dRate) {
     m_dRateSeeking = dRate;
