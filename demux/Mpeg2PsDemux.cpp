@@ -80,6 +80,8 @@ void KestMpeg2PsDemux::Reset() {
     if (!IsPulling()) m_pStreamBuffer->Flush();
 }
 
+void KestMpeg2PsDemux::EmptyInput() { m_pStreamBuffer->Flush(); }
+
 void KestMpeg2PsDemux::Stop() {
     CWorkerThread::Stop();
     CloseSides();
@@ -101,7 +103,7 @@ void KestMpeg2PsDemux::ResetParser() {
 /// of it is being parsed in place.
 void KestMpeg2PsDemux::HonourReset() {
     if (!m_bResetRequest.exchange(false)) return;
-    if (IsPulling()) m_pStreamBuffer->Flush();
+    if (IsPulling()) EmptyInput();
     ResetParser();
 }
 

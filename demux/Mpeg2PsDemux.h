@@ -92,6 +92,9 @@ protected:
     virtual void FillVideoInfo(FRAME_INFO& info, std::uint32_t nHeaderSize);
     virtual void FillAudioInfo(FRAME_INFO& info, std::uint32_t nHeaderSize);
 
+    /// Empties the stream buffer; on the core's thread.
+    virtual void EmptyInput();
+
     // Steps of the thread loop in which pull operation differs.
     virtual void BeginRun() {}                        // once, before the first unit
     virtual void BeginUnit() {}                       // before each unit

@@ -1,5 +1,8 @@
 #include "demux/Mpeg2PsPullDemux.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "platform/DebugText.h"
 
 namespace kest {
@@ -28,7 +31,7 @@ void KestMpeg2PsPullDemux::BeginUnit() {
     if (!m_bNewSegment.exchange(false)) return;
     m_llFilePos = m_llSegmentPos;
     m_bEndSent = false;
-    m_pStreamBuffer->Flush();
+    EmptyInput();
     ResetParser();
     m_video.pQueue->Reset();
     m_audio.pQueue->Reset();
@@ -66,26 +69,55 @@ void KestMpeg2PsPullDemux::FillOrigin(ElementaryStream& stream, FRAME_INFO& info
     info.llFilePos = stream.llStartPos;
     info.bDiscontinuity = stream.bDiscontinuity;
     stream.bDiscontinuity = false;
-    if (IsPulling()) stream.llStartPos = m_llFilePos - m_pStreamBuffer->GetAvailable(m_nReader) - nHeaderSize;
+    if (!IsPulling()) return;
+    const std::int64_t llUnread = m_pStreamBuffer->GetAvailable(m_nReader) - m_nTaken;
+    stream.llStartPos = m_llFilePos - llUnread - nHeaderSize;
 }
 
-// Pulled bytes are parsed in place: nobody but this thread writes to the buffer or empties it, so they stay
-// even when they have been taken, until the next refill.
+// Pulled bytes are parsed in place, in a window onto the stream buffer: nobody but this thread writes to the
+// buffer or empties it. What is taken from the window is given back to the buffer only when the window has
+// too little, so that the buffer's locks are taken once a piece and not once a field.
 KestMpeg2PsPullDemux::Bytes KestMpeg2PsPullDemux::PeekData(std::uint32_t n) {
     if (!IsPulling()) return KestMpeg2PsDemux::PeekData(n);
-    if (!Refill(n)) return {};
-    Bytes storage;
-    std::uint32_t nPos = 0;
-    m_pStreamBuffer->GetReadPointer(m_nReader, storage, nPos);
-    if (nPos + n <= storage.size()) return storage.subspan(nPos, n);
-    const auto dest = std::span(m_abScratch).first(n);
+    if (m_window.size() >= n || MoveWindow(n)) return m_window.first(n);
+    const auto dest =
+        std::span(m_abScratch).first(n);  // the bytes wrap at the end of the buffer, or are not there
     return m_pStreamBuffer->PeekNow(m_nReader, dest) > 0 ? Bytes(dest) : Bytes();
 }
 
 KestMpeg2PsPullDemux::Bytes KestMpeg2PsPullDemux::ReadData(std::uint32_t n) {
     if (!IsPulling()) return KestMpeg2PsDemux::ReadData(n);
     const Bytes bytes = PeekData(n);
+    if (m_window.size() >= n) {
+        m_window = m_window.subspan(n);
+        m_nTaken += n;
+        return bytes;
+    }
+    m_window = {};
     return m_pStreamBuffer->Skip(m_nReader, n) > 0 ? bytes : Bytes();
+}
+
+/// Gives back what was taken, refills, and sets the window on what is unread up to the end of the storage.
+/// @return whether the window has n bytes.
+bool KestMpeg2PsPullDemux::MoveWindow(std::uint32_t n) {
+    m_window = {};
+    if (m_nTaken > 0) m_pStreamBuffer->Skip(m_nReader, std::exchange(m_nTaken, 0));
+    if (!Refill(n)) return false;
+    Bytes storage;
+    std::uint32_t nPos = 0;
+    const int nPending = m_pStreamBuffer->GetReadPointer(m_nReader, storage, nPos);
+    if (nPending <= 0) return false;
+    const Bytes window = storage.subspan(
+        nPos, std::min<std::size_t>(static_cast<std::size_t>(nPending), storage.size() - nPos));
+    if (window.size() < n) return false;
+    m_window = window;
+    return true;
+}
+
+void KestMpeg2PsPullDemux::EmptyInput() {
+    m_window = {};
+    m_nTaken = 0;
+    KestMpeg2PsDemux::EmptyInput();
 }
 
 /// Reads from the source until n bytes are unread in the stream buffer. @return whether they are.

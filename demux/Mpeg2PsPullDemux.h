@@ -40,6 +40,9 @@ private:
     void OnNoData() override;
     bool IsPulling() const override { return m_pReader != nullptr; }
 
+    void EmptyInput() override;
+
+    bool MoveWindow(std::uint32_t n);
     bool Refill(std::uint32_t n);
     bool FetchPiece(std::uint32_t n);
     void FillOrigin(ElementaryStream& stream, FRAME_INFO& info, std::uint32_t nHeaderSize);
@@ -50,7 +53,9 @@ private:
     std::atomic<std::int64_t> m_llEndPos{0};      // the byte after the last one to read
     std::atomic<bool> m_bNewSegment{false};       // a restart is requested
     std::atomic<std::int64_t> m_llSegmentPos{0};  // where it is to begin
-    bool m_bEndSent = false;  // the present run of empty results has its end-of-stream records
+    bool m_bEndSent = false;     // the present run of empty results has its end-of-stream records
+    Bytes m_window;              // unread bytes of the stream buffer, in place
+    std::uint32_t m_nTaken = 0;  // bytes in front of the window that the buffer still counts
     std::array<std::uint8_t, kPieceSize> m_abStaging;  // a piece that does not fit the buffer in one part
 };
 
