@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "support/ProgramStreamBuilder.h"
 #include "support/TestData.h"
 
 namespace kest {
@@ -193,6 +194,32 @@ TEST_F(Command, SamplesAreTheFramesOnTheTimeAxisOfTheAudio) {
                 if (line["pin"] == pszPin) strLast = line["event"];
             }
             EXPECT_EQ(strLast, "endOfStream");
+        }
+    }
+}
+
+TEST_F(Command, StampsThatWrapInTheMiddlePlayThrough) {
+    constexpr std::int64_t kWrap = std::int64_t{1} << 33, kTicks = 3003;
+    constexpr int kFrames = 120;
+    CProgramStreamBuilder builder;
+    builder.Pack().Map({{0x02, 0xE0}, {0x03, 0xC0}});
+    for (int i = 0; i <= kFrames; ++i) {
+        const std::int64_t llStamp = (kWrap + (i - kFrames / 2) * kTicks) % kWrap;
+        builder.Pes(0xE0, ByteVector(700, 1), llStamp).Pes(0xC0, ByteVector(500, 2), llStamp);
+    }
+    builder.Section(0xBE, 2000);
+    std::ofstream(m_dir / "wrap.mpg", std::ios::binary)
+        .write(reinterpret_cast<const char*>(builder.Get().data()),
+               static_cast<std::streamsize>(builder.Size()));
+    const Result result = Run("samples --json wrap.mpg");
+    ASSERT_EQ(result.nExit, 0) << result.strErr;
+    for (const char* pszPin : {"video", "audio"}) {
+        const auto samples = Payloads(result.strOut, pszPin);
+        ASSERT_EQ(samples.size(), static_cast<std::size_t>(kFrames)) << pszPin;
+        for (std::size_t n = 1; n < samples.size(); ++n) {
+            const auto step =
+                samples[n]["start"].get<std::int64_t>() - samples[n - 1]["start"].get<std::int64_t>();
+            EXPECT_NEAR(static_cast<double>(step), kTicks * 1000 / 9.0, 120) << pszPin << " " << n;
         }
     }
 }
