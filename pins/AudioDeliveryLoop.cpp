@@ -9,8 +9,15 @@
 namespace kest {
 namespace {
 
-constexpr StreamConstants kAudioConstants = {
-    .llFrameTicks = 2160, .rtFrame = 240000, .rtClampLimit = 2000000, .dwBufferFlags = 0x100};
+constexpr StreamConstants kAudioConstants = {.llFrameTicks = 2160,
+                                             .rtFrame = 240000,
+                                             .rtClampLimit = 2000000,
+                                             .pszStream = "Audio",
+                                             .pszStamp = "DTS",
+                                             .pszStep = "dPts",
+                                             .pszAfter = "ADecod",
+                                             .pszInDelivery = "dt",
+                                             .dwBufferFlags = 0x100};
 constexpr std::uint32_t kPauseMs = 10;  // after a dropped frame or a read that brought nothing
 
 //                                 variant                  read   deliver flags  pending clamps repairs sync
@@ -156,39 +163,6 @@ void CAudioDeliveryLoop::OnBrokenStamp() {
         GetTiming().bFirstTime = true;
     }
     RequestReset();
-}
-
-// ---------------- statistics
-
-void CAudioDeliveryLoop::TraceStatistics(const Frame& frame) {
-    const std::uint32_t dwAfter = TickCount();
-    const int nInDelivery = static_cast<int>(dwAfter - m_dwDeliverTick);
-    const long nBefore = static_cast<long>(m_dwDeliverTick), nAfter = static_cast<long>(dwAfter);
-    const int nCount = GetTiming().nAccessCount;
-    const std::int64_t llStart = GetTiming().rtStart;
-    const std::int64_t llStep = frame.llStamp - m_llLastStamp;
-    switch (m_rules->variant) {
-        case EVariant::ClockFollowing:
-            Trace("Audio::AC=%5d Wbms=%2d Rbms=%2d SC=%" PRId64 " ST=%" PRId64 " DTS=%" PRId64
-                  " dPts=%" PRId64 " DC=%" PRId64 " there=%ld  ADecod=%ld dt=%d stime=%" PRId64 "\n",
-                  nCount, GetFreeBlocks(), GetPending(), static_cast<std::int64_t>(m_rtClock), llStart,
-                  frame.llStamp, llStep, m_llDataCount, nBefore, nAfter, nInDelivery,
-                  static_cast<std::int64_t>(m_rtClock));
-            break;
-        case EVariant::Basic:
-        case EVariant::Plain:
-            Trace("Audio::AC=%5d Wbms=%2d Rbms=%2d DTS=%" PRId64 " dPts=%" PRId64 " DC=%" PRId64
-                  " there=%ld  ADecod=%ld dt=%d td=%d\n",
-                  nCount, GetFreeBlocks(), GetPending(), frame.llStamp, llStep, m_llDataCount, nBefore,
-                  nAfter, nInDelivery, m_nAhead);
-            break;
-        default:
-            Trace("Audio::AC=%5d Wbms=%2d Rbms=%2d %s=%" PRId64 " DTS=%" PRId64 " dPts=%" PRId64
-                  " DC=%" PRId64 " there=%ld  ADecod=%ld dt=%d td=%d\n",
-                  nCount, GetFreeBlocks(), GetPending(), Is(EVariant::JumpClamping) ? "TS" : "ST", llStart,
-                  frame.llStamp, llStep, m_llDataCount, nBefore, nAfter, nInDelivery, m_nAhead);
-            break;
-    }
 }
 
 }  // namespace kest

@@ -23,7 +23,6 @@ private:
     void AfterStamping(Frame& frame) override;
     void OnBrokenStamp() override;
     bool CountsBeforeDelivery() const override { return false; }
-    void TraceStatistics(const Frame& frame) override;
     void OnEnd() override;
     void TraceStep(const char* pszText) override;
 
@@ -31,8 +30,7 @@ private:
     REFERENCE_TIME ClockTimeBase(REFERENCE_TIME rtFrame);
     EStep DeliverSegmentMarker(Frame& frame);
 
-    bool m_bAdopted = false;       // the video pin's time base has been taken (clock-following variant)
-    REFERENCE_TIME m_rtClock = 0;  // stream time by the graph clock (clock-following variant, trace only)
+    bool m_bAdopted = false;  // the video pin's time base has been taken (clock-following variant)
 };
 
 }  // namespace kest

@@ -1,5 +1,8 @@
 #include "pins/DeliveryLoop.h"
 
+#include <cinttypes>
+#include <cstdio>
+
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
@@ -221,6 +224,32 @@ HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
     const HRESULT hr = use && !bWithheld ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
     frame.pSample = nullptr;
     return hr;
+}
+
+/// The statistics line of a delivered frame.
+void CDeliveryLoop::TraceStatistics(const Frame& frame) {
+    if (!HasTraceSink()) return;
+    const std::int64_t llStart = GetTiming().rtStart, llClock = m_rtClock;
+    char szTimes[64] = "";  // which times stand in front depends on the variant
+    if (Is(EVariant::ClockFollowing)) {
+        std::snprintf(szTimes, sizeof szTimes, "SC=%" PRId64 " ST=%" PRId64 " ", llClock, llStart);
+    } else if (Is(EVariant::ProgramStream) || Is(EVariant::JumpClamping)) {
+        const char* pszName = Is(EVariant::ProgramStream) ? "ST" : "TS";
+        std::snprintf(szTimes, sizeof szTimes, "%s=%" PRId64 " ", pszName, llStart);
+    }
+    char szLead[48];
+    if (Is(EVariant::ClockFollowing)) {
+        std::snprintf(szLead, sizeof szLead, "stime=%" PRId64, llClock);
+    } else {
+        std::snprintf(szLead, sizeof szLead, "td=%d", m_nAhead);
+    }
+    const std::uint32_t dwAfter = TickCount();
+    Trace("%s::AC=%5d Wbms=%2d Rbms=%2d %s%s=%" PRId64 " %s=%" PRId64 " DC=%" PRId64
+          " there=%ld  %s=%ld %s=%d %s\n",
+          m_constants.pszStream, GetTiming().nAccessCount.load(), GetFreeBlocks(), GetPending(), szTimes,
+          m_constants.pszStamp, frame.llStamp, m_constants.pszStep, frame.llStamp - m_llLastStamp,
+          m_llDataCount, static_cast<long>(m_dwDeliverTick), m_constants.pszAfter, static_cast<long>(dwAfter),
+          m_constants.pszInDelivery, static_cast<int>(dwAfter - m_dwDeliverTick), szLead);
 }
 
 void CDeliveryLoop::RequestReset() {

@@ -37,7 +37,12 @@ struct StreamConstants {
     std::int64_t llFrameTicks;    // one frame, 90 kHz: the step of synthesised stamps
     REFERENCE_TIME rtFrame;       // one frame, 100 ns: the step of clamped jumps
     REFERENCE_TIME rtClampLimit;  // a start further than this from the last is a jump, 100 ns
-    DWORD dwBufferFlags;          // asked of the allocator with every sample
+    const char* pszStream;        // the next five in the statistics line
+    const char* pszStamp;
+    const char* pszStep;
+    const char* pszAfter;
+    const char* pszInDelivery;
+    DWORD dwBufferFlags;  // asked of the allocator with every sample
 };
 
 /// The body of a delivery thread, for one run: takes frame after frame from the pin's queue, gives it times
@@ -110,8 +115,6 @@ protected:
     virtual bool CountsBeforeDelivery() const = 0;
     /// The frame, though stamped, is not to be delivered.
     virtual bool IsWithheld() const { return false; }
-    /// The statistics line of a delivered frame.
-    virtual void TraceStatistics(const Frame& frame) = 0;
     virtual void OnEnd() = 0;
 
     /// A trace text that only the audio pin's program-stream variant writes.
@@ -149,7 +152,8 @@ protected:
     std::int64_t m_llDataCount = 0;     // bytes of frames read since the thread began
     std::uint32_t m_dwStartTick = 0;    // tick count at the last timing restart
     std::uint32_t m_dwDeliverTick = 0;  // tick count before the present delivery
-    std::int32_t m_nAhead = 0;          // td: ms that the stream runs ahead of the wall clock, for traces
+    REFERENCE_TIME m_rtClock = 0;  // stream time by the graph clock (clock-following variant), for traces
+    std::int32_t m_nAhead = 0;     // td: ms that the stream runs ahead of the wall clock, for traces
 
 private:
     EStep Step();
@@ -162,6 +166,7 @@ private:
     bool RepairWrap(Frame& frame);
     void RepairBroken(Frame& frame);
     void ResetHook();
+    void TraceStatistics(const Frame& frame);
     EStep DeliverStamped(Frame& frame);
 };
 

@@ -9,8 +9,15 @@
 namespace kest {
 namespace {
 
-constexpr StreamConstants kVideoConstants = {
-    .llFrameTicks = 3003, .rtFrame = 330000, .rtClampLimit = 5000000, .dwBufferFlags = 0};
+constexpr StreamConstants kVideoConstants = {.llFrameTicks = 3003,
+                                             .rtFrame = 330000,
+                                             .rtClampLimit = 5000000,
+                                             .pszStream = "Video",
+                                             .pszStamp = "PTS",
+                                             .pszStep = "dPTS",
+                                             .pszAfter = "Adecod",
+                                             .pszInDelivery = "DT",
+                                             .dwBufferFlags = 0};
 
 //                                 variant                     read   deliver flags  pending clamps repairs
 //                                 sync
@@ -216,48 +223,21 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::ProcessElementary(Frame& frame) {
     frame.pSample->SetSyncPoint(TRUE);
     const HRESULT hr = DeliverBracketed(frame);
     ++timing.nAccessCount;
-    TraceStatistics(frame);
+    TraceElementary();
     m_rtPreviousStart = timing.rtStart;
     return hr == S_OK ? EStep::NextFrame : EStep::End;
 }
 
 // ---------------- statistics
 
-void CVideoDeliveryLoop::TraceStatistics(const Frame& frame) {
+void CVideoDeliveryLoop::TraceElementary() {
     const std::uint32_t dwAfter = TickCount();
-    const int nInDelivery = static_cast<int>(dwAfter - m_dwDeliverTick);
-    const long nBefore = static_cast<long>(m_dwDeliverTick), nAfter = static_cast<long>(dwAfter);
-    const int nCount = GetTiming().nAccessCount;
-    const std::int64_t llStart = GetTiming().rtStart;
-    const std::int64_t llStep = frame.llStamp - m_llLastStamp;
-    switch (m_rules->variant) {
-        case EVariant::ElementaryStream:
-            Trace("AC=%d Wbms=%3d Rbms=%2d CT =%" PRId64 "  dT =%" PRId64 "  Data=%" PRId64
-                  " timehere=%ld  Afterdecoding=%ld dt=%d td=%d\n",
-                  nCount, GetFreeBlocks(), GetPending(), static_cast<std::int64_t>(m_clock.GetTime()),
-                  static_cast<std::int64_t>(llStart - m_rtPreviousStart), m_llDataCount, nBefore, nAfter,
-                  nInDelivery, m_nAhead);
-            break;
-        case EVariant::ClockFollowing:
-            Trace("Video::AC=%5d Wbms=%2d Rbms=%2d SC=%" PRId64 " ST=%" PRId64 " PTS=%" PRId64
-                  " dPTS=%" PRId64 " DC=%" PRId64 " there=%ld  Adecod=%ld DT=%d stime=%" PRId64 "\n",
-                  nCount, GetFreeBlocks(), GetPending(), static_cast<std::int64_t>(m_rtClock), llStart,
-                  frame.llStamp, llStep, m_llDataCount, nBefore, nAfter, nInDelivery,
-                  static_cast<std::int64_t>(m_rtClock));
-            break;
-        case EVariant::Basic:
-            Trace("Video::AC=%5d Wbms=%2d Rbms=%2d PTS=%" PRId64 " dPTS=%" PRId64 " DC=%" PRId64
-                  " there=%ld  Adecod=%ld DT=%d td=%d\n",
-                  nCount, GetFreeBlocks(), GetPending(), frame.llStamp, llStep, m_llDataCount, nBefore,
-                  nAfter, nInDelivery, m_nAhead);
-            break;
-        default:
-            Trace("Video::AC=%5d Wbms=%2d Rbms=%2d %s=%" PRId64 " PTS=%" PRId64 " dPTS=%" PRId64
-                  " DC=%" PRId64 " there=%ld  Adecod=%ld DT=%d td=%d\n",
-                  nCount, GetFreeBlocks(), GetPending(), Is(EVariant::JumpClamping) ? "TS" : "ST", llStart,
-                  frame.llStamp, llStep, m_llDataCount, nBefore, nAfter, nInDelivery, m_nAhead);
-            break;
-    }
+    const std::int64_t llTime = m_clock.GetTime(), llStep = GetTiming().rtStart - m_rtPreviousStart;
+    Trace("AC=%d Wbms=%3d Rbms=%2d CT =%" PRId64 "  dT =%" PRId64 "  Data=%" PRId64
+          " timehere=%ld  Afterdecoding=%ld dt=%d td=%d\n",
+          GetTiming().nAccessCount.load(), GetFreeBlocks(), GetPending(), llTime, llStep, m_llDataCount,
+          static_cast<long>(m_dwDeliverTick), static_cast<long>(dwAfter),
+          static_cast<int>(dwAfter - m_dwDeliverTick), m_nAhead);
 }
 
 }  // namespace kest

@@ -27,19 +27,18 @@ private:
     void CheckDrift(Frame& frame) override;
     bool CountsBeforeDelivery() const override { return !Is(EVariant::ElementaryStream); }
     bool IsWithheld() const override;
-    void TraceStatistics(const Frame& frame) override;
     void OnEnd() override;
 
     bool GetTimeBase(REFERENCE_TIME rtOwn);
     void CheckFirstFrame();
     EStep DeliverSegmentMarker(Frame& frame);
     EStep ProcessElementary(Frame& frame);
+    void TraceElementary();
 
     CKestDemux2VideoOutputPin& m_videoPin;
     CElementaryStreamClock m_clock;        // elementary-stream variant
     std::int32_t m_nWrongStamps = 0;       // corrections in a row against the audio (program-stream variant)
     REFERENCE_TIME m_rtPreviousStart = 0;  // of the sample before (elementary-stream variant, trace only)
-    REFERENCE_TIME m_rtClock = 0;  // stream time by the graph clock (clock-following variant, trace only)
 };
 
 }  // namespace kest

@@ -60,6 +60,7 @@ constexpr std::size_t kMaxText = 1024;  // longer texts are cut
 
 void SetDebugSink(TextSink sink) { DebugOutput().Set(std::move(sink)); }
 void SetTraceSink(TextSink sink) { TraceOutput().Set(std::move(sink)); }
+bool HasTraceSink() { return TraceOutput().IsInstalled(); }
 
 #ifdef _WIN32
 void ShowDebugTexts(bool) {}

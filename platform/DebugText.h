@@ -23,6 +23,9 @@ void ShowDebugTexts(bool bShow);
 /// Installs the sink of the trace hook; an empty one removes it.
 void SetTraceSink(TextSink sink);
 
+/// Whether the trace hook has a sink; for texts that are costly to put together.
+bool HasTraceSink();
+
 /// Writes a debug text; printf's format.
 [[gnu::format(printf, 1, 2)]] void DebugText(const char* pszFormat, ...);
 
