@@ -232,7 +232,7 @@ void KestMpeg2PsDemux::BeginFrame(ElementaryStream& stream, const PesStamps& sta
     }
     const bool bHasStamps = (bVideo ? stream.llPrevPts : stream.llPrevDts) != kNoStamp;
     if (bHasStamps && stream.accumulator.GetFill() > 0) {
-        stream.pQueue->WriteEx(stream.accumulator.GetBytes(), &info, kInfinite);
+        if (!IsSuperseded()) stream.pQueue->WriteEx(stream.accumulator.GetBytes(), &info, kInfinite);
     } else {
         stream.bDiscontinuity = true;
     }

@@ -96,11 +96,12 @@ protected:
     virtual void EmptyInput();
 
     // Steps of the thread loop in which pull operation differs.
-    virtual void BeginRun() {}                        // once, before the first unit
-    virtual void BeginUnit() {}                       // before each unit
-    virtual void OnDataFound() {}                     // a resynchronisation found something
-    virtual void OnNoData() {}                        // the input gave nothing to resynchronise on
-    virtual bool IsPulling() const { return false; }  // the core reads its source itself
+    virtual void BeginRun() {}                           // once, before the first unit
+    virtual void BeginUnit() {}                          // before each unit
+    virtual void OnDataFound() {}                        // a resynchronisation found something
+    virtual void OnNoData() {}                           // the input gave nothing to resynchronise on
+    virtual bool IsSuperseded() const { return false; }  // what is gathered is of a segment that was left
+    virtual bool IsPulling() const { return false; }     // the core reads its source itself
 
     /// Drops what is gathered, with its stamps.
     void ResetParser();

@@ -1,6 +1,7 @@
 #include "demux/Mpeg2PsPullDemux.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include "platform/DebugText.h"
@@ -10,10 +11,13 @@ namespace kest {
 KestMpeg2PsPullDemux::~KestMpeg2PsPullDemux() { EndThread(); }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart) {
+    // The flag first: what the core is about to write is of the old segment. Under the lock: emptied after
+    // the core has taken the flag, the queues would lose frames of the new one.
+    std::lock_guard lock(m_segmentMutex);
+    m_llSegmentPos = llStart;
+    m_bNewSegment = true;
     m_video.pQueue->Reset();
     m_audio.pQueue->Reset();
-    m_llSegmentPos = llStart;
-    m_bNewSegment = true;  // last: emptied afterwards, the queues could lose frames of the new segment
 }
 
 void KestMpeg2PsPullDemux::NewSegment(std::int64_t llStart, std::int64_t llStop) {
@@ -28,7 +32,9 @@ void KestMpeg2PsPullDemux::BeginRun() {
 
 /// Carries out a requested restart.
 void KestMpeg2PsPullDemux::BeginUnit() {
-    if (!m_bNewSegment.exchange(false)) return;
+    if (!m_bNewSegment) return;
+    std::lock_guard lock(m_segmentMutex);
+    m_bNewSegment = false;
     m_llFilePos = m_llSegmentPos;
     m_bEndSent = false;
     EmptyInput();

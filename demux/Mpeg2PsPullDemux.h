@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "demux/Mpeg2PsDemux.h"
 #include "platform/AsyncReader.h"
@@ -39,6 +40,7 @@ private:
     void OnDataFound() override { m_bEndSent = false; }
     void OnNoData() override;
     bool IsPulling() const override { return m_pReader != nullptr; }
+    bool IsSuperseded() const override { return m_bNewSegment; }
 
     void EmptyInput() override;
 
@@ -51,6 +53,7 @@ private:
     IAsyncReader* m_pReader = nullptr;            // the source, borrowed; none in push operation
     std::int64_t m_llFilePos = 0;                 // offset of the next byte to read from the source
     std::atomic<std::int64_t> m_llEndPos{0};      // the byte after the last one to read
+    std::mutex m_segmentMutex;                    // keeps a request and its carrying out apart
     std::atomic<bool> m_bNewSegment{false};       // a restart is requested
     std::atomic<std::int64_t> m_llSegmentPos{0};  // where it is to begin
     bool m_bEndSent = false;     // the present run of empty results has its end-of-stream records

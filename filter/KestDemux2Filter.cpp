@@ -45,10 +45,14 @@ std::unique_ptr<Pin> CKestDemux2Filter::MakePin(HRESULT* phr, Arguments... argum
     }
 }
 
-// The pins go before the cores. A core's thread writes to the pins' queues, so it must have ended by then,
-// even when the filter is let go while it is active.
+// The pins go before the cores. The core's thread writes to the pins' queues, and each delivery thread uses
+// the other pin too, so all of them must have ended by then, even when the filter is let go while it is
+// active.
 CKestDemux2Filter::~CKestDemux2Filter() {
     if (m_pPsDemux) m_pPsDemux->Stop();
+    for (CDemuxOutputPin* pPin : m_apOutputPins) {
+        if (pPin) pPin->EndDelivery();
+    }
     m_apOutputPins = {};
     m_pVideoPin.reset();
     m_pAudioPin.reset();
@@ -58,10 +62,8 @@ CKestDemux2Filter::~CKestDemux2Filter() {
 
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
-    if (m_pVideoPin) {
-        if (riid == IID_IMediaPosition) {  // part of the video pin, which serves it from its seeking object
-            return m_pVideoPin->GetSeeking().NonDelegatingQueryInterface(riid, ppv);
-        }
+    if (m_apOutputPins[0]) {
+        if (riid == IID_IMediaPosition) return m_pVideoPin->NonDelegatingQueryInterface(riid, ppv);
         if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     }
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);

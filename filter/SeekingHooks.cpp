@@ -30,7 +30,8 @@ HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, std::int64_
 }
 
 // The flush lets downstream drop what it holds, and lets a delivery that waits there come back; the core
-// begins anew in between, so that nothing of the old place follows the flush.
+// begins anew in between, so that as little as can be of the old place follows the flush:
+// a frame that a delivery thread has already read.
 HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     if (!HasProgramCore()) return S_OK;
     Trace("SEEEKKKKKKKKKKKING!!!\n");

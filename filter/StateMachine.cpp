@@ -21,6 +21,7 @@ HRESULT CKestDemux2Filter::Pause() {
         StartPath();
     }
     const HRESULT hr = CBaseFilter::Pause();
+    if (FAILED(hr) && IsStopped()) StopPath();  // a filter that stays stopped has no threads
     Trace("Pause_3<-----------------!!!!!!\n");
     return hr;
 }

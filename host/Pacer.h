@@ -14,8 +14,9 @@ namespace kest {
 /// of their samples. Without it a stream may come seconds before the other, which the demultiplexer takes for
 /// a broken stream.
 ///
-/// A stream that has nothing to give for a while is not waited for until it gives something again. Each
-/// stream is paced on its own thread; everything else may be called from any thread.
+/// Streams that begin, or begin anew after a flush, begin together: the first sample of one waits for the
+/// first of the other. A stream that has nothing to give for a while is not waited for until it gives
+/// something again. Each stream is paced on its own thread; everything else may be called from any thread.
 class CPacer {
 public:
     static constexpr REFERENCE_TIME kLead = 5'000'000;  // 100 ns that a stream may be ahead
@@ -35,12 +36,13 @@ public:
 
 private:
     struct Progress {
+        std::atomic<bool> bBegun{false};          // a sample has come since the last beginning
         std::atomic<REFERENCE_TIME> rtLatest{0};  // start of the last sample, 100 ns
         std::atomic<bool> bAwaited{true};         // the other stream waits for this one
         CEvent evChanged{false};                  // auto-reset; set after each change, for the other's wait
     };
     Progress& Of(EStream stream) { return m_aProgress[static_cast<std::size_t>(stream)]; }
-    void Note(EStream stream, REFERENCE_TIME rtLatest, bool bAwaited);
+    void Note(EStream stream, REFERENCE_TIME rtLatest, bool bBegun, bool bAwaited);
 
     const std::uint32_t m_nPatienceMs;
     std::array<Progress, 2> m_aProgress;  // by stream

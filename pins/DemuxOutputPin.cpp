@@ -45,11 +45,6 @@ std::uint32_t CDemuxOutputPin::GetFramesPending() const { return m_pFrameQueue->
 
 void CDemuxOutputPin::StopDelivery() { m_pDeliveryThread->CWorkerThread::Stop(); }
 
-void CDemuxOutputPin::ForgetTiming() {
-    m_timing.bFirstTime = true;
-    m_timing.rtTimeBase = kNoTimeBase;
-}
-
 void CDemuxOutputPin::WaitReadyToReset() {
     constexpr std::uint32_t kWaitMs = 100;
     const bool bVideo = IsVideo();

@@ -46,8 +46,10 @@ public:
     /// Signals the delivery thread's stop and returns at once.
     void StopDelivery();
     PinTiming& GetTiming() { return m_timing; }
-    /// Makes the timing start anew with the next frame: no time base, first-time flag set.
-    void ForgetTiming();
+    /// Ends the delivery thread for good. The filter calls it on both pins before it lets either go, since
+    /// each thread uses the other pin; every derived class in its destructor, since the thread calls the
+    /// derived class.
+    void EndDelivery();
     /// The other output pin; set once, before the first connection.
     void SetPeer(CDemuxOutputPin& peer) { m_pPeer = &peer; }
     CDemuxOutputPin& GetPeer() { return *m_pPeer; }
@@ -97,8 +99,6 @@ protected:
     /// @param bGate       one user at a time between the flow control's brackets.
     CDemuxOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CCritSec* pLock, HRESULT* phr,
                     LPCWSTR pszName, std::uint32_t nBlockSize, Buffers buffers, bool bGate);
-    /// Every derived class calls it in its destructor: the thread calls the derived class.
-    void EndDelivery();
 
     IDemuxFilterSite* const m_pDemuxFilter;          // the filter
     const Buffers m_buffers;                         // asked of the allocator

@@ -110,6 +110,7 @@ HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void
         DebugText("CKestDemux2VideoOutputPin::NonDelegatingQueryInterface IMediaSeeking\n");
         return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     }
+    if (riid == IID_IMediaPosition) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     return CDemuxOutputPin::NonDelegatingQueryInterface(riid, ppv);
 }
 

@@ -33,7 +33,7 @@ public:
     /// Moves the seeking position, delivers, and waits for the next step in single-step mode; a preroll
     /// sample is only delivered.
     HRESULT Deliver(IMediaSample* pSample) override;
-    /// Notes the segment for itself: the notice is not passed downstream. S_OK.
+    /// Only waits while the pin is blocked: the notice is not passed downstream. S_OK.
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
     /// Lateness handling by working mode. @return S_OK when the pin takes care of it, else E_NOTIMPL or,

@@ -73,6 +73,7 @@ void CBlockMemFile::Reset() {
         ++reader.nBreaks;
         reader.event.Set();
     }
+    ++m_nWriterBreaks;  // a block that waits for room belongs to what was queued before
     if (m_bWriterOpen) m_evWriter.Set();
 }
 

@@ -40,7 +40,8 @@ public:
     /// Closes a reader and wakes it when it waits; the room it held back is the writer's again. Ignores a
     /// handle that is not open.
     void RClose(int nReader);
-    /// Empties the queue for every reader and wakes all waiters; the sides stay as they are.
+    /// Empties the queue for every reader and wakes all waiters, who give up: the block of a writer that
+    /// waits for room is not stored. The sides stay as they are.
     void Reset();
 
     /// Blocks that can be written without waiting; all of them when no reader is open.
@@ -78,7 +79,7 @@ protected:
     std::atomic<bool> m_bWriterOpen{false};         // the write side is open
     std::uint32_t m_nWriteIndex = 0;                // the block written next; under m_csWrite
     CEvent m_evWriter{true, true};                  // manual-reset; set by a freed block, WClose and Reset
-    std::atomic<std::uint32_t> m_nWriterBreaks{0};  // closings of the write side so far
+    std::atomic<std::uint32_t> m_nWriterBreaks{0};  // closings of the write side and resets so far
     CCritSec m_csWrite;  // held by the writer while it stores a block, WClose, Reset
     std::array<ReaderRecord, kMaxReaders> m_aReader;  // by handle
 };
@@ -99,7 +100,8 @@ public:
     /// @param data        cut to the block size when it is longer; a trace text says so.
     /// @param pInfo       nInfoSize bytes, copied.
     /// @param nTimeoutMs  kInfinite: without limit.
-    /// @return the length stored; 0 when no block became free (or the length is 0); -1 when the write side is
+    /// @return the length stored; 0 when no block became free or a reset came (or the length is 0); -1 when
+    /// the write side is
     ///         not open.
     int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs);
     /// Takes the reader's next block, waiting for one.

@@ -41,6 +41,7 @@ public:
 class SinkInGraph : public testing::Test {
 protected:
     void SetUp() override {
+        m_pacer.End(EStream::Audio);  // there is no other stream
         ASSERT_EQ(S_OK, m_pGraph->AddFilter(m_pSource.Get(), L"source"));
         ASSERT_EQ(S_OK, m_pGraph->AddFilter(m_pSink.Get(), L"sink"));
         ASSERT_EQ(S_OK, m_pGraph->Connect(&Output(), m_pSink->GetPin(0)));
@@ -111,6 +112,7 @@ TEST_F(SinkInGraph, AFlushDropsWhatIsHeld) {
 }
 
 TEST_F(SinkInGraph, WaitsForTheOtherStreamUntilStopped) {
+    m_pacer.Begin(EStream::Audio);
     ASSERT_EQ(S_OK, m_pGraph->Run());
     auto delivery = Deliver(kSecond);
     EXPECT_TRUE(IsWaiting(delivery));
@@ -155,8 +157,9 @@ TEST(Pacer, LetsTheStreamThatIsAheadWait) {
     auto pace = [&](REFERENCE_TIME rtStart) {
         return std::async(std::launch::async, [&, rtStart] { pacer.Pace(EStream::Audio, rtStart, evLeave); });
     };
+    auto first = pace(CPacer::kLead);  // waits for the first of the other, and no longer
     pacer.Pace(EStream::Video, 0, evLeave);
-    pacer.Pace(EStream::Audio, CPacer::kLead, evLeave);  // does not wait
+    EXPECT_EQ(first.wait_for(kLong), std::future_status::ready);
     const struct {
         const char* name;
         std::function<void()> release;
@@ -171,6 +174,19 @@ TEST(Pacer, LetsTheStreamThatIsAheadWait) {
         EXPECT_EQ(audio.wait_for(kShort), std::future_status::timeout) << c.name;
         c.release();
         EXPECT_EQ(audio.wait_for(kLong), std::future_status::ready) << c.name;
+    }
+}
+
+TEST(Pacer, StreamsBeginTogether) {
+    CPacer pacer(60'000);
+    CEvent evLeave;
+    for (int nBeginning = 0; nBeginning < 2; ++nBeginning) {
+        pacer.Begin(EStream::Audio);
+        pacer.Begin(EStream::Video);
+        auto video = std::async(std::launch::async, [&] { pacer.Pace(EStream::Video, -kSecond, evLeave); });
+        EXPECT_EQ(video.wait_for(kShort), std::future_status::timeout) << "not ahead, but alone";
+        pacer.Pace(EStream::Audio, 0, evLeave);
+        EXPECT_EQ(video.wait_for(kLong), std::future_status::ready);
     }
 }
 

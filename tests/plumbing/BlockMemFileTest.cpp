@@ -155,7 +155,7 @@ TEST(BlockMemFile, WaitsAreEndedByWhatHelpsAndByWhatCloses) {
         {"reset", false, 0, [](CQueue& queue) { queue.Reset(); }},
         {"close", false, 0, [](CQueue& queue) { queue.RClose(0); }},
         {"read", true, 8, [](CQueue& queue) { queue.Take(0); }},
-        {"reset", true, 8, [](CQueue& queue) { queue.Reset(); }},
+        {"reset", true, 0, [](CQueue& queue) { queue.Reset(); }},
         {"close of the reader", true, 8, [](CQueue& queue) { queue.RClose(0); }},
         {"close", true, 0, [](CQueue& queue) { queue.WClose(); }},
     };
