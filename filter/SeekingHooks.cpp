@@ -30,8 +30,8 @@ HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, std::int64_
 }
 
 // The flush lets downstream drop what it holds, and lets a delivery that waits there come back; the core
-// begins anew in between, so that as little as can be of the old place follows the flush:
-// a frame that a delivery thread has already read.
+// begins anew in between and empties the queues, which leaves behind what the delivery threads have in hand:
+// nothing of the old place follows the flush.
 HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     if (!HasProgramCore()) return S_OK;
     Trace("SEEEKKKKKKKKKKKING!!!\n");

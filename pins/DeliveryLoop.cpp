@@ -83,7 +83,8 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     if (m_rules->bReadsFlags) DropQueuedFrames(frame);
     TraceStep("=======>Audio 2\n");
     frame.info = {};
-    frame.nLength = m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, kInfinite);
+    frame.nLength = m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, kInfinite,
+                                                &frame.nGeneration);
     if (frame.nLength > 0) {
         TraceStep("=======>Audio 3\n");
         frame.llStamp = GetStamp(frame.info);
@@ -220,7 +221,8 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
 /// behind that wait, since it may come during it.
 HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
     const CPinUse use(m_pin.GetFlowControl());
-    const bool bWithheld = bMayWithhold && (IsWithheld() || GetThread().IsStopping());
+    const bool bWithheld =
+        IsLeftBehind(frame) || (bMayWithhold && (IsWithheld() || GetThread().IsStopping()));
     const HRESULT hr = use && !bWithheld ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
     frame.pSample = nullptr;
     return hr;

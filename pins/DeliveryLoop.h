@@ -77,8 +77,10 @@ protected:
         CComPtr<IMediaSample> pSample;
         std::span<std::uint8_t> buffer;  // of the sample
         FRAME_INFO info{};
-        int nLength = 0;           // bytes of the frame in the buffer
-        std::int64_t llStamp = 0;  // the stamp that counts for this stream, 90 kHz
+        int nLength = 0;                // bytes of the frame in the buffer
+        std::int64_t llStamp = 0;       // the stamp that counts for this stream, 90 kHz
+        std::uint32_t nGeneration = 0;  // of the queue when the frame was taken
+        bool bKeep = false;             // goes out even when the queue has been emptied since
     };
 
     static constexpr REFERENCE_TIME kSegmentEnd = 0x7F00000000000000;  // of the segments that pins announce
@@ -134,6 +136,10 @@ protected:
     /// One delivery between start-using and stop-using; releases the sample.
     /// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
     HRESULT DeliverBracketed(Frame& frame, bool bMayWithhold = false);
+    /// The queue has been emptied, by a seek, since the frame was taken.
+    bool IsLeftBehind(const Frame& frame) const {
+        return !frame.bKeep && frame.nGeneration != m_pin.m_pFrameQueue->GetGeneration(m_pin.m_bmHandle);
+    }
     /// The run asks for a reset.
     void RequestReset();
     /// The queue's free blocks and the pin's pending frames, for statistics.

@@ -106,8 +106,9 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::RestartTiming(Frame& frame) {
     if (Is(EVariant::Basic) || Is(EVariant::JumpClamping)) timing.bFirstTime = false;
     if (Is(EVariant::ProgramStream) && m_nWorkingMode == kMpeg4Mode) m_pin.FlushDownstream();
     m_dwStartTick = TickCount();
-    if (!GetTimeBase(ToTime(frame.llStamp))) {
-        if (Is(EVariant::ProgramStream)) return EStep::NextFrame;  // where the stop event ends the loop
+    if (!GetTimeBase(frame)) {
+        // Where the stop event, if it is that, ends the loop.
+        if (Is(EVariant::ProgramStream) || !GetThread().IsStopping()) return EStep::NextFrame;
         m_nExitCode = 0;
         return EStep::End;
     }
@@ -120,7 +121,7 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::RestartTiming(Frame& frame) {
         m_pin.DeliverNewSegment(0, kSegmentEnd, 1.0);
         m_bResetRequested = false;
         Trace("****** Video First Time ******\n");
-        CheckFirstFrame();
+        CheckFirstFrame(frame);
     } else {
         Trace(Is(EVariant::Basic) ? "****** Video-1 was Broken ******\n" : "****** Video Broken -1 ******\n");
     }
@@ -128,24 +129,24 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::RestartTiming(Frame& frame) {
 }
 
 /// Takes the audio pin's time base, waiting about 310 ms for it, else the frame's own time.
-/// @return false when the thread must end.
-bool CVideoDeliveryLoop::GetTimeBase(REFERENCE_TIME rtOwn) {
+/// @return false when the thread must end, or a seek has left the frame behind.
+bool CVideoDeliveryLoop::GetTimeBase(const Frame& frame) {
     constexpr int kTries = 32;
     constexpr std::uint32_t kPauseMs = 10;
     for (int i = 0; i < kTries; ++i) {
         if (i > 0) SleepMs(kPauseMs);
-        if (GetThread().IsStopping()) return false;
+        if (GetThread().IsStopping() || IsLeftBehind(frame)) return false;
         const REFERENCE_TIME rtAudio = GetPeerTiming().rtTimeBase;
         if (rtAudio == kNoTimeBase) continue;
         GetTiming().rtTimeBase = rtAudio;
         return true;
     }
-    GetTiming().rtTimeBase = rtOwn;
+    GetTiming().rtTimeBase = ToTime(frame.llStamp);
     return true;
 }
 
 /// A first frame too far from the audio takes the audio's start time.
-void CVideoDeliveryLoop::CheckFirstFrame() {
+void CVideoDeliveryLoop::CheckFirstFrame(Frame& frame) {
     const REFERENCE_TIME rtDrift = GetTiming().rtStart - GetPeerTiming().rtLastStart;
     if (rtDrift <= kFirstFrameAhead && rtDrift >= -kFirstFrameBehind) {
         m_nWrongStamps = 0;
@@ -154,7 +155,13 @@ void CVideoDeliveryLoop::CheckFirstFrame() {
     Trace("****** Video First Time:: Wrong timestamp ****** =%" PRId64 " pts=%d\n",
           static_cast<std::int64_t>(rtDrift), static_cast<int>(m_llLastStamp));
     GetTiming().rtStart = GetPeerTiming().rtStart.load();
-    if (++m_nWrongStamps > kFirstFrameTolerance) m_videoPin.SkipAhead();
+    if (++m_nWrongStamps > kFirstFrameTolerance) SkipAhead(frame);
+}
+
+/// Seeks a little ahead; the frame at hand still goes out.
+void CVideoDeliveryLoop::SkipAhead(Frame& frame) {
+    frame.bKeep = !IsLeftBehind(frame);
+    m_videoPin.SkipAhead();
 }
 
 void CVideoDeliveryLoop::AfterStamping(Frame& frame) {
@@ -194,7 +201,7 @@ void CVideoDeliveryLoop::CheckDrift(Frame& frame) {
     frame.pSample->SetSyncPoint(FALSE);
     SetTimes(frame, GetPeerTiming().rtStart);
     GetTiming().rtLastStart = GetTiming().rtStart.load();
-    if (m_nWrongStamps > kDriftTolerance) m_videoPin.SkipAhead();
+    if (m_nWrongStamps > kDriftTolerance) SkipAhead(frame);
     ++m_nWrongStamps;
 }
 

@@ -29,8 +29,9 @@ private:
     bool IsWithheld() const override;
     void OnEnd() override;
 
-    bool GetTimeBase(REFERENCE_TIME rtOwn);
-    void CheckFirstFrame();
+    bool GetTimeBase(const Frame& frame);
+    void CheckFirstFrame(Frame& frame);
+    void SkipAhead(Frame& frame);
     EStep DeliverSegmentMarker(Frame& frame);
     EStep ProcessElementary(Frame& frame);
     void TraceElementary();

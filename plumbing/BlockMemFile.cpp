@@ -90,6 +90,11 @@ std::uint32_t CBlockMemFile::GetPending(int nReader) const {
     return m_aReader[static_cast<std::size_t>(nReader)].nPending;
 }
 
+std::uint32_t CBlockMemFile::GetGeneration(int nReader) const {
+    if (nReader < 0 || nReader >= kMaxReaders) return 0;
+    return m_aReader[static_cast<std::size_t>(nReader)].nBreaks;
+}
+
 std::span<std::uint8_t> CBlockMemFile::Block(std::uint32_t nIndex) {
     return {m_pBlocks.get() + std::size_t{nIndex} * m_nBlockSize, m_nBlockSize};
 }
@@ -128,8 +133,8 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
     return static_cast<int>(data.size());
 }
 
-int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo,
-                            std::uint32_t nTimeoutMs) {
+int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo, std::uint32_t nTimeoutMs,
+                            std::uint32_t* pnGeneration) {
     if (nReader < 0 || nReader >= kMaxReaders) return -1;
     ReaderRecord& reader = m_aReader[static_cast<std::size_t>(nReader)];
     if (!reader.bOpen) return -2;
@@ -148,6 +153,7 @@ int CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pIn
         }
         std::copy_n(Block(reader.nReadIndex).begin(), nLength, dest.begin());
         std::copy_n(Info(reader.nReadIndex).begin(), m_nInfoSize, static_cast<std::uint8_t*>(pInfo));
+        if (pnGeneration) *pnGeneration = reader.nBreaks;
         reader.nReadIndex = Next(reader.nReadIndex);
         --reader.nPending;
     }

@@ -48,6 +48,9 @@ public:
     std::uint32_t GetFreeBlocks() const;
     /// Blocks written and not yet taken by this reader; 0 for a handle outside 0..4.
     std::uint32_t GetPending(int nReader) const;
+    /// Counts how often this reader's queue has been emptied or the reader closed; 0 for a handle outside
+    /// 0..4. A block whose generation is past belongs to what was emptied.
+    std::uint32_t GetGeneration(int nReader) const;
     std::uint32_t GetBlockSize() const { return m_nBlockSize; }
     std::uint32_t GetBlockCount() const { return m_nBlockCount; }
 
@@ -108,9 +111,11 @@ public:
     /// @param dest   should hold a whole block; a block that is longer is cut to it, and a trace text says
     /// so.
     /// @param pInfo  receives nInfoSize bytes when a block was taken.
+    /// @param pnGeneration  receives the generation that the block was taken in; may be null.
     /// @return the block's length; 0 when none came within the time-out, or the reader was closed or reset
     ///         meanwhile; -1 for a handle outside 0..4; -2 when that reader is not open.
-    int ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo, std::uint32_t nTimeoutMs);
+    int ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo, std::uint32_t nTimeoutMs,
+               std::uint32_t* pnGeneration = nullptr);
 
 private:
     std::span<std::uint8_t> Info(std::uint32_t nIndex);
