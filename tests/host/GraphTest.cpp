@@ -185,7 +185,7 @@ TEST(Pacer, StreamsBeginTogether) {
         pacer.Begin(EStream::Video);
         auto video = std::async(std::launch::async, [&] { pacer.Pace(EStream::Video, -kSecond, evLeave); });
         EXPECT_EQ(video.wait_for(kShort), std::future_status::timeout) << "not ahead, but alone";
-        pacer.Pace(EStream::Audio, 0, evLeave);
+        pacer.Pace(EStream::Audio, -kSecond, evLeave);
         EXPECT_EQ(video.wait_for(kLong), std::future_status::ready);
     }
 }
