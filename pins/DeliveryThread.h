@@ -7,7 +7,7 @@ namespace kest {
 class CDemuxOutputPin;
 
 /// The delivery thread of an output pin: its body is the pin's delivery loop.
-class CDeliveryThread : public CWorkerThread {
+class CDeliveryThread final : public CWorkerThread {
 public:
     /// @param pin  the pin that embeds it.
     explicit CDeliveryThread(CDemuxOutputPin& pin) : m_pin(pin) {}

@@ -39,6 +39,9 @@ public:
 
     /// Equal in major type, subtype, format type and format block.
     bool operator==(const AM_MEDIA_TYPE& other) const;
+    bool operator==(const CMediaType& other) const {
+        return *this == static_cast<const AM_MEDIA_TYPE&>(other);
+    }
     /// There is a major type.
     bool IsValid() const { return majortype != GUID_NULL; }
     /// Major type or format type is left open.
