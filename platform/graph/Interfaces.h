@@ -98,6 +98,9 @@ enum AM_SEEKING_SEEKING_CAPABILITIES {
 
 constexpr DWORD AM_PIN_FLOW_CONTROL_BLOCK = 1;
 
+/// From this merit on the host tries a filter before those of normal merit.
+constexpr DWORD MERIT_PREFERRED = 0x800000;
+
 // What an advise signals. Elsewhere than on Windows both are the address of a kest::CEvent.
 using HEVENT = DWORD_PTR;
 using HSEMAPHORE = DWORD_PTR;
@@ -121,6 +124,8 @@ constexpr LONG OAFALSE = 0;
 // ---------------- identifiers
 
 constexpr IID IID_IDispatch = {0x00020400, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+constexpr IID IID_IClassFactory = {
+    0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 constexpr IID IID_IPersist = {0x0000010C, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 constexpr IID IID_IMediaFilter = {
     0x56A86899, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
@@ -158,6 +163,13 @@ constexpr IID IID_ISpecifyPropertyPages = {
     0xB196B28B, 0xBAB4, 0x101A, {0xB6, 0x9C, 0x00, 0xAA, 0x00, 0x34, 0x1D, 0x07}};
 constexpr IID IID_IAMovieSetup = {
     0xA3D8CEC0, 0x7E5A, 0x11CF, {0xBB, 0xC5, 0x00, 0x80, 0x5F, 0x6C, 0xEF, 0x20}};
+
+// ---------------- class objects
+
+struct IClassFactory : IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppvObject) = 0;
+    virtual HRESULT STDMETHODCALLTYPE LockServer(BOOL fLock) = 0;
+};
 
 // ---------------- filters
 

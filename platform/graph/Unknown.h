@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "platform/graph/Interfaces.h"
 
@@ -17,13 +18,15 @@ namespace kest {
 class CUnknown {
 public:
     /// @param pOuter  the outer object, not counted: it outlives this one; null: not aggregated.
-    explicit CUnknown(IUnknown* pOuter = nullptr) : m_pOwner(pOuter ? pOuter : &m_inner) {}
-    virtual ~CUnknown() = default;
+    explicit CUnknown(IUnknown* pOuter = nullptr) : m_pOwner(pOuter ? pOuter : &m_inner) { ++s_nObjects; }
+    virtual ~CUnknown() { --s_nObjects; }
     CUnknown(const CUnknown&) = delete;
     CUnknown& operator=(const CUnknown&) = delete;
 
     /// The identity, without a reference added.
     IUnknown* GetOwner() const { return m_pOwner; }
+    /// Whether any object of this module is alive. A sample counts through the allocator that it keeps alive.
+    static bool AnyAlive() { return s_nObjects != 0; }
     /// This object's own IUnknown, without a reference added.
     IUnknown* GetInnerUnknown() { return &m_inner; }
 
@@ -62,6 +65,8 @@ private:
     CInner m_inner{*this};          // this object's own IUnknown
     IUnknown* const m_pOwner;       // the identity
     std::atomic<ULONG> m_nRefs{0};  // references to this object alone
+
+    inline static std::atomic<std::uint32_t> s_nObjects{0};  // alive in this module
 };
 
 /// Adds interfaces to a class that stems from CUnknown and hands their IUnknown part to the owner:
