@@ -1,10 +1,13 @@
 #include <array>
 #include <cinttypes>
 #include <cstdio>
+#include <exception>
+#include <filesystem>
 
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/DemuxModule.h"
+#include "platform/posix/ModuleRegistry.h"
 
 namespace kest {
 namespace {
@@ -18,6 +21,15 @@ void Require(HRESULT hr, const char* pszWhat) {
     throw CCommandError(kExitBadOutput, szText.data());
 }
 
+/// Takes a module out that is not there any more and cannot do so itself.
+void ForgetModule(const std::filesystem::path& module) {
+    try {
+        CModuleRegistry().Remove(module);
+    } catch (const std::exception& error) {
+        throw CCommandError(kExitBadOutput, std::string("the list of modules: ") + error.what());
+    }
+}
+
 }  // namespace
 
 void RunRegister(const std::string& strModule) {
@@ -25,6 +37,10 @@ void RunRegister(const std::string& strModule) {
 }
 
 void RunUnregister(const std::string& strModule) {
+    if (!strModule.empty() && !std::filesystem::exists(strModule)) {
+        ForgetModule(std::filesystem::weakly_canonical(std::filesystem::absolute(strModule)));
+        return;
+    }
     Require(LoadDemuxModule(strModule)->Unregister(), "take the module out");
 }
 

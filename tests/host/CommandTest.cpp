@@ -376,6 +376,8 @@ TEST_F(Command, TheModuleIsGivenOrBesideTheProgramOrRegisteredLast) {
                   strRun),
               "212\n0\n")
         << "the one that was registered last has gone since; the one before it serves";
+    EXPECT_EQ(Try("./alone unregister --module old/KestDemux2Filter.so && grep -c ^module data/*/modules"),
+              "1\n0\n");
     EXPECT_EQ(Try("./alone unregister && ./alone samples $F"), strNone);
     EXPECT_EQ(Try("export XDG_DATA_HOME=$PWD/alone; " KEST_PROGRAM " register"),
               "kestdemux: the list of modules: cannot enter the module (0x80004005); -v tells more\n3\n");

@@ -9,6 +9,8 @@
 #include "platform/LoadedModule.h"
 #include "platform/graph/Interfaces.h"
 #include "platform/posix/ModuleRegistry.h"
+#include "support/PlayingGraph.h"
+#include "support/TestThreads.h"
 
 namespace kest {
 namespace {
@@ -54,14 +56,17 @@ TEST_F(LoadedModule, MakesFiltersAndGoesWhenTheLastPartOfOneHasGone) {
     CLSID clsid{};
     EXPECT_EQ(S_OK, pFilter->GetClassID(&clsid));
     EXPECT_EQ(kFilter, clsid);
-    CComPtr<IEnumPins> pPins;
-    ASSERT_EQ(S_OK, pFilter->EnumPins(pPins.Put()));
-    pFilter = nullptr;
-    pPins = nullptr;
+    {
+        CPlayingGraph graph(std::move(pFilter));
+        ASSERT_EQ(graph.m_pGraph->Run(), S_OK);
+        EXPECT_TRUE(Eventually([&] { return graph.m_video.m_nEnds > 0 && graph.m_audio.m_nEnds > 0; }));
+        EXPECT_GT(graph.m_video.m_nSamples, 0);
+    }
     m_pModule.reset();
-    EXPECT_FALSE(IsLoaded());
+    EXPECT_FALSE(IsLoaded()) << "a stream was played, and all of it is over";
 
     m_pModule = CLoadedModule::Load(KEST_MODULE, m_strError);
+    CComPtr<IEnumPins> pPins;
     ASSERT_EQ(S_OK, MakeFilter()->EnumPins(pPins.Put()));
     m_pModule.reset();
     EXPECT_TRUE(IsLoaded()) << "its enumerator is still in use";
