@@ -61,12 +61,12 @@ CKestDemux2Filter::~CKestDemux2Filter() {
 }
 
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
-    if (riid == kDemuxSettingsId) return GetInterface(static_cast<IDemuxSettings*>(this), ppv);
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
     if (m_apOutputPins[0]) {
         if (riid == IID_IMediaPosition) return m_pVideoPin->NonDelegatingQueryInterface(riid, ppv);
         if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     }
+    if (riid == kDemuxSettingsId) return GetInterface(static_cast<IDemuxSettings*>(this), ppv);
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
 }
 

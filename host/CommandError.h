@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -24,5 +25,10 @@ public:
 private:
     EExitCode m_nCode;
 };
+
+/// What went wrong with a file, in one line that names it.
+inline std::string GetReason(const std::filesystem::filesystem_error& error) {
+    return error.path1().string() + ": " + error.code().message();
+}
 
 }  // namespace kest

@@ -45,7 +45,7 @@ void RunDemux(const DemuxOptions& options);
 /// Has the demultiplexer's module enter itself into the user's list of modules.
 /// @param strModule  its file; empty: see LoadDemuxModule.
 void RunRegister(const std::string& strModule);
-/// Has it take itself out; takes the entry of a file out that is not there any more.
+/// Takes that module out of the list, also when its file is not there any more.
 void RunUnregister(const std::string& strModule);
 
 }  // namespace kest

@@ -1,11 +1,9 @@
 #include "host/DemuxModule.h"
 
 #include <exception>
-#include <filesystem>
 
 #include "filter/Identifiers.h"
 #include "host/CommandError.h"
-#include "platform/posix/ModuleRegistry.h"
 
 namespace kest {
 namespace {
@@ -14,28 +12,48 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleFile = "KestDemux2Filter.so";
 
-/// The file that the class's module is in. Throws CCommandError when there is none.
-fs::path FindModule(const std::string& strGiven) {
-    if (!strGiven.empty()) return strGiven;
-    std::error_code ignored;
-    const fs::path beside = fs::read_symlink("/proc/self/exe", ignored).replace_filename(kModuleFile);
-    if (fs::exists(beside, ignored)) return beside;
+/// Where the module is when it lies beside the program; empty when the system does not tell.
+fs::path FindBesideProgram() {
+    std::error_code error;
+    fs::path program = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path() : program.replace_filename(kModuleFile);
+}
+
+/// The modules in the list, the last first. Throws CCommandError when it cannot be read.
+std::vector<fs::path> FindRegistered() {
+    const CModuleRegistry registry = OpenModuleRegistry();
     try {
-        for (const fs::path& module : CModuleRegistry().Find(kFilterClass)) {
-            if (fs::exists(module, ignored)) return module;
-        }
+        return registry.Find(kFilterClass);
+    } catch (const fs::filesystem_error& error) {
+        throw CCommandError(kExitBadUsage, GetReason(error));
+    }
+}
+
+}  // namespace
+
+CModuleRegistry OpenModuleRegistry() {
+    try {
+        return CModuleRegistry();
     } catch (const std::exception& error) {
         throw CCommandError(kExitBadUsage, std::string("the list of modules: ") + error.what());
+    }
+}
+
+fs::path FindDemuxModule(const std::string& strGiven) {
+    if (!strGiven.empty()) return strGiven;
+    std::error_code ignored;
+    const fs::path beside = FindBesideProgram();
+    if (fs::exists(beside, ignored)) return beside;
+    for (const fs::path& module : FindRegistered()) {
+        if (fs::exists(module, ignored)) return module;
     }
     throw CCommandError(kExitBadUsage, std::string("no ") + kModuleFile +
                                            " beside the program and none registered; give --module");
 }
 
-}  // namespace
-
 std::unique_ptr<CLoadedModule> LoadDemuxModule(const std::string& strGiven) {
     std::string strError;
-    auto pModule = CLoadedModule::Load(FindModule(strGiven), strError);
+    auto pModule = CLoadedModule::Load(FindDemuxModule(strGiven), strError);
     if (!pModule) throw CCommandError(kExitBadUsage, strError);
     return pModule;
 }

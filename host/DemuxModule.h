@@ -1,14 +1,23 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "platform/LoadedModule.h"
+#include "platform/posix/ModuleRegistry.h"
 
 namespace kest {
 
-/// Loads the module that makes the demultiplexer: the file given, else the one beside the program, else the
-/// one that was registered last among those that are still there. Throws CCommandError when there is none or
+/// The list of registered modules of this user. Throws CCommandError when the environment tells no place.
+CModuleRegistry OpenModuleRegistry();
+
+/// Finds the module that makes the demultiplexer: the file given, else the one beside the program, else the
+/// one that was registered last among those that are still there. Throws CCommandError when there is none.
+/// @param strGiven  its file, or empty.
+std::filesystem::path FindDemuxModule(const std::string& strGiven);
+
+/// Loads the module that makes the demultiplexer, as FindDemuxModule finds it. Throws CCommandError also when
 /// it is not such a module.
 /// @param strGiven  its file, or empty.
 std::unique_ptr<CLoadedModule> LoadDemuxModule(const std::string& strGiven);

@@ -1,47 +1,45 @@
 #include <array>
 #include <cinttypes>
 #include <cstdio>
-#include <exception>
-#include <filesystem>
 
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/DemuxModule.h"
-#include "platform/posix/ModuleRegistry.h"
 
 namespace kest {
 namespace {
 
-void Require(HRESULT hr, const char* pszWhat) {
-    if (SUCCEEDED(hr)) return;
-    std::array<char, 120> szText{};
-    std::snprintf(szText.data(), szText.size(),
-                  "the list of modules: cannot %s (0x%08" PRIX32 "); -v tells more", pszWhat,
-                  static_cast<std::uint32_t>(hr));
-    throw CCommandError(kExitBadOutput, szText.data());
-}
-
-/// Takes a module out that is not there any more and cannot do so itself.
-void ForgetModule(const std::filesystem::path& module) {
+/// Runs a step on files. Throws CCommandError with nCode when the system refuses it.
+template <class Step>
+auto OrEnd(EExitCode nCode, Step step) {
     try {
-        CModuleRegistry().Remove(module);
-    } catch (const std::exception& error) {
-        throw CCommandError(kExitBadOutput, std::string("the list of modules: ") + error.what());
+        return step();
+    } catch (const std::filesystem::filesystem_error& error) {
+        throw CCommandError(nCode, GetReason(error));
     }
 }
 
 }  // namespace
 
 void RunRegister(const std::string& strModule) {
-    Require(LoadDemuxModule(strModule)->Register(), "enter the module");
+    const std::string strList = OpenModuleRegistry().GetFile().string();
+    const HRESULT hr = LoadDemuxModule(strModule)->Register();
+    if (SUCCEEDED(hr)) return;
+    std::array<char, 80> szReason{};
+    std::snprintf(szReason.data(), szReason.size(),
+                  ": the module cannot enter itself (0x%08" PRIX32 "; -v tells more)",
+                  static_cast<std::uint32_t>(hr));
+    throw CCommandError(kExitBadOutput, strList + szReason.data());
 }
 
+// Not through the module, which may have gone or fit no more.
 void RunUnregister(const std::string& strModule) {
-    if (!strModule.empty() && !std::filesystem::exists(strModule)) {
-        ForgetModule(std::filesystem::weakly_canonical(std::filesystem::absolute(strModule)));
-        return;
-    }
-    Require(LoadDemuxModule(strModule)->Unregister(), "take the module out");
+    CModuleRegistry registry = OpenModuleRegistry();
+    const std::filesystem::path found = FindDemuxModule(strModule);
+    const auto module = OrEnd(
+        kExitBadUsage, [&] { return std::filesystem::weakly_canonical(std::filesystem::absolute(found)); });
+    const bool bRemoved = OrEnd(kExitBadOutput, [&] { return registry.Remove(module); });
+    if (!bRemoved) throw CCommandError(kExitBadInput, found.string() + ": is not in the list of modules");
 }
 
 }  // namespace kest

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -45,6 +46,58 @@ void ShowTexts(int nVerbosity) {
     if (nVerbosity >= 2) setenv("KEST_TRACE", "1", 1);
 }
 
+// ---------------- the commands; the options of each live as long as its callback
+
+void AddProbeCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<ProbeOptions>();
+    CLI::App* pCommand =
+        AddFileCommand(app, "probe", "Tell what a file is", pOptions->strFile, "kestdemux probe movie.mpg");
+    pCommand->add_flag("--json", pOptions->bJson, "one JSON object");
+    pCommand->callback([pOptions] { RunProbe(*pOptions); });
+}
+
+void AddFramesCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<FramesOptions>();
+    CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame of both streams", pOptions->strFile,
+                                        "kestdemux frames movie.mpg --json");
+    pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
+    pCommand->callback([pOptions] { RunFrames(*pOptions); });
+}
+
+void AddSamplesCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<SamplesOptions>();
+    CLI::App* pCommand = AddFileCommand(app, "samples", "List every sample that leaves the output pins",
+                                        pOptions->strFile, "kestdemux samples movie.mpg --seek 60");
+    pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
+    pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
+        ->check(CLI::Range(0.0, kMaxSeconds));
+    AddModuleOption(pCommand, pOptions->strModule);
+    pCommand->callback([pOptions] { RunSamples(*pOptions); });
+}
+
+void AddDemuxCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<DemuxOptions>();
+    CLI::App* pCommand = AddFileCommand(app, "demux", "Write the two elementary streams", pOptions->strFile,
+                                        "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
+    pCommand->add_option(
+        "--video", pOptions->strVideo,
+        "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
+    pCommand->add_option("--audio", pOptions->strAudio,
+                         "where the audio goes; default: FILE's name with .mp2");
+    pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
+    AddModuleOption(pCommand, pOptions->strModule);
+    pCommand->callback([pOptions] { RunDemux(*pOptions); });
+}
+
+/// Adds one of the commands that change the list of modules.
+void AddListCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample,
+                    void (*pRun)(const std::string& strModule)) {
+    const auto pModule = std::make_shared<std::string>();
+    CLI::App* pCommand = AddCommand(app, pszName, pszWhat, pszExample);
+    AddModuleOption(pCommand, *pModule);
+    pCommand->callback([pModule, pRun] { pRun(*pModule); });
+}
+
 /// Parses the command line and runs the command.
 int RunProgram(int argc, char** argv) {
     CLI::App app("Takes MPEG program streams apart into their elementary streams.", "kestdemux");
@@ -52,53 +105,18 @@ int RunProgram(int argc, char** argv) {
     app.fallthrough();
     app.set_version_flag("--version", "kestdemux " KEST_VERSION);
     app.footer(
-        "Exit codes: 0 done, 1 input not usable, 2 wrong usage, 3 output could not be written, "
+        "Exit codes: 0 done, 1 input not usable, 2 wrong usage or no module, 3 output could not be written, "
         "130 interrupted.");
     int nVerbosity = 0;
     app.add_flag("-v,--verbose", nVerbosity, "show debug texts; twice: trace texts too");
-
-    ProbeOptions probe;
-    CLI::App* pProbe =
-        AddFileCommand(app, "probe", "Tell what a file is", probe.strFile, "kestdemux probe movie.mpg");
-    pProbe->add_flag("--json", probe.bJson, "one JSON object");
-    pProbe->callback([&] { ShowTexts(nVerbosity), RunProbe(probe); });
-
-    FramesOptions frames;
-    CLI::App* pFrames = AddFileCommand(app, "frames", "List every frame of both streams", frames.strFile,
-                                       "kestdemux frames movie.mpg --json");
-    pFrames->add_flag("--json", frames.bJson, "one JSON object a line");
-    pFrames->callback([&] { ShowTexts(nVerbosity), RunFrames(frames); });
-
-    SamplesOptions samples;
-    CLI::App* pSamples = AddFileCommand(app, "samples", "List every sample that leaves the output pins",
-                                        samples.strFile, "kestdemux samples movie.mpg --seek 60");
-    pSamples->add_flag("--json", samples.bJson, "one JSON object a line");
-    pSamples->add_option("--seek", samples.dSeek, "media time to begin at, in seconds")
-        ->check(CLI::Range(0.0, kMaxSeconds));
-    AddModuleOption(pSamples, samples.strModule);
-    pSamples->callback([&] { ShowTexts(nVerbosity), RunSamples(samples); });
-
-    DemuxOptions demux;
-    CLI::App* pDemux = AddFileCommand(app, "demux", "Write the two elementary streams", demux.strFile,
-                                      "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
-    pDemux->add_option(
-        "--video", demux.strVideo,
-        "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
-    pDemux->add_option("--audio", demux.strAudio, "where the audio goes; default: FILE's name with .mp2");
-    pDemux->add_flag("--force", demux.bForce, "overwrite files that exist");
-    AddModuleOption(pDemux, demux.strModule);
-    pDemux->callback([&] { ShowTexts(nVerbosity), RunDemux(demux); });
-
-    std::string strModule;
-    CLI::App* pRegister = AddCommand(app, "register", "Enter the demultiplexer into your list of modules",
-                                     "kestdemux register --module lib/KestDemux2Filter.so");
-    AddModuleOption(pRegister, strModule);
-    pRegister->callback([&] { ShowTexts(nVerbosity), RunRegister(strModule); });
-    CLI::App* pUnregister =
-        AddCommand(app, "unregister", "Take it out of the list again", "kestdemux unregister");
-    AddModuleOption(pUnregister, strModule);
-    pUnregister->callback([&] { ShowTexts(nVerbosity), RunUnregister(strModule); });
-
+    app.parse_complete_callback([&nVerbosity] { ShowTexts(nVerbosity); });  // comes before the command's own
+    AddProbeCommand(app);
+    AddFramesCommand(app);
+    AddSamplesCommand(app);
+    AddDemuxCommand(app);
+    AddListCommand(app, "register", "Enter the demultiplexer into your list of modules",
+                   "kestdemux register --module lib/KestDemux2Filter.so", RunRegister);
+    AddListCommand(app, "unregister", "Take it out of the list again", "kestdemux unregister", RunUnregister);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
@@ -121,6 +139,9 @@ int main(int argc, char** argv) {
         return error.GetExitCode();
     } catch (const std::bad_alloc&) {
         std::fputs("kestdemux: out of memory\n", stderr);
+        return kExitBadInput;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kestdemux: %s\n", error.what());
         return kExitBadInput;
     }
 }

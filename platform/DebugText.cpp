@@ -63,7 +63,7 @@ TextSink UsualTraceSink() { return StandardErrorIf("KEST_TRACE"); }
 
 #endif
 
-/// An object that is not destroyed when the module goes: a thread may still write then.
+/// An output that is not destroyed when the process ends: a thread may still write then.
 class CLastingOutput {
 public:
     explicit CLastingOutput(TextSink usual) : m_output(std::move(usual)) {}

@@ -25,9 +25,10 @@ public:
     CLoadedModule& operator=(const CLoadedModule&) = delete;
 
     /// Makes an object of one of its classes. @return S_OK with a reference in *ppv;
-    ///         CLASS_E_CLASSNOTAVAILABLE; E_NOINTERFACE; E_OUTOFMEMORY.
+    ///         CLASS_E_CLASSNOTAVAILABLE; E_NOINTERFACE; E_OUTOFMEMORY, with *ppv null.
     HRESULT CreateInstance(REFCLSID clsid, REFIID riid, void** ppv) const;
-    /// Has the module enter itself into the list of modules, or take itself out.
+    /// Has the module enter itself into the list of modules, or take itself out. @return S_OK;
+    ///         E_ACCESSDENIED; E_FAIL and other errors.
     HRESULT Register() const { return m_pfnRegister(); }
     HRESULT Unregister() const { return m_pfnUnregister(); }
 

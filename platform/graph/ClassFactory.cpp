@@ -59,6 +59,6 @@ HRESULT CreateClassObject(const CFactoryTemplate& classTemplate, REFIID riid, vo
     return pFactory ? CComPtr<IClassFactory>(pFactory)->QueryInterface(riid, ppv) : E_OUTOFMEMORY;
 }
 
-bool IsServerLocked() { return g_nLocks != 0; }
+bool IsServerLocked() { return g_nLocks > 0; }
 
 }  // namespace kest

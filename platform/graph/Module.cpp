@@ -26,8 +26,12 @@ HRESULT Guard(Call call) {
 
 }  // namespace
 
-CModule::CModule(std::span<const CFactoryTemplate> templates)
-    : m_path(FindOwnModule()), m_templates(templates) {
+CModule::CModule(std::span<const CFactoryTemplate> templates) : m_templates(templates) {
+    try {
+        m_path = FindOwnModule();  // now: a path that is relative to the current folder would not stay true
+    } catch (const std::exception& error) {
+        DebugText("The module does not find its own file: %s\n", error.what());
+    }
     TurnOffThreadNotifications();
     TellClasses(m_templates, true);
 }
@@ -44,11 +48,11 @@ HRESULT CModule::GetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) const 
 }
 
 HRESULT CModule::Register() const {
-    return Guard([this] { return RegisterModule(m_path, m_templates); });
+    return Guard([this] { return m_path.empty() ? E_FAIL : RegisterModule(m_path, m_templates); });
 }
 
 HRESULT CModule::Unregister() const {
-    return Guard([this] { return UnregisterModule(m_path, m_templates); });
+    return Guard([this] { return m_path.empty() ? E_FAIL : UnregisterModule(m_path, m_templates); });
 }
 
 }  // namespace kest

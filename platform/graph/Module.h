@@ -8,7 +8,8 @@
 namespace kest {
 
 /// A module that hosts load: what stands behind its four exported functions. There is one of it, a static
-/// object: it comes and goes with the module and tells the classes so.
+/// object: it comes and goes with the module and tells the classes so. What is alive is counted over the
+/// whole module.
 ///
 /// Every operation may be called from any thread.
 class CModule {
@@ -41,7 +42,8 @@ private:
 
 /// The file of the module that this code is in; empty when the system does not tell.
 std::filesystem::path FindOwnModule();
-/// Has the system not tell the module of threads that begin and end, where it would.
+/// Asks the system not to tell the module of threads that begin and end. A system may refuse: Windows does
+/// so to a module whose runtime keeps data for each thread and needs to be told.
 void TurnOffThreadNotifications();
 HRESULT RegisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates);
 HRESULT UnregisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates);

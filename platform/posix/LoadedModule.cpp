@@ -8,8 +8,12 @@ namespace kest {
 
 std::unique_ptr<CLoadedModule> CLoadedModule::Load(const std::filesystem::path& path, std::string& strError) {
     std::unique_ptr<CLoadedModule> pModule(new CLoadedModule);
-    std::error_code ignored;
-    const auto file = std::filesystem::absolute(path, ignored);  // a bare name would be looked for elsewhere
+    std::error_code error;
+    const auto file = std::filesystem::absolute(path, error);  // a bare name would be looked for elsewhere
+    if (error) {
+        strError = path.string() + ": " + error.message();
+        return nullptr;
+    }
     pModule->m_hModule = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!pModule->m_hModule) {
         strError = dlerror();  // names the file
@@ -37,6 +41,7 @@ CLoadedModule::~CLoadedModule() {
 }
 
 HRESULT CLoadedModule::CreateInstance(REFCLSID clsid, REFIID riid, void** ppv) const {
+    *ppv = nullptr;
     CComPtr<IClassFactory> pFactory;
     const HRESULT hr =
         m_pfnGetClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(pFactory.Put()));

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <ranges>
 #include <sstream>
 #include <stdexcept>
@@ -35,25 +34,51 @@ fs::path FindDataFolder() {
     throw std::runtime_error("neither XDG_DATA_HOME nor HOME names a folder");
 }
 
-/// Holds the lock of a folder, among threads and processes.
-class CFolderLock {
+/// An open file or folder.
+class CDescriptor {
 public:
-    explicit CFolderLock(const fs::path& folder)
-        : m_hFolder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (m_hFolder < 0) Fail("cannot be opened", folder, errno);
-        while (flock(m_hFolder, LOCK_EX) != 0) {
-            if (errno == EINTR) continue;
-            const int nError = errno;
-            close(m_hFolder);
-            Fail("cannot be locked", folder, nError);
+    CDescriptor(const fs::path& path, int nFlags, mode_t nMode = 0)
+        : m_path(path), m_nHandle(open(path.c_str(), nFlags | O_CLOEXEC, nMode)) {}
+    CDescriptor(const CDescriptor&) = delete;
+    CDescriptor& operator=(const CDescriptor&) = delete;
+    ~CDescriptor() {
+        if (IsOpen()) close(m_nHandle);
+    }
+    bool IsOpen() const { return m_nHandle >= 0; }
+
+    void Lock() {
+        while (flock(m_nHandle, LOCK_EX) != 0) {
+            if (errno != EINTR) Fail("cannot be locked", m_path, errno);
         }
     }
-    CFolderLock(const CFolderLock&) = delete;
-    CFolderLock& operator=(const CFolderLock&) = delete;
-    ~CFolderLock() { close(m_hFolder); }
+    std::string ReadAll() {
+        std::string strText;
+        for (std::array<char, 4096> buffer;;) {
+            const ssize_t nRead = read(m_nHandle, buffer.data(), buffer.size());
+            if (nRead == 0) return strText;
+            if (nRead > 0) {
+                strText.append(buffer.data(), static_cast<std::size_t>(nRead));
+            } else if (errno != EINTR) {
+                Fail("cannot be read", m_path, errno);
+            }
+        }
+    }
+    /// Writes the text and has the system put it on the disk.
+    void WriteAll(std::string_view text) {
+        while (!text.empty()) {
+            const ssize_t nWritten = write(m_nHandle, text.data(), text.size());
+            if (nWritten >= 0) {
+                text.remove_prefix(static_cast<std::size_t>(nWritten));
+            } else if (errno != EINTR) {
+                Fail("cannot be written", m_path, errno);
+            }
+        }
+        if (fsync(m_nHandle) != 0) Fail("cannot be written", m_path, errno);
+    }
 
 private:
-    const int m_hFolder;
+    const fs::path m_path;
+    const int m_nHandle;
 };
 
 }  // namespace
@@ -73,67 +98,81 @@ void CModuleRegistry::Add(const fs::path& module, const std::string& strText) {
         Fail("cannot be entered", module, EINVAL);
     }
     fs::create_directories(m_file.parent_path());
-    Change([&](Entries& entries) {
-        std::erase_if(entries, [&](const Entry& entry) { return entry.module == module; });
-        entries.push_back({module, strText});
+    Change([&](Content& content) {
+        std::erase_if(content.entries, [&](const Entry& entry) { return entry.module == module; });
+        content.entries.push_back({module, strText});
     });
 }
 
-void CModuleRegistry::Remove(const fs::path& module) {
-    if (!fs::exists(m_file)) return;
-    Change([&](Entries& entries) {
-        std::erase_if(entries, [&](const Entry& entry) { return entry.module == module; });
+bool CModuleRegistry::Remove(const fs::path& module) {
+    if (!fs::exists(m_file)) return false;
+    bool bFound = false;
+    Change([&](Content& content) {
+        bFound = std::erase_if(content.entries, [&](const Entry& e) { return e.module == module; }) > 0;
     });
+    return bFound;
 }
 
 std::vector<fs::path> CModuleRegistry::Find(REFCLSID clsid) const {
     const std::string strWanted = '\n' + std::string(kClassKey) + FormatGuid(clsid) + ' ';
+    const Content content = Read();
     std::vector<fs::path> modules;
-    for (const Entry& entry : std::views::reverse(Read())) {
-        if (('\n' + entry.strText).find(strWanted) != std::string::npos) modules.push_back(entry.module);
+    for (const Entry& entry : std::views::reverse(content.entries)) {
+        const bool bHasClass = ('\n' + entry.strText).find(strWanted) != std::string::npos;
+        if (bHasClass && entry.module.is_absolute()) modules.push_back(entry.module);
     }
     return modules;
 }
 
-/// No file is an empty list. What stands before the first entry belongs to none and is left out.
-CModuleRegistry::Entries CModuleRegistry::Read() const {
-    Entries entries;
-    std::ifstream file(m_file);
-    if (!file && fs::exists(m_file)) Fail("cannot be read", m_file, EACCES);
-    for (std::string strLine; std::getline(file, strLine);) {
+/// No file is an empty list.
+CModuleRegistry::Content CModuleRegistry::Read() const {
+    CDescriptor file(m_file, O_RDONLY);
+    if (!file.IsOpen() && errno == ENOENT) return {};
+    if (!file.IsOpen()) Fail("cannot be read", m_file, errno);
+    Content content;
+    std::istringstream lines(file.ReadAll());
+    for (std::string strLine; std::getline(lines, strLine);) {
+        if (strLine.ends_with('\r')) strLine.pop_back();
         if (strLine.starts_with(kModuleKey)) {
-            entries.push_back({strLine.substr(kModuleKey.size()), {}});
-        } else if (!entries.empty()) {
-            entries.back().strText += strLine + '\n';
+            content.entries.push_back({strLine.substr(kModuleKey.size()), {}});
+        } else {
+            (content.entries.empty() ? content.strHead : content.entries.back().strText) += strLine + '\n';
         }
     }
-    return entries;
+    return content;
 }
 
-void CModuleRegistry::Change(const std::function<void(Entries&)>& change) {
-    const CFolderLock lock(m_file.parent_path());
-    Entries entries = Read();
-    change(entries);
-    if (entries.empty()) {
+void CModuleRegistry::Change(const std::function<void(Content&)>& change) const {
+    CDescriptor folder(m_file.parent_path(), O_RDONLY | O_DIRECTORY);
+    if (!folder.IsOpen()) Fail("cannot be opened", m_file.parent_path(), errno);
+    folder.Lock();
+    Content content = Read();
+    change(content);
+    if (content.entries.empty() && content.strHead.empty()) {
         fs::remove(m_file);
     } else {
-        Write(entries);
+        Write(content);
     }
 }
 
-/// The new file is complete before it takes the old one's place.
-void CModuleRegistry::Write(const Entries& entries) const {
-    const fs::path fresh = fs::path(m_file).concat(".new");
-    std::ofstream file(fresh, std::ios::trunc);
-    for (const Entry& entry : entries) file << kModuleKey << entry.module.native() << '\n' << entry.strText;
-    file.close();
-    if (!file) {
-        const int nError = errno;
-        std::error_code ignored;
-        fs::remove(fresh, ignored);
-        Fail("cannot be written", fresh, nError);
+/// The new file is complete before it takes the old one's place, or the place of what a link there leads to.
+void CModuleRegistry::Write(const Content& content) const {
+    std::string strText = content.strHead;
+    for (const Entry& entry : content.entries) {
+        strText += std::string(kModuleKey) + entry.module.native() + '\n' + entry.strText;
     }
-    fs::rename(fresh, m_file);
+    const fs::path file = fs::weakly_canonical(m_file);
+    const fs::path fresh = fs::path(file).concat(".new");
+    try {
+        CDescriptor freshFile(fresh, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        if (!freshFile.IsOpen()) Fail("cannot be written", fresh, errno);
+        freshFile.WriteAll(strText);
+        fs::rename(fresh, file);
+    } catch (...) {
+        std::error_code ignored;
+        if (fs::is_regular_file(fresh, ignored)) fs::remove(fresh, ignored);
+        throw;
+    }
 }
 
 }  // namespace kest

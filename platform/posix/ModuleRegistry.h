@@ -10,7 +10,8 @@
 namespace kest {
 
 /// The list of the modules that have been registered on a system that has no such list itself: a text file
-/// of the user, "kestdemux2/modules" in $XDG_DATA_HOME or, without that, in ~/.local/share.
+/// of the user, "kestdemux2/modules" in $XDG_DATA_HOME or, where that is not an absolute path, in
+/// ~/.local/share.
 ///
 /// Each module has one entry, a run of lines that begins with its file:
 ///
@@ -18,10 +19,11 @@ namespace kest {
 ///     class {01234567-89AB-CDEF-0123-456789ABCDEF} name of the class
 ///     ...
 ///
-/// Lines of other kinds are kept as they are. Changes go into a new file that takes the old one's place, with
-/// the folder locked: a reader sees the list before a change or after it, and of two writers one waits for
-/// the other. Operations may come from any thread and process; they throw std::filesystem::filesystem_error
-/// when the file or its folder cannot be read or written.
+/// Lines of other kinds, and lines before the first entry, are kept as they are. Changes go into a new file
+/// that takes the old one's place, with the folder locked: a reader sees the list before a change or after
+/// it, and of two writers one waits for the other. Operations may come from any thread and process; they
+/// throw std::filesystem::filesystem_error, with the system's reason, when the file or its folder cannot be
+/// read or written.
 class CModuleRegistry {
 public:
     /// The list of this user. Throws std::runtime_error when the environment tells no place for it.
@@ -34,8 +36,9 @@ public:
     /// @param module   absolute, without a line break.
     /// @param strText  the lines behind the first, each with its end.
     void Add(const std::filesystem::path& module, const std::string& strText);
-    /// Takes a module's entry out; without one there is nothing to do. With the last entry the file goes.
-    void Remove(const std::filesystem::path& module);
+    /// Takes a module's entry out. With the last line of the list its file goes.
+    /// @return false: there was no such entry.
+    bool Remove(const std::filesystem::path& module);
     /// The modules that offer a class, the one that was registered last first.
     std::vector<std::filesystem::path> Find(REFCLSID clsid) const;
 
@@ -44,11 +47,15 @@ private:
         std::filesystem::path module;
         std::string strText;  // the lines behind the first
     };
-    using Entries = std::vector<Entry>;
+    /// The list, taken apart.
+    struct Content {
+        std::string strHead;  // the lines before the first entry
+        std::vector<Entry> entries;
+    };
 
-    Entries Read() const;
-    void Change(const std::function<void(Entries&)>& change);
-    void Write(const Entries& entries) const;
+    Content Read() const;
+    void Change(const std::function<void(Content&)>& change) const;
+    void Write(const Content& content) const;
 
     std::filesystem::path m_file;
 };

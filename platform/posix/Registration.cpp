@@ -44,7 +44,9 @@ std::string Describe(std::span<const CFactoryTemplate> templates) {
 }
 
 HRESULT ToResult(const fs::filesystem_error& error) {
+    constexpr DWORD kDiskFull = 112;  // the system's error number for it
     DebugText("The registration has failed: %s\n", error.what());
+    if (error.code() == std::errc::no_space_on_device) return HRESULT_FROM_WIN32(kDiskFull);
     const bool bDenied = error.code() == std::errc::permission_denied ||
                          error.code() == std::errc::operation_not_permitted ||
                          error.code() == std::errc::read_only_file_system;
@@ -56,8 +58,7 @@ HRESULT ToResult(const fs::filesystem_error& error) {
 fs::path FindOwnModule() {
     Dl_info info{};
     if (!dladdr(reinterpret_cast<const void*>(&FindOwnModule), &info) || !info.dli_fname) return {};
-    std::error_code error;
-    return fs::canonical(info.dli_fname, error);
+    return fs::canonical(info.dli_fname);
 }
 
 void TurnOffThreadNotifications() {}

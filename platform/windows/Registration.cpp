@@ -50,7 +50,7 @@ HRESULT SetText(const std::wstring& wszKey, LPCWSTR pszValue, const std::wstring
         RegSetKeyValueW(HKEY_CLASSES_ROOT, wszKey.c_str(), pszValue, REG_SZ, wszText.c_str(), nBytes));
 }
 
-HRESULT RegisterClass(const CFactoryTemplate& each, const std::wstring& wszModule) {
+HRESULT EnterClass(const CFactoryTemplate& each, const std::wstring& wszModule) {
     const std::wstring wszKey = ClassKey(*each.m_ClsID);
     const std::wstring wszServer = wszKey + L"\\InprocServer32";
     HRESULT hr = SetText(wszKey, nullptr, each.m_Name);
@@ -59,7 +59,7 @@ HRESULT RegisterClass(const CFactoryTemplate& each, const std::wstring& wszModul
     return hr;
 }
 
-HRESULT UnregisterClass(const CFactoryTemplate& each) {
+HRESULT RemoveClass(const CFactoryTemplate& each) {
     const LSTATUS nStatus = RegDeleteTreeW(HKEY_CLASSES_ROOT, ClassKey(*each.m_ClsID).c_str());
     return nStatus == ERROR_FILE_NOT_FOUND ? S_OK : HRESULT_FROM_WIN32(nStatus);
 }
@@ -119,10 +119,11 @@ HRESULT ForEachFilter(std::span<const CFactoryTemplate> templates, Operation ope
 // ---------------- what CModule asks
 
 std::filesystem::path FindOwnModule() {
+    const HMODULE hModule = FindOwnHandle();
+    if (!hModule) return {};
     std::vector<WCHAR> szPath(MAX_PATH);
     for (;;) {
-        const DWORD nLength =
-            GetModuleFileNameW(FindOwnHandle(), szPath.data(), static_cast<DWORD>(szPath.size()));
+        const DWORD nLength = GetModuleFileNameW(hModule, szPath.data(), static_cast<DWORD>(szPath.size()));
         if (nLength < szPath.size()) return std::filesystem::path(szPath.data(), szPath.data() + nLength);
         szPath.resize(szPath.size() * 2);
     }
@@ -131,19 +132,18 @@ std::filesystem::path FindOwnModule() {
 void TurnOffThreadNotifications() { DisableThreadLibraryCalls(FindOwnHandle()); }
 
 HRESULT RegisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates) {
-    HRESULT hr = module.empty() ? E_FAIL : S_OK;
+    HRESULT hr = S_OK;
     for (const CFactoryTemplate& each : templates) {
-        if (SUCCEEDED(hr)) hr = RegisterClass(each, module.wstring());
+        if (SUCCEEDED(hr)) hr = EnterClass(each, module.wstring());
     }
     if (SUCCEEDED(hr)) hr = ForEachFilter(templates, RegisterFilter);
-    if (FAILED(hr)) UnregisterModule(module, templates);
     return hr;
 }
 
 HRESULT UnregisterModule(const std::filesystem::path&, std::span<const CFactoryTemplate> templates) {
     HRESULT hr = ForEachFilter(templates, UnregisterFilter);
     for (const CFactoryTemplate& each : templates) {
-        const HRESULT hrClass = UnregisterClass(each);
+        const HRESULT hrClass = RemoveClass(each);
         if (SUCCEEDED(hr)) hr = hrClass;
     }
     return hr;

@@ -379,8 +379,16 @@ TEST_F(Command, TheModuleIsGivenOrBesideTheProgramOrRegisteredLast) {
     EXPECT_EQ(Try("./alone unregister --module old/KestDemux2Filter.so && grep -c ^module data/*/modules"),
               "1\n0\n");
     EXPECT_EQ(Try("./alone unregister && ./alone samples $F"), strNone);
-    EXPECT_EQ(Try("export XDG_DATA_HOME=$PWD/alone; " KEST_PROGRAM " register"),
-              "kestdemux: the list of modules: cannot enter the module (0x80004005); -v tells more\n3\n");
+    EXPECT_EQ(Try("./alone unregister --module old.so"),
+              "kestdemux: old.so: is not in the list of modules\n1\n");
+    const std::string strInFile = "export XDG_DATA_HOME=$PWD/alone; " KEST_PROGRAM;
+    const std::string strList = "kestdemux: " + (m_dir / "alone/kestdemux2/modules").string();
+    EXPECT_EQ(Try(strInFile + " register"),
+              strList + ": the module cannot enter itself (0x80004005; -v tells more)\n3\n");
+    EXPECT_EQ(Try("export XDG_DATA_HOME=$PWD/alone; ./alone samples $F"), strList + ": Not a directory\n2\n");
+    EXPECT_EQ(Try("unset XDG_DATA_HOME HOME; ./alone samples $F"),
+              "kestdemux: the list of modules: neither XDG_DATA_HOME nor HOME names a folder\n2\n");
+    EXPECT_EQ(Try(KEST_PROGRAM " unregister --module $(printf %0300d 1) 2>/dev/null"), "2\n");
 }
 
 TEST_F(Command, VerboseShowsTheTextsOfProgramAndModule) {
