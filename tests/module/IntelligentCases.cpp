@@ -6,7 +6,7 @@ namespace kest {
 
 std::string CheckIntelligentConnection(Arguments arguments) {
     CModuleGraph graph;
-    Require(graph.Render(arguments[0]) == kFilterClass, "the host takes another filter for the file");
+    Require(graph.BuildByHost(arguments[0]) == kFilterClass, "the host takes another filter for the file");
     graph.Run();
     graph.WaitForEnd();
     for (const EStream stream : kStreams) {

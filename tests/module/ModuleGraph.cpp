@@ -81,30 +81,40 @@ void CModuleGraph::BuildWithDecoder(const std::wstring& wszFile, const CRef<IBas
 }
 
 void CModuleGraph::ConnectBranch(EStream stream, const CRef<IPin>& pFrom) {
-    const auto& [pGrabber, pRenderer] = GetBranch(stream);
-    RequireOk(m_pGraph->ConnectDirect(pFrom.Get(), FindPin(pGrabber, PINDIR_INPUT).Get(), nullptr),
+    RequireOk(m_pGraph->ConnectDirect(pFrom.Get(), FindPin(GetBranch(stream).pGrabber, PINDIR_INPUT).Get(),
+                                      nullptr),
               "an output is not connected with its grabber");
+    ConnectRenderer(stream);
+}
+
+void CModuleGraph::ConnectRenderer(EStream stream) {
+    const auto& [pGrabber, pRenderer] = GetBranch(stream);
     RequireOk(m_pGraph->ConnectDirect(FindPin(pGrabber, PINDIR_OUTPUT).Get(),
                                       FindPin(pRenderer, PINDIR_INPUT).Get(), nullptr),
               "a grabber is not connected with its renderer");
 }
 
-CLSID CModuleGraph::Render(const std::wstring& wszFile) {
-    for (const EStream stream : kStreams) {
-        AM_MEDIA_TYPE type{};
-        type.majortype = stream == EStream::Audio ? MEDIATYPE_Audio : MEDIATYPE_Video;
-        RequireOk(Query<ISampleGrabber>(GetBranch(stream).pGrabber)->SetMediaType(&type),
-                  "a grabber is not told its type");
-    }
-    RequireOk(m_pGraph->RenderFile(wszFile.c_str(), nullptr), "the host does not render the file");
+CLSID CModuleGraph::BuildByHost(const std::wstring& wszFile) {
+    AM_MEDIA_TYPE type{};
+    type.majortype = MEDIATYPE_Video;  // or the grabber would take the file as it is
+    const CRef<IBaseFilter>& pGrabber = GetBranch(EStream::Video).pGrabber;
+    RequireOk(Query<ISampleGrabber>(pGrabber)->SetMediaType(&type), "a grabber is not told its type");
+    CRef<IBaseFilter> pSource;
+    RequireOk(m_pGraph->AddSourceFilter(wszFile.c_str(), L"source", pSource.Put()), "the file is not loaded");
+    const CRef<IPin> pInput = FindPin(pGrabber, PINDIR_INPUT);
+    RequireOk(m_pGraph->Connect(FindPin(pSource, PINDIR_OUTPUT).Get(), pInput.Get()),
+              "the host does not connect the file with a grabber of video");
+
     CRef<IPin> pOutput;
     PIN_INFO info{};
+    RequireOk(pInput->ConnectedTo(pOutput.Put()), "a grabber is not connected");
+    RequireOk(pOutput->QueryPinInfo(&info), "a pin does not say whose it is");
+    *m_pFilter.Put() = info.pFilter;
     CLSID clsid{};
-    RequireOk(FindPin(GetBranch(EStream::Video).pGrabber, PINDIR_INPUT)->ConnectedTo(pOutput.Put()),
-              "no video is rendered");
-    RequireOk(pOutput->QueryPinInfo(&info), "an output does not say whose it is");
-    info.pFilter->GetClassID(&clsid);
-    info.pFilter->Release();
+    RequireOk(m_pFilter->GetClassID(&clsid), "a filter does not tell its class");
+    if (clsid != kFilterClass) return clsid;
+    ConnectBranch(EStream::Audio, FindPin(m_pFilter, L"Audio Output"));
+    ConnectRenderer(EStream::Video);
     return clsid;
 }
 

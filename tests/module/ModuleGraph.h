@@ -30,9 +30,9 @@ public:
     void Build(const std::wstring& wszFile);
     /// The same, with the host's decoder in front of the audio's grabber.
     void BuildWithDecoder(const std::wstring& wszFile, const CRef<IBaseFilter>& pDecoder);
-    /// Has the host build everything in front of the grabbers. @return the class of the filter between the
-    /// source and the video's grabber.
-    CLSID Render(const std::wstring& wszFile);
+    /// Has the host connect a file with the video's grabber, by whatever filter it finds, and connects the
+    /// audio output of that. @return its class.
+    CLSID BuildByHost(const std::wstring& wszFile);
 
     void Run();
     /// Pauses and waits until both renderers hold a sample.
@@ -59,13 +59,14 @@ private:
     Branch AddBranch(EStream stream);
     Branch& GetBranch(EStream stream) { return m_aBranches[static_cast<std::size_t>(stream)]; }
     void ConnectBranch(EStream stream, const CRef<IPin>& pFrom);
+    void ConnectRenderer(EStream stream);
 
     CRecorder m_recorder;
     CRef<IGraphBuilder> m_pGraph;
     CRef<IMediaControl> m_pControl;
     CRef<IMediaEvent> m_pEvents;
     CRef<IMediaSeeking> m_pSeeking;
-    CRef<IBaseFilter> m_pFilter;        // the one under test; none when the host finds it
+    CRef<IBaseFilter> m_pFilter;        // the one under test
     std::array<Branch, 2> m_aBranches;  // by stream
 };
 
