@@ -21,7 +21,7 @@ CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
 }
 
 CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
-    : CBaseFilter(nullptr, pOuter, &m_csPins, kFilterClass) {
+    : CImplements(nullptr, pOuter, &m_csPins, kFilterClass) {
     m_pVideoPin = MakePin<CKestDemux2VideoOutputPin>(phr, this, this);
     m_pAudioPin = MakePin<CKestDemux2AudioOutputPin>(phr, this, this);
     m_pInputPin = MakePin<CKestDemux2InputPin>(phr, this);
@@ -61,6 +61,7 @@ CKestDemux2Filter::~CKestDemux2Filter() {
 }
 
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == kDemuxSettingsId) return GetInterface(static_cast<IDemuxSettings*>(this), ppv);
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
     if (m_apOutputPins[0]) {
         if (riid == IID_IMediaPosition) return m_pVideoPin->NonDelegatingQueryInterface(riid, ppv);
@@ -171,6 +172,20 @@ void CKestDemux2Filter::DetachReader() {
         m_pPsDemux->SetReader(nullptr);
     }
     if (m_pVideoPin) m_pVideoPin->SetAsyncReader(nullptr);
+}
+
+// ---------------- settings
+
+HRESULT CKestDemux2Filter::get_SendSettings(SEND_SETTINGS* pSettings) {
+    if (!pSettings) return E_POINTER;
+    *pSettings = m_sendSettings;
+    return S_OK;
+}
+
+HRESULT CKestDemux2Filter::put_SendSettings(const SEND_SETTINGS* pSettings) {
+    if (!pSettings) return E_POINTER;
+    m_sendSettings = *pSettings;
+    return S_OK;
 }
 
 // ---------------- services for the pins

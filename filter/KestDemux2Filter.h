@@ -8,6 +8,7 @@
 
 #include "demux/Mpeg2PsPullDemux.h"
 #include "demux/StreamTypeProbe.h"
+#include "filter/DemuxSettings.h"
 #include "filter/FilterSeeking.h"
 #include "filter/InputPin.h"
 #include "filter/KestDemuxClock.h"
@@ -27,14 +28,14 @@ namespace kest {
 /// Life: created; connected (the input pin fixes the working mode and with it the core); paused, running and
 /// stopped, any number of times; destroyed.
 ///
-/// Interfaces: IBaseFilter and its family, IReferenceClock, IMediaSeeking and IMediaPosition.
+/// Interfaces: IBaseFilter and its family, IReferenceClock, IMediaSeeking, IMediaPosition and IDemuxSettings.
 ///
 /// Locking: m_csState is held through `Run`, `Pause`, `Stop` and `ResetDemux`, m_csPins through connections
 /// and the base's part of the state changes, m_csJoin through `JoinFilterGraph`; each of m_csState and
 /// m_csJoin comes before m_csPins. Delivery threads take m_csPins (for the clock) and the flush locks of the
 /// pins: nobody waits for one with m_csPins held. The demux core's thread takes none of these locks.
 /// Flags that threads share are atomic.
-class CKestDemux2Filter final : public CBaseFilter, public IDemuxFilterSite {
+class CKestDemux2Filter final : public CImplements<CBaseFilter, IDemuxSettings>, public IDemuxFilterSite {
 public:
     /// Makes a filter, without a reference.
     /// @param pOuter  outer object of an aggregate, or null.
@@ -89,6 +90,8 @@ public:
 
     /// The settings of forwarding and of the demux function. One control thread at a time.
     SEND_SETTINGS& GetSendSettings() { return m_sendSettings; }
+    HRESULT STDMETHODCALLTYPE get_SendSettings(SEND_SETTINGS* pSettings) override;
+    HRESULT STDMETHODCALLTYPE put_SendSettings(const SEND_SETTINGS* pSettings) override;
     /// Whether resets are carried out.
     void EnableReset(bool bEnable) { m_bEnableReset = bEnable; }
     /// A pin has asked for a reset; automatic reset decisions are made; the last one found a reset necessary;

@@ -65,7 +65,7 @@ void RunDemux(const DemuxOptions& options) {
 
     CWriting video(videoPath, options.bForce);
     CWriting audio(audioPath, options.bForce);
-    CDemuxGraph(input, video, audio, CDemuxGraph::EPace::FreeRun).RunToEnd();
+    CDemuxGraph(input, video, audio, CDemuxGraph::EPace::FreeRun, options.strModule).RunToEnd();
     for (CWriting* pWriting : {&video, &audio}) pWriting->Flush();
     for (CWriting* pWriting : {&video, &audio}) pWriting->Commit();
     video.PrintSummary(EStream::Video);

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <string>
 
-#include "filter/KestDemux2Filter.h"
+#include "filter/DemuxSettings.h"
+#include "filter/Identifiers.h"
 #include "host/CommandError.h"
+#include "host/DemuxModule.h"
 #include "host/Interrupts.h"
 #include "host/Progress.h"
 
@@ -31,8 +33,10 @@ std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
     return {pBytes, static_cast<std::size_t>(sample.GetActualDataLength())};
 }
 
-CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace)
+CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace,
+                         const std::string& strModule)
     : m_input(input),
+      m_pModule(LoadDemuxModule(strModule)),
       m_pSource(new CFileSource(CComPtr<IAsyncReader>(input.pReader.Get()))),
       m_pVideo(new CSink(EStream::Video, video, m_pacer, m_evNotice)),
       m_pAudio(new CSink(EStream::Audio, audio, m_pacer, m_evNotice)) {
@@ -40,16 +44,15 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& 
 }
 
 void CDemuxGraph::Build(EPace pace) {
-    HRESULT hr = S_OK;
-    const CComPtr<CKestDemux2Filter> pDemux(
-        static_cast<CKestDemux2Filter*>(CKestDemux2Filter::CreateInstance(nullptr, &hr)));
-    Require(hr, "the demultiplexer cannot be made");
+    CComPtr<IBaseFilter> pDemux;
+    Require(m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(pDemux.Put())),
+            "the demultiplexer cannot be made");
     Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "the source cannot be added");
     Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "the demultiplexer cannot be added");
     Require(m_pGraph->AddFilter(m_pVideo.Get(), L"video"), "a sink cannot be added");
     Require(m_pGraph->AddFilter(m_pAudio.Get(), L"audio"), "a sink cannot be added");
     if (pace == EPace::FreeRun) {
-        pDemux->GetSendSettings().nDemuxOutput = kDemuxOutputFreeRun;
+        SetFreeRun(pDemux.Get());
     } else {
         Require(m_pGraph->SetDefaultSyncSource(), "there is no clock");
     }
@@ -59,6 +62,16 @@ void CDemuxGraph::Build(EPace pace) {
             "the video cannot be connected");
     Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Audio Output").Get(), m_pAudio->GetPin(0)),
             "the audio cannot be connected");
+}
+
+void CDemuxGraph::SetFreeRun(IBaseFilter* pDemux) {
+    constexpr const char* kRefusal = "the demultiplexer does not take its settings";
+    CComPtr<IDemuxSettings> pSettings;
+    SEND_SETTINGS settings;
+    Require(pDemux->QueryInterface(kDemuxSettingsId, reinterpret_cast<void**>(pSettings.Put())), kRefusal);
+    Require(pSettings->get_SendSettings(&settings), kRefusal);
+    settings.nDemuxOutput = kDemuxOutputFreeRun;
+    Require(pSettings->put_SendSettings(&settings), kRefusal);
 }
 
 void CDemuxGraph::Seek(double dSeconds) {

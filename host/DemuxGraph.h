@@ -1,12 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <span>
+#include <string>
 
 #include "host/FileSource.h"
 #include "host/Graph.h"
 #include "host/Input.h"
 #include "host/Sink.h"
+#include "platform/LoadedModule.h"
 
 namespace kest {
 
@@ -22,7 +25,9 @@ public:
     /// Builds the graph, stopped.
     /// @param input         has been recognised as a program stream.
     /// @param video, audio  take what leaves the two pins, on the threads of the graph; outlive it.
-    CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace);
+    /// @param strModule     the module that makes the demultiplexer; empty: see LoadDemuxModule.
+    CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace,
+                const std::string& strModule);
 
     /// Pauses, and seeks while paused.
     /// @param dSeconds  media time.
@@ -33,12 +38,14 @@ public:
 
 private:
     void Build(EPace pace);
+    void SetFreeRun(IBaseFilter* pDemux);
     void WaitForEnd();
     bool IsDone() const;
     bool HasStalled();
     void Require(HRESULT hr, const char* pszWhat) const;
 
     const Input& m_input;
+    const std::unique_ptr<CLoadedModule> m_pModule;  // first: what it made goes before it
     CPacer m_pacer;
     std::uint64_t m_nActivity = 0;                           // of source and sinks, when it last changed
     std::chrono::steady_clock::time_point m_lastActivity{};  // when that was

@@ -91,7 +91,7 @@ void RunSamples(const SamplesOptions& options) {
                      "pin   event                     start                stop     size  crc32    flags");
     CRecording video(EStream::Video, listing);
     CRecording audio(EStream::Audio, listing);
-    CDemuxGraph graph(input, video, audio, CDemuxGraph::EPace::Timed);
+    CDemuxGraph graph(input, video, audio, CDemuxGraph::EPace::Timed, options.strModule);
     if (options.dSeek) graph.Seek(*options.dSeek);
     graph.RunToEnd();
     listing.Commit();

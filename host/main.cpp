@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <string>
@@ -9,7 +10,6 @@
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/Interrupts.h"
-#include "platform/DebugText.h"
 
 namespace {
 
@@ -18,18 +18,31 @@ using namespace kest;
 constexpr const char* kInputHelp = "the stream to read";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
 
-/// Adds a command that reads one file and ends its help with an example.
-CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
-                     const char* pszExample) {
+/// Adds a command that ends its help with an example.
+CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample) {
     CLI::App* pCommand = app.add_subcommand(pszName, pszWhat);
-    pCommand->add_option("FILE", strFile, kInputHelp)->required();
     pCommand->footer("Example:\n  " + std::string(pszExample));
     return pCommand;
 }
 
+/// Adds a command that reads one file.
+CLI::App* AddFileCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
+                         const char* pszExample) {
+    CLI::App* pCommand = AddCommand(app, pszName, pszWhat, pszExample);
+    pCommand->add_option("FILE", strFile, kInputHelp)->required();
+    return pCommand;
+}
+
+void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
+    pCommand->add_option("--module", strModule,
+                         "the demultiplexer's module; default: the one beside the program, else the one that "
+                         "was registered last");
+}
+
+/// Turns on the texts of the program and of the modules that it loads later.
 void ShowTexts(int nVerbosity) {
-    if (nVerbosity >= 1) ShowDebugTexts(true);
-    if (nVerbosity >= 2) SetTraceSink([](const char* pszText) { std::fputs(pszText, stderr); });
+    if (nVerbosity >= 1) setenv("KEST_DEBUG", "1", 1);
+    if (nVerbosity >= 2) setenv("KEST_TRACE", "1", 1);
 }
 
 /// Parses the command line and runs the command.
@@ -46,33 +59,45 @@ int RunProgram(int argc, char** argv) {
 
     ProbeOptions probe;
     CLI::App* pProbe =
-        AddCommand(app, "probe", "Tell what a file is", probe.strFile, "kestdemux probe movie.mpg");
+        AddFileCommand(app, "probe", "Tell what a file is", probe.strFile, "kestdemux probe movie.mpg");
     pProbe->add_flag("--json", probe.bJson, "one JSON object");
     pProbe->callback([&] { ShowTexts(nVerbosity), RunProbe(probe); });
 
     FramesOptions frames;
-    CLI::App* pFrames = AddCommand(app, "frames", "List every frame of both streams", frames.strFile,
-                                   "kestdemux frames movie.mpg --json");
+    CLI::App* pFrames = AddFileCommand(app, "frames", "List every frame of both streams", frames.strFile,
+                                       "kestdemux frames movie.mpg --json");
     pFrames->add_flag("--json", frames.bJson, "one JSON object a line");
     pFrames->callback([&] { ShowTexts(nVerbosity), RunFrames(frames); });
 
     SamplesOptions samples;
-    CLI::App* pSamples = AddCommand(app, "samples", "List every sample that leaves the output pins",
-                                    samples.strFile, "kestdemux samples movie.mpg --seek 60");
+    CLI::App* pSamples = AddFileCommand(app, "samples", "List every sample that leaves the output pins",
+                                        samples.strFile, "kestdemux samples movie.mpg --seek 60");
     pSamples->add_flag("--json", samples.bJson, "one JSON object a line");
     pSamples->add_option("--seek", samples.dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
+    AddModuleOption(pSamples, samples.strModule);
     pSamples->callback([&] { ShowTexts(nVerbosity), RunSamples(samples); });
 
     DemuxOptions demux;
-    CLI::App* pDemux = AddCommand(app, "demux", "Write the two elementary streams", demux.strFile,
-                                  "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
+    CLI::App* pDemux = AddFileCommand(app, "demux", "Write the two elementary streams", demux.strFile,
+                                      "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
     pDemux->add_option(
         "--video", demux.strVideo,
         "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
     pDemux->add_option("--audio", demux.strAudio, "where the audio goes; default: FILE's name with .mp2");
     pDemux->add_flag("--force", demux.bForce, "overwrite files that exist");
+    AddModuleOption(pDemux, demux.strModule);
     pDemux->callback([&] { ShowTexts(nVerbosity), RunDemux(demux); });
+
+    std::string strModule;
+    CLI::App* pRegister = AddCommand(app, "register", "Enter the demultiplexer into your list of modules",
+                                     "kestdemux register --module lib/KestDemux2Filter.so");
+    AddModuleOption(pRegister, strModule);
+    pRegister->callback([&] { ShowTexts(nVerbosity), RunRegister(strModule); });
+    CLI::App* pUnregister =
+        AddCommand(app, "unregister", "Take it out of the list again", "kestdemux unregister");
+    AddModuleOption(pUnregister, strModule);
+    pUnregister->callback([&] { ShowTexts(nVerbosity), RunUnregister(strModule); });
 
     try {
         app.parse(argc, argv);

@@ -15,84 +15,91 @@ namespace {
 /// A sink that may be exchanged while others write to it.
 class CTextOutput {
 public:
+    /// @param usual  the sink while no other is installed; may be empty.
+    explicit CTextOutput(TextSink usual) : m_usual(std::move(usual)) { Set(nullptr); }
+
     void Set(TextSink sink) {
         std::lock_guard lock(m_mutex);
-        m_sink = std::move(sink);
-        m_bInstalled = static_cast<bool>(m_sink);
+        m_sink = sink ? std::move(sink) : m_usual;
+        m_bListening = static_cast<bool>(m_sink);
     }
-    bool IsInstalled() const { return m_bInstalled; }
-    /// False when no sink is installed.
-    bool Write(const char* pszText) {
+    bool IsListening() const { return m_bListening; }
+
+    /// Formats a text and hands it over; costs one load when nobody listens.
+    void Write(const char* pszFormat, va_list args) {
+        if (!m_bListening) return;
+        char szText[kMaxText];
+        std::vsnprintf(szText, sizeof szText, pszFormat, args);
         std::lock_guard lock(m_mutex);
-        if (m_sink) m_sink(pszText);
-        return static_cast<bool>(m_sink);
+        if (m_sink) m_sink(szText);
     }
 
 private:
-    std::mutex m_mutex;
+    static constexpr std::size_t kMaxText = 1024;  // longer texts are cut
+
+    std::mutex m_mutex;  // guards the sinks
+    const TextSink m_usual;
     TextSink m_sink;
-    std::atomic<bool> m_bInstalled{false};
+    std::atomic<bool> m_bListening{false};
 };
 
-// Never destroyed: a thread may still write while the process ends.
-CTextOutput& DebugOutput() {
-    static auto* pOutput = new CTextOutput;
-    return *pOutput;
-}
-CTextOutput& TraceOutput() {
-    static auto* pOutput = new CTextOutput;
-    return *pOutput;
-}
+#ifdef _WIN32
 
-#ifndef _WIN32
-std::atomic<bool>& DebugTextsShown() {
-    static std::atomic<bool> bShown = [] {
-        const char* pszValue = std::getenv("KEST_DEBUG");
-        return pszValue && std::string_view(pszValue) == "1";
-    }();
-    return bShown;
+TextSink UsualDebugSink() {
+    return [](const char* pszText) { OutputDebugStringA(pszText); };
 }
+TextSink UsualTraceSink() { return nullptr; }
+
+#else
+
+/// Standard error, when a variable of the environment is 1.
+TextSink StandardErrorIf(const char* pszVariable) {
+    const char* pszValue = std::getenv(pszVariable);
+    if (!pszValue || std::string_view(pszValue) != "1") return nullptr;
+    return [](const char* pszText) { std::fputs(pszText, stderr); };
+}
+TextSink UsualDebugSink() { return StandardErrorIf("KEST_DEBUG"); }
+TextSink UsualTraceSink() { return StandardErrorIf("KEST_TRACE"); }
+
 #endif
 
-constexpr std::size_t kMaxText = 1024;  // longer texts are cut
+/// An object that is not destroyed when the module goes: a thread may still write then.
+class CLastingOutput {
+public:
+    explicit CLastingOutput(TextSink usual) : m_output(std::move(usual)) {}
+    ~CLastingOutput() {}
+    union {
+        CTextOutput m_output;
+    };
+};
+
+CTextOutput& DebugOutput() {
+    static CLastingOutput lasting(UsualDebugSink());
+    return lasting.m_output;
+}
+CTextOutput& TraceOutput() {
+    static CLastingOutput lasting(UsualTraceSink());
+    return lasting.m_output;
+}
 
 }  // namespace
 
 void SetDebugSink(TextSink sink) { DebugOutput().Set(std::move(sink)); }
 void SetTraceSink(TextSink sink) { TraceOutput().Set(std::move(sink)); }
-bool HasTraceSink() { return TraceOutput().IsInstalled(); }
-
-#ifdef _WIN32
-void ShowDebugTexts(bool) {}
-#else
-void ShowDebugTexts(bool bShow) { DebugTextsShown() = bShow; }
-#endif
+bool HasTraceSink() { return TraceOutput().IsListening(); }
 
 void DebugText(const char* pszFormat, ...) {
-#ifndef _WIN32
-    if (!DebugOutput().IsInstalled() && !DebugTextsShown()) return;
-#endif
-    char szText[kMaxText];
     va_list args;
     va_start(args, pszFormat);
-    std::vsnprintf(szText, sizeof szText, pszFormat, args);
+    DebugOutput().Write(pszFormat, args);
     va_end(args);
-    if (DebugOutput().Write(szText)) return;
-#ifdef _WIN32
-    OutputDebugStringA(szText);
-#else
-    std::fputs(szText, stderr);
-#endif
 }
 
 void Trace(const char* pszFormat, ...) {
-    if (!TraceOutput().IsInstalled()) return;
-    char szText[kMaxText];
     va_list args;
     va_start(args, pszFormat);
-    std::vsnprintf(szText, sizeof szText, pszFormat, args);
+    TraceOutput().Write(pszFormat, args);
     va_end(args);
-    TraceOutput().Write(szText);
 }
 
 }  // namespace kest

@@ -1,9 +1,13 @@
 // Where the system's texts go.
 //
 // Debug texts mark failures and events worth seeing. They go to the debugger output: the system's on Windows;
-// elsewhere standard error, when the environment has KEST_DEBUG=1 or the program asked for it.
+// elsewhere standard error, when the environment has KEST_DEBUG=1.
 // Trace texts mark steps and statistics. They go to the trace hook and are formatted only when a sink is
-// there.
+// there: one that was installed or, elsewhere than on Windows, standard error when the environment has
+// KEST_TRACE=1.
+//
+// Each module has sinks of its own. The environment is looked at once, at a module's first text, and so
+// reaches every module that is loaded after it was set.
 #pragma once
 
 #include <functional>
@@ -17,10 +21,7 @@ using TextSink = std::function<void(const char* pszText)>;
 /// Puts a sink in the place of the debugger output; an empty one restores it.
 void SetDebugSink(TextSink sink);
 
-/// Shows debug texts on standard error even without KEST_DEBUG. No effect on Windows.
-void ShowDebugTexts(bool bShow);
-
-/// Installs the sink of the trace hook; an empty one removes it.
+/// Installs the sink of the trace hook; an empty one restores what was there at first.
 void SetTraceSink(TextSink sink);
 
 /// Whether the trace hook has a sink; for texts that are costly to put together.

@@ -4,7 +4,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '\n== %s\n' "$*"; }
 
-# Installs the packages that are not there yet, and says so; does nothing when all are.
+# Installs the packages that are not there yet, and says so; does nothing when all are. Fails when one cannot be
+# installed: that ends a script, unless it asks.
 need_packages() {
     local package missing=() root=()
     for package in "$@"; do

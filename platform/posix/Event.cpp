@@ -6,17 +6,6 @@
 #include "platform/ThreadControl.h"
 
 namespace kest {
-namespace {
-
-/// What the calling thread sleeps on: its control's, or one of its own when no CThread started it.
-CWaiter& CurrentWaiter() {
-    if (CThreadControl* pControl = CurrentThreadControl()) return pControl->waiter;
-    thread_local CWaiter waiter;
-    return waiter;
-}
-
-}  // namespace
-
 CEvent::CEvent(bool bManualReset, bool bSignalled) : m_bManualReset(bManualReset), m_bSignalled(bSignalled) {}
 CEvent::~CEvent() = default;
 
@@ -59,7 +48,11 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
         std::span<CEvent* const> apEvents;
         CWaiter& waiter;
     };
-    CWaiter& waiter = CurrentWaiter();
+    // A thread of somebody else's sleeps on a waiter of this wait alone: one that lasted as long as the
+    // thread would keep this module loaded as long.
+    CWaiter ownWaiter;
+    CThreadControl* pControl = CurrentThreadControl();
+    CWaiter& waiter = pControl ? pControl->waiter : ownWaiter;
     CEntries entries(apEvents, waiter);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
     for (;;) {

@@ -358,6 +358,39 @@ TEST_F(Command, BothOutputsInOnePlaceAreRefused) {
     EXPECT_EQ(Run("demux " + TestDataPath("ps_mpeg2.mpg") + " --video /dev/null --audio /dev/null").nExit, 0);
 }
 
+TEST_F(Command, TheModuleIsGivenOrBesideTheProgramOrRegisteredLast) {
+    const auto Try = [this](const std::string& strScript) {
+        return Script("exec 2>&1; export XDG_DATA_HOME=$PWD/data; cp $P alone\n" + strScript + "\necho $?");
+    };
+    const std::string strNone =
+        "kestdemux: no KestDemux2Filter.so beside the program and none registered; give --module\n2\n";
+    const std::string strRun = "./alone samples $F | grep -c sample";
+    EXPECT_EQ(Try("./alone samples $F"), strNone);
+    EXPECT_EQ(Try("./alone samples $F --module gone.so"),
+              "kestdemux: " + (m_dir / "gone.so").string() +
+                  ": cannot open shared object file: No such file or directory\n2\n");
+    EXPECT_EQ(Try("./alone samples $F --module " KEST_FAILING_READ),
+              "kestdemux: " KEST_FAILING_READ ": is not a module of the media graph\n2\n");
+    EXPECT_EQ(Try(KEST_PROGRAM " register && mkdir old && cp " KEST_MODULE
+                               " old && ./alone register --module old/KestDemux2Filter.so && rm -r old\n" +
+                  strRun),
+              "212\n0\n")
+        << "the one that was registered last has gone since; the one before it serves";
+    EXPECT_EQ(Try("./alone unregister --module old/KestDemux2Filter.so && grep -c ^module data/*/modules"),
+              "1\n0\n");
+    EXPECT_EQ(Try("./alone unregister && ./alone samples $F"), strNone);
+    EXPECT_EQ(Try("export XDG_DATA_HOME=$PWD/alone; " KEST_PROGRAM " register"),
+              "kestdemux: the list of modules: cannot enter the module (0x80004005); -v tells more\n3\n");
+}
+
+TEST_F(Command, VerboseShowsTheTextsOfProgramAndModule) {
+    EXPECT_EQ(Script("$P samples $F 2>&1 >/dev/null"), "");
+    const std::string strDebug = Script("$P -v samples $F 2>&1 >/dev/null");
+    EXPECT_NE(strDebug.find("END OF FILE"), std::string::npos);
+    EXPECT_EQ(strDebug.find("SetWorkingMode"), std::string::npos);
+    EXPECT_NE(Script("$P -vv samples $F 2>&1 >/dev/null").find("SetWorkingMode"), std::string::npos);
+}
+
 TEST_F(Command, ReadErrorInTheMiddleIsNoEnd) {
     const std::string strPath = TestDataPath("ps_mpeg2.mpg");
     const std::string strBefore =
