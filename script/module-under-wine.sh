@@ -73,7 +73,8 @@ dump_registry() { # file
             awk '/^\[/ { device = /\\(NetworkCards|MMDevices)[]\\]/ } !device' >>"$1"
         rm "$1.part"
     done
-    [ "$(wc -l <"$1")" -gt 1000 ]  # or the host has written nothing
+    [ "$(wc -l <"$1")" -gt 1000 ] || echo "nothing is written" >"$module_logs/registry.log"
+    [ ! -s "$module_logs/registry.log" ] || module_failed registry
 }
 
 # Holds every sample of both pins, from the beginning and from a seek, against what the program lists.
