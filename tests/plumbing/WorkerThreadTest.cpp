@@ -1,8 +1,9 @@
 #include "plumbing/WorkerThread.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <cctype>
 #include <string>
 
 #include "plumbing/KestException.h"
@@ -180,21 +181,33 @@ TEST(WorkerThread, KestExceptionEndsOnlyTheThread) {
     EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > 0; }));
 }
 
+/// The text without spaces and dashes, and every number in it as 0.
+std::string WithoutNumbers(const std::string& strText) {
+    std::string strResult;
+    bool bInNumber = false;
+    for (const char c : strText) {
+        if (c == ' ' || c == '-') continue;
+        const bool bDigit = std::isdigit(static_cast<unsigned char>(c)) != 0;
+        if (!bDigit || !bInNumber) strResult += bDigit ? '0' : c;
+        bInNumber = bDigit;
+    }
+    return strResult;
+}
+
 TEST(WorkerThread, DumpStatusShowsTimesAndEventsWithinItsBuffer) {
     CTestWorker worker(ObedientBody);
-    auto ExpectDump = [&](const std::string& strExitYear, const std::string& strEvents) {
-        const std::string strTime = "-[ 0-9]{2}-[ 0-9]{2} [ 0-9]{2}:[ 0-9]{2}:[ 0-9]{2} [ 0-9]{3}\n";
+    auto ExpectDump = [&](const char* pszExitYear, const std::string& strEvents) {
         char szText[2048];
         worker.DumpStatus(szText);
-        const std::regex expected(
-            "[*]{15} Begin Debug Thread  [*]{12}\nThread ID=[1-9][0-9]* \n Name=\n"
-            "Time information:\n CreationTime : 20.." +
-            strTime + " ExitTime     : " + strExitYear + strTime +
-            " KernelTime   : 1601- 1- 1  0: 0: 0 [ 0-9]{3}\n"
-            " UserTime     : 1601- 1- 1  0: 0: 0 [ 0-9]{3}\n"
-            " The Thread Priority: -?[0-9]+\n\nStatus of Thread:\n    " +
-            strEvents + "\n [*]{14} End [*]{14}\n");
-        EXPECT_TRUE(std::regex_match(szText, expected)) << szText;
+        EXPECT_EQ(WithoutNumbers(szText),
+                  WithoutNumbers("*************** Begin Debug Thread  ************\nThread ID=1 \n Name=\n"
+                                 "Time information:\n CreationTime : 0:0:0\n ExitTime     : 0:0:0\n"
+                                 " KernelTime   : 0:0:0\n UserTime     : 0:0:0\n"
+                                 " The Thread Priority: 0\n\nStatus of Thread:\n    " +
+                                 strEvents + "\n ************** End **************\n"));
+        EXPECT_THAT(szText, testing::HasSubstr(" CreationTime : 20"));
+        EXPECT_THAT(szText, testing::HasSubstr(std::string(" ExitTime     : ") + pszExitYear));
+        EXPECT_THAT(szText, testing::HasSubstr(" UserTime     : 1601- 1- 1  0: 0: 0 "));
     };
     worker.Restart();
     EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 1; }));
@@ -203,7 +216,7 @@ TEST(WorkerThread, DumpStatusShowsTimesAndEventsWithinItsBuffer) {
     ExpectDump("1601", "Thread may running\n    Thread not Stop");
     worker.Stop();
     EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-    ExpectDump("20..", "Thread may running\n    Thread Stop");
+    ExpectDump("20", "Thread may running\n    Thread Stop");
 
     std::string strBuffer(64, '#');
     for (std::size_t nSize : {0u, 1u, 15u, 16u, 50u}) {  // below, at and behind the end of a piece
