@@ -232,7 +232,11 @@ void KestMpeg2PsDemux::BeginFrame(ElementaryStream& stream, const PesStamps& sta
     }
     const bool bHasStamps = (bVideo ? stream.llPrevPts : stream.llPrevDts) != kNoStamp;
     if (bHasStamps && stream.accumulator.GetFill() > 0) {
-        if (!IsSuperseded()) stream.pQueue->WriteEx(stream.accumulator.GetBytes(), &info, kInfinite);
+        // Before the look: who supersedes says so first and empties the queue then.
+        const std::uint32_t nGeneration = stream.pQueue->GetWriteGeneration();
+        if (!IsSuperseded()) {
+            stream.pQueue->WriteEx(stream.accumulator.GetBytes(), &info, kInfinite, nGeneration);
+        }
     } else {
         stream.bDiscontinuity = true;
     }

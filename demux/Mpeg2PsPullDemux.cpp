@@ -44,21 +44,21 @@ void KestMpeg2PsPullDemux::BeginUnit() {
     Trace("==> New Segment <==\n");
 }
 
-/// The source has nothing more to resynchronise on: ends both streams, once until there is data again. A
-/// segment that is asked for meanwhile has not ended.
+/// The source has nothing more to resynchronise on: ends both streams, once until there is data again.
 void KestMpeg2PsPullDemux::OnNoData() {
-    if (!IsPulling() || m_bEndSent || m_bNewSegment) return;
+    if (!IsPulling() || m_bEndSent) return;
+    for (ElementaryStream* pStream : {&m_audio, &m_video}) SendEndOfStream(*pStream);
     m_bEndSent = true;
-    SendEndOfStream();
 }
 
-void KestMpeg2PsPullDemux::SendEndOfStream() {
+/// A segment that is asked for meanwhile has not ended.
+void KestMpeg2PsPullDemux::SendEndOfStream(ElementaryStream& stream) {
     FRAME_INFO info{};
     info.bEndOfStream = 1;
-    for (ElementaryStream* pStream : {&m_audio, &m_video}) {
-        pStream->pQueue->WriteEx({}, &info, kInfinite);
-        pStream->accumulator.Reset();
-    }
+    const std::uint32_t nGeneration = stream.pQueue->GetWriteGeneration();
+    if (IsSuperseded()) return;
+    stream.pQueue->WriteEx({}, &info, kInfinite, nGeneration);
+    stream.accumulator.Reset();
 }
 
 void KestMpeg2PsPullDemux::FillVideoInfo(FRAME_INFO& info, std::uint32_t nHeaderSize) {

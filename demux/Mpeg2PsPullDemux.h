@@ -48,7 +48,7 @@ private:
     bool Refill(std::uint32_t n);
     bool FetchPiece(std::uint32_t n);
     void FillOrigin(ElementaryStream& stream, FRAME_INFO& info, std::uint32_t nHeaderSize);
-    void SendEndOfStream();
+    void SendEndOfStream(ElementaryStream& stream);
 
     IAsyncReader* m_pReader = nullptr;            // the source, borrowed; none in push operation
     std::int64_t m_llFilePos = 0;                 // offset of the next byte to read from the source

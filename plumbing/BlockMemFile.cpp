@@ -108,8 +108,8 @@ CBlockMemFileEx::CBlockMemFileEx(std::uint32_t nBlockSize, std::uint32_t nBlockC
       m_nInfoSize(nInfoSize),
       m_pInfo(std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nInfoSize} * nBlockCount)) {}
 
-int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pInfo,
-                             std::uint32_t nTimeoutMs) {
+int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs,
+                             std::uint32_t nGeneration) {
     if (!m_bWriterOpen) return -1;
     if (data.size() > m_nBlockSize) {
         Trace("Frame of %u bytes is cut to its block of %u bytes\n", static_cast<unsigned>(data.size()),
@@ -120,7 +120,8 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
     if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
 
     CAutoLock lock(m_csWrite);
-    if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between: block 0 may be somebody's still
+    if (!m_bWriterOpen || !HasRoom()) return 0;    // closed in between: block 0 may be somebody's still
+    if (nGeneration != m_nWriterBreaks) return 0;  // emptied: the block would be the first of what comes now
     std::copy(data.begin(), data.end(), Block(m_nWriteIndex).begin());
     std::copy_n(static_cast<const std::uint8_t*>(pInfo), m_nInfoSize, Info(m_nWriteIndex).begin());
     m_pLengths[m_nWriteIndex] = static_cast<std::uint32_t>(data.size());

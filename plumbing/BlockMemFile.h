@@ -51,6 +51,9 @@ public:
     /// Counts how often this reader's queue has been emptied or the reader closed; 0 for a handle outside
     /// 0..4. A block whose generation is past belongs to what was emptied.
     std::uint32_t GetGeneration(int nReader) const;
+    /// Counts how often the queue has been emptied or its write side closed. A block that was gathered in a
+    /// past generation belongs to what was emptied: see WriteEx.
+    std::uint32_t GetWriteGeneration() const { return m_nWriterBreaks; }
     std::uint32_t GetBlockSize() const { return m_nBlockSize; }
     std::uint32_t GetBlockCount() const { return m_nBlockCount; }
 
@@ -103,10 +106,14 @@ public:
     /// @param data        cut to the block size when it is longer; a trace text says so.
     /// @param pInfo       nInfoSize bytes, copied.
     /// @param nTimeoutMs  kInfinite: without limit.
-    /// @return the length stored; 0 when no block became free or a reset came (or the length is 0); -1 when
-    /// the write side is
-    ///         not open.
-    int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs);
+    /// @param nGeneration  the generation that the block belongs to; without it, that of the call.
+    /// @return the length stored; 0 when no block became free, or its generation is past, be it that a reset
+    ///         came meanwhile (or the length is 0); -1 when the write side is not open.
+    int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs,
+                std::uint32_t nGeneration);
+    int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs) {
+        return WriteEx(data, pInfo, nTimeoutMs, GetWriteGeneration());
+    }
     /// Takes the reader's next block, waiting for one.
     /// @param dest   should hold a whole block; a block that is longer is cut to it, and a trace text says
     /// so.

@@ -28,3 +28,21 @@ build() {
     cmake --preset "$1" >/dev/null
     cmake --build --preset "$1" --parallel "$(nproc)" -- --quiet
 }
+
+# Holds a module's file against what hosts expect: it offers four functions and, on Windows, needs no library but the
+# system's and tells its version.
+check_module() { # file
+    local expected='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer ' found headers
+    if [[ $1 == *.dll ]]; then
+        expected+='advapi32.dll kernel32.dll msvcrt.dll ole32.dll oleaut32.dll version'
+        headers=$(x86_64-w64-mingw32-objdump -p "$1")
+        found=$(sed -n '/^\[Ordinal\/Name Pointer\]/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$headers" | sort | tr '\n' ' ')
+        found+=$(sed -n 's/^\tDLL Name: //p' <<<"$headers" | tr 'A-Z' 'a-z' | sort | tr '\n' ' ')
+        [ "$(tr -d '\0' <"$1" | grep -ac VS_VERSION_INFO)" = 0 ] || found+=version
+    else
+        found=$(nm -D --defined-only "$1" | awk '{ print $NF }' | sort | tr '\n' ' ')
+    fi
+    [ "$found" != "$expected" ] || return 0
+    echo "$1 has: $found" >&2
+    return 1
+}

@@ -137,7 +137,10 @@ TEST(BlockMemFile, ResetEmptiesAndStartsAgain) {
     queue.Put(1);
     queue.Put(2);
     EXPECT_EQ(queue.Take(nFirst), 1u);
+    const std::uint32_t nGeneration = queue.GetWriteGeneration();
     queue.Reset();
+    const std::uint64_t nInfo = 2;
+    EXPECT_EQ(queue.WriteEx(Counting(8, 2), &nInfo, 0, nGeneration), 0) << "gathered before the reset";
     for (int nReader : {nFirst, nSecond}) EXPECT_EQ(queue.Take(nReader), 0u);
     EXPECT_EQ(queue.GetFreeBlocks(), kBlocks);
     queue.Put(3);

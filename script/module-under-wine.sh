@@ -1,0 +1,111 @@
+# The module in the media graph of Wine, which this project did not write. Sourced by script/test, whose under_wine it
+# runs in and whose summary it adds to.
+
+module_streams=(tests/data/ps_mpeg2_packs.mpg tests/data/ps_mpeg2.mpg tests/data/ps_mpeg4.mpg)
+module_file=build/windows/bin/KestDemux2Filter.dll
+module_logs=build/windows/module_tests.logs  # what each step said
+
+# Registers the module, has the host use it, and unregisters it. Takes WINEPREFIX from under_wine.
+test_module_under_wine() {
+    rm -rf "$module_logs" && mkdir -p "$module_logs"
+    cmake --preset debug >/dev/null
+    cmake --build --preset debug --target kestdemux --parallel "$(nproc)" -- --quiet
+    check_registry
+    register_module
+    module_case registered "$module_file"
+    module_case loading "$module_file" "${module_streams[1]}" tests/data/vob_mpeg2_nomap.mpg README.md
+    compare_samples
+    module_case states "${module_streams[1]}"
+    module_case starts "${module_streams[0]}"
+    module_case intelligent "${module_streams[1]}"
+    module_case decoder tests/data/ps_mpeg2_44100.mpg
+    register_module /u
+    module_case unregistered
+    summary+=("module under wine: $module_samples samples as on Linux ($module_untimed early ones but for their times)," \
+        "    $(report starts), $(report intelligent), unregistered without a trace, $(report decoder)")
+}
+
+register_module() { # option, if any
+    under_wine 60 wine regsvr32 /s "$@" "$module_file" >"$module_logs/regsvr32.log" 2>&1 || module_failed regsvr32
+}
+
+# Registering and unregistering leave the registry as it was.
+check_registry() {
+    register_module  # the first time the host writes of itself what it needs for that
+    register_module /u
+    dump_registry "$module_logs/before"
+    register_module
+    dump_registry "$module_logs/registered"
+    register_module /u
+    dump_registry "$module_logs/after"
+    if cmp -s "$module_logs/before" "$module_logs/registered"; then
+        echo "registering changes nothing" >"$module_logs/registry.log"
+        module_failed registry
+    fi
+    diff "$module_logs/before" "$module_logs/after" >"$module_logs/registry.log" || module_failed registry
+}
+
+# Runs one case of the module's tests.
+module_case() { # case, arguments...
+    under_wine 120 wine build/windows/bin/module_tests.exe "$@" \
+        >"$module_logs/$1.out" 2>"$module_logs/$1.log" || module_failed "$1"
+}
+
+# What a case has reported.
+report() { # case
+    cat "$module_logs/$1.out"
+}
+
+module_failed() { # what
+    tail -n 40 "$module_logs/$1.log"
+    echo "script/test: the module fails under wine: $1" >&2
+    exit 1
+}
+
+# Writes the classes and the software of the machine as the registry has them, without the sections of the devices
+# that the host finds, which come when they come.
+dump_registry() { # file
+    local key
+    : >"$1"
+    for key in 'HKEY_CLASSES_ROOT' 'HKEY_LOCAL_MACHINE\Software'; do
+        under_wine 60 wine regedit /E "$1.part" "$key" >/dev/null 2>&1
+        iconv -f UTF-16 -t UTF-8 "$1.part" | tr -d '\r' |
+            awk '/^\[/ { device = /\\(NetworkCards|MMDevices)[]\\]/ } !device' >>"$1"
+        rm "$1.part"
+    done
+    [ "$(wc -l <"$1")" -gt 1000 ] || echo "nothing is written" >"$module_logs/registry.log"
+    [ ! -s "$module_logs/registry.log" ] || module_failed registry
+}
+
+# Holds every sample of both pins, from the beginning and from seeks, against what the program lists.
+compare_samples() {
+    local stream seek begun out="$module_logs/samples"
+    module_samples=0 module_untimed=0
+    for stream in "${module_streams[@]}"; do
+        for seek in "" 0.5 1.5; do
+            build/debug/bin/kestdemux samples --json ${seek:+--seek "$seek"} "$stream" | grep '"event":"sample"' |
+                sort -s -t, -k1,1 >"$out.native"
+            module_case samples "$stream" ${seek:+"$seek"}
+            begun=$(count_early_video "$out.native" "$out.out")
+            without_early_times "$begun" <"$out.native" >"$out.expected"
+            without_early_times "$begun" <"$out.out" >"$out.found"
+            diff "$out.expected" "$out.found" >"$out.log" || module_failed samples
+            module_samples=$((module_samples + $(wc -l <"$out.found")))
+            module_untimed=$((module_untimed + begun))
+        done
+    done
+}
+
+# The video samples that come before the audio's beginning, which depends on threads: see "Time" in
+# docs/architecture.md. The audio's beginning gives the next video sample a discontinuity; without such samples only the
+# first one has it. A stream that begins later than its tenth sample is at fault.
+count_early_video() { # files
+    awk 'FNR == 1 { video = 0 }
+        /"video"/ && ++video > 1 && video <= 10 && /"discontinuity":true/ && video > early { early = video }
+        END { print early + 0 }' "$@"
+}
+
+# Leaves the times and discontinuities of the first video samples out.
+without_early_times() { # how many samples
+    awk -v early="$1" '/"video"/ && ++video <= early { gsub(/"(start|stop|discontinuity)":[^,]*,/, "") } { print }'
+}
