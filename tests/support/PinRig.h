@@ -179,7 +179,7 @@ struct TestFrame {
     std::int64_t llStamp = 0;  // the stamp that counts for the pin, 90 kHz
     bool bDiscontinuity = false, bSegmentMarker = false, bNoVideo = false, bEndOfStream = false;
     std::int64_t llFilePos = 0;
-    std::vector<std::uint8_t> bytes{1, 2, 3};
+    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(3);  // of no meaning
 };
 
 /// The two filters, connected and running; the pins' queues are open, their threads not yet started.
