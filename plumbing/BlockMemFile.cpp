@@ -108,6 +108,11 @@ CBlockMemFileEx::CBlockMemFileEx(std::uint32_t nBlockSize, std::uint32_t nBlockC
       m_nInfoSize(nInfoSize),
       m_pInfo(std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nInfoSize} * nBlockCount)) {}
 
+int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pInfo,
+                             std::uint32_t nTimeoutMs) {
+    return WriteEx(data, pInfo, nTimeoutMs, GetWriteGeneration());
+}
+
 int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs,
                              std::uint32_t nGeneration) {
     if (!m_bWriterOpen) return -1;

@@ -111,9 +111,7 @@ public:
     ///         came meanwhile (or the length is 0); -1 when the write side is not open.
     int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs,
                 std::uint32_t nGeneration);
-    int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs) {
-        return WriteEx(data, pInfo, nTimeoutMs, GetWriteGeneration());
-    }
+    int WriteEx(std::span<const std::uint8_t> data, const void* pInfo, std::uint32_t nTimeoutMs);
     /// Takes the reader's next block, waiting for one.
     /// @param dest   should hold a whole block; a block that is longer is cut to it, and a trace text says
     /// so.
