@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <ranges>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -115,12 +114,13 @@ bool CModuleRegistry::Remove(const fs::path& module) {
 
 std::vector<fs::path> CModuleRegistry::Find(REFCLSID clsid) const {
     const std::string strWanted = '\n' + std::string(kClassKey) + FormatGuid(clsid) + ' ';
-    const Content content = Read();
     std::vector<fs::path> modules;
-    for (const Entry& entry : std::views::reverse(content.entries)) {
+    const Content content = Read();
+    for (const Entry& entry : content.entries) {
         const bool bHasClass = ('\n' + entry.strText).find(strWanted) != std::string::npos;
         if (bHasClass && entry.module.is_absolute()) modules.push_back(entry.module);
     }
+    std::ranges::reverse(modules);
     return modules;
 }
 
