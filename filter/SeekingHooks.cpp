@@ -30,8 +30,8 @@ HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, std::int64_
 }
 
 // The flush lets downstream drop what it holds, and lets a delivery that waits there come back; the core
-// begins anew in between and empties the queues, which leaves behind what the delivery threads have in hand:
-// nothing of the old place follows the flush.
+// begins anew in between and empties the queues, which leaves behind what the delivery threads have in hand.
+// What they were just delivering has come back by the end of the flush: nothing of the old place follows it.
 HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     if (!HasProgramCore()) return S_OK;
     Trace("SEEEKKKKKKKKKKKING!!!\n");
@@ -41,6 +41,8 @@ HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     m_pAudioPin->DeliverBeginFlush();
     m_pVideoPin->DeliverBeginFlush();
     m_pPsDemux->NewSegment(BytePosition(rt, GetBitRate()));
+    m_pAudioPin->WaitForDelivery();
+    m_pVideoPin->WaitForDelivery();
     m_pAudioPin->DeliverEndFlush();
     m_pVideoPin->DeliverEndFlush();
     audioLock.unlock();

@@ -68,7 +68,7 @@ CAudioDeliveryLoop::EStep CAudioDeliveryLoop::DeliverFree(Frame& frame) {
 
 CAudioDeliveryLoop::EStep CAudioDeliveryLoop::HandleFlags(Frame& frame) {
     if (frame.info.bEndOfStream) {  // an end-of-stream record with bytes: they are no frame
-        EndStream();
+        EndStream(frame);
         return EStep::NextFrame;
     }
     if (frame.info.bSegmentMarker) return DeliverSegmentMarker(frame);

@@ -15,7 +15,7 @@ private:
     std::int64_t GetStamp(const FRAME_INFO& info) const override { return info.llDts; }
     void OnFrameDropped() override;
     void OnNothingRead() override;
-    void EndStream() override { m_pin.DeliverEndOfStream(); }
+    void PassEnd() override { m_pin.DeliverEndOfStream(); }
     EStep DeliverFree(Frame& frame) override;
     EStep HandleFlags(Frame& frame) override;
     EStep RestartTiming(Frame& frame) override;

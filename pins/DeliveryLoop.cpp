@@ -16,6 +16,19 @@ constexpr std::uint64_t kLastStamp = 0x1FFFFFFFF;   // of a 33-bit counter
 constexpr std::uint64_t kWrapTicks = 20000;         // a wrap leads at most this far
 constexpr REFERENCE_TIME kWrapTime = 954437176777;  // kLastStamp in 100 ns, rounded down
 
+/// Marks a delivery as under way for the length of a block. The mark comes before the look whether the frame
+/// has been left behind, and a seek looks at the mark when it has left frames behind: one sees the other.
+class CUnderWay {
+public:
+    explicit CUnderWay(CEvent& evNotDelivering) : m_event(evNotDelivering) { m_event.Reset(); }
+    CUnderWay(const CUnderWay&) = delete;
+    CUnderWay& operator=(const CUnderWay&) = delete;
+    ~CUnderWay() { m_event.Set(); }
+
+private:
+    CEvent& m_event;
+};
+
 }  // namespace
 
 CDeliveryLoop::CDeliveryLoop(CDemuxOutputPin& pin, const StreamConstants& constants)
@@ -92,7 +105,7 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     }
     frame.pSample = nullptr;
     if (frame.info.bEndOfStream) {
-        EndStream();
+        EndStream(frame);
         return EStep::NextFrame;
     }
     if (frame.nLength < 0) SleepMs(kNoSamplePauseMs);  // the queue is closed, and the stop will come
@@ -107,8 +120,8 @@ void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     if (!GetTiming().bRestartPending.exchange(false)) return;
     while (m_pin.GetFramesPending() > 0 && !GetThread().IsStopping()) {
         frame.info = {};
-        m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0);
-        if (frame.info.bEndOfStream) return EndStream();
+        m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0, &frame.nGeneration);
+        if (frame.info.bEndOfStream) return EndStream(frame);
         OnFrameDropped();
     }
 }
@@ -221,11 +234,17 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
 /// behind that wait, since it may come during it.
 HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
     const CPinUse use(m_pin.GetFlowControl());
+    const CUnderWay underWay(m_pin.m_evNotDelivering);
     const bool bWithheld =
         IsLeftBehind(frame) || (bMayWithhold && (IsWithheld() || GetThread().IsStopping()));
     const HRESULT hr = use && !bWithheld ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
     frame.pSample = nullptr;
     return hr;
+}
+
+void CDeliveryLoop::EndStream(const Frame& frame) {
+    const CUnderWay underWay(m_pin.m_evNotDelivering);
+    if (!IsLeftBehind(frame)) PassEnd();
 }
 
 /// The statistics line of a delivered frame.

@@ -96,7 +96,7 @@ protected:
     /// A read brought nothing.
     virtual void OnNothingRead() {}
     /// Passes the end of the stream downstream.
-    virtual void EndStream() = 0;
+    virtual void PassEnd() = 0;
     /// Delivers a frame without times and without pacing.
     virtual EStep DeliverFree(Frame& frame) = 0;
     /// Acts on the frame record's flags; may deliver the frame in its own way.
@@ -136,6 +136,8 @@ protected:
     /// One delivery between start-using and stop-using; releases the sample.
     /// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
     HRESULT DeliverBracketed(Frame& frame, bool bMayWithhold = false);
+    /// Passes the end of the stream downstream, unless a seek has left its record behind.
+    void EndStream(const Frame& frame);
     /// The queue has been emptied, by a seek, since the frame was taken.
     bool IsLeftBehind(const Frame& frame) const {
         return !frame.bKeep && frame.nGeneration != m_pin.m_pFrameQueue->GetGeneration(m_pin.m_bmHandle);

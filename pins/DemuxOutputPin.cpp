@@ -64,6 +64,11 @@ void CDemuxOutputPin::FlushDownstream() {
     DeliverEndFlush();
 }
 
+void CDemuxOutputPin::WaitForDelivery() {
+    constexpr std::uint32_t kBoundMs = 1000;  // for a downstream filter that does not mind the flush
+    m_evNotDelivering.Wait(kBoundMs);
+}
+
 HRESULT CDemuxOutputPin::DeliverBeginFlush() {
     m_flowControl.BeginFlush();
     return CBaseOutputPin::DeliverBeginFlush();

@@ -8,6 +8,7 @@
 #include "pins/DemuxFilterSite.h"
 #include "pins/PinFlowControl.h"
 #include "pins/PinTiming.h"
+#include "platform/Event.h"
 #include "platform/graph/BaseOutputPin.h"
 #include "plumbing/BlockMemFile.h"
 
@@ -64,6 +65,9 @@ public:
     CCritSec& GetFlushLock() { return m_csFlush; }
     /// Such a pair, under the lock.
     void FlushDownstream();
+    /// Waits until the delivery that is under way has come back, for a second at most. A seek does so between
+    /// the two, with the queue emptied: what is delivered from then on is of the new place.
+    void WaitForDelivery();
     CPinFlowControl& GetFlowControl() { return m_flowControl; }
     /// Takes over the graph's reconnection interface and stop event; both null when the filter leaves the
     /// graph. Neither is counted or owned: the graph and the filter outlive the pin's use of them.
@@ -107,6 +111,7 @@ protected:
     PinTiming m_timing;                              // shared with the other pin and the filter
     CDemuxOutputPin* m_pPeer = nullptr;              // the other output pin
     CCritSec m_csFlush;                              // see GetFlushLock
+    CEvent m_evNotDelivering{true, true};            // no delivery is under way
     CPinFlowControl m_flowControl;
     IGraphConfig* m_pGraphConfig = nullptr;              // the graph's, while in a graph
     std::unique_ptr<CDeliveryThread> m_pDeliveryThread;  // last: it uses the others

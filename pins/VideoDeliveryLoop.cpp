@@ -56,7 +56,7 @@ const DeliveryRules& CVideoDeliveryLoop::SelectRules(std::uint32_t nWorkingMode)
 
 void CVideoDeliveryLoop::OnEnd() { Trace("CKestDemux2VideoOutputPin Stop!!! .\n"); }
 
-void CVideoDeliveryLoop::EndStream() {
+void CVideoDeliveryLoop::PassEnd() {
     m_pin.DeliverEndOfStream();
     Trace(" $$$$ END OF FILE $$$\n");
     DebugText(" $$$$ END OF FILE $$$\n");
@@ -70,7 +70,7 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::DeliverFree(Frame& frame) {
 
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::HandleFlags(Frame& frame) {
     if (frame.info.bEndOfStream) {  // an end-of-stream record with bytes: they are no frame
-        EndStream();
+        EndStream(frame);
         return EStep::NextFrame;
     }
     m_videoPin.SetFilePos(frame.info.llFilePos);

@@ -17,7 +17,7 @@ private:
     const DeliveryRules& SelectRules(std::uint32_t nWorkingMode) const override;
     void BeginRun() override {}
     std::int64_t GetStamp(const FRAME_INFO& info) const override { return info.llPts; }
-    void EndStream() override;
+    void PassEnd() override;
     EStep DeliverFree(Frame& frame) override;
     EStep HandleFlags(Frame& frame) override;
     EStep ProcessFrame(Frame& frame) override;

@@ -9,6 +9,7 @@
 
 #include "filter/KestDemux2Filter.h"
 #include "pins/DeliveryThread.h"
+#include "platform/Time.h"
 #include "platform/graph/MemAllocator.h"
 #include "support/CaptureTexts.h"
 #include "support/MemoryReader.h"
@@ -51,13 +52,19 @@ public:
     HRESULT m_hrComplete = S_OK;        // how the last step of a connection ends
 };
 
-/// An input pin that takes everything at once.
+/// An input pin that takes everything at once or, when told to, keeps each sample from the first on until a
+/// flush has begun, and a while longer.
 class CCountPin final : public CBaseInputPin {
 public:
     CCountPin(CBaseFilter* pFilter, CCritSec* pLock) : CBaseInputPin(pFilter, pLock, nullptr, L"Input") {}
     HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample*) override {
         ++m_nSamples;
+        if (!m_bLingers) return S_OK;
+        m_bInside = true;
+        m_evFlush.Wait();
+        SleepMs(kLingerMs);
+        m_bInside = false;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE EndOfStream() override {
@@ -66,11 +73,21 @@ public:
     }
     HRESULT STDMETHODCALLTYPE BeginFlush() override {
         ++m_nFlushes;
+        m_evFlush.Set();
         return CBaseInputPin::BeginFlush();
+    }
+    HRESULT STDMETHODCALLTYPE EndFlush() override {
+        if (m_bInside) ++m_nHasty;
+        return CBaseInputPin::EndFlush();
     }
 
     std::atomic<int> m_nSamples{0};
     std::atomic<int> m_nFlushes{0};
+    std::atomic<int> m_nHasty{0};         // flushes that ended while a sample was coming in
+    std::atomic<bool> m_bLingers{false};  // see above
+    std::atomic<bool> m_bInside{false};   // a sample is coming in, and lingers
+    CEvent m_evFlush;                     // a flush has begun
+    static constexpr std::uint32_t kLingerMs = 30;
     CEvent m_evEnd;
 };
 

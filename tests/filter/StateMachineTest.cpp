@@ -143,6 +143,19 @@ TEST_F(FilterStates, SeeksFlushDownstreamUnlessStopped) {
     for (const LONGLONG llFar : {LONGLONG{0x7FFFFFFFFFFFFFFF}, LONGLONG{-1}}) EXPECT_EQ(S_OK, Seek(llFar));
 }
 
+TEST_F(FilterStates, TheFlushOfASeekEndsBehindTheDeliveriesOfTheOldPlace) {
+    ASSERT_EQ(S_OK, Connect(Load("ps_mpeg2.mpg")));
+    ConnectSinks();
+    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) pSink->m_bLingers = true;
+    ASSERT_EQ(S_OK, m_pFilter->Run(0));
+    EXPECT_TRUE(Eventually([&] { return VideoSink().m_bInside && AudioSink().m_bInside; }));
+    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) pSink->m_bLingers = false;
+    LONGLONG llCurrent = 0;
+    EXPECT_EQ(S_OK, Query<IMediaSeeking>(IID_IMediaSeeking)
+                        ->SetPositions(&llCurrent, AM_SEEKING_AbsolutePositioning, nullptr, 0));
+    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) EXPECT_EQ(0, pSink->m_nHasty);
+}
+
 /// A graph that cannot be reconfigured while it runs, or can.
 struct CGraph final : IFilterGraph {
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
