@@ -233,6 +233,7 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
 /// A pin that is blocked and whose wait a flush or a stop ended is not delivered to. The stop is looked at
 /// behind that wait, since it may come during it.
 HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
+    WaitForFlush();
     const CPinUse use(m_pin.GetFlowControl());
     const CUnderWay underWay(m_pin.m_evNotDelivering);
     const bool bWithheld =
@@ -242,7 +243,14 @@ HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
     return hr;
 }
 
+void CDeliveryLoop::WaitForFlush() {
+    constexpr std::uint32_t kLookMs = 10;  // how soon a stop is noticed
+    while (!GetThread().IsStopping() && !m_pin.m_evNotFlushing.Wait(kLookMs)) {
+    }
+}
+
 void CDeliveryLoop::EndStream(const Frame& frame) {
+    WaitForFlush();
     const CUnderWay underWay(m_pin.m_evNotDelivering);
     if (!IsLeftBehind(frame)) PassEnd();
 }

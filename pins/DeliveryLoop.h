@@ -136,6 +136,9 @@ protected:
     /// One delivery between start-using and stop-using; releases the sample.
     /// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
     HRESULT DeliverBracketed(Frame& frame, bool bMayWithhold = false);
+    /// Holds back what a flush by another thread would have downstream refuse, until it is over. Without this
+    /// the whole queue would go by while the flushing thread has no processor.
+    void WaitForFlush();
     /// Passes the end of the stream downstream, unless a seek has left its record behind.
     void EndStream(const Frame& frame);
     /// The queue has been emptied, by a seek, since the frame was taken.

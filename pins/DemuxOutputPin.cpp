@@ -70,13 +70,16 @@ void CDemuxOutputPin::WaitForDelivery() {
 }
 
 HRESULT CDemuxOutputPin::DeliverBeginFlush() {
+    m_evNotFlushing.Reset();
     m_flowControl.BeginFlush();
     return CBaseOutputPin::DeliverBeginFlush();
 }
 
 HRESULT CDemuxOutputPin::DeliverEndFlush() {
     m_flowControl.EndFlush();
-    return CBaseOutputPin::DeliverEndFlush();
+    const HRESULT hr = CBaseOutputPin::DeliverEndFlush();
+    m_evNotFlushing.Set();
+    return hr;
 }
 
 void CDemuxOutputPin::SetGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent) {

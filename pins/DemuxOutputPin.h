@@ -112,6 +112,7 @@ protected:
     CDemuxOutputPin* m_pPeer = nullptr;              // the other output pin
     CCritSec m_csFlush;                              // see GetFlushLock
     CEvent m_evNotDelivering{true, true};            // no delivery is under way
+    CEvent m_evNotFlushing{true, true};              // no flush is under way
     CPinFlowControl m_flowControl;
     IGraphConfig* m_pGraphConfig = nullptr;              // the graph's, while in a graph
     std::unique_ptr<CDeliveryThread> m_pDeliveryThread;  // last: it uses the others
