@@ -1,6 +1,7 @@
 // What the seeking object of the video pin asks for. Only a program stream can follow.
 #include <limits>
-#include <mutex>
+#include <optional>
+#include <utility>
 
 #include "filter/KestDemux2Filter.h"
 #include "pins/DeliveryThread.h"
@@ -36,17 +37,15 @@ HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     if (!HasProgramCore()) return S_OK;
     Trace("SEEEKKKKKKKKKKKING!!!\n");
     if (IsStopped()) return S_OK;
-    std::unique_lock audioLock(m_pAudioPin->GetFlushLock());
-    std::unique_lock videoLock(m_pVideoPin->GetFlushLock());
-    m_pAudioPin->DeliverBeginFlush();
-    m_pVideoPin->DeliverBeginFlush();
+    CAutoLock audioLock(m_pAudioPin->GetFlushLock());
+    CAutoLock videoLock(m_pVideoPin->GetFlushLock());
+    std::optional<CDemuxOutputPin::CFlushing> audio(std::in_place, *m_pAudioPin);
+    std::optional<CDemuxOutputPin::CFlushing> video(std::in_place, *m_pVideoPin);
     m_pPsDemux->NewSegment(BytePosition(rt, GetBitRate()));
     m_pAudioPin->WaitForDelivery();
     m_pVideoPin->WaitForDelivery();
-    m_pAudioPin->DeliverEndFlush();
-    m_pVideoPin->DeliverEndFlush();
-    audioLock.unlock();
-    videoLock.unlock();
+    audio.reset();  // in the order in which they began
+    video.reset();
     return S_OK;
 }
 

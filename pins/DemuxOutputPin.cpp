@@ -60,8 +60,7 @@ void CDemuxOutputPin::WaitReadyToReset() {
 
 void CDemuxOutputPin::FlushDownstream() {
     CAutoLock lock(m_csFlush);
-    DeliverBeginFlush();
-    DeliverEndFlush();
+    const CFlushing flushing(*this);
 }
 
 void CDemuxOutputPin::WaitForDelivery() {

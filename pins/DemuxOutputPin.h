@@ -63,7 +63,18 @@ public:
 
     /// Held around a `DeliverBeginFlush`/`DeliverEndFlush` pair.
     CCritSec& GetFlushLock() { return m_csFlush; }
-    /// Such a pair, under the lock.
+    /// Such a pair, for the length of a block, however the block is left.
+    class CFlushing {
+    public:
+        explicit CFlushing(CDemuxOutputPin& pin) : m_pin(pin) { m_pin.DeliverBeginFlush(); }
+        CFlushing(const CFlushing&) = delete;
+        CFlushing& operator=(const CFlushing&) = delete;
+        ~CFlushing() { m_pin.DeliverEndFlush(); }
+
+    private:
+        CDemuxOutputPin& m_pin;
+    };
+    /// One right after the other, under the lock.
     void FlushDownstream();
     /// Waits until the delivery that is under way has come back, for a second at most. A seek does so between
     /// the two, with the queue emptied: what is delivered from then on is of the new place.
