@@ -26,9 +26,14 @@ private:
     EExitCode m_nCode;
 };
 
-/// What went wrong with a file, in one line that names it.
-inline std::string GetReason(const std::filesystem::filesystem_error& error) {
-    return error.path1().string() + ": " + error.code().message();
+/// Runs a step on files. Throws CCommandError, with the file and the reason, when the system refuses it.
+template <class Step>
+auto OrEnd(EExitCode nCode, Step step) {
+    try {
+        return step();
+    } catch (const std::filesystem::filesystem_error& error) {
+        throw CCommandError(nCode, error.path1().string() + ": " + error.code().message());
+    }
 }
 
 }  // namespace kest

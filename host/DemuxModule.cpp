@@ -22,11 +22,7 @@ fs::path FindBesideProgram() {
 /// The modules in the list, the last first. Throws CCommandError when it cannot be read.
 std::vector<fs::path> FindRegistered() {
     const CModuleRegistry registry = OpenModuleRegistry();
-    try {
-        return registry.Find(kFilterClass);
-    } catch (const fs::filesystem_error& error) {
-        throw CCommandError(kExitBadUsage, GetReason(error));
-    }
+    return OrEnd(kExitBadUsage, [&] { return registry.Find(kFilterClass); });
 }
 
 }  // namespace

@@ -7,19 +7,6 @@
 #include "host/DemuxModule.h"
 
 namespace kest {
-namespace {
-
-/// Runs a step on files. Throws CCommandError with nCode when the system refuses it.
-template <class Step>
-auto OrEnd(EExitCode nCode, Step step) {
-    try {
-        return step();
-    } catch (const std::filesystem::filesystem_error& error) {
-        throw CCommandError(nCode, GetReason(error));
-    }
-}
-
-}  // namespace
 
 void RunRegister(const std::string& strModule) {
     const std::string strList = OpenModuleRegistry().GetFile().string();

@@ -245,7 +245,7 @@ HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
 
 void CDeliveryLoop::WaitForFlush() {
     constexpr std::uint32_t kLookMs = 10;  // how soon a stop is noticed
-    while (!GetThread().IsStopping() && !m_pin.m_evNotFlushing.Wait(kLookMs)) {
+    while (!m_pin.m_evNotFlushing.Wait(kLookMs) && !GetThread().IsStopping()) {
     }
 }
 

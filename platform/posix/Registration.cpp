@@ -53,6 +53,17 @@ HRESULT ToResult(const fs::filesystem_error& error) {
     return bDenied ? E_ACCESSDENIED : E_FAIL;
 }
 
+template <class Change>
+HRESULT ChangeList(Change change) {
+    try {
+        CModuleRegistry registry;
+        change(registry);
+        return S_OK;
+    } catch (const fs::filesystem_error& error) {
+        return ToResult(error);
+    }
+}
+
 }  // namespace
 
 fs::path FindOwnModule() {
@@ -64,21 +75,11 @@ fs::path FindOwnModule() {
 void TurnOffThreadNotifications() {}
 
 HRESULT RegisterModule(const fs::path& module, std::span<const CFactoryTemplate> templates) {
-    try {
-        CModuleRegistry().Add(module, Describe(templates));
-        return S_OK;
-    } catch (const fs::filesystem_error& error) {
-        return ToResult(error);
-    }
+    return ChangeList([&](CModuleRegistry& registry) { registry.Add(module, Describe(templates)); });
 }
 
 HRESULT UnregisterModule(const fs::path& module, std::span<const CFactoryTemplate>) {
-    try {
-        CModuleRegistry().Remove(module);
-        return S_OK;
-    } catch (const fs::filesystem_error& error) {
-        return ToResult(error);
-    }
+    return ChangeList([&](CModuleRegistry& registry) { registry.Remove(module); });
 }
 
 }  // namespace kest
