@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "demux/Mpeg2PsDemux.h"
-#include "platform/AsyncReader.h"
+#include "platform/api/AsyncReader.h"
 
 namespace kest {
 

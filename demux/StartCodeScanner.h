@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 
-#include "platform/AsyncReader.h"
+#include "platform/api/AsyncReader.h"
 
 namespace kest {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "net/SendSettings.h"
-#include "platform/Unknown.h"
+#include "platform/api/Unknown.h"
 
 namespace kest {
 

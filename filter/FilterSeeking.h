@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/graph/Unknown.h"
+#include "graph/Unknown.h"
 
 namespace kest {
 

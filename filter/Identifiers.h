@@ -1,7 +1,7 @@
 // The filter's own identifiers.
 #pragma once
 
-#include "platform/Types.h"
+#include "platform/api/Types.h"
 
 namespace kest {
 

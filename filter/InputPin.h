@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "filter/WorkingMode.h"
-#include "platform/graph/BaseInputPin.h"
-#include "platform/graph/PullPin.h"
+#include "graph/BaseInputPin.h"
+#include "graph/PullPin.h"
 
 namespace kest {
 

@@ -13,12 +13,12 @@
 #include "filter/InputPin.h"
 #include "filter/KestDemuxClock.h"
 #include "filter/WorkingMode.h"
+#include "graph/BaseFilter.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/DemuxFilterSite.h"
 #include "pins/VideoOutputPin.h"
 #include "platform/Event.h"
-#include "platform/graph/BaseFilter.h"
 
 namespace kest {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/graph/BaseReferenceClock.h"
+#include "graph/BaseReferenceClock.h"
 
 namespace kest {
 

@@ -9,7 +9,7 @@
 #include "host/Graph.h"
 #include "host/Input.h"
 #include "host/Sink.h"
-#include "platform/LoadedModule.h"
+#include "registration/LoadedModule.h"
 
 namespace kest {
 

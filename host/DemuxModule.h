@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/LoadedModule.h"
-#include "platform/posix/ModuleRegistry.h"
+#include "registration/LoadedModule.h"
+#include "registration/posix/ModuleRegistry.h"
 
 namespace kest {
 

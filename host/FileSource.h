@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/graph/BasePin.h"
+#include "graph/BasePin.h"
 
 namespace kest {
 

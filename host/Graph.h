@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/graph/Unknown.h"
+#include "graph/Unknown.h"
 
 namespace kest {
 

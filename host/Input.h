@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "demux/StreamTypeProbe.h"
-#include "platform/FileReader.h"
+#include "host/FileReader.h"
 
 namespace kest {
 

@@ -6,7 +6,7 @@
 
 #include "host/Stream.h"
 #include "platform/Event.h"
-#include "platform/graph/Interfaces.h"
+#include "platform/api/Interfaces.h"
 
 namespace kest {
 

@@ -3,8 +3,8 @@
 #include <exception>
 #include <mutex>
 
+#include "graph/BaseInputPin.h"
 #include "host/Pacer.h"
-#include "platform/graph/BaseInputPin.h"
 
 namespace kest {
 

@@ -1,9 +1,9 @@
 // The module KestDemux2Filter: the classes it offers, and its four exported functions.
-#include "platform/graph/Module.h"
+#include "registration/Module.h"
 
 #include "filter/Identifiers.h"
 #include "filter/KestDemux2Filter.h"
-#include "filter/Setup.h"
+#include "module/Setup.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/graph/Interfaces.h"
+#include "platform/api/Interfaces.h"
 
 namespace kest {
 

@@ -5,11 +5,11 @@
 #include <memory>
 
 #include "demux/FrameInfo.h"
+#include "graph/BaseOutputPin.h"
+#include "graph/PinFlowControl.h"
 #include "pins/DemuxFilterSite.h"
-#include "pins/PinFlowControl.h"
 #include "pins/PinTiming.h"
 #include "platform/Event.h"
-#include "platform/graph/BaseOutputPin.h"
 #include "plumbing/BlockMemFile.h"
 
 namespace kest {

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "graph/MediaPosition.h"
+#include "graph/SourceSeeking.h"
 #include "pins/DemuxFilterSite.h"
-#include "platform/graph/MediaPosition.h"
-#include "platform/graph/SourceSeeking.h"
 
 namespace kest {
 

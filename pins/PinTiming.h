@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/graph/Interfaces.h"
+#include "platform/api/Interfaces.h"
 
 namespace kest {
 

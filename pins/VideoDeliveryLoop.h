@@ -1,7 +1,7 @@
 #pragma once
 
+#include "demux/ElementaryStreamClock.h"
 #include "pins/DeliveryLoop.h"
-#include "pins/ElementaryStreamClock.h"
 
 namespace kest {
 

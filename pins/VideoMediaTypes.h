@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/graph/MediaType.h"
+#include "graph/MediaType.h"
 
 namespace kest {
 

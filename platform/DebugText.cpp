@@ -7,7 +7,7 @@
 #include <mutex>
 #include <string_view>
 
-#include "platform/Types.h"
+#include "platform/api/Types.h"
 
 namespace kest {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/Types.h"
+#include "platform/api/Types.h"
 
 #ifndef _WIN32
 #include <mutex>

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/Types.h"
+#include "platform/api/Types.h"
 
 namespace kest {
 

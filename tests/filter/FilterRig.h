@@ -8,9 +8,9 @@
 #include <string>
 
 #include "filter/KestDemux2Filter.h"
+#include "graph/MemAllocator.h"
 #include "pins/DeliveryThread.h"
 #include "platform/Time.h"
-#include "platform/graph/MemAllocator.h"
 #include "support/CaptureTexts.h"
 #include "support/MemoryReader.h"
 #include "support/TestData.h"

@@ -9,7 +9,7 @@
 
 #include "host/Graph.h"
 #include "host/Sink.h"
-#include "platform/GraphPins.h"
+#include "support/GraphPins.h"
 
 namespace kest {
 namespace {

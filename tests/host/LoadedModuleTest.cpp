@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "platform/LoadedModule.h"
-#include "platform/graph/Interfaces.h"
-#include "platform/posix/ModuleRegistry.h"
+#include "platform/api/Interfaces.h"
+#include "registration/LoadedModule.h"
+#include "registration/posix/ModuleRegistry.h"
 #include "support/PlayingGraph.h"
 #include "support/TestThreads.h"
 

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/AsyncReader.h"
+#include "platform/api/AsyncReader.h"
 
 namespace kest {
 

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "graph/BaseInputPin.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/DeliveryThread.h"
 #include "pins/VideoOutputPin.h"
-#include "platform/graph/BaseInputPin.h"
 #include "support/TestThreads.h"
 
 namespace kest {

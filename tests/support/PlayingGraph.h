@@ -5,10 +5,10 @@
 
 #include <atomic>
 
+#include "host/FileReader.h"
 #include "host/FileSource.h"
 #include "host/Graph.h"
 #include "host/Sink.h"
-#include "platform/FileReader.h"
 #include "support/TestData.h"
 
 namespace kest {

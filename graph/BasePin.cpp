@@ -1,0 +1,208 @@
+#include "graph/BasePin.h"
+
+#include <iterator>
+
+#include "graph/Enumerator.h"
+
+namespace kest {
+
+CBasePin::CBasePin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT*, LPCWSTR pszName, PIN_DIRECTION dir)
+    : m_wszName(pszName ? pszName : L""), m_dir(dir), m_pFilter(pFilter), m_pLock(pLock) {}
+
+HRESULT CBasePin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == IID_IPin) return GetInterface(static_cast<IPin*>(this), ppv);
+    if (riid == IID_IQualityControl) return GetInterface(static_cast<IQualityControl*>(this), ppv);
+    return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CBasePin::GetMediaType(int, CMediaType&) { return E_UNEXPECTED; }
+
+HRESULT CBasePin::CheckConnect(IPin* pPin) {
+    PIN_DIRECTION dir;
+    if (const HRESULT hr = pPin->QueryDirection(&dir); FAILED(hr)) return hr;
+    return dir == m_dir ? VFW_E_INVALID_DIRECTION : S_OK;
+}
+
+HRESULT CBasePin::CompleteConnect(IPin*) { return S_OK; }
+
+HRESULT CBasePin::Inactive() {
+    m_bRunTimeError = false;
+    return S_OK;
+}
+
+// ---------------- connection
+
+HRESULT CBasePin::CheckMayConnect() const {
+    if (m_Connected) return VFW_E_ALREADY_CONNECTED;
+    return IsStopped() || m_bCanReconnectWhenActive ? S_OK : VFW_E_NOT_STOPPED;
+}
+
+HRESULT CBasePin::Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt) {
+    if (!pReceivePin) return E_POINTER;
+    CAutoLock lock(*m_pLock);
+    if (const HRESULT hr = CheckMayConnect(); FAILED(hr)) return hr;
+    return AgreeMediaType(pReceivePin, pmt ? CMediaType(*pmt) : CMediaType());
+}
+
+HRESULT CBasePin::AgreeMediaType(IPin* pReceivePin, const CMediaType& pattern) {
+    if (!pattern.IsPartiallySpecified()) return AttemptConnection(pReceivePin, pattern);
+    IPin* const apOrder[] = {m_bTryMyTypesFirst ? this : pReceivePin,
+                             m_bTryMyTypesFirst ? pReceivePin : this};
+    HRESULT hrFirst = VFW_E_NO_ACCEPTABLE_TYPES;
+    for (IPin* pOffering : apOrder) {
+        const HRESULT hr = TryMediaTypes(pReceivePin, pattern, pOffering);
+        if (SUCCEEDED(hr)) return hr;
+        if (hrFirst == VFW_E_NO_ACCEPTABLE_TYPES) hrFirst = hr;
+    }
+    return hrFirst;
+}
+
+/// Tries the types that one of the two pins offers, as far as they meet the pattern.
+HRESULT CBasePin::TryMediaTypes(IPin* pReceivePin, const CMediaType& pattern, IPin* pOffering) {
+    HRESULT hrFirst = VFW_E_NO_ACCEPTABLE_TYPES;
+    CComPtr<IEnumMediaTypes> pTypes;
+    if (FAILED(pOffering->EnumMediaTypes(pTypes.Put())) || !pTypes) return hrFirst;
+    AM_MEDIA_TYPE* pOffered = nullptr;
+    while (pTypes->Next(1, &pOffered, nullptr) == S_OK) {
+        const CMediaType type(*pOffered);
+        DeleteMediaType(pOffered);
+        if (!type.MatchesPartial(pattern)) continue;
+        const HRESULT hr = AttemptConnection(pReceivePin, type);
+        if (SUCCEEDED(hr)) return hr;
+        if (hrFirst == VFW_E_NO_ACCEPTABLE_TYPES && hr != VFW_E_TYPE_NOT_ACCEPTED) hrFirst = hr;
+    }
+    return hrFirst;
+}
+
+HRESULT CBasePin::AttemptConnection(IPin* pReceivePin, const CMediaType& type) {
+    HRESULT hr = CheckConnect(pReceivePin);
+    if (SUCCEEDED(hr)) hr = AcceptType(type);
+    if (FAILED(hr)) return Abandon(hr);
+    m_Connected = pReceivePin;
+    hr = pReceivePin->ReceiveConnection(this, &type);
+    if (FAILED(hr)) return Abandon(hr);
+    hr = CompleteConnect(pReceivePin);
+    if (SUCCEEDED(hr)) return S_OK;
+    pReceivePin->Disconnect();
+    return Abandon(hr);
+}
+
+HRESULT CBasePin::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt) {
+    if (!pConnector || !pmt) return E_POINTER;
+    CAutoLock lock(*m_pLock);
+    HRESULT hr = CheckMayConnect();
+    if (FAILED(hr)) return hr;
+    hr = CheckConnect(pConnector);
+    if (SUCCEEDED(hr)) hr = AcceptType(CMediaType(*pmt));
+    if (FAILED(hr)) return Abandon(hr);
+    m_Connected = pConnector;
+    hr = CompleteConnect(pConnector);
+    return SUCCEEDED(hr) ? S_OK : Abandon(hr);
+}
+
+/// Takes the type of the connection if it is acceptable; a plain refusal, however a derived class words it,
+/// becomes VFW_E_TYPE_NOT_ACCEPTED.
+HRESULT CBasePin::AcceptType(const CMediaType& type) {
+    const HRESULT hr = CheckMediaType(type);
+    if (hr == S_OK) return SetMediaType(type);
+    return SUCCEEDED(hr) || hr == E_FAIL || hr == E_INVALIDARG ? VFW_E_TYPE_NOT_ACCEPTED : hr;
+}
+
+/// Undoes the steps of a connection that failed for the reason `hr`.
+HRESULT CBasePin::Abandon(HRESULT hr) {
+    BreakConnect();
+    m_Connected = nullptr;
+    return hr;
+}
+
+HRESULT CBasePin::Disconnect() {
+    CAutoLock lock(*m_pLock);
+    if (!IsStopped() && !m_bCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
+    return DisconnectInternal();
+}
+
+HRESULT CBasePin::DisconnectInternal() {
+    if (!m_Connected) return S_FALSE;
+    const HRESULT hr = BreakConnect();
+    if (FAILED(hr)) return hr;
+    m_Connected = nullptr;
+    return S_OK;
+}
+
+// ---------------- queries
+
+HRESULT CBasePin::ConnectedTo(IPin** pPin) {
+    if (!pPin) return E_POINTER;
+    CAutoLock lock(*m_pLock);
+    *pPin = CComPtr(m_Connected).Detach();
+    return *pPin ? S_OK : VFW_E_NOT_CONNECTED;
+}
+
+HRESULT CBasePin::ConnectionMediaType(AM_MEDIA_TYPE* pmt) {
+    if (!pmt) return E_POINTER;
+    CAutoLock lock(*m_pLock);
+    if (IsConnected()) return CopyMediaType(*pmt, m_mt);
+    CopyMediaType(*pmt, CMediaType());
+    return VFW_E_NOT_CONNECTED;
+}
+
+HRESULT CBasePin::QueryPinInfo(PIN_INFO* pInfo) {
+    if (!pInfo) return E_POINTER;
+    pInfo->pFilter = CComPtr<IBaseFilter>(m_pFilter).Detach();
+    pInfo->dir = m_dir;
+    const std::size_t nLength = m_wszName.copy(pInfo->achName, std::size(pInfo->achName) - 1);
+    pInfo->achName[nLength] = L'\0';
+    return S_OK;
+}
+
+HRESULT CBasePin::QueryDirection(PIN_DIRECTION* pPinDir) {
+    if (!pPinDir) return E_POINTER;
+    *pPinDir = m_dir;
+    return S_OK;
+}
+
+HRESULT CBasePin::QueryId(LPWSTR* Id) {
+    if (!Id) return E_POINTER;
+    *Id = CopyText(m_wszName);
+    return *Id ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT CBasePin::QueryAccept(const AM_MEDIA_TYPE* pmt) {
+    if (!pmt) return E_POINTER;
+    const HRESULT hr = CheckMediaType(CMediaType(*pmt));
+    return FAILED(hr) ? S_FALSE : hr;
+}
+
+HRESULT CBasePin::EnumMediaTypes(IEnumMediaTypes** ppEnum) {
+    if (!ppEnum) return E_POINTER;
+    CComPtr<CBasePin> pThis(this);
+    CEnumMediaTypes::Source source{[pThis](int n) {
+                                       CMediaType type;
+                                       return pThis->GetMediaType(n, type) == S_OK ? CreateMediaType(type)
+                                                                                   : nullptr;
+                                   },
+                                   [pThis] { return pThis->GetMediaTypeVersion(); }};
+    *ppEnum = CComPtr<IEnumMediaTypes>(new CEnumMediaTypes(IID_IEnumMediaTypes, std::move(source))).Detach();
+    return S_OK;
+}
+
+HRESULT CBasePin::QueryInternalConnections(IPin**, ULONG*) { return E_NOTIMPL; }
+
+// ---------------- streaming
+
+HRESULT CBasePin::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) {
+    m_tStart = tStart;
+    m_tStop = tStop;
+    m_dRate = dRate;
+    return S_OK;
+}
+
+HRESULT CBasePin::Notify(IBaseFilter*, Quality) { return E_NOTIMPL; }
+
+HRESULT CBasePin::SetSink(IQualityControl* piqc) {
+    CAutoLock lock(*m_pLock);
+    m_pQSink = piqc;
+    return S_OK;
+}
+
+}  // namespace kest

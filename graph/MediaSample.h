@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <span>
+
+#include "graph/MediaType.h"
+#include "graph/Unknown.h"
+
+namespace kest {
+
+class CMemAllocator;
+
+/// A buffer of a CMemAllocator with the properties of what is in it; the last reference puts it back there.
+///
+/// Times are in 100 ns. Whoever holds it exclusively changes it: no lock, only the count is atomic.
+class CMediaSample final : public IMediaSample {
+public:
+    /// @param allocator  where it returns to.
+    /// @param buffer     its memory, owned by the allocator.
+    CMediaSample(CMemAllocator& allocator, std::span<BYTE> buffer);
+
+    /// Makes it as new, with one reference, for the next receiver.
+    void HandOut();
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRefs; }
+    ULONG STDMETHODCALLTYPE Release() override;
+
+    HRESULT STDMETHODCALLTYPE GetPointer(BYTE** ppBuffer) override;
+    LONG STDMETHODCALLTYPE GetSize() override { return static_cast<LONG>(m_buffer.size()); }
+    /// VFW_E_SAMPLE_TIME_NOT_SET without times; VFW_S_NO_STOP_TIME, with stop = start + 1, without a stop.
+    HRESULT STDMETHODCALLTYPE GetTime(REFERENCE_TIME* pTimeStart, REFERENCE_TIME* pTimeEnd) override;
+    /// No start: no times; no stop: a start alone.
+    HRESULT STDMETHODCALLTYPE SetTime(REFERENCE_TIME* pTimeStart, REFERENCE_TIME* pTimeEnd) override;
+    HRESULT STDMETHODCALLTYPE IsSyncPoint() override { return m_bSyncPoint ? S_OK : S_FALSE; }
+    HRESULT STDMETHODCALLTYPE SetSyncPoint(BOOL bIsSyncPoint) override;
+    HRESULT STDMETHODCALLTYPE IsPreroll() override { return m_bPreroll ? S_OK : S_FALSE; }
+    HRESULT STDMETHODCALLTYPE SetPreroll(BOOL bIsPreroll) override;
+    LONG STDMETHODCALLTYPE GetActualDataLength() override { return m_nActualLength; }
+    /// VFW_E_BUFFER_OVERFLOW when the buffer has not that many bytes.
+    HRESULT STDMETHODCALLTYPE SetActualDataLength(LONG nLength) override;
+    /// S_FALSE, with null, when the type has not changed; else a copy for the receiver to delete.
+    HRESULT STDMETHODCALLTYPE GetMediaType(AM_MEDIA_TYPE** ppMediaType) override;
+    /// Null: the type has not changed.
+    HRESULT STDMETHODCALLTYPE SetMediaType(AM_MEDIA_TYPE* pMediaType) override;
+    HRESULT STDMETHODCALLTYPE IsDiscontinuity() override { return m_bDiscontinuity ? S_OK : S_FALSE; }
+    HRESULT STDMETHODCALLTYPE SetDiscontinuity(BOOL bDiscontinuity) override;
+    /// VFW_E_MEDIA_TIME_NOT_SET without media times.
+    HRESULT STDMETHODCALLTYPE GetMediaTime(LONGLONG* pTimeStart, LONGLONG* pTimeEnd) override;
+    /// Both or none.
+    HRESULT STDMETHODCALLTYPE SetMediaTime(LONGLONG* pTimeStart, LONGLONG* pTimeEnd) override;
+
+private:
+    struct MediaTimes {
+        LONGLONG llStart;
+        LONGLONG llStop;
+    };
+
+    CMemAllocator& m_allocator;               // where it returns to; kept alive by it while handed out
+    const std::span<BYTE> m_buffer;           // the memory
+    std::atomic<ULONG> m_nRefs{0};            // 0 while free
+    LONG m_nActualLength = 0;                 // bytes of the buffer in use
+    std::optional<REFERENCE_TIME> m_rtStart;  // start time
+    std::optional<REFERENCE_TIME> m_rtStop;   // stop time; only with a start
+    std::optional<MediaTimes> m_mediaTimes;   // media times
+    std::optional<CMediaType> m_mtChanged;    // the type from this sample on, when it changes
+    bool m_bSyncPoint = false;                // decoding can begin here
+    bool m_bPreroll = false;                  // to be decoded but not shown
+    bool m_bDiscontinuity = false;            // does not continue the sample before
+};
+
+}  // namespace kest

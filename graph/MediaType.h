@@ -1,0 +1,76 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "platform/api/MediaRecords.h"
+
+namespace kest {
+
+/// Makes `target`, which owns nothing yet, a deep copy. @return S_OK or E_OUTOFMEMORY (target then empty).
+HRESULT CopyMediaType(AM_MEDIA_TYPE& target, const AM_MEDIA_TYPE& source);
+/// Gives back what the record owns and leaves it without a format block.
+void FreeMediaType(AM_MEDIA_TYPE& type);
+/// A deep copy in task memory, for a receiver that calls `DeleteMediaType`; null when memory is short.
+AM_MEDIA_TYPE* CreateMediaType(const AM_MEDIA_TYPE& source);
+/// Frees what `CreateMediaType` made; null is allowed.
+void DeleteMediaType(AM_MEDIA_TYPE* pType);
+/// A copy of a text in task memory, for a receiver that frees it; null when memory is short.
+LPWSTR CopyText(std::wstring_view text);
+
+/// An AM_MEDIA_TYPE that owns its format block: the value type of a connection's format.
+///
+/// A new one has GUID_NULL everywhere, fixed-size samples of 1 byte and no format block. Copies are deep and
+/// throw std::bad_alloc; `Set` returns a code instead, for use at interfaces. Not for concurrent use.
+class CMediaType : public AM_MEDIA_TYPE {
+public:
+    CMediaType();
+    explicit CMediaType(const GUID& major, const GUID& sub = GUID_NULL);
+    CMediaType(const AM_MEDIA_TYPE& other);
+    CMediaType(const CMediaType& other);
+    CMediaType& operator=(const AM_MEDIA_TYPE& other);
+    CMediaType& operator=(const CMediaType& other);
+    ~CMediaType();
+
+    /// Deep copy. @return S_OK or E_OUTOFMEMORY with nothing changed.
+    HRESULT Set(const AM_MEDIA_TYPE& other);
+    /// Gives back the format block and sets everything as in a new one.
+    void Clear();
+
+    /// Equal in major type, subtype, format type and format block.
+    bool operator==(const AM_MEDIA_TYPE& other) const;
+    bool operator==(const CMediaType& other) const {
+        return *this == static_cast<const AM_MEDIA_TYPE&>(other);
+    }
+    /// There is a major type.
+    bool IsValid() const { return majortype != GUID_NULL; }
+    /// Major type or format type is left open.
+    bool IsPartiallySpecified() const { return majortype == GUID_NULL || formattype == GUID_NULL; }
+    /// This type meets a partially specified one: where the pattern names a major type, a subtype or a
+    /// format type, they are equal (the last with the format block).
+    bool MatchesPartial(const AM_MEDIA_TYPE& pattern) const;
+
+    const GUID& Type() const { return majortype; }
+    const GUID& Subtype() const { return subtype; }
+    const GUID& FormatType() const { return formattype; }
+    void SetType(const GUID& guid) { majortype = guid; }
+    void SetSubtype(const GUID& guid) { subtype = guid; }
+    void SetFormatType(const GUID& guid) { formattype = guid; }
+
+    /// Samples have nBytes each; 0: their size varies.
+    void SetSampleSize(ULONG nBytes);
+    /// Sample size in bytes, 0 when it varies.
+    ULONG GetSampleSize() const { return bFixedSizeSamples ? lSampleSize : 0; }
+    void SetTemporalCompression(bool bCompressed) { bTemporalCompression = bCompressed ? TRUE : FALSE; }
+
+    std::span<const BYTE> Format() const { return {pbFormat, cbFormat}; }
+    /// Replaces the format block by a copy of `block`. @return false, with nothing changed, without memory.
+    bool SetFormat(std::span<const BYTE> block);
+    /// Replaces the format block by a copy of a record such as VIDEOINFOHEADER.
+    template <class Record>
+    bool SetFormat(const Record& record) {
+        return SetFormat({reinterpret_cast<const BYTE*>(&record), sizeof record});
+    }
+};
+
+}  // namespace kest

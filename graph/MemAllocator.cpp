@@ -1,0 +1,131 @@
+#include "graph/MemAllocator.h"
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <new>
+
+namespace kest {
+
+HRESULT CreateMemoryAllocator(IMemAllocator** ppAllocator) {
+    if (!ppAllocator) return E_POINTER;
+    *ppAllocator = CComPtr<IMemAllocator>(new (std::nothrow) CMemAllocator).Detach();
+    return *ppAllocator ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT CMemAllocator::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == IID_IMemAllocator) return GetInterface(static_cast<IMemAllocator*>(this), ppv);
+    return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CMemAllocator::SetProperties(ALLOCATOR_PROPERTIES* pRequest, ALLOCATOR_PROPERTIES* pActual) {
+    if (!pRequest || !pActual) return E_POINTER;
+    if (pRequest->cBuffers < 0 || pRequest->cbBuffer < 0 || pRequest->cbPrefix < 0) return E_INVALIDARG;
+    if (pRequest->cbAlign < 1 || !std::has_single_bit(static_cast<ULONG>(pRequest->cbAlign))) {
+        return VFW_E_BADALIGN;
+    }
+    const LONGLONG nAlign = pRequest->cbAlign;
+    const LONGLONG nSize = (LONGLONG{pRequest->cbBuffer} + pRequest->cbPrefix + nAlign - 1) / nAlign * nAlign;
+    if (nSize > std::numeric_limits<LONG>::max()) return E_INVALIDARG;
+
+    CAutoLock lock(m_csLock);
+    if (m_bCommitted) return VFW_E_ALREADY_COMMITTED;
+    if (HasBuffersOutstanding()) return VFW_E_BUFFERS_OUTSTANDING;
+    m_props = *pRequest;
+    m_props.cbBuffer = static_cast<LONG>(nSize - pRequest->cbPrefix);
+    *pActual = m_props;
+    return S_OK;
+}
+
+HRESULT CMemAllocator::GetProperties(ALLOCATOR_PROPERTIES* pProps) {
+    if (!pProps) return E_POINTER;
+    CAutoLock lock(m_csLock);
+    *pProps = m_props;
+    return S_OK;
+}
+
+HRESULT CMemAllocator::Commit() {
+    CAutoLock lock(m_csLock);
+    if (m_bCommitted) return S_OK;
+    if (m_props.cBuffers == 0 || m_props.cbBuffer == 0) return VFW_E_SIZENOTSET;
+    // Samples that are still out after a decommit keep the memory: it is taken over as it is.
+    if (m_apSamples.empty()) {
+        if (const HRESULT hr = Allocate(); FAILED(hr)) return hr;
+    }
+    m_bCommitted = true;
+    return S_OK;
+}
+
+HRESULT CMemAllocator::Decommit() {
+    CAutoLock lock(m_csLock);
+    m_bCommitted = false;
+    if (!HasBuffersOutstanding()) Free();
+    WakeWaiters();
+    return S_OK;
+}
+
+HRESULT CMemAllocator::Allocate() {
+    const auto nPrefix = static_cast<std::size_t>(m_props.cbPrefix);
+    const auto nBuffer = static_cast<std::size_t>(m_props.cbBuffer);
+    const auto nBuffers = static_cast<std::size_t>(m_props.cBuffers);
+    const std::align_val_t nAlign{std::max<std::size_t>(static_cast<std::size_t>(m_props.cbAlign), 16)};
+    const std::size_t nStride = nPrefix + nBuffer;
+    auto* pMemory = static_cast<BYTE*>(::operator new(nStride* nBuffers, nAlign, std::nothrow));
+    if (!pMemory) return E_OUTOFMEMORY;
+    m_pMemory = {pMemory, AlignedDelete{nAlign}};
+    m_apSamples.reserve(nBuffers);
+    m_apFree.reserve(nBuffers);
+    for (std::size_t i = 0; i < nBuffers; ++i) {
+        const std::span buffer(pMemory + i * nStride + nPrefix, nBuffer);
+        m_apSamples.push_back(std::make_unique<CMediaSample>(*this, buffer));
+        m_apFree.push_back(m_apSamples.back().get());
+    }
+    return S_OK;
+}
+
+void CMemAllocator::Free() {
+    m_apFree.clear();
+    m_apSamples.clear();
+    m_pMemory.reset();
+}
+
+void CMemAllocator::WakeWaiters() {
+    if (std::exchange(m_bWaiting, false)) m_evChanged.Set();
+}
+
+HRESULT CMemAllocator::GetBuffer(IMediaSample** ppBuffer, REFERENCE_TIME*, REFERENCE_TIME*, DWORD dwFlags) {
+    if (!ppBuffer) return E_POINTER;
+    *ppBuffer = nullptr;
+    for (;;) {
+        {
+            CAutoLock lock(m_csLock);
+            if (!m_bCommitted) return VFW_E_NOT_COMMITTED;
+            if (!m_apFree.empty()) {
+                CMediaSample* pSample = m_apFree.back();
+                m_apFree.pop_back();
+                pSample->HandOut();
+                AddRef();  // given back in ReleaseBuffer
+                *ppBuffer = pSample;
+                return S_OK;
+            }
+            if (dwFlags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
+            m_bWaiting = true;
+            m_evChanged.Reset();
+        }
+        m_evChanged.Wait();
+    }
+}
+
+HRESULT CMemAllocator::ReleaseBuffer(IMediaSample* pBuffer) {
+    if (!pBuffer) return E_POINTER;
+    {
+        CAutoLock lock(m_csLock);
+        m_apFree.push_back(static_cast<CMediaSample*>(pBuffer));
+        if (!m_bCommitted && !HasBuffersOutstanding()) Free();
+        WakeWaiters();
+    }
+    Release();
+    return S_OK;
+}
+
+}  // namespace kest

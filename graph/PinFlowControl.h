@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <thread>
+
+#include "graph/EventHandle.h"
+#include "platform/CritSec.h"
+#include "platform/Event.h"
+
+namespace kest {
+
+/// Keeps deliveries and dynamic reconnections apart: `Block` lets no further delivery begin, every delivery
+/// is bracketed by `StartUsing` and `StopUsing`.
+///
+/// With the usage gate only one thread at a time is between the two, and it must not call `StartUsing` again
+/// before its own `StopUsing`; without it the brackets are only counted and may be nested.
+/// Locking: one lock of its own, held in no wait.
+class CPinFlowControl {
+public:
+    /// @param bGate  use the gate.
+    explicit CPinFlowControl(bool bGate) : m_bGate(bGate) {}
+
+    /// Blocks or unblocks, with the semantics of IPinFlowControl::Block.
+    /// @param dwBlockFlags  AM_PIN_FLOW_CONTROL_BLOCK to block, 0 to unblock.
+    /// @param hEvent        blocking: signalled when the pin is blocked; null: returns when it is blocked.
+    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event ended
+    /// the
+    ///         wait; E_INVALIDARG for other flags, or an event without the flag;
+    ///         VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD, VFW_E_PIN_ALREADY_BLOCKED.
+    HRESULT Block(DWORD dwBlockFlags, HANDLE hEvent);
+    /// Begins a delivery, waiting while the pin is blocked.
+    /// @return S_OK: `StopUsing` must follow; VFW_E_STATE_CHANGED when the stop event ended the wait: it must
+    /// not.
+    HRESULT StartUsing();
+    void StopUsing();
+
+    /// The event that ends a wait of `StartUsing` on a blocked pin; null: none. Not owned.
+    void SetStopEvent(CEvent* pStopEvent);
+    /// Signals and resets the stop event around a flush.
+    void BeginFlush();
+    void EndFlush();
+
+private:
+    enum class EState { NotBlocked, Pending, Blocked };
+
+    HRESULT BeginBlock(CEventRef notify);
+    HRESULT BlockAndWait();
+    void CompleteBlock();
+    HRESULT Unblock();
+
+    const bool m_bGate;
+    CCritSec m_cs;  // guards the members below
+    EState m_state = EState::NotBlocked;
+    std::thread::id m_blockingThread;            // who blocked, while not NotBlocked
+    CEventRef m_evNotify;                        // signalled when the block is complete
+    CEvent m_evUnblock{true, true};              // manual-reset; reset while blocked or pending
+    CEvent m_evGate{false, true};                // auto-reset; taken by the user inside
+    std::atomic<CEvent*> m_pStopEvent{nullptr};  // see SetStopEvent
+    int m_nUsers = 0;                            // outstanding users
+};
+
+/// `StartUsing` and `StopUsing` around a block of code, also when a thread is ended by force in it: the next
+/// thread would wait for the gate for ever.
+class CPinUse {
+public:
+    explicit CPinUse(CPinFlowControl& flowControl)
+        : m_flowControl(flowControl), m_bUsing(SUCCEEDED(flowControl.StartUsing())) {}
+    ~CPinUse() {
+        if (m_bUsing) m_flowControl.StopUsing();
+    }
+    CPinUse(const CPinUse&) = delete;
+    CPinUse& operator=(const CPinUse&) = delete;
+
+    /// The pin may be used.
+    explicit operator bool() const { return m_bUsing; }
+
+private:
+    CPinFlowControl& m_flowControl;
+    const bool m_bUsing;
+};
+
+}  // namespace kest
