@@ -31,7 +31,8 @@ CWorkerThread* CKestDemux2Filter::Core() const {
 
 /// The output pins that the working mode delivers through, the video pin first.
 std::span<CDemuxOutputPin* const> CKestDemux2Filter::DeliveringPins() const {
-    return std::span(m_apOutputPins).first(m_apOutputPins[0] ? Mode().nOutputPins : 0);
+    return std::span(m_apOutputPins)
+        .first(m_apOutputPins[0] ? static_cast<std::size_t>(Mode().nOutputPins) : 0);
 }
 
 // ---------------- start and end
@@ -39,7 +40,7 @@ std::span<CDemuxOutputPin* const> CKestDemux2Filter::DeliveringPins() const {
 /// Starts the threads: the core, held, then the delivery threads with their queues; the core runs last, so
 /// that its first frames find their readers in place.
 void CKestDemux2Filter::StartPath() {
-    if (GetWorkingMode() == kClassMpeg4VideoEs) {
+    if (GetWorkingMode() == EWorkingMode::Mpeg4VideoEs) {
         m_pVideoPin->GetTiming().nAccessCount = 0;
         m_pVideoPin->GetTiming().bFirstTime = true;
     }
@@ -125,7 +126,7 @@ void CKestDemux2Filter::ResetDemux() {
 void CKestDemux2Filter::WaitForPins() {
     for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->GetTiming().bReadyToReset = false;
     for (int nPass = 0; nPass < kReadyPasses; ++nPass) {
-        if (m_pVideoPin->GetTiming().bReadyToReset && GetWorkingMode() != kClassMpeg4VideoEs &&
+        if (m_pVideoPin->GetTiming().bReadyToReset && GetWorkingMode() != EWorkingMode::Mpeg4VideoEs &&
             m_pAudioPin->GetTiming().bReadyToReset) {
             break;
         }

@@ -73,15 +73,15 @@ HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
         case kClassMpeg1System: break;
         default: return S_FALSE;
     }
-    SetWorkingMode(static_cast<std::uint32_t>(nClass));
+    SetWorkingMode(static_cast<EWorkingMode>(nClass));
     return S_OK;
 }
 
-void CKestDemux2InputPin::SetWorkingMode(std::uint32_t nMode) {
-    if (nMode == m_nWorkingMode) return;
-    Trace("==>SetWorkingMode %s\n", FindWorkingMode(nMode).pszName);
-    m_pDemuxFilter->PrepareWorkingMode(nMode);
-    m_nWorkingMode = nMode;
+void CKestDemux2InputPin::SetWorkingMode(EWorkingMode mode) {
+    if (mode == m_nWorkingMode) return;
+    Trace("==>SetWorkingMode %s\n", FindWorkingMode(mode).pszName);
+    m_pDemuxFilter->PrepareWorkingMode(mode);
+    m_nWorkingMode = mode;
 }
 
 // ---------------- flushing

@@ -3,9 +3,9 @@
 #include <atomic>
 #include <cstdint>
 
-#include "filter/WorkingMode.h"
 #include "graph/BaseInputPin.h"
 #include "graph/PullPin.h"
+#include "pins/WorkingMode.h"
 
 namespace kest {
 
@@ -23,10 +23,10 @@ public:
     /// @param pLock         the filter's pin lock.
     CKestDemux2InputPin(CKestDemux2Filter* pDemuxFilter, CCritSec* pLock, HRESULT* phr);
 
-    /// The working mode, 0 to 6. Any thread.
-    std::uint32_t GetWorkingMode() const { return m_nWorkingMode; }
+    /// The working mode. Any thread.
+    EWorkingMode GetWorkingMode() const { return m_nWorkingMode; }
     /// Enters a working mode: a new mode gets a new demux core, the present one keeps what it has.
-    void SetWorkingMode(std::uint32_t nMode);
+    void SetWorkingMode(EWorkingMode mode);
     /// Sets preferred type and working mode for a stream of class `nClass` (EStreamClass).
     /// @return S_OK; S_FALSE, with nothing changed, for a class that no mode handles.
     HRESULT ApplyStreamClass(int nClass);
@@ -51,11 +51,11 @@ public:
     HRESULT STDMETHODCALLTYPE EndFlush() override;
 
 private:
-    CKestDemux2Filter* const m_pDemuxFilter;                      // owner
-    CPullPin m_PullPin;                                           // holds the upstream pin's reader
-    CMediaType m_mtPreferred;                                     // see GetMediaType
-    CCritSec m_csReceive;                                         // see above
-    std::atomic<std::uint32_t> m_nWorkingMode{kWorkingModeNone};  // see GetWorkingMode
+    CKestDemux2Filter* const m_pDemuxFilter;                       // owner
+    CPullPin m_PullPin;                                            // holds the upstream pin's reader
+    CMediaType m_mtPreferred;                                      // see GetMediaType
+    CCritSec m_csReceive;                                          // see above
+    std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see GetWorkingMode
 };
 
 }  // namespace kest

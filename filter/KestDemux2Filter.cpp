@@ -113,8 +113,8 @@ void CKestDemux2Filter::HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEven
 
 // ---------------- working mode and source
 
-std::uint32_t CKestDemux2Filter::GetWorkingMode() const {
-    return m_pInputPin ? m_pInputPin->GetWorkingMode() : kWorkingModeNone;
+EWorkingMode CKestDemux2Filter::GetWorkingMode() const {
+    return m_pInputPin ? m_pInputPin->GetWorkingMode() : EWorkingMode::None;
 }
 
 // The program streams are the only classes that are let in. The second look has the last word on one with
@@ -130,9 +130,9 @@ int CKestDemux2Filter::ClassifyStream() {
     return nClass;
 }
 
-void CKestDemux2Filter::PrepareWorkingMode(std::uint32_t nMode) {
-    if (nMode == kClassMpeg4VideoEs) m_bFreeRun = false;
-    switch (FindWorkingMode(nMode).family) {
+void CKestDemux2Filter::PrepareWorkingMode(EWorkingMode mode) {
+    if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
+    switch (FindWorkingMode(mode).family) {
         case ECoreFamily::Program:
             CreatePsDemux();
             m_pVideoPin->InitSeeking();

@@ -12,12 +12,12 @@
 #include "filter/FilterSeeking.h"
 #include "filter/InputPin.h"
 #include "filter/KestDemuxClock.h"
-#include "filter/WorkingMode.h"
 #include "graph/BaseFilter.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/DemuxFilterSite.h"
 #include "pins/VideoOutputPin.h"
+#include "pins/WorkingMode.h"
 #include "platform/Event.h"
 
 namespace kest {
@@ -79,7 +79,7 @@ public:
     /// Classifies the source behind the input pin. @return 2, 4 or 6 (not recognised) of EStreamClass.
     int ClassifyStream();
     /// Makes the core of a working mode that is about to be entered.
-    void PrepareWorkingMode(std::uint32_t nMode);
+    void PrepareWorkingMode(EWorkingMode mode);
     /// Lets core and video pin read the source of a connection that has come about.
     void AttachReader(IAsyncReader* pReader);
     /// Takes the reader back before it goes. Without one there is nothing to do.
@@ -103,7 +103,7 @@ public:
 
     // ---- IDemuxFilterSite
 
-    std::uint32_t GetWorkingMode() const override;
+    EWorkingMode GetWorkingMode() const override;
     bool IsInputConnected() const override { return m_pInputPin && m_pInputPin->IsConnected(); }
     bool IsPushSource() const override { return m_bPushSource; }
     std::uint32_t GetBitRate() const override { return m_Probe.GetBitRate(); }

@@ -21,26 +21,25 @@ constexpr StreamConstants kAudioConstants = {.llFrameTicks = 2160,
 constexpr std::uint32_t kPauseMs = 10;  // after a dropped frame or a read that brought nothing
 
 //                                 variant                  read   deliver flags  pending clamps repairs sync
-constexpr DeliveryRules kPlain = {EVariant::Plain, false, true, false, false, false, false, true};
+constexpr DeliveryRules kPlain = {ETimeline::Plain, false, true, false, false, false, false, true};
 constexpr DeliveryRules kClockFollowing = {
-    EVariant::ClockFollowing, false, true, false, false, false, true, true};
+    ETimeline::ClockFollowing, false, true, false, false, false, true, true};
 constexpr DeliveryRules kProgramStream = {
-    EVariant::ProgramStream, false, false, true, false, false, true, true};
+    ETimeline::ProgramStream, false, false, true, false, false, true, true};
 constexpr DeliveryRules kJumpClamping = {
-    EVariant::JumpClamping, false, true, false, false, true, true, false};
-constexpr DeliveryRules kBasic = {EVariant::Basic, false, true, false, true, false, true, true};
+    ETimeline::JumpClamping, false, true, false, false, true, true, false};
+constexpr DeliveryRules kBasic = {ETimeline::Basic, false, true, false, true, false, true, true};
 
 }  // namespace
 
 CAudioDeliveryLoop::CAudioDeliveryLoop(CDemuxOutputPin& pin) : CDeliveryLoop(pin, kAudioConstants) {}
 
-const DeliveryRules& CAudioDeliveryLoop::SelectRules(std::uint32_t nWorkingMode) const {
-    switch (nWorkingMode) {
-        case 1: return kClockFollowing;
-        case 2:
-        case 4: return kProgramStream;
-        case 3: return kJumpClamping;
-        case 5: return kBasic;
+const DeliveryRules& CAudioDeliveryLoop::SelectRules(const WorkingMode& mode) const {
+    switch (mode.audioTimeline) {
+        case ETimeline::ClockFollowing: return kClockFollowing;
+        case ETimeline::ProgramStream: return kProgramStream;
+        case ETimeline::JumpClamping: return kJumpClamping;
+        case ETimeline::Basic: return kBasic;
         default: return kPlain;
     }
 }
@@ -48,13 +47,13 @@ const DeliveryRules& CAudioDeliveryLoop::SelectRules(std::uint32_t nWorkingMode)
 void CAudioDeliveryLoop::OnEnd() { Trace("\n CKestDemux2AudioOutputPin Stop!!! .\n"); }
 
 void CAudioDeliveryLoop::TraceStep(const char* pszText) {
-    if (Is(EVariant::ProgramStream)) Trace("%s", pszText);
+    if (Is(ETimeline::ProgramStream)) Trace("%s", pszText);
 }
 
 void CAudioDeliveryLoop::OnFrameDropped() { SleepMs(kPauseMs); }
 
 void CAudioDeliveryLoop::OnNothingRead() {
-    if (Is(EVariant::ProgramStream)) SleepMs(kPauseMs);
+    if (Is(ETimeline::ProgramStream)) SleepMs(kPauseMs);
 }
 
 CAudioDeliveryLoop::EStep CAudioDeliveryLoop::DeliverFree(Frame& frame) {
@@ -90,22 +89,22 @@ CAudioDeliveryLoop::EStep CAudioDeliveryLoop::DeliverSegmentMarker(Frame& frame)
 
 CAudioDeliveryLoop::EStep CAudioDeliveryLoop::RestartTiming(Frame& frame) {
     PinTiming& timing = GetTiming();
-    if (Is(EVariant::Basic) && !timing.bFirstTime) timing.bRestartPending = false;
-    if (Is(EVariant::ProgramStream)) {  // both streams begin anew downstream
+    if (Is(ETimeline::Basic) && !timing.bFirstTime) timing.bRestartPending = false;
+    if (Is(ETimeline::ProgramStream)) {  // both streams begin anew downstream
         timing.bFirstTime = false;
         m_pin.FlushDownstream();
         m_pin.GetPeer().FlushDownstream();
         GetPeerTiming().bFirstTime = true;
     }
     timing.rtTimeBase = ChooseTimeBase(ToTime(frame.llStamp));
-    if (Is(EVariant::ProgramStream)) GetPeerTiming().rtTimeBase = timing.rtTimeBase.load();
+    if (Is(ETimeline::ProgramStream)) GetPeerTiming().rtTimeBase = timing.rtTimeBase.load();
     timing.rtStart = ToStart(frame.llStamp);
     timing.bFirstTime = false;
     m_dwStartTick = TickCount();
     timing.nAccessCount = 0;
     MarkRestart(frame);
     m_llLastStamp = frame.llStamp;
-    if (Is(EVariant::ProgramStream)) {
+    if (Is(ETimeline::ProgramStream)) {
         m_pin.DeliverNewSegment(0, kSegmentEnd, 1.0);
         Trace("****** Audio First time ******\n");
         m_bResetRequested = false;
@@ -117,15 +116,15 @@ CAudioDeliveryLoop::EStep CAudioDeliveryLoop::RestartTiming(Frame& frame) {
 /// @param rtFrame  the frame's time, 100 ns.
 REFERENCE_TIME CAudioDeliveryLoop::ChooseTimeBase(REFERENCE_TIME rtFrame) {
     switch (m_rules->variant) {
-        case EVariant::Basic: {
+        case ETimeline::Basic: {
             const REFERENCE_TIME rtBase = ClockTimeBase(rtFrame);
             DebugText("Audio Time Base =%" PRId64 " \n", static_cast<std::int64_t>(rtBase));
             return rtBase;
         }
-        case EVariant::ProgramStream: return GetSite().IsPushSource() ? ClockTimeBase(rtFrame) : rtFrame;
-        case EVariant::JumpClamping:  // go on behind the later of the two pins
+        case ETimeline::ProgramStream: return GetSite().IsPushSource() ? ClockTimeBase(rtFrame) : rtFrame;
+        case ETimeline::JumpClamping:  // go on behind the later of the two pins
             return rtFrame - std::max(GetPeerTiming().rtLastStart.load(), GetTiming().rtLastStart.load());
-        case EVariant::ClockFollowing:
+        case ETimeline::ClockFollowing:
             m_bAdopted = GetPeerTiming().rtTimeBase != kNoTimeBase;
             return m_bAdopted ? GetPeerTiming().rtTimeBase.load() : rtFrame;
         default: return rtFrame;
@@ -139,7 +138,7 @@ REFERENCE_TIME CAudioDeliveryLoop::ClockTimeBase(REFERENCE_TIME rtFrame) {
 
 /// The clock-following variant changes to the video pin's base as soon as there is one.
 void CAudioDeliveryLoop::OnNormalTiming(Frame& frame) {
-    if (!Is(EVariant::ClockFollowing) || m_bAdopted) return;
+    if (!Is(ETimeline::ClockFollowing) || m_bAdopted) return;
     const REFERENCE_TIME rtVideo = GetPeerTiming().rtTimeBase;
     if (rtVideo == kNoTimeBase) return;
     GetTiming().rtTimeBase = rtVideo;
@@ -148,7 +147,7 @@ void CAudioDeliveryLoop::OnNormalTiming(Frame& frame) {
 }
 
 void CAudioDeliveryLoop::AfterStamping(Frame& frame) {
-    if (!Is(EVariant::ClockFollowing)) return;
+    if (!Is(ETimeline::ClockFollowing)) return;
     m_rtClock = GetClockStreamTime();
     if (!m_bResetRequested) return;
     frame.pSample->SetDiscontinuity(TRUE);
@@ -157,8 +156,8 @@ void CAudioDeliveryLoop::AfterStamping(Frame& frame) {
 }
 
 void CAudioDeliveryLoop::OnBrokenStamp() {
-    Trace(Is(EVariant::Basic) ? "****** Audio Broken ****** \n" : "****** Audio Broken ******\n");
-    if (Is(EVariant::ProgramStream)) {
+    Trace(Is(ETimeline::Basic) ? "****** Audio Broken ****** \n" : "****** Audio Broken ******\n");
+    if (Is(ETimeline::ProgramStream)) {
         GetPeerTiming().bFirstTime = true;
         GetTiming().bFirstTime = true;
     }

@@ -10,7 +10,7 @@ public:
     explicit CAudioDeliveryLoop(CDemuxOutputPin& pin);
 
 private:
-    const DeliveryRules& SelectRules(std::uint32_t nWorkingMode) const override;
+    const DeliveryRules& SelectRules(const WorkingMode& mode) const override;
     void BeginRun() override { GetTiming().nAccessCount = 0; }
     std::int64_t GetStamp(const FRAME_INFO& info) const override { return info.llDts; }
     void OnFrameDropped() override;

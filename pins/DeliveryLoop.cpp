@@ -43,10 +43,10 @@ std::int32_t CDeliveryLoop::Run() {
     if (GetThread().IsStopping()) return -1;
     GetTiming().bFirstTime = true;
     GetTiming().rtLastStart = 0;
-    m_nWorkingMode = GetSite().GetWorkingMode();
-    m_rules = &SelectRules(m_nWorkingMode);
+    m_pMode = &FindWorkingMode(GetSite().GetWorkingMode());
+    m_rules = &SelectRules(*m_pMode);
     BeginRun();
-    while (!Is(EVariant::None) && Step() != EStep::End) {
+    while (!Is(ETimeline::None) && Step() != EStep::End) {
     }
     OnEnd();
     return m_nExitCode;
@@ -65,7 +65,7 @@ CDeliveryLoop::EStep CDeliveryLoop::Step() {
     if (CountsBeforeDelivery()) ++GetTiming().nAccessCount;
     frame.pSample->SetActualDataLength(frame.nLength);
     m_llDataCount += frame.nLength;
-    if (GetSite().IsFreeRun() && !Is(EVariant::ElementaryStream)) return DeliverFree(frame);
+    if (GetSite().IsFreeRun() && !Is(ETimeline::ElementaryStream)) return DeliverFree(frame);
     if (m_rules->bReadsFlags) {
         if (const EStep step = HandleFlags(frame); step != EStep::GoOn) return step;
     }
@@ -135,7 +135,7 @@ CDeliveryLoop::EStep CDeliveryLoop::ProcessFrame(Frame& frame) {
         ContinueTiming(frame);
         if (m_rules->bClampsJumps) ClampJump(frame);
     }
-    if (Is(EVariant::Basic) && m_pin.IsVideo() && GetTiming().rtStart < 0) GetTiming().rtStart = 0;
+    if (Is(ETimeline::Basic) && m_pin.IsVideo() && GetTiming().rtStart < 0) GetTiming().rtStart = 0;
     frame.pSample->SetSyncPoint(TRUE);
     SetTimes(frame, GetTiming().rtStart);
     GetTiming().rtLastStart = GetTiming().rtStart.load();
@@ -260,14 +260,14 @@ void CDeliveryLoop::TraceStatistics(const Frame& frame) {
     if (!HasTraceSink()) return;
     const std::int64_t llStart = GetTiming().rtStart, llClock = m_rtClock;
     char szTimes[64] = "";  // which times stand in front depends on the variant
-    if (Is(EVariant::ClockFollowing)) {
+    if (Is(ETimeline::ClockFollowing)) {
         std::snprintf(szTimes, sizeof szTimes, "SC=%" PRId64 " ST=%" PRId64 " ", llClock, llStart);
-    } else if (Is(EVariant::ProgramStream) || Is(EVariant::JumpClamping)) {
-        const char* pszName = Is(EVariant::ProgramStream) ? "ST" : "TS";
+    } else if (Is(ETimeline::ProgramStream) || Is(ETimeline::JumpClamping)) {
+        const char* pszName = Is(ETimeline::ProgramStream) ? "ST" : "TS";
         std::snprintf(szTimes, sizeof szTimes, "%s=%" PRId64 " ", pszName, llStart);
     }
     char szLead[48];
-    if (Is(EVariant::ClockFollowing)) {
+    if (Is(ETimeline::ClockFollowing)) {
         std::snprintf(szLead, sizeof szLead, "stime=%" PRId64, llClock);
     } else {
         std::snprintf(szLead, sizeof szLead, "td=%d", m_nAhead);

@@ -9,20 +9,9 @@
 
 namespace kest {
 
-/// Which rules a delivery loop follows; chosen by the working mode when the thread starts.
-enum class EVariant {
-    None,              // nothing to deliver: the loop ends at once
-    Basic,             // MPEG-1 system streams
-    ProgramStream,     // MPEG-2 program streams
-    JumpClamping,      // MPEG-1/2 video in transport streams
-    ClockFollowing,    // MPEG-4 video in transport streams
-    ElementaryStream,  // MPEG-4 video elementary streams: times from the video's own headers (video pin)
-    Plain,             // no repair of any kind (audio pin)
-};
-
 /// In what a variant differs from the others.
 struct DeliveryRules {
-    EVariant variant;
+    ETimeline variant;
     bool bEndsOnReadFailure;      // a read that brings nothing ends the loop
     bool bEndsOnDeliveryFailure;  // a delivery that is not S_OK ends the loop
     bool bReadsFlags;           // the frame record's flags count, and a pending restart drops what is queued
@@ -86,7 +75,7 @@ protected:
     static constexpr REFERENCE_TIME kSegmentEnd = 0x7F00000000000000;  // of the segments that pins announce
 
     /// The rules of a working mode.
-    virtual const DeliveryRules& SelectRules(std::uint32_t nWorkingMode) const = 0;
+    virtual const DeliveryRules& SelectRules(const WorkingMode& mode) const = 0;
     /// Once, before the first frame.
     virtual void BeginRun() = 0;
     /// The stamp that counts for this stream.
@@ -126,7 +115,7 @@ protected:
     IDemuxFilterSite& GetSite() { return m_pin.GetSite(); }
     PinTiming& GetTiming() { return m_pin.GetTiming(); }
     PinTiming& GetPeerTiming() { return m_pin.GetPeer().GetTiming(); }
-    bool Is(EVariant variant) const { return m_rules->variant == variant; }
+    bool Is(ETimeline variant) const { return m_rules->variant == variant; }
     /// The start of a frame relative to the time base.
     REFERENCE_TIME ToStart(std::int64_t llStamp) { return ToTime(llStamp) - GetTiming().rtTimeBase; }
     /// Sets the sample's times from rtStart; rtStop is start + 1.
@@ -156,7 +145,7 @@ protected:
     CDemuxOutputPin& m_pin;
     const StreamConstants& m_constants;
     const DeliveryRules* m_rules = nullptr;
-    std::uint32_t m_nWorkingMode = 0;  // fixed for the run
+    const WorkingMode* m_pMode = nullptr;  // fixed for the run
     std::int32_t m_nExitCode = 1;
     std::int64_t m_llLastStamp = 0;     // last PTS or DTS: the stamp that the next is measured against
     bool m_bResetRequested = false;     // this run has asked for a reset

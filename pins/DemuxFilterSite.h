@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
 
 namespace kest {
@@ -12,8 +13,7 @@ class IDemuxFilterSite {
 public:
     // ---- what the connection has fixed
 
-    /// The working mode, 0 to 6 (6: none yet).
-    virtual std::uint32_t GetWorkingMode() const = 0;
+    virtual EWorkingMode GetWorkingMode() const = 0;
     /// The filter's input pin is connected.
     virtual bool IsInputConnected() const = 0;
     /// The upstream pin offers no IAsyncReader: the input is live.

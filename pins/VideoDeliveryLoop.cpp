@@ -21,15 +21,16 @@ constexpr StreamConstants kVideoConstants = {.llFrameTicks = 3003,
 
 //                                 variant                     read   deliver flags  pending clamps repairs
 //                                 sync
-constexpr DeliveryRules kNone = {EVariant::None, true, true, false, false, false, false, false};
+constexpr DeliveryRules kNone = {ETimeline::None, true, true, false, false, false, false, false};
 constexpr DeliveryRules kElementary = {
-    EVariant::ElementaryStream, true, true, false, false, false, false, true};
+    ETimeline::ElementaryStream, true, true, false, false, false, false, true};
 constexpr DeliveryRules kClockFollowing = {
-    EVariant::ClockFollowing, true, true, false, false, false, true, false};
+    ETimeline::ClockFollowing, true, true, false, false, false, true, false};
 constexpr DeliveryRules kProgramStream = {
-    EVariant::ProgramStream, false, false, true, false, false, true, true};
-constexpr DeliveryRules kJumpClamping = {EVariant::JumpClamping, true, true, false, false, true, true, false};
-constexpr DeliveryRules kBasic = {EVariant::Basic, false, true, false, true, false, true, true};
+    ETimeline::ProgramStream, false, false, true, false, false, true, true};
+constexpr DeliveryRules kJumpClamping = {
+    ETimeline::JumpClamping, true, true, false, false, true, true, false};
+constexpr DeliveryRules kBasic = {ETimeline::Basic, false, true, false, true, false, true, true};
 
 constexpr REFERENCE_TIME kFirstFrameAhead = 50000000;   // a first frame further ahead of the audio is wrong
 constexpr REFERENCE_TIME kFirstFrameBehind = 10000000;  // or further behind it
@@ -42,14 +43,13 @@ constexpr std::int32_t kDriftTolerance = 5;             // and a later one
 CVideoDeliveryLoop::CVideoDeliveryLoop(CKestDemux2VideoOutputPin& pin)
     : CDeliveryLoop(pin, kVideoConstants), m_videoPin(pin) {}
 
-const DeliveryRules& CVideoDeliveryLoop::SelectRules(std::uint32_t nWorkingMode) const {
-    switch (nWorkingMode) {
-        case 0: return kElementary;
-        case 1: return kClockFollowing;
-        case 2:
-        case 4: return kProgramStream;
-        case 3: return kJumpClamping;
-        case 5: return kBasic;
+const DeliveryRules& CVideoDeliveryLoop::SelectRules(const WorkingMode& mode) const {
+    switch (mode.videoTimeline) {
+        case ETimeline::ElementaryStream: return kElementary;
+        case ETimeline::ClockFollowing: return kClockFollowing;
+        case ETimeline::ProgramStream: return kProgramStream;
+        case ETimeline::JumpClamping: return kJumpClamping;
+        case ETimeline::Basic: return kBasic;
         default: return kNone;
     }
 }
@@ -96,34 +96,34 @@ CVideoDeliveryLoop::EStep CVideoDeliveryLoop::DeliverSegmentMarker(Frame& frame)
 // ---------------- stamping
 
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::ProcessFrame(Frame& frame) {
-    return Is(EVariant::ElementaryStream) ? ProcessElementary(frame) : CDeliveryLoop::ProcessFrame(frame);
+    return Is(ETimeline::ElementaryStream) ? ProcessElementary(frame) : CDeliveryLoop::ProcessFrame(frame);
 }
 
 CVideoDeliveryLoop::EStep CVideoDeliveryLoop::RestartTiming(Frame& frame) {
-    constexpr std::uint32_t kMpeg4Mode = 2;
     PinTiming& timing = GetTiming();
-    if (Is(EVariant::Basic) && !timing.bFirstTime) timing.bRestartPending = false;
-    if (Is(EVariant::Basic) || Is(EVariant::JumpClamping)) timing.bFirstTime = false;
-    if (Is(EVariant::ProgramStream) && m_nWorkingMode == kMpeg4Mode) m_pin.FlushDownstream();
+    if (Is(ETimeline::Basic) && !timing.bFirstTime) timing.bRestartPending = false;
+    if (Is(ETimeline::Basic) || Is(ETimeline::JumpClamping)) timing.bFirstTime = false;
+    if (m_pMode->bFlushesVideoAtRestart) m_pin.FlushDownstream();
     m_dwStartTick = TickCount();
     if (!GetTimeBase(frame)) {
         // Where the stop event, if it is that, ends the loop.
-        if (Is(EVariant::ProgramStream) || !GetThread().IsStopping()) return EStep::NextFrame;
+        if (Is(ETimeline::ProgramStream) || !GetThread().IsStopping()) return EStep::NextFrame;
         m_nExitCode = 0;
         return EStep::End;
     }
     timing.rtStart = ToStart(frame.llStamp);
     timing.nAccessCount = 0;
-    if (Is(EVariant::ProgramStream)) timing.bFirstTime = false;
+    if (Is(ETimeline::ProgramStream)) timing.bFirstTime = false;
     MarkRestart(frame);
     m_llLastStamp = frame.llStamp;
-    if (Is(EVariant::ProgramStream)) {
+    if (Is(ETimeline::ProgramStream)) {
         m_pin.DeliverNewSegment(0, kSegmentEnd, 1.0);
         m_bResetRequested = false;
         Trace("****** Video First Time ******\n");
         CheckFirstFrame(frame);
     } else {
-        Trace(Is(EVariant::Basic) ? "****** Video-1 was Broken ******\n" : "****** Video Broken -1 ******\n");
+        Trace(Is(ETimeline::Basic) ? "****** Video-1 was Broken ******\n"
+                                   : "****** Video Broken -1 ******\n");
     }
     return EStep::GoOn;
 }
@@ -165,7 +165,7 @@ void CVideoDeliveryLoop::SkipAhead(Frame& frame) {
 }
 
 void CVideoDeliveryLoop::AfterStamping(Frame& frame) {
-    if (!Is(EVariant::ClockFollowing)) return;
+    if (!Is(ETimeline::ClockFollowing)) return;
     m_rtClock = GetClockStreamTime();
     if (m_bResetRequested) {  // not shown until the reset comes
         frame.pSample->SetDiscontinuity(TRUE);
@@ -183,14 +183,14 @@ void CVideoDeliveryLoop::AfterStamping(Frame& frame) {
 
 void CVideoDeliveryLoop::OnBrokenStamp() {
     Trace("****** Video Broken ******\n");
-    if (Is(EVariant::Basic)) GetTiming().bFirstTime = true;
-    if (Is(EVariant::Basic) || Is(EVariant::ProgramStream)) GetPeerTiming().bFirstTime = true;
-    if (Is(EVariant::ProgramStream) || !m_bResetRequested) RequestReset();
+    if (Is(ETimeline::Basic)) GetTiming().bFirstTime = true;
+    if (Is(ETimeline::Basic) || Is(ETimeline::ProgramStream)) GetPeerTiming().bFirstTime = true;
+    if (Is(ETimeline::ProgramStream) || !m_bResetRequested) RequestReset();
 }
 
 /// A frame more than two seconds from the audio takes the audio's start time.
 void CVideoDeliveryLoop::CheckDrift(Frame& frame) {
-    if (!Is(EVariant::ProgramStream)) return;
+    if (!Is(ETimeline::ProgramStream)) return;
     const REFERENCE_TIME rtDrift = GetTiming().rtStart - GetPeerTiming().rtLastStart;
     if (rtDrift <= kDriftLimit && rtDrift >= -kDriftLimit) {
         m_nWrongStamps = 0;
@@ -206,7 +206,7 @@ void CVideoDeliveryLoop::CheckDrift(Frame& frame) {
 }
 
 /// The basic variant holds a broken frame back: the timing restarts with the next.
-bool CVideoDeliveryLoop::IsWithheld() const { return Is(EVariant::Basic) && m_pin.GetTiming().bFirstTime; }
+bool CVideoDeliveryLoop::IsWithheld() const { return Is(ETimeline::Basic) && m_pin.GetTiming().bFirstTime; }
 
 // ---------------- elementary-stream variant
 

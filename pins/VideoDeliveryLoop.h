@@ -14,7 +14,7 @@ public:
     explicit CVideoDeliveryLoop(CKestDemux2VideoOutputPin& pin);
 
 private:
-    const DeliveryRules& SelectRules(std::uint32_t nWorkingMode) const override;
+    const DeliveryRules& SelectRules(const WorkingMode& mode) const override;
     void BeginRun() override {}
     std::int64_t GetStamp(const FRAME_INFO& info) const override { return info.llPts; }
     void PassEnd() override;
@@ -25,7 +25,7 @@ private:
     void AfterStamping(Frame& frame) override;
     void OnBrokenStamp() override;
     void CheckDrift(Frame& frame) override;
-    bool CountsBeforeDelivery() const override { return !Is(EVariant::ElementaryStream); }
+    bool CountsBeforeDelivery() const override { return !Is(ETimeline::ElementaryStream); }
     bool IsWithheld() const override;
     void OnEnd() override;
 

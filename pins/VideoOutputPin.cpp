@@ -51,19 +51,16 @@ HRESULT CKestDemux2VideoOutputPin::GetMediaType(int n, CMediaType& type) {
     if (n < 0) return E_INVALIDARG;
     if (n > 0) return VFW_S_NO_MORE_ITEMS;
     CMediaType offered;
-    switch (m_pDemuxFilter->GetWorkingMode()) {
-        case 0:
-        case 1:
-        case 2: {
+    switch (FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).videoType) {
+        case EVideoType::Mpeg4: {
             const bool bLive = m_pDemuxFilter->IsPushSource();
             offered = MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
                                          bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight());
             break;
         }
-        case 3:
-        case 4: offered = MakeMpeg2VideoType(); break;
-        case 5: offered = MakeMpeg1VideoType(); break;
-        default: return E_INVALIDARG;
+        case EVideoType::Mpeg2: offered = MakeMpeg2VideoType(); break;
+        case EVideoType::Mpeg1: offered = MakeMpeg1VideoType(); break;
+        case EVideoType::None: return E_INVALIDARG;
     }
     CAutoLock lock(*m_pLock);
     if (!IsConnected()) m_mt = offered;  // what is offered is the pin's type until a connection fixes another
@@ -119,15 +116,17 @@ HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void
 HRESULT CKestDemux2VideoOutputPin::Notify(IBaseFilter*, Quality q) {
     constexpr REFERENCE_TIME kTransportLate = -200000;
     constexpr REFERENCE_TIME kProgramLate = -310000;
-    switch (m_pDemuxFilter->GetWorkingMode()) {
-        case 0: return NotifyElementaryStream(q);
-        case 1:
+    switch (FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).lateness) {
+        case ELateness::MoveTimeBase: return NotifyElementaryStream(q);
+        case ELateness::TraceWhenLate:
             if (q.Late <= kTransportLate || GetFramesPending() == 0) return E_NOTIMPL;
             DebugText("===>Skipping frame\n");
             return S_OK;
-        case 2: return q.Late > kProgramLate && GetFramesPending() > 0 ? S_OK : E_NOTIMPL;
-        default: return E_NOTIMPL;
+        case ELateness::AcceptWhenLate:
+            return q.Late > kProgramLate && GetFramesPending() > 0 ? S_OK : E_NOTIMPL;
+        case ELateness::NotHandled: return E_NOTIMPL;
     }
+    return E_NOTIMPL;
 }
 
 /// Moves the time base of an elementary stream that is rendered too late, at most every 100 seconds.

@@ -16,14 +16,14 @@ TEST_F(FilterConnection, StreamDecidesOnModeAndPreferredType) {
         {"ps_mpeg4.mpg", 2, kSubtypeMpeg4ProgramStream},
         {"ps_mpeg2_packs.mpg", 4, MEDIASUBTYPE_MPEG2_VIDEO},
     };
-    EXPECT_EQ(6U, m_pFilter->GetWorkingMode());
+    EXPECT_EQ(EWorkingMode::None, m_pFilter->GetWorkingMode());
     CMediaType type;
     for (const auto& c : cases) {
         EXPECT_EQ(VFW_S_NO_MORE_ITEMS, m_pInput->GetMediaType(0, type)) << "nothing to read";
         IAsyncReader* pReader = Load(c.pszFile);
         ASSERT_EQ(S_OK, Connect(pReader)) << c.pszFile;
         EXPECT_FALSE(m_pFilter->IsPushSource());
-        EXPECT_EQ(c.nMode, m_pFilter->GetWorkingMode());
+        EXPECT_EQ(static_cast<EWorkingMode>(c.nMode), m_pFilter->GetWorkingMode());
         EXPECT_EQ(S_OK, m_pInput->GetMediaType(0, type));
         EXPECT_TRUE(type == CMediaType(MEDIATYPE_Stream, c.subtype));
         EXPECT_EQ(S_OK, m_pInput->GetMediaType(1, type));
@@ -31,7 +31,7 @@ TEST_F(FilterConnection, StreamDecidesOnModeAndPreferredType) {
         EXPECT_EQ(VFW_S_NO_MORE_ITEMS, m_pInput->GetMediaType(2, type));
         Disconnect();
         EXPECT_TRUE(m_pFilter->IsPushSource());
-        EXPECT_EQ(c.nMode, m_pFilter->GetWorkingMode()) << "the mode stays";
+        EXPECT_EQ(static_cast<EWorkingMode>(c.nMode), m_pFilter->GetWorkingMode()) << "the mode stays";
     }
 }
 
@@ -44,7 +44,7 @@ TEST_F(FilterConnection, RefusalsLeaveNothingBehind) {
         CMediaType full(MEDIATYPE_Stream);
         full.SetFormatType(FORMAT_None);
         EXPECT_EQ(VFW_E_TYPE_NOT_ACCEPTED, m_pSource->m_pin.Connect(m_pInput, &full)) << pszFile;
-        EXPECT_EQ(6U, m_pFilter->GetWorkingMode());
+        EXPECT_EQ(EWorkingMode::None, m_pFilter->GetWorkingMode());
     }
     EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, m_pVideo->Connect(&VideoSink(), nullptr)) << "input not connected";
     EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, m_pAudio->Connect(&AudioSink(), nullptr));

@@ -17,7 +17,7 @@ TEST_F(FilterStates, ModeAndStateDecideWhichThreadsRun) {
         {'S', State_Stopped}, {'S', State_Stopped},
     };
     for (std::uint32_t nMode = 0; nMode <= 6; ++nMode) {
-        m_pInput->SetWorkingMode(nMode);
+        m_pInput->SetWorkingMode(static_cast<EWorkingMode>(nMode));
         for (const auto& call : calls) {
             SCOPED_TRACE("mode " + std::to_string(nMode) + ", call " + call.cCall);
             EXPECT_EQ(S_OK, call.cCall == 'S'   ? m_pFilter->Stop()
@@ -36,7 +36,7 @@ TEST_F(FilterStates, ModeAndStateDecideWhichThreadsRun) {
 }
 
 TEST_F(FilterStates, PausingLeavesTheTimingAndStoppingForgetsIt) {
-    m_pInput->SetWorkingMode(2);
+    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
     PinTiming& video = m_pVideo->GetTiming();
     PinTiming& audio = m_pAudio->GetTiming();
@@ -64,7 +64,7 @@ TEST_F(FilterStates, DemuxFunctionDecidesOnPacing) {
         std::uint32_t nDemuxOutput;
         bool bFreeRun;
     } cases[] = {{2, true}, {7, true}, {0, false}, {7, false}, {2, true}, {1, false}};
-    m_pInput->SetWorkingMode(2);
+    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
     for (const auto& c : cases) {
         m_pFilter->GetSendSettings().nDemuxOutput = c.nDemuxOutput;
         ASSERT_EQ(S_OK, m_pFilter->Pause());
@@ -74,12 +74,12 @@ TEST_F(FilterStates, DemuxFunctionDecidesOnPacing) {
     m_pFilter->GetSendSettings().nDemuxOutput = 2;
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
     m_pFilter->Stop();
-    m_pInput->SetWorkingMode(0);
+    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(0));
     EXPECT_FALSE(m_pFilter->IsFreeRun()) << "entering this mode ends it";
 }
 
 TEST_F(FilterStates, ResetOfAProgramStreamStopsNoThread) {
-    m_pInput->SetWorkingMode(2);
+    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
     PinTiming& video = m_pVideo->GetTiming();
     PinTiming& audio = m_pAudio->GetTiming();
@@ -104,7 +104,7 @@ TEST_F(FilterStates, ResetOfAProgramStreamStopsNoThread) {
 }
 
 TEST_F(FilterStates, ResetWithoutCoreWaitsForThePinsAndRestartsTheirThreads) {
-    m_pInput->SetWorkingMode(1);
+    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(1));
     m_pFilter->GetSendSettings().nDemuxOutput = kDemuxOutputAvEs;
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
     CCaptureTexts texts;

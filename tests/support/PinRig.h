@@ -28,7 +28,7 @@ public:
     int GetPinCount() override { return 2; }
     CBasePin* GetPin(int n) override { return n == 0 ? static_cast<CBasePin*>(&m_video) : &m_audio; }
 
-    std::uint32_t GetWorkingMode() const override { return m_nMode; }
+    EWorkingMode GetWorkingMode() const override { return static_cast<EWorkingMode>(m_nMode.load()); }
     bool IsInputConnected() const override { return m_bInputConnected; }
     bool IsPushSource() const override { return m_bPush; }
     std::uint32_t GetBitRate() const override { return m_nBitRate; }
