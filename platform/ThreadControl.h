@@ -98,4 +98,10 @@ inline void ThrowIfTerminated() {
     if (CThreadControl* pControl = CurrentThreadControl()) pControl->ThrowIfTerminated();
 }
 
+/// Called where the termination signal was caught on its way out of an interface method: the calling thread's next
+/// wait throws it again.
+inline void PostponeTermination() {
+    if (CThreadControl* pControl = CurrentThreadControl()) pControl->bTerminationThrown = false;
+}
+
 }  // namespace kest
