@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <string>
+#include <tuple>
 
 #include "support/CaptureTexts.h"
 #include "support/Records.h"
@@ -24,10 +26,9 @@ struct CQueue : CBlockMemFileEx {
         std::vector<std::uint8_t> bytes(kBlockSize, 0xEE);
         std::uint64_t nInfo = 0;
         const BlockRead read = ReadEx(0, std::span(bytes).first(nRoom), &nInfo, 0);
-        if (!read.IsTaken()) return 0;
-        EXPECT_EQ(read.nGeneration, GetGeneration(0));
-        EXPECT_EQ(read.nLength, n);
-        auto expected = Counting(n, static_cast<std::uint8_t>(nInfo));
+        auto expected = Counting(read.IsTaken() ? n : 0, static_cast<std::uint8_t>(nInfo));
+        EXPECT_EQ(read.nLength, expected.size());
+        EXPECT_EQ(read.nGeneration, read.IsTaken() ? GetGeneration(0) : 0);
         expected.resize(kBlockSize, 0xEE);
         EXPECT_EQ(bytes, expected);
         return nInfo;
@@ -35,22 +36,19 @@ struct CQueue : CBlockMemFileEx {
 };
 
 TEST(BlockMemFile, RecordsComeWithBlocksOfEveryLength) {
-    const struct {
-        std::size_t nWritten, nRoom, nRead;
-        const char* pszTrace;
-    } aCases[] = {
+    const std::tuple<std::size_t, std::size_t, std::size_t, std::string> aCases[] = {
         {0, 0, 0, ""},
         {kBlockSize + 1, kBlockSize, kBlockSize, "Frame of 65 bytes is cut to its block of 64 bytes\n"},
         {20, 8, 8, "Block of 20 bytes is cut to 8 bytes\n"},
     };
     CQueue queue;
-    for (const auto& c : aCases) {
+    for (const auto& [nWritten, nRoom, nRead, strTrace] : aCases) {
         CCaptureTexts texts;
-        EXPECT_EQ(queue.Put(7, c.nWritten), static_cast<int>(std::min<std::size_t>(c.nWritten, kBlockSize)));
+        EXPECT_EQ(queue.Put(7, nWritten), static_cast<int>(std::min<std::size_t>(nWritten, kBlockSize)));
         EXPECT_EQ(queue.Put(9), 8) << "the next block";
-        EXPECT_EQ(queue.Take(c.nRead, c.nRoom), 7u);
+        EXPECT_EQ(queue.Take(nRead, nRoom), 7u);
         EXPECT_EQ(queue.Take(), 9u);
-        EXPECT_EQ(texts.TraceTexts(), c.pszTrace);
+        EXPECT_EQ(texts.TraceTexts(), strTrace);
     }
     std::uint64_t nInfo = 5;
     EXPECT_EQ(queue.ReadEx(0, {}, &nInfo, 0).status, BlockRead::EStatus::Nothing);
@@ -85,11 +83,8 @@ TEST(BlockMemFile, BlocksInPlaceAndGenerations) {
         queue.Reset();
         if (i % 2) queue.Put(8);
         const BlockWrite block = Begin();
-        if (i < 2) {
-            queue.Reset();
-        } else {
-            queue.WClose(), queue.WOpen();
-        }
+        if (i < 2) queue.Reset();
+        if (i >= 2) queue.WClose(), queue.WOpen();
         EXPECT_EQ(queue.CommitBlock(block, 8, &nInfo), 0);
         EXPECT_EQ(queue.WriteEx(Counting(8), &nInfo, kInfinite, block.nGeneration), 0);
         EXPECT_EQ(queue.Put(5), 8);

