@@ -53,8 +53,7 @@ TEST(BlockMemFile, RecordsComeWithBlocksOfEveryLength) {
     std::uint64_t nInfo = 5;
     EXPECT_EQ(queue.ReadEx(0, {}, &nInfo, 0).status, BlockRead::EStatus::Nothing);
     EXPECT_EQ(queue.ReadEx(1, {}, &nInfo, kInfinite).status, BlockRead::EStatus::NotOpen);
-    for (int n : {-1, 5})
-        EXPECT_EQ(queue.ReadEx(n, {}, &nInfo, kInfinite).status, BlockRead::EStatus::BadHandle);
+    EXPECT_EQ(queue.ReadEx(5, {}, &nInfo, kInfinite).status, BlockRead::EStatus::BadHandle);
     EXPECT_EQ(nInfo, 5u);
     queue.WClose();
     EXPECT_EQ(queue.Put(1), -1);

@@ -2,7 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <list>
-#include <random>
+#include <string>
+#include <tuple>
 
 #include "plumbing/BlockMemFile.h"
 #include "plumbing/RingBuffer.h"
@@ -39,7 +40,6 @@ struct CRingSides : CRingBuffer {
         FillRecord(record, n);
         return CRingBuffer::Write(record, nTimeoutMs) > 0;
     }
-    int WriteForStress(std::uint64_t n) { return Write(n, kInfinite); }
     std::uint64_t Read(int nReader, std::uint32_t nTimeoutMs = 0) {
         std::uint8_t record[kRecord];
         return ReadTimed(nReader, record, nTimeoutMs) > 0 ? Number(record) : 0;
@@ -66,21 +66,16 @@ struct CQueueSides : CBlockMemFileEx {
     int Write(std::uint64_t n, std::uint32_t nTimeoutMs = 0) {
         std::uint8_t record[kRecord];
         FillRecord(record, n);
-        return WriteEx(record, &n, nTimeoutMs) > 0;
+        if (n % 2 == 0) return WriteEx(record, &n, nTimeoutMs) > 0;
+        const BlockWrite block = BeginBlock(nTimeoutMs);  // the other half in place
+        FillRecord(block.storage, n);
+        return !block.storage.empty() && CommitBlock(block, kRecord, &n) > 0;
     }
     std::uint64_t Read(int nReader, std::uint32_t nTimeoutMs = 0) {
         std::uint8_t record[kRecord];
         std::uint64_t nInfo = 0;
         const BlockRead read = ReadEx(nReader, record, &nInfo, nTimeoutMs);
         return !read.IsTaken() || Number(std::span(record).first(read.nLength)) == nInfo ? nInfo : kTorn;
-    }
-    int WriteForStress(std::uint64_t n) {
-        if (n % 2) return Write(n, kInfinite);
-        const BlockWrite block = BeginBlock(kInfinite);
-        if (block.storage.empty()) return 0;
-        const auto nLength = static_cast<std::uint32_t>(8 + n % (kRecord - 7));
-        FillRecord(block.storage.first(nLength), n);
-        return CommitBlock(block, nLength, &n) > 0;
     }
     std::uint64_t ReadForStress(int nReader) { return Read(nReader, nReader == 1 ? 5 : kInfinite); }
 };
@@ -144,38 +139,35 @@ TYPED_TEST(Sides, SlowestReaderHoldsTheWriterAndAllKeepTheOrder) {
 // a round, be it before, between or after the tests that the wait takes: a wake-up that comes before what it announces
 // is lost there.
 TYPED_TEST(Sides, EveryWaitIsEndedStress) {
-    const struct {
-        const char* pszWhat;
-        bool bFull;             // the writer waits, else the reader
-        int nStressMs;          // 0 where a wait that begins only then goes on
-        std::uint64_t nResult;  // of the wait
-        void (*wake)(TypeParam&);
-    } aCases[] = {
-        {"write", false, 60, 5, [](auto& sides) { sides.Write(5); }},
-        {"emptying", false, 0, 0, [](auto& sides) { sides.Empty(); }},
-        {"close", false, 60, 0, [](auto& sides) { sides.CloseReader(0); }},
-        {"reopen", false, 0, 0, [](auto& sides) { sides.CloseReader(0), sides.OpenReader(); }},
-        {"read", true, 60, 1, [](auto& sides) { ReadByAll(sides); }},
-        {"emptying", true, 600, TypeParam::kEmptyingBringsRoom, [](auto& sides) { sides.Empty(); }},
-        {"close of the readers", true, 60, 1, [](auto& sides) { CloseReaders(sides); }},
-        {"close", true, 60, 0, [](auto& sides) { sides.CloseWriter(); }},
-        {"reopen", true, 60, 0, [](auto& sides) { sides.CloseWriter(), sides.OpenWriter(); }},
+    // What wakes; whether the writer waits on a full buffer, else the reader on an empty one; for how many milliseconds to
+    // stress it (0: a wait that begins only then goes on); the result of the wait.
+    const std::tuple<std::string, bool, int, std::uint64_t, void (*)(TypeParam&)> aCases[] = {
+        {"write, empty", false, 60, 5, [](auto& sides) { sides.Write(5); }},
+        {"emptying, empty", false, 0, 0, [](auto& sides) { sides.Empty(); }},
+        {"close, empty", false, 60, 0, [](auto& sides) { sides.CloseReader(0); }},
+        {"reopen, empty", false, 0, 0, [](auto& sides) { sides.CloseReader(0), sides.OpenReader(); }},
+        {"read, full", true, 60, 1, [](auto& sides) { ReadByAll(sides); }},
+        {"emptying, full", true, 600, TypeParam::kEmptyingBringsRoom, [](auto& sides) { sides.Empty(); }},
+        {"close of the readers, full", true, 60, 1, [](auto& sides) { CloseReaders(sides); }},
+        {"close, full", true, 60, 0, [](auto& sides) { sides.CloseWriter(); }},
+        {"reopen, full", true, 60, 0, [](auto& sides) { sides.CloseWriter(), sides.OpenWriter(); }},
     };
-    for (const auto& c : aCases) {
-        SCOPED_TRACE(testing::Message() << c.pszWhat << (c.bFull ? ", full" : ", empty"));
+    for (const auto& [strWhat, bFullNow, nStressMs, nResultNow, wake] : aCases) {
+        SCOPED_TRACE(strWhat);
+        const bool bFull = bFullNow;
+        const std::uint64_t nResult = nResultNow;
         TypeParam sides;
-        auto Wait = [&](std::uint32_t nTimeoutMs) {
-            return c.bFull ? static_cast<std::uint64_t>(sides.Write(2, nTimeoutMs))
-                           : sides.Read(0, nTimeoutMs);
+        auto Wait = [&](std::uint32_t nMs) {
+            return bFull ? std::uint64_t(sides.Write(2, nMs)) : sides.Read(0, nMs);
         };
         auto Prepare = [&] {
             ReopenAll(sides);
-            while (c.bFull && sides.Write(1)) continue;
+            while (bFull && sides.Write(1)) continue;
         };
         Prepare();
         EXPECT_EQ(Wait(5), 0u);
         ExpectEndsByForce([&] { Wait(kInfinite); });
-        ExpectWaitEnds([&] { EXPECT_EQ(Wait(kInfinite), c.nResult); }, [&] { c.wake(sides); });
+        ExpectWaitEnds([&] { EXPECT_EQ(Wait(kInfinite), nResult); }, [&, pfnWake = wake] { pfnWake(sides); });
 
         std::atomic<int> nRound{0}, nEnded{0};
         CTestThread waiter([&] {
@@ -185,12 +177,12 @@ TYPED_TEST(Sides, EveryWaitIsEndedStress) {
                 Wait(kInfinite);
             }
         });
-        const auto end = Clock::now() + std::chrono::milliseconds(c.nStressMs);
+        const auto end = Clock::now() + std::chrono::milliseconds(nStressMs);
         for (int i = 1; Clock::now() < end; ++i) {
             Prepare();
             nRound = i;
             Spin(i % 150);
-            c.wake(sides);
+            wake(sides);
             ASSERT_TRUE(Eventually([&] { return nEnded == i; })) << "the wait sleeps on, in round " << i;
         }
         nRound = kLastRound;
@@ -207,7 +199,7 @@ TYPED_TEST(Sides, NothingIsTornOrLostStress) {
     ReopenAll(sides);
     std::list<CTestThread> threads;
     threads.emplace_back([&] {
-        for (std::uint64_t nNext = 1; !bEnd;) nNext += sides.WriteForStress(nNext) ? 1 : 0;
+        for (std::uint64_t nNext = 1; !bEnd;) nNext += sides.Write(nNext, kInfinite) ? 1 : 0;
     });
     for (std::size_t nReader = 0; nReader < kReaders; ++nReader) {
         threads.emplace_back([&, nReader] {
@@ -225,16 +217,13 @@ TYPED_TEST(Sides, NothingIsTornOrLostStress) {
             }
         });
     }
-    std::minstd_rand random(2);
     const auto end = Clock::now() + std::chrono::seconds(1);
-    while (Clock::now() < end && !testing::Test::HasFailure()) {
+    for (int n = 0; Clock::now() < end && !testing::Test::HasFailure(); n = (n + 1) % 8) {
         ++nEpoch;
-        switch (const int n = static_cast<int>(random() % 8)) {
-            case 5: sides.Empty(); break;
-            case 6: sides.CloseWriter(), sides.OpenWriter(); break;
-            case 7: ReopenAll(sides); break;
-            default: sides.CloseReader(n), sides.OpenReader();
-        }
+        if (n < kReaders) sides.CloseReader(n), sides.OpenReader();
+        if (n == 5) sides.Empty();
+        if (n == 6) sides.CloseWriter(), sides.OpenWriter();
+        if (n == 7) ReopenAll(sides);
         ++nEpoch;
         for (auto& nTaken : anTaken) {
             const std::uint64_t nBefore = nTaken;

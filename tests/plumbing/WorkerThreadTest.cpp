@@ -22,10 +22,7 @@ struct CTestWorker : CWorkerThread {
     void ExpectRuns(bool bRuns) {
         if (!bRuns) SleepMs(kSettleMs);
         const int nTurns = m_nTurns;
-        EXPECT_EQ(
-            bRuns ? Eventually([&] { return m_nTurns > nTurns; }) : WaitForThread(kSettleMs) != WAIT_TIMEOUT,
-            bRuns);
-        EXPECT_EQ(m_nTurns > nTurns, bRuns);
+        EXPECT_EQ(Eventually([&] { return m_nTurns > nTurns; }, bRuns ? kTooLongMs : kSettleMs), bRuns);
     }
     std::int32_t ThreadProc() override {
         if (m_body) return m_body();
@@ -41,16 +38,11 @@ struct CTestWorker : CWorkerThread {
 
 TEST(WorkerThread, HoldsRunsAndEndsAsItsEventsSay) {
     CTestWorker worker;
-    const std::function<void()> states[] = {
-        [] {},  // never started
-        [] {},  // running
-        [&] { worker.Pause(); },
-        [&] { worker.Pause(), worker.Stop(), worker.WaitForThread(kTooLongMs); },
-        [&] { worker.CloseThread(); },
-    };
     EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED);
-    for (const auto& enterState : states) {
-        enterState();
+    for (int nState = 0; nState < 5; ++nState) {  // not yet started, running, paused, ended, closed
+        if (nState == 2 || nState == 3) worker.Pause();
+        if (nState == 3) worker.Stop(), worker.WaitForThread(kTooLongMs);
+        if (nState == 4) worker.CloseThread();
         worker.Restart();
         worker.ExpectRuns(false);
         worker.Resume();

@@ -55,10 +55,10 @@ inline void Spin(int nTurns) {
     while (nTurn < nTurns) nTurn = nTurn + 1;
 }
 
-/// Waits until `isTrue()`. False when it takes too long.
+/// Waits until `isTrue()`. False when it takes longer than nMs.
 template <class IsTrue>
-bool Eventually(IsTrue isTrue) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kTooLongMs);
+bool Eventually(IsTrue isTrue, std::uint32_t nMs = kTooLongMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(nMs);
     while (!isTrue()) {
         if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::yield();
@@ -72,9 +72,9 @@ inline void ExpectWaitEnds(const std::function<void()>& wait, const std::functio
     CTestThread thread(wait);
     SleepMs(kSettleMs);
     EXPECT_FALSE(thread.HasEnded());
-    for (std::uint32_t nMs = 0; nMs < kTooLongMs && !thread.HasEnded(); ++nMs) {
-        if (nMs % 200 == 0) wake();
-        SleepMs(1);
+    for (int i = 0; i < 100; ++i) {
+        wake();
+        if (Eventually([&] { return thread.HasEnded(); }, kTooLongMs / 100)) return;
     }
 }
 
