@@ -24,7 +24,7 @@ void QueueTransfer(benchmark::State& state) {
     std::thread reader([&] {
         std::vector<std::uint8_t> frame(kBlockSize);
         Info info{};
-        while (queue.ReadEx(nReader, frame, &info, kInfinite) > 0) benchmark::DoNotOptimize(frame.data());
+        while (queue.ReadEx(nReader, frame, &info, kInfinite).IsTaken()) benchmark::DoNotOptimize(frame.data());
     });
     const std::vector<std::uint8_t> frame(static_cast<std::size_t>(state.range(0)), 0x47);
     const Info info{};

@@ -56,11 +56,11 @@ private:
         const std::uint32_t nBlockSize = m_queue.GetBlockSize();
         const auto pBlock = std::make_unique_for_overwrite<std::uint8_t[]>(nBlockSize);
         for (bool bEnd = false; !bEnd;) {
-            FRAME_INFO info{};  // cleared, so that an empty end-of-stream record differs from an empty read
-            const int nLength = m_queue.ReadEx(kReader, {pBlock.get(), nBlockSize}, &info, kInfinite);
+            FRAME_INFO info{};
+            const BlockRead read = m_queue.ReadEx(kReader, {pBlock.get(), nBlockSize}, &info, kInfinite);
             bEnd = info.bEndOfStream;
-            if (nLength <= 0 && !bEnd) continue;
-            m_handler(m_stream, info, {pBlock.get(), static_cast<std::size_t>(nLength)});
+            if (read.nLength == 0 && !bEnd) continue;
+            m_handler(m_stream, info, {pBlock.get(), read.nLength});
             if (!bEnd) m_llPosition = info.llFilePos;
         }
         m_evEnd.Set();

@@ -90,14 +90,14 @@ bool CDeliveryLoop::TakeSample(Frame& frame) {
 }
 
 /// Reads the next frame. An empty block whose record says so is the end of the stream; it goes downstream
-/// even in free run. The record is cleared before, since nothing else tells that block from a read that
-/// failed.
+/// even in free run.
 CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     if (m_rules->bReadsFlags) DropQueuedFrames(frame);
     TraceStep("=======>Audio 2\n");
-    frame.info = {};
-    frame.nLength = m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, kInfinite,
-                                                &frame.nGeneration);
+    const BlockRead read =
+        m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, kInfinite);
+    frame.nLength = static_cast<int>(read.nLength);
+    frame.nGeneration = read.nGeneration;
     if (frame.nLength > 0) {
         TraceStep("=======>Audio 3\n");
         frame.llStamp = GetStamp(frame.info);
@@ -108,7 +108,9 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
         EndStream(frame);
         return EStep::NextFrame;
     }
-    if (frame.nLength < 0) SleepMs(kNoSamplePauseMs);  // the queue is closed, and the stop will come
+    if (!read.IsTaken() && read.status != BlockRead::EStatus::Nothing) {
+        SleepMs(kNoSamplePauseMs);  // the queue is closed, and the stop will come
+    }
     OnNothingRead();
     return m_rules->bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
 }
@@ -119,9 +121,9 @@ void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     TraceStep("=======>Audio 1.5\n");
     if (!GetTiming().bRestartPending.exchange(false)) return;
     while (m_pin.GetFramesPending() > 0 && !GetThread().IsStopping()) {
-        frame.info = {};
-        m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0, &frame.nGeneration);
-        if (frame.info.bEndOfStream) return EndStream(frame);
+        const BlockRead read = m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0);
+        frame.nGeneration = read.nGeneration;
+        if (read.IsTaken() && frame.info.bEndOfStream) return EndStream(frame);
         OnFrameDropped();
     }
 }

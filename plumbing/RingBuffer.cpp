@@ -1,373 +1,234 @@
 #include "plumbing/RingBuffer.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "plumbing/StatusText.h"
-#include "plumbing/WaitFor.h"
 
 namespace kest {
 
 CRingBuffer::CRingBuffer(std::uint32_t nCapacity)
-    : m_nCapacity(nCapacity),
-      m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)),
-      m_bError(nCapacity == 0) {}
+    : CBufferSides(nCapacity), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
 
 // ---------------- write side
 
 int CRingBuffer::OpenWriter(std::uint32_t nMaxChunk) {
-    CAutoLock lockWrite(m_csWrite);
-    CAutoLock lock(m_csWriter);
-    if (m_bError || nMaxChunk > m_nCapacity / 3) return RB_E_TOO_BIG;
-    if (m_bWriterOpen) return RB_E_WRITER_OPEN;
-    m_llTotalWritten = 0;
-    m_nWriterRequired = 0;
-    m_nWritePos = 0;
-    m_nWriterMaxChunk = nMaxChunk;
-    m_bWriterOpen = true;
-    m_evWriter.Set();
-    return 0;
+    if (m_nUnits == 0 || nMaxChunk > m_nUnits / 3) return RB_E_TOO_BIG;
+    return OpenWriteSide(nMaxChunk) ? 0 : RB_E_WRITER_OPEN;
 }
 
 void CRingBuffer::CloseWriter() {
-    CAutoLock lockWrite(m_csWrite);
-    CAutoLock lock(m_csWriter);
-    m_bWriterOpen = false;
-    m_nWritePos = 0;
-    ++m_nWriterBreaks;
-    m_evWriter.Set();
+    CAutoLock lock(m_csWrite);
+    m_nInPlacePos = kNowhere;
+    CloseWriteSide();
 }
 
 int CRingBuffer::Write(std::span<const std::uint8_t> data, std::uint32_t nTimeoutMs) {
-    if (!m_bWriterOpen) return RB_E_NOT_OPEN;
-    auto HasRoom = [&] { return GetFreeSize() >= data.size(); };
-    ThrowIfTerminated();
-    if (!HasRoom()) {
-        m_nWriterRequired = static_cast<std::uint32_t>(data.size());
-        if (!WaitFor(m_evWriter, m_bWriterOpen, m_nWriterBreaks, nTimeoutMs, HasRoom)) return 0;
-    }
-    CAutoLock lock(m_csWrite);
-    if (!m_bWriterOpen || !HasRoom()) return 0;  // closed in between
-    const std::size_t nToEnd = std::min<std::size_t>(data.size(), m_nCapacity - m_nWritePos);
-    std::copy_n(data.begin(), nToEnd, m_pBuffer.get() + m_nWritePos);
-    std::copy(data.begin() + static_cast<std::ptrdiff_t>(nToEnd), data.end(), m_pBuffer.get());
-    Credit(static_cast<std::uint32_t>(data.size()));
-    return static_cast<int>(data.size());
+    const std::uint32_t nGeneration = m_writer.nGeneration;
+    if (!m_writer.bOpen) return RB_E_NOT_OPEN;
+    const auto n = static_cast<std::uint32_t>(data.size());
+    const auto lock = BeginWrite(nGeneration, n, nTimeoutMs);
+    if (!lock) return 0;
+    const std::size_t nToEnd = std::min(n, m_nUnits - m_writer.nPos);
+    std::copy_n(data.begin(), nToEnd, m_pBuffer.get() + m_writer.nPos);
+    std::ranges::copy(data.subspan(nToEnd), m_pBuffer.get());
+    Credit(n);
+    return static_cast<int>(n);
 }
 
 int CRingBuffer::WriteWait(std::span<const std::uint8_t> data) { return Write(data, kInfinite); }
 
 std::span<std::uint8_t> CRingBuffer::GetWritePointer(std::uint32_t& nFree) {
-    nFree = GetFreeSize();
-    const std::uint32_t nPos = m_nWritePos;
-    return {m_pBuffer.get() + nPos, std::min(nFree, m_nCapacity - nPos)};
+    CAutoLock lock(m_csWrite);
+    nFree = GetRoom();
+    m_nInPlacePos = m_writer.nPos;
+    return {m_pBuffer.get() + m_nInPlacePos, std::min(nFree, m_nUnits - m_nInPlacePos)};
 }
 
 int CRingBuffer::Commit(std::uint32_t n) {
     CAutoLock lock(m_csWrite);
-    if (!m_bWriterOpen) return RB_E_NOT_OPEN;
-    if (n > GetFreeSize()) return RB_E_BAD_SIZE;
+    if (!m_writer.bOpen) return RB_E_NOT_OPEN;
+    if (m_writer.nPos != m_nInPlacePos) return 0;
+    if (n > std::min(GetRoom(), m_nUnits - m_nInPlacePos)) return RB_E_BAD_SIZE;
     Credit(n);
+    m_nInPlacePos = m_writer.nPos;
     return static_cast<int>(n);
 }
 
-std::uint32_t CRingBuffer::GetWriterMaxChunk() const { return m_bWriterOpen ? m_nWriterMaxChunk.load() : 0; }
+std::uint32_t CRingBuffer::GetWriterMaxChunk() const {
+    return m_writer.bOpen ? m_writer.nMaxChunk.load() : 0;
+}
 
 void CRingBuffer::WakeWriter() {
-    if (m_bWriterOpen) m_evWriter.Set();
-}
-
-std::uint32_t CRingBuffer::GetFreeSize() const {
-    std::uint32_t nMostPending = 0;
-    for (const ReaderRecord& reader : m_aReader) {
-        if (reader.bOpen) nMostPending = std::max(nMostPending, reader.nPending.load());
-    }
-    return m_nCapacity - nMostPending;
-}
-
-/// Moves the write position and gives the bytes to the readers. Under m_csWrite.
-void CRingBuffer::Credit(std::uint32_t n) {
-    m_nWritePos = Moved(m_nWritePos, n);
-    for (ReaderRecord& reader : m_aReader) {
-        if (!reader.bOpen) continue;
-        const std::uint32_t nPending = reader.nPending += n;
-        if (nPending >= reader.nRequired && !reader.hEvent.IsSignalled()) reader.hEvent.Set();
-    }
-    m_llTotalWritten += n;
+    if (m_writer.bOpen) WakeWaitingWriter();
 }
 
 // ---------------- read sides
 
 int CRingBuffer::OpenReader(std::uint32_t nMaxChunk) {
-    CAutoLock lockWrite(m_csWrite);  // nothing may be written between taking the position and being open
-    CAutoLock lock(m_csReaders);
-    if (m_nReaders + 1 > kMaxReaders) return RB_E_TOO_MANY_READERS;
+    CAutoLock lock(m_csWrite);  // no side may open between the test of the sizes and the opening
     std::uint32_t nLargest = nMaxChunk;
+    int nReaders = 0;
     for (const ReaderRecord& reader : m_aReader) {
-        if (reader.bOpen) nLargest = std::max(nLargest, reader.nMaxChunk.load());
+        if (!reader.bOpen) continue;
+        nLargest = std::max(nLargest, reader.nMaxChunk.load());
+        ++nReaders;
     }
-    const bool bFits = m_bWriterOpen ? std::uint64_t{nLargest} + m_nWriterMaxChunk <= m_nCapacity / 2
-                                     : nLargest <= m_nCapacity / 3;
-    if (m_bError || !bFits) return RB_E_TOO_BIG;
-    const auto pReader = std::find_if(m_aReader.begin(), m_aReader.end(), [](auto& r) { return !r.bOpen; });
-    if (pReader == m_aReader.end()) return RB_E_NO_READER;
-
-    CAutoLock lockReader(pReader->cs);
-    if (pReader->bEventMade) pReader->hEvent.Set();
-    pReader->bEventMade = true;
-    pReader->llTotalRead = 0;
-    pReader->nRequired = 0;
-    pReader->nPending = 0;
-    pReader->nMaxChunk = nMaxChunk;
-    pReader->nReadPos = m_nWritePos.load();
-    pReader->bOpen = true;
-    ++m_nReaders;
-    return static_cast<int>(pReader - m_aReader.begin());
+    if (nReaders == kMaxReaders) return RB_E_TOO_MANY_READERS;
+    const bool bFits = m_writer.bOpen ? std::uint64_t{nLargest} + m_writer.nMaxChunk <= m_nUnits / 2
+                                      : nLargest <= m_nUnits / 3;
+    return m_nUnits > 0 && bFits ? OpenReadSide(nMaxChunk) : RB_E_TOO_BIG;
 }
 
-void CRingBuffer::CloseReader(int nReader) {
-    CAutoLock lock(m_csReaders);
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return;
-    {
-        CAutoLock lockReader(pReader->cs);
-        pReader->bOpen = false;
-        ++pReader->nBreaks;
-        pReader->hEvent.Set();
-    }
-    --m_nReaders;
-    WakeBlockedWriter();
-}
+void CRingBuffer::CloseReader(int nReader) { CloseReadSide(nReader); }
 
 int CRingBuffer::Read(int nReader, std::span<std::uint8_t> dest) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    return pReader ? TakeWaited(*pReader, dest, kInfinite) : RB_E_NOT_OPEN;
+    return Transfer(nReader, dest, kInfinite, /*bTake=*/true);
 }
 
 int CRingBuffer::ReadTimed(int nReader, std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    if (dest.empty() || dest.size() > pReader->nMaxChunk) return RB_E_BAD_SIZE;
-    return TakeWaited(*pReader, dest, nTimeoutMs);
+    const int nError = CheckSize(nReader, dest.size());
+    return nError ? nError : Transfer(nReader, dest, nTimeoutMs, /*bTake=*/true);
 }
 
 int CRingBuffer::ReadAll(int nReader, std::span<std::uint8_t> dest) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    CAutoLock lock(pReader->cs);
-    if (!pReader->bOpen) return RB_E_NOT_OPEN;  // closed in between
-    dest = dest.first(std::min<std::size_t>(dest.size(), pReader->nPending));
+    ReadTurn turn = TryRead(nReader, 0);
+    if (!turn.lock) return RB_E_NOT_OPEN;
+    dest = dest.first(std::min<std::size_t>(dest.size(), turn.pReader->nPending));
     if (dest.empty()) return RB_E_BAD_SIZE;
-    CopyOut(*pReader, dest);
-    Advance(*pReader, static_cast<std::uint32_t>(dest.size()));
+    CopyOut(*turn.pReader, dest);
+    EndRead(turn, static_cast<std::uint32_t>(dest.size()), /*bWakeWriter=*/false);
     return static_cast<int>(dest.size());
 }
 
 int CRingBuffer::Peek(int nReader, std::span<std::uint8_t> dest) {
-    return PeekWaited(nReader, dest, kInfinite);
+    return PeekTimed(nReader, dest, kInfinite);
 }
 
 int CRingBuffer::PeekTimed(int nReader, std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
-    return PeekWaited(nReader, dest, nTimeoutMs);
+    const int nError = CheckSize(nReader, dest.size());
+    return nError ? nError : Transfer(nReader, dest, nTimeoutMs, /*bTake=*/false);
 }
 
 int CRingBuffer::PeekNow(int nReader, std::span<std::uint8_t> dest) {
-    const ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    CAutoLock lock(pReader->cs);
-    if (!pReader->bOpen || pReader->nPending < dest.size()) return 0;
-    CopyOut(*pReader, dest);
+    const ReadTurn turn = TryRead(nReader, static_cast<std::uint32_t>(dest.size()));
+    if (!turn.lock) return turn.pReader ? 0 : RB_E_NOT_OPEN;
+    CopyOut(*turn.pReader, dest);
     return static_cast<int>(dest.size());
 }
 
 int CRingBuffer::Skip(int nReader, std::uint32_t n) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    {
-        CAutoLock lock(pReader->cs);
-        if (!pReader->bOpen || pReader->nPending < n) return 0;
-        Advance(*pReader, n);
-    }
-    WakeBlockedWriter();
+    ReadTurn turn = TryRead(nReader, n);
+    if (!turn.lock) return turn.pReader ? 0 : RB_E_NOT_OPEN;
+    EndRead(turn, n);
     return static_cast<int>(n);
 }
 
 int CRingBuffer::ReadToCode(int nReader, std::span<const std::uint32_t> codes, std::span<std::uint8_t> dest,
                             std::uint32_t nTimeoutMs) {
-    constexpr std::size_t kCodeSize = 4;
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    if (dest.size() + kCodeSize > pReader->nMaxChunk) return RB_E_BAD_SIZE;
-    if (!WaitForPending(*pReader, dest.size() + kCodeSize, nTimeoutMs)) return 0;
+    constexpr std::uint32_t kCodeSize = 4;
+    if (const int nError = CheckSize(nReader, dest.size() + kCodeSize)) return nError;
+    const auto nWanted = static_cast<std::uint32_t>(dest.size()) + kCodeSize;
+    ReadTurn turn = BeginRead(nReader, nWanted, nTimeoutMs);
+    if (!turn.lock) return turn.pReader ? 0 : RB_E_NOT_OPEN;
 
-    std::uint32_t nBefore = 0;  // bytes in front of the code
-    {
-        CAutoLock lock(pReader->cs);
-        if (!pReader->bOpen || pReader->nPending < dest.size() + kCodeSize)
-            return 0;  // closed or emptied in between
-        std::uint32_t nRegister = 0;
-        std::uint32_t nPos = pReader->nReadPos;
-        std::uint32_t nExamined = 0;
-        auto Examine = [&] {
-            nRegister = nRegister << 8 | m_pBuffer[nPos];
-            nPos = Moved(nPos, 1);
-            ++nExamined;
-        };
-        while (nExamined < kCodeSize) Examine();
-        auto AtCode = [&] { return std::find(codes.begin(), codes.end(), nRegister) != codes.end(); };
-        while (!AtCode() && nExamined < dest.size() + kCodeSize) Examine();
-        nBefore = nExamined - static_cast<std::uint32_t>(kCodeSize);
-        if (nBefore == 0) return RB_E_AT_CODE;
-        CopyOut(*pReader, dest.first(nBefore));
-        Advance(*pReader, nBefore);
+    std::uint32_t nRegister = 0;
+    std::uint32_t nPos = turn.pReader->nPos;
+    std::uint32_t nExamined = 0;
+    auto AtCode = [&] { return std::find(codes.begin(), codes.end(), nRegister) != codes.end(); };
+    while (nExamined < kCodeSize || (nExamined < nWanted && !AtCode())) {
+        nRegister = nRegister << 8 | m_pBuffer[nPos];
+        nPos = Moved(nPos, 1);
+        ++nExamined;
     }
-    WakeBlockedWriter();
+    const std::uint32_t nBefore = nExamined - kCodeSize;
+    if (nBefore == 0) return RB_E_AT_CODE;
+    CopyOut(*turn.pReader, dest.first(nBefore));
+    EndRead(turn, nBefore);
     return static_cast<int>(nBefore);
 }
 
 int CRingBuffer::WaitForData(int nReader, std::uint32_t n, std::uint32_t nTimeoutMs) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    return WaitForPending(*pReader, n, nTimeoutMs) ? static_cast<int>(n) : 0;
+    const ReadTurn turn = BeginRead(nReader, n, nTimeoutMs);
+    if (!turn.pReader) return RB_E_NOT_OPEN;
+    return turn.lock ? static_cast<int>(n) : 0;
 }
 
 int CRingBuffer::GetReadPointer(int nReader, std::span<const std::uint8_t>& storage,
-                                std::uint32_t& nReadPos) const {
-    const ReaderRecord* pReader = OpenRecord(nReader);
+                                std::uint32_t& nReadPos) {
+    const ReadTurn turn = TryRead(nReader, 0);
+    if (!turn.lock) return RB_E_NOT_OPEN;
+    storage = {m_pBuffer.get(), m_nUnits};
+    nReadPos = turn.pReader->nPos;
+    return static_cast<int>(turn.pReader->nPending);
+}
+
+/// @return 0 for an open reader and one byte up to its declared chunk, else RB_E_NOT_OPEN, RB_E_BAD_SIZE.
+int CRingBuffer::CheckSize(int nReader, std::size_t n) const {
+    const ReaderRecord* pReader = FindReader(nReader);
     if (!pReader) return RB_E_NOT_OPEN;
-    storage = {m_pBuffer.get(), m_nCapacity};
-    nReadPos = pReader->nReadPos;
-    return static_cast<int>(pReader->nPending);
+    return n == 0 || n > pReader->nMaxChunk ? RB_E_BAD_SIZE : 0;
 }
 
-std::uint32_t CRingBuffer::GetAvailable(int nReader) const {
-    const ReaderRecord* pReader = OpenRecord(nReader);
-    return pReader ? pReader->nPending.load() : 0;
-}
-
-const CRingBuffer::ReaderRecord* CRingBuffer::OpenRecord(int nReader) const {
-    if (nReader < 0 || nReader >= kMaxReaders) return nullptr;
-    const ReaderRecord& reader = m_aReader[static_cast<std::size_t>(nReader)];
-    return reader.bOpen ? &reader : nullptr;
-}
-
-CRingBuffer::ReaderRecord* CRingBuffer::OpenRecord(int nReader) {
-    return const_cast<ReaderRecord*>(std::as_const(*this).OpenRecord(nReader));
-}
-
-bool CRingBuffer::WaitForPending(ReaderRecord& reader, std::size_t n, std::uint32_t nTimeoutMs) {
-    ThrowIfTerminated();
-    if (reader.nPending >= n) return true;
-    reader.nRequired = static_cast<std::uint32_t>(n);
-    return WaitFor(reader.hEvent, reader.bOpen, reader.nBreaks, nTimeoutMs,
-                   [&] { return reader.bOpen && reader.nPending >= n; });
-}
-
-int CRingBuffer::TakeWaited(ReaderRecord& reader, std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
-    if (!WaitForPending(reader, dest.size(), nTimeoutMs)) return 0;
+/// Waits for dest.size() bytes and copies them. @param bTake  takes them too.
+int CRingBuffer::Transfer(int nReader, std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs, bool bTake) {
     const auto n = static_cast<std::uint32_t>(dest.size());
-    {
-        CAutoLock lock(reader.cs);
-        if (!reader.bOpen || reader.nPending < n) return 0;  // closed or emptied in between
-        CopyOut(reader, dest);
-        Advance(reader, n);
-    }
-    WakeBlockedWriter();
+    ReadTurn turn = BeginRead(nReader, n, nTimeoutMs);
+    if (!turn.lock) return turn.pReader ? 0 : RB_E_NOT_OPEN;
+    CopyOut(*turn.pReader, dest);
+    if (bTake) EndRead(turn, n);
     return static_cast<int>(n);
 }
 
-int CRingBuffer::PeekWaited(int nReader, std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
-    ReaderRecord* pReader = OpenRecord(nReader);
-    if (!pReader) return RB_E_NOT_OPEN;
-    if (dest.empty() || dest.size() > pReader->nMaxChunk) return RB_E_BAD_SIZE;
-    if (!WaitForPending(*pReader, dest.size(), nTimeoutMs)) return 0;
-    return std::max(0, PeekNow(nReader, dest));
-}
-
-/// Copies from the read position, in two pieces where the storage ends. Under the reader's cs.
+/// Copies from the read position, in two parts where the storage ends. In the reader's turn.
 void CRingBuffer::CopyOut(const ReaderRecord& reader, std::span<std::uint8_t> dest) const {
-    const std::size_t nToEnd = std::min<std::size_t>(dest.size(), m_nCapacity - reader.nReadPos);
-    std::copy_n(m_pBuffer.get() + reader.nReadPos, nToEnd, dest.begin());
+    const std::size_t nToEnd = std::min<std::size_t>(dest.size(), m_nUnits - reader.nPos);
+    std::copy_n(m_pBuffer.get() + reader.nPos, nToEnd, dest.begin());
     std::copy_n(m_pBuffer.get(), dest.size() - nToEnd, dest.begin() + static_cast<std::ptrdiff_t>(nToEnd));
-}
-
-/// Takes n pending bytes. Under the reader's cs.
-void CRingBuffer::Advance(ReaderRecord& reader, std::uint32_t n) {
-    reader.nReadPos = Moved(reader.nReadPos, n);
-    reader.nPending -= n;
-    reader.llTotalRead += n;
-}
-
-/// Sets the writer's event when it waits and its room is there.
-void CRingBuffer::WakeBlockedWriter() {
-    if (m_bWriterOpen && !m_evWriter.IsSignalled() && GetFreeSize() >= m_nWriterRequired) m_evWriter.Set();
 }
 
 // ---------------- whole buffer
 
-void CRingBuffer::Flush() { Empty(/*bWake=*/true, /*bKeepOpen=*/true); }
-void CRingBuffer::CloseAll() { Empty(/*bWake=*/true, /*bKeepOpen=*/false); }
-void CRingBuffer::ClearQuiet() { Empty(/*bWake=*/false, /*bKeepOpen=*/true); }
+void CRingBuffer::Flush() { Restart(ESides::OpenWriter, /*bWake=*/true); }
+void CRingBuffer::CloseAll() { Restart(ESides::CloseAll, /*bWake=*/true); }
+void CRingBuffer::ClearQuiet() { Restart(ESides::OpenWriter, /*bWake=*/false); }
 
-void CRingBuffer::Empty(bool bWake, bool bKeepOpen) {
-    CAutoLock lockWrite(m_csWrite);
-    {
-        CAutoLock lock(m_csWriter);
-        m_bWriterOpen = bKeepOpen && !m_bError;
-        m_llTotalWritten = 0;
-        m_nWriterRequired = 0;
-        m_nWritePos = 0;
-        if (!bKeepOpen) ++m_nWriterBreaks;  // a flush brings room: it breaks off no write
-        if (bWake) m_evWriter.Set();
-    }
-    CAutoLock lockReaders(m_csReaders);
-    for (ReaderRecord& reader : m_aReader) {
-        if (!reader.bOpen) continue;
-        CAutoLock lock(reader.cs);
-        reader.bOpen = bKeepOpen;
-        reader.llTotalRead = 0;
-        reader.nPending = 0;
-        reader.nRequired = 0;
-        reader.nReadPos = 0;
-        if (!bWake) continue;  // nobody notices: a wait goes on
-        ++reader.nBreaks;
-        reader.hEvent.Set();
-    }
-    if (!bKeepOpen) m_nReaders = 0;
+void CRingBuffer::Restart(ESides sides, bool bWake) {
+    CAutoLock lock(m_csWrite);
+    m_nInPlacePos = kNowhere;
+    Empty(sides, bWake);
 }
 
 void CRingBuffer::DumpStatus(std::span<char> buffer) const {
-    auto Event = [](const CEvent& event) {
-        return event.IsSignalled() ? "Singled:May Running" : "Nonsignled:Waiting";
-    };
-    const std::uint32_t nFree = GetFreeSize();
     CStatusText text(buffer);
+    auto AddSide = [&](const Side& side, std::uint32_t nPending) {
+        text.Add("UsedMark     %s\n", side.bOpen ? "TRUE" : "FALSE");
+        text.Add("RequiredSize %d\n", static_cast<int>(side.nRequired));
+        text.Add("MaxRequiredSize   %d\n", static_cast<int>(side.nMaxChunk));
+        text.Add("FilePointer       %d\n", static_cast<int>(side.nPos));
+        text.Add("FileSize          %d\n", static_cast<int>(nPending));
+    };
+    auto Event = [](const Side& side) {
+        return side.hEvent.IsSignalled() ? "Singled:May Running" : "Nonsignled:Waiting";
+    };
+    const std::uint32_t nFree = GetRoom();
     text.Add("**************Begin***********\n");
-    text.Add("BufferSize   %d\n", static_cast<int>(m_nCapacity));
-    text.Add("Error       %s\n", m_bError ? "ERROR" : "NO ERROR");
+    text.Add("BufferSize   %d\n", static_cast<int>(m_nUnits));
+    text.Add("Error       %s\n", m_nUnits == 0 ? "ERROR" : "NO ERROR");
     text.Add("OverRide    %s\n", m_bOverRide ? "YES" : "NO");
     text.Add("<<<<Writting status>>>>>>\n");
-    text.Add(" Totoal writting bytes   %d\n", static_cast<std::int32_t>(m_llTotalWritten));
-    text.Add("UsedMark     %s\n", m_bWriterOpen ? "TRUE" : "FALSE");
-    text.Add("RequiredSize %d\n", static_cast<int>(m_nWriterRequired));
-    text.Add("MaxRequiredSize   %d\n", static_cast<int>(m_nWriterMaxChunk));
-    text.Add("FilePointer       %d\n", static_cast<int>(m_nWritePos));
-    text.Add("FileSize          %d\n", static_cast<int>(m_nCapacity - nFree));
+    text.Add(" Totoal writting bytes   %d\n", static_cast<std::int32_t>(m_writer.llTotal));
+    AddSide(m_writer, m_nUnits - nFree);
     text.Add("FreeBufferSize    %d\n", static_cast<int>(nFree));
-    text.Add("FileEvent:WriteThread         %s\n", Event(m_evWriter));
+    text.Add("FileEvent:WriteThread         %s\n", Event(m_writer));
     text.Add("-----------------------\n");
     text.Add("<<<<<<<<<Reading status>>>>>>>>>>>\n");
     for (int i = 0; i < kMaxReaders; ++i) {
-        const ReaderRecord* pReader = OpenRecord(i);
+        const ReaderRecord* pReader = FindReader(i);
         if (!pReader) continue;
         text.Add("------------ReadFile #%d---------\n", i);
-        text.Add(" Totoal Reading bytes   %d\n", static_cast<std::int32_t>(pReader->llTotalRead));
-        text.Add("UsedMark     %s\n", "TRUE");
-        text.Add("RequiredSize %d\n", static_cast<int>(pReader->nRequired));
-        text.Add("MaxRequiredSize   %d\n", static_cast<int>(pReader->nMaxChunk));
-        text.Add("FilePointer       %d\n", static_cast<int>(pReader->nReadPos));
-        text.Add("FileSize          %d\n", static_cast<int>(pReader->nPending));
-        text.Add("FileEvent:ReadThread          %s\n", Event(pReader->hEvent));
+        text.Add(" Totoal Reading bytes   %d\n", static_cast<std::int32_t>(pReader->llTotal));
+        AddSide(*pReader, pReader->nPending);
+        text.Add("FileEvent:ReadThread          %s\n", Event(*pReader));
     }
     text.Add("***********End******************\n");
 }

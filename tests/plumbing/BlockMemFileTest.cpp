@@ -27,7 +27,7 @@ public:
     std::uint64_t Take(int nReader, int nLength = 8, std::uint32_t nTimeoutMs = 0) {
         std::uint64_t nInfo = 0;
         std::vector<std::uint8_t> block(kBlockSize, 0xEE);
-        const int nResult = ReadEx(nReader, block, &nInfo, nTimeoutMs);
+        const int nResult = static_cast<int>(ReadEx(nReader, block, &nInfo, nTimeoutMs).nLength);
         auto expected =
             Counting(nInfo ? static_cast<std::size_t>(nLength) : 0, static_cast<std::uint8_t>(nInfo));
         EXPECT_EQ(nResult, static_cast<int>(expected.size()));
@@ -44,9 +44,9 @@ TEST(BlockMemFile, SidesOpenAndClose) {
     EXPECT_EQ(queue.Put(1), -1);
     EXPECT_EQ(queue.WOpen(), 0);
     EXPECT_EQ(queue.WOpen(), -2);
-    EXPECT_EQ(queue.ReadEx(0, block, &nInfo, kInfinite), -2);
-    EXPECT_EQ(queue.ReadEx(7, block, &nInfo, kInfinite), -1);
-    EXPECT_EQ(queue.ReadEx(-1, block, &nInfo, kInfinite), -1);
+    EXPECT_EQ(queue.ReadEx(0, block, &nInfo, kInfinite).status, BlockRead::EStatus::NotOpen);
+    EXPECT_EQ(queue.ReadEx(7, block, &nInfo, kInfinite).status, BlockRead::EStatus::BadHandle);
+    EXPECT_EQ(queue.ReadEx(-1, block, &nInfo, kInfinite).status, BlockRead::EStatus::BadHandle);
     for (int i = 0; i < 5; ++i) EXPECT_EQ(queue.ROpen(), i);
     EXPECT_EQ(queue.ROpen(), -1);
     queue.RClose(5);
@@ -122,11 +122,11 @@ TEST(BlockMemFile, LengthsFromZeroToBeyondTheBlock) {
     std::uint64_t nInfo = 0;
     std::vector<std::uint8_t> small(12, 0xEE), expected(12, 0xEE);
     std::ranges::copy(Counting(8, 11), expected.begin());
-    EXPECT_EQ(queue.ReadEx(nReader, std::span(small).first(8), &nInfo, 0), 8);
+    EXPECT_EQ(queue.ReadEx(nReader, std::span(small).first(8), &nInfo, 0).nLength, 8u);
     EXPECT_EQ(nInfo, 11u);
     EXPECT_EQ(small, expected);
     queue.Put(12, 0);
-    EXPECT_EQ(queue.ReadEx(nReader, {}, &nInfo, 0), 0) << "an empty block needs no destination";
+    EXPECT_EQ(queue.ReadEx(nReader, {}, &nInfo, 0).nLength, 0u) << "an empty block needs no destination";
     EXPECT_EQ(nInfo, 12u);
 }
 
@@ -172,7 +172,7 @@ TEST(BlockMemFile, WaitsAreEndedByWhatHelpsAndByWhatCloses) {
         auto Wait = [&](std::uint32_t nTimeoutMs) {
             std::uint8_t block[kBlockSize];
             std::uint64_t nInfo = 0;
-            return c.bFull ? queue.Put(2, 8, nTimeoutMs) : queue.ReadEx(0, block, &nInfo, nTimeoutMs);
+            return c.bFull ? queue.Put(2, 8, nTimeoutMs) : static_cast<int>(queue.ReadEx(0, block, &nInfo, nTimeoutMs).nLength);
         };
         EXPECT_EQ(Wait(5), 0);
         ExpectWaitEnds([&] { EXPECT_EQ(Wait(kInfinite), c.nResult); }, [] {}, [&] { c.wake(queue); });
@@ -242,7 +242,7 @@ public:
     std::vector<std::uint64_t> Read(int nReader) override {
         std::uint8_t block[kStressBlock];
         std::uint64_t nInfo = 0;
-        const int nLength = m_queue.ReadEx(nReader, block, &nInfo, kInfinite);
+        const int nLength = static_cast<int>(m_queue.ReadEx(nReader, block, &nInfo, kInfinite).nLength);
         if (nLength <= 0) return {};
         const auto record = std::span(block).first(static_cast<std::size_t>(nLength));
         return {nLength >= 8 && CheckRecord(record) == nInfo ? nInfo : 0};

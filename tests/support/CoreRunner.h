@@ -34,9 +34,9 @@ inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTim
     frame.payload.resize(queue.GetBlockSize());
     const std::uint32_t nBegin = TickCount();
     do {
-        const int nLength = queue.ReadEx(0, frame.payload, &frame.info, nTimeoutMs);
-        if (nLength > 0 || (nLength == 0 && frame.info.bEndOfStream)) {
-            frame.payload.resize(static_cast<std::size_t>(nLength));
+        const BlockRead read = queue.ReadEx(0, frame.payload, &frame.info, nTimeoutMs);
+        if (read.nLength > 0 || (read.IsTaken() && frame.info.bEndOfStream)) {
+            frame.payload.resize(read.nLength);
             return frame;
         }
     } while (TickCount() - nBegin < nTimeoutMs);
