@@ -1,5 +1,9 @@
 #include "demux/FrameOutput.h"
 
+#include <algorithm>
+
+#include "platform/DebugText.h"
+
 namespace kest {
 
 void CFrameOutput::Attach(CBlockMemFileEx* pQueue) {
@@ -28,12 +32,21 @@ void CFrameOutput::CloseSides() {
 }
 
 void CFrameOutput::Append(Bytes payload) {
-    if (IsEmpty()) m_nGeneration = m_pQueue->GetWriteGeneration();
-    m_accumulator.Append(payload);
+    if (payload.size() > m_sizes.nMaxFrame - m_nFill) return;
+    if (IsEmpty()) m_block = m_pQueue->BeginBlock(kInfinite);
+    if (m_nFill < m_block.storage.size()) {
+        const std::size_t nFits = std::min(payload.size(), m_block.storage.size() - m_nFill);
+        std::copy_n(payload.begin(), nFits, m_block.storage.begin() + m_nFill);
+    }
+    m_nFill += static_cast<std::uint32_t>(payload.size());
 }
 
 void CFrameOutput::Queue(const FRAME_INFO& info) {
-    m_pQueue->WriteEx(m_accumulator.GetBytes(), &info, kInfinite, m_nGeneration);
+    const auto nBlockSize = static_cast<std::uint32_t>(m_block.storage.size());
+    if (nBlockSize > 0 && m_nFill > nBlockSize) {
+        Trace("Frame of %u bytes is cut to its block of %u bytes\n", m_nFill, nBlockSize);
+    }
+    if (nBlockSize > 0) m_pQueue->CommitBlock(m_block, std::min(m_nFill, nBlockSize), &info);
     Drop();
 }
 
@@ -41,8 +54,8 @@ void CFrameOutput::QueueEnd(const std::atomic<bool>& bSuperseded) {
     Drop();
     FRAME_INFO info{};
     info.bEndOfStream = 1;
-    const std::uint32_t nGeneration = m_pQueue->GetWriteGeneration();
-    if (!bSuperseded) m_pQueue->WriteEx({}, &info, kInfinite, nGeneration);
+    const BlockWrite block = m_pQueue->BeginBlock(kInfinite);
+    if (!block.storage.empty() && !bSuperseded) m_pQueue->CommitBlock(block, 0, &info);
 }
 
 }  // namespace kest
