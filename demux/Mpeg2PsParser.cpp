@@ -56,6 +56,10 @@ CMpeg2PsParser::ESync CMpeg2PsParser::Resync() {
     const auto tail = std::exchange(m_abTail, kNoTail);
     const Bytes block = m_input.Peek(kSearchSize);
     if (block.empty()) return ESync::NoData;
+    if (tail == kNoTail && FindStartCodePrefix(block.first(3))) {  // mostly it is the next thing
+        m_input.Skip(3);
+        return ESync::StartCode;
+    }
 
     // Index of the last byte of each; what began in the block before ends at the first or second byte of this.
     const std::array<std::uint8_t, 4> abSeam = {tail[0], tail[1], block[0], block[1]};

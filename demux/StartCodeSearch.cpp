@@ -31,6 +31,7 @@ std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
 
 std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {
     static constexpr std::array<std::uint8_t, 3> kPrefix = {0, 0, 1};
+    if (bytes.size() >= 3 && std::equal(kPrefix.begin(), kPrefix.end(), bytes.begin())) return 0;
     return FindPattern(bytes, kPrefix);
 }
 
