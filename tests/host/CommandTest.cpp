@@ -2,7 +2,6 @@
 // with "$ " are commands, lines with "> " go on with one, comments begin with "#", all other lines are what the
 // commands print on both outputs, and "[N]" is an exit code other than 0.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -25,24 +24,17 @@ Lines ReadLines(const fs::path& path) {
     return lines;
 }
 
-/// A folder of its own, in memory where the system has that: such a file system has files without names.
-class CWorkFolder {
-public:
-    CWorkFolder() { fs::create_directories(m_path); }
-    ~CWorkFolder() { fs::remove_all(m_path); }
-    const fs::path m_path =
-        (access("/dev/shm", W_OK) == 0 ? fs::path("/dev/shm") : fs::temp_directory_path()) /
-        ("kest_command_test." + std::to_string(getpid()));
-};
-
-/// What every session begins with: the program as $P and as a command that cannot hang, the module as $M, and
-/// the streams in the folder in/.
-std::string Beginning(const fs::path& folder) {
-    return "cd " + folder.string() +
-           " && mkdir work && cd work && ln -s " KEST_TEST_DATA
-           " in || exit\numask 022\nexport LC_ALL=C XDG_DATA_HOME=$PWD/data\nP=" KEST_PROGRAM " M=" KEST_MODULE
-           " FAILING=" KEST_FAILING_READ "\nkestdemux() { timeout 60 $P \"$@\"; }\n";
-}
+/// What every session begins with: a folder of its own, in memory where the system has that (such a file system
+/// has files without names), the program as $P and as a command that cannot hang, the module as $M, the streams
+/// in the folder in/.
+constexpr const char* kBeginning = R"(umask 022; unset KEST_DEBUG KEST_TRACE
+folder=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder" && ln -s ")" KEST_TEST_DATA R"(" in || exit
+export LC_ALL=C XDG_DATA_HOME=$PWD/data
+P=")" KEST_PROGRAM R"(" M=")" KEST_MODULE R"(" FAILING=")" KEST_FAILING_READ R"("
+kestdemux() { timeout 60 $P "$@"; }
+)";
 
 std::string Quote(std::string strText) {
     for (std::size_t n = 0; (n = strText.find('\'', n)) != std::string::npos; n += 4) {
@@ -53,7 +45,7 @@ std::string Quote(std::string strText) {
 
 /// A script that goes through a transcript's commands and prints a transcript of its own.
 std::string MakeScript(const Lines& golden) {
-    std::string strScript, strCommand;
+    std::string strScript = kBeginning, strCommand;
     const auto EndCommand = [&] {
         if (!strCommand.empty()) strScript += strCommand + "} 2>&1; s=$?; [ $s = 0 ] || echo [$s]\n";
         strCommand.clear();
@@ -76,21 +68,16 @@ class Transcript : public testing::TestWithParam<const char*> {};
 TEST_P(Transcript, IsWhatTheProgramDoes) {
     const Lines golden = ReadLines(TestDataPath(std::string("golden/") + GetParam() + ".txt"));
     ASSERT_FALSE(golden.empty());
-    const CWorkFolder folder;
-    const fs::path script = folder.m_path / "script", found = folder.m_path / "found";
-    std::ofstream(script) << Beginning(folder.m_path) << MakeScript(golden);
-    const std::string strRun =
-        "timeout 200 bash " + script.string() + " </dev/null >" + found.string() + " 2>&1";
-    EXPECT_EQ(std::system(strRun.c_str()), 0);
-    const Lines lines = ReadLines(found);
-    const auto [itGolden, itFound] = std::ranges::mismatch(golden, lines);
-    if (itGolden == golden.end() && itFound == lines.end()) return;
-    const fs::path kept =
-        fs::path(KEST_PROGRAM).parent_path() / (std::string("golden-") + GetParam() + ".txt");
-    fs::copy_file(found, kept, fs::copy_options::overwrite_existing);
-    ADD_FAILURE() << "golden/" << GetParam() << ".txt, line " << itGolden - golden.begin() + 1 << ":\n  "
-                  << (itGolden == golden.end() ? "(end)" : *itGolden) << "\nfound:\n  "
-                  << (itFound == lines.end() ? "(end)" : *itFound) << "\nall that was found: " << kept;
+    const std::string strPlace = fs::path(KEST_PROGRAM).replace_filename(std::string("golden-") + GetParam());
+    std::ofstream(strPlace + ".sh") << MakeScript(golden);
+    const std::string strRun = "timeout 200 bash " + strPlace + ".sh </dev/null >" + strPlace + ".txt 2>&1";
+    EXPECT_NE(std::system(strRun.c_str()), -1);
+    const Lines found = ReadLines(strPlace + ".txt");
+    const auto [itGolden, itFound] = std::ranges::mismatch(golden, found);
+    EXPECT_TRUE(itGolden == golden.end() && itFound == found.end())
+        << "golden/" << GetParam() << ".txt, line " << itGolden - golden.begin() + 1 << ":\n  "
+        << (itGolden == golden.end() ? "(end)" : *itGolden) << "\nfound:\n  "
+        << (itFound == found.end() ? "(end)" : *itFound) << "\nall that was found: " << strPlace << ".txt";
 }
 
 INSTANTIATE_TEST_SUITE_P(Golden, Transcript,

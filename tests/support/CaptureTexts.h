@@ -7,7 +7,7 @@
 
 namespace kest {
 
-/// Gathers the debug and trace texts for as long as it lives, one behind the other; nothing reaches the
+/// Collects the debug and trace texts for as long as it lives, one behind the other; nothing reaches the
 /// debugger output meanwhile. One at a time.
 class CCaptureTexts {
 public:
