@@ -22,10 +22,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
-constexpr std::size_t kLargeWrite = 8192;                // bytes that are not worth copying into the buffer
-constexpr auto kMaxAge = std::chrono::milliseconds(20);  // of what was collected for a reader
-constexpr int kInterruptCheckMs = 50;                    // how often a wait checks for an interrupt
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;  // whole pages
+constexpr std::size_t kLargeWrite = 8192;                     // bytes that are not worth collecting
+constexpr auto kMaxAge = std::chrono::milliseconds(20);       // of what was collected for a reader
+constexpr int kInterruptCheckMs = 50;                         // how often a wait checks for an interrupt
 
 void ThrowIfInterrupted() {
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
@@ -163,12 +163,16 @@ bool COutputFile::TakeTemporaryName(Take take) {
 void COutputFile::Write(Bytes bytes) {
     ThrowIfInterrupted();
     m_nSize += bytes.size();
-    const bool bLarge = bytes.size() >= kLargeWrite;
-    if (bLarge || m_buffer.size() + bytes.size() > kBufferSize) WriteCollected();
-    if (bLarge) {
+    if (m_bLive && bytes.size() >= kLargeWrite) {
+        WriteCollected();
         WriteOut(bytes);
-    } else {
-        m_buffer.insert(m_buffer.end(), bytes.begin(), bytes.end());
+        return;
+    }
+    while (!bytes.empty()) {
+        const Bytes part = bytes.first(std::min(bytes.size(), kBufferSize - m_buffer.size()));
+        m_buffer.insert(m_buffer.end(), part.begin(), part.end());
+        bytes = bytes.subspan(part.size());
+        if (m_buffer.size() == kBufferSize) WriteCollected();
     }
     if (m_bLive && std::chrono::steady_clock::now() - m_lastWrite > kMaxAge) WriteCollected();
 }

@@ -16,8 +16,8 @@ namespace kest {
 /// behind. Other file systems get a hidden file beside the place, which is removed unless the program is killed.
 /// A symbolic link is followed and stays. Devices, pipes and standard output are written to as they are.
 ///
-/// Large spans of bytes go to the system as they come, small ones are collected first. What somebody may be
-/// reading meanwhile (a pipe, a terminal) gets what was collected after 20 ms, with the next bytes.
+/// A file gets whole pages, many at a time. A device or pipe gets large spans of bytes as they come; small ones are
+/// collected, for 20 ms at most while more bytes come, since somebody may be reading them.
 ///
 /// Several outputs that belong together are first flushed, all of them, and then committed.
 class COutputFile {
