@@ -4,7 +4,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '\n== %s\n' "$*"; }
 
-# Installs the packages that are not there yet, and says so; does nothing when all are. Fails when one cannot be
+# Installs the packages that are missing, and says so; does nothing when none is. Fails when one cannot be
 # installed: that ends a script, unless it asks.
 need_packages() {
     local package missing=() root=()
@@ -29,8 +29,8 @@ build() {
     cmake --build --preset "$1" --parallel "$(nproc)" -- --quiet
 }
 
-# Holds a module's file against what hosts expect: it offers four functions and, on Windows, needs no library but the
-# system's and tells its version.
+# Compares a module's file with what hosts expect: it offers four functions and, on Windows, needs no library but the
+# system's and has a version.
 check_module() { # file
     local expected='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer ' found headers
     if [[ $1 == *.dll ]]; then
