@@ -7,8 +7,8 @@ namespace kest {
 CDemuxWorker::CDemuxWorker(const DemuxSizes& sizes)
     : m_video(sizes.video), m_audio(sizes.audio), m_sizes(sizes) {}
 
-CDemuxWorker::~CDemuxWorker() {
-    if (IsRunning()) CDemuxWorker::Stop();
+void CDemuxWorker::EndThread() {
+    if (IsRunning()) Stop();
     CloseThread();
 }
 

@@ -60,7 +60,10 @@ public:
 
 protected:
     explicit CDemuxWorker(const DemuxSizes& sizes);
-    ~CDemuxWorker();
+    ~CDemuxWorker() = default;
+    /// Ends the thread for good. Called by the destructor of every class of which objects are made: the thread
+    /// uses the object as long as it runs.
+    void EndThread();
 
     /// Takes the parser of the family, which works on the three members below. Called once, by the constructor.
     /// @return the parser.

@@ -19,10 +19,6 @@ KestMpeg2PsDemux::KestMpeg2PsDemux(std::uint32_t nStopBoundMs)
     : CDemuxWorker(SizesWithBound(nStopBoundMs)),
       m_parser(SetParser(std::make_unique<CMpeg2PsParser>(m_input, m_video, m_audio))) {}
 
-KestMpeg2PsDemux::~KestMpeg2PsDemux() {
-    if (IsRunning()) KestMpeg2PsDemux::Stop();
-}
-
 void KestMpeg2PsDemux::Stop() {
     CDemuxWorker::Stop();
     Trace("Passed KestMpeg2PsDemux::Stop!!\n");

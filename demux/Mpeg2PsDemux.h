@@ -19,7 +19,7 @@ public:
 protected:
     /// @param nStopBoundMs  see DemuxSizes.
     explicit KestMpeg2PsDemux(std::uint32_t nStopBoundMs);
-    ~KestMpeg2PsDemux();
+    ~KestMpeg2PsDemux() = default;
 
 private:
     const CMpeg2PsParser& m_parser;  // the worker's

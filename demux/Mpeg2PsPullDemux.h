@@ -19,6 +19,8 @@ public:
     explicit KestMpeg2PsPullDemux(std::uint32_t nStopBoundMs = kStopBoundMs)
         : KestMpeg2PsDemux(nStopBoundMs) {}
 
+    ~KestMpeg2PsPullDemux() { EndThread(); }
+
     /// The source to read; none for push operation. Borrowed: it stays valid until the thread has ended. Set
     /// before `Open`, or while the thread is stopped.
     using CDemuxWorker::SetReader;

@@ -3,41 +3,26 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <new>
 
 #include "support/CaptureTexts.h"
 #include "support/CoreRunner.h"
 #include "support/TestThreads.h"
 
-// Arrays, as the storage of ring and queues, are had only while there is memory; other allocations do not count.
-static std::atomic<int> g_nArraysToGo{-1};  // then none is left; below 0: no limit
-void* operator new[](std::size_t n) {
-    void* p = g_nArraysToGo == 0 ? nullptr : std::malloc(n);
-    if (!p) throw std::bad_alloc();
-    if (g_nArraysToGo > 0) --g_nArraysToGo;
-    return p;
-}
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-
 namespace kest {
 namespace {
 
-using Builder = CProgramStreamBuilder;
-
-/// Video packets of 1014 bytes, numbered from nFirst by their PTS and their payload.
-Builder Pictures(int nCount, int nFirst = 0) {
-    Builder b;
+/// Video packets of 1014 bytes, numbered from nFirst by their PTS and their payload; and padding.
+ByteVector Pictures(int nCount, int nFirst = 0) {
+    CProgramStreamBuilder b;
     for (int i = nFirst; i < nFirst + nCount; ++i)
         b.Pes(0xE0, ByteVector(1000, static_cast<std::uint8_t>(i)), i);
-    return b;
+    return b.Section(0xBE, 2000).Get();
 }
 
-/// A source without end that counts what is read of it, and can be made to hold its readers.
+/// A source without end that counts what is read of it, and can be made to hold its readers until it is flushed.
 struct CEndlessReader : CMemoryReader {
-    CEndlessReader() : CMemoryReader({}) {}
+    explicit CEndlessReader(bool b = false) : CMemoryReader({}), bHold(b) {}
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG, LONG lLength, BYTE* pBuffer) override {
         if (bHold) evFlush.Wait();
         std::memset(pBuffer, 0xAA, static_cast<std::size_t>(lLength));
@@ -45,45 +30,51 @@ struct CEndlessReader : CMemoryReader {
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE BeginFlush() override { return evFlush.Set(), S_OK; }
-
+    const bool bHold;
     CEvent evFlush;
-    std::atomic<bool> bHold{false};
     std::atomic<int> nReads{0};
 };
 
-template <class Round>
-void RunForASecond(Round round) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    for (int i = 0; std::chrono::steady_clock::now() < end && !testing::Test::HasFailure(); ++i) round(i);
+/// Opens a demuxer and lets it run; with a reader it pulls.
+void Start(KestMpeg2PsPullDemux& core, IAsyncReader* pReader = nullptr,
+           CBlockMemFileEx* pVideoQueue = nullptr) {
+    core.SetReader(pReader);
+    ASSERT_EQ(core.Open(nullptr, pVideoQueue, nullptr), 0);
+    core.Resume();
 }
 
-/// Takes the video frames up to the end-of-stream records of both streams.
-std::vector<Frame> TakeVideo(KestMpeg2PsDemux& core) {
-    std::vector<Frame> frames;
-    while (auto frame = TakeFrame(core.GetVideoQueue(), kTooLongMs)) {
-        if (frame->info.bEndOfStream) break;
-        frames.push_back(*frame);
-    }
-    const auto end = TakeFrame(core.GetAudioQueue(), kTooLongMs);
-    EXPECT_TRUE(end && end->info.bEndOfStream);
-    EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 30)) << "once is enough";
-    return frames;
+/// The next frame of the video. None: the end of the stream.
+std::optional<Frame> Take(KestMpeg2PsPullDemux& core) {
+    auto frame = TakeFrame(core.GetVideoQueue(), kTooLongMs);
+    EXPECT_TRUE(frame);
+    return frame && !frame->info.bEndOfStream ? frame : std::nullopt;
+}
+
+template <class Round>
+void RunForASecond(Round round) {
+    const auto nBegin = TickCount();
+    for (int i = 0; TickCount() - nBegin < 1000 && !testing::Test::HasFailure(); ++i) round(i);
 }
 
 TEST(DemuxWorker, EndsItsStreamsOnceEachTimeTheSourceRunsDry) {
-    const Builder b = Pictures(100).Section(0xBE, 60000);
-    CMemoryReader reader(b.Get());
+    const ByteVector bytes = Pictures(100);
+    CMemoryReader reader(bytes);
+    reader.SetEnd(0);
     KestMpeg2PsPullDemux core;
-    core.SetReader(&reader);
-    ASSERT_EQ(core.Open(nullptr, nullptr, nullptr), 0);
-    core.Resume();
-    for (std::int64_t llBlocks = 0, llNext = 0; llBlocks <= 3; ++llBlocks) {  // it goes on where it ran dry
-        reader.SetEnd(static_cast<std::size_t>(llBlocks) * 16384);
-        for (const Frame& frame : TakeVideo(core)) {
-            EXPECT_GE(frame.info.llPts, llNext);
-            llNext = frame.info.llPts + 1;
+    Start(core, &reader);
+    std::int64_t llNext = 0;
+    auto TakeToTheEnd = [&] {
+        for (std::optional<Frame> frame; (frame = Take(core)); llNext = frame->info.llPts + 1) {
+            EXPECT_GE(frame->info.llPts, llNext);
+            EXPECT_EQ(frame->info.llFilePos, 1014 * frame->info.llPts);
         }
-        EXPECT_GE(llNext, 15 * llBlocks);
+        EXPECT_TRUE(TakeFrame(core.GetAudioQueue(), kTooLongMs)->info.bEndOfStream);
+        EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 30)) << "once is enough";
+    };
+    for (std::size_t nBlocks = 0; nBlocks <= 3; ++nBlocks) {
+        reader.SetEnd(nBlocks * 16384);
+        TakeToTheEnd();  // it goes on where it ran dry
+        EXPECT_GE(llNext, static_cast<std::int64_t>(15 * nBlocks));
     }
     reader.SetEnd(SIZE_MAX);
     for (const int nStart : {40, 98, 10}) {
@@ -92,20 +83,20 @@ TEST(DemuxWorker, EndsItsStreamsOnceEachTimeTheSourceRunsDry) {
             core.Reset();
             core.Restart();
         }
-        core.NewSegment(nStart * 1014, static_cast<std::int64_t>(b.Size()));
+        core.NewSegment(nStart * 1014, static_cast<std::int64_t>(bytes.size()));
         core.Resume();
-        const std::vector<Frame> frames = TakeVideo(core);
-        ASSERT_EQ(frames.size(), static_cast<std::size_t>(99 - nStart));
-        EXPECT_EQ(frames[0].info.llFilePos, nStart * 1014);
-        EXPECT_TRUE(frames[0].info.bDiscontinuity);
+        const auto frame = Take(core);
+        EXPECT_TRUE(frame && frame->info.llPts == nStart && frame->info.bDiscontinuity) << nStart;
+        llNext = nStart + 1;
+        TakeToTheEnd();
+        EXPECT_EQ(llNext, 99);
     }
 }
 
 TEST(DemuxWorker, StopEndsReadingStress) {
     CEndlessReader reader;
     KestMpeg2PsPullDemux core;
-    core.SetReader(&reader);
-    core.Open(nullptr, nullptr, nullptr);
+    Start(core, &reader);
     RunForASecond([&](int i) {
         core.Resume();
         if (i % 3 == 1) core.NewSegment(i);
@@ -121,81 +112,73 @@ TEST(DemuxWorker, StopEndsReadingStress) {
 
 TEST(DemuxWorker, NothingPushedAfterASeekOrAResetIsLostStress) {
     KestMpeg2PsPullDemux core;
-    core.Open(nullptr, nullptr, nullptr);
-    core.Resume();
+    Start(core);
     RunForASecond([&](int i) {
-        core.PushData(
-            Pictures(2, 100).Fill(i % 2000, 0xAA).Get());  // and the demuxer waits inside, or not yet
+        core.PushData(Bytes(Pictures(2, 100)).first(1014 + i % 3000));  // so that it waits inside, or not yet
         Spin(i % 977 * 10);
         i % 2 ? core.NewSegment(0) : core.Reset();
-        ASSERT_GT(core.PushData(Pictures(5).Section(0xBE, 1100).Get()), 0);
-        std::optional<Frame> frame = TakeFrame(core.GetVideoQueue(), kTooLongMs);
-        while (i % 2 == 0 && frame && frame->info.llPts >= 4)
-            frame = TakeFrame(core.GetVideoQueue(), kTooLongMs);
-        for (int k = 0; k < 4; ++k, frame = k < 4 ? TakeFrame(core.GetVideoQueue(), kTooLongMs) : frame) {
-            ASSERT_TRUE(frame);
-            ASSERT_EQ(frame->info.llPts, k) << "in round " << i;
+        core.PushData(Pictures(5));
+        std::optional<Frame> frame = Take(core);
+        while (i % 2 == 0 && frame && frame->info.llPts >= 4) frame = Take(core);  // ended before the reset
+        for (int k = 0; k < 4; ++k) {
+            if (k > 0) frame = Take(core);
+            ASSERT_TRUE(frame && frame->info.llPts == k) << "in round " << i;
             ASSERT_EQ(frame->payload, ByteVector(1000, static_cast<std::uint8_t>(k)));
         }
     });
 }
 
-TEST(DemuxWorker, TakesAnyAmountThatIsPushedUntilItEnds) {
-    const Builder b = Pictures(3000).Section(0xBE, 1100);  // more than its ring holds
+TEST(DemuxWorker, TakesMoreThanItsRingHoldsUntilItIsStopped) {
+    const ByteVector bytes = Pictures(3000);
     KestMpeg2PsPullDemux core;
-    EXPECT_EQ(core.PushData(b.Get()), 0) << "it is not open";
-    core.Open(nullptr, nullptr, nullptr);
-    core.Resume();
-    CTestThread pusher([&] { EXPECT_EQ(core.PushData(b.Get()), static_cast<int>(b.Size())); });
-    for (int i = 0; i < 2999; ++i) {
-        const auto frame = TakeFrame(core.GetVideoQueue(), kTooLongMs);
-        ASSERT_TRUE(frame && frame->info.llPts == i && frame->info.llFilePos == 0) << i;
-    }
+    Start(core);
+    CTestThread pusher([&] { EXPECT_EQ(core.PushData(bytes), static_cast<int>(bytes.size())); });
+    for (int i = 0; i < 2999; ++i) ASSERT_EQ(Take(core).value().info.llPts, i);
     pusher.Join();
     core.Stop();
-    EXPECT_EQ(core.PushData(b.Get()), 0);
+    EXPECT_EQ(core.PushData(bytes), 0);
 }
 
-TEST(DemuxWorker, StopsByForceWhatDoesNotEnd) {
-    const Builder b = Pictures(20).Section(0xBE, 2000);
-    CMemoryReader reader(b.Get());
-    CBlockMemFileEx video(4096, 2, sizeof(FRAME_INFO)), audio(4096, 2, sizeof(FRAME_INFO));
-    video.WOpen(), video.ROpen(), audio.WOpen(), audio.ROpen();
+TEST(DemuxWorker, StopEndsAThreadThatWaitsForOthers) {
+    const ByteVector bytes = Pictures(20);
+    CMemoryReader reader(bytes);
+    CEndlessReader holding(true);
+    CBlockMemFileEx video(4096, 2, sizeof(FRAME_INFO));
+    video.WOpen(), video.ROpen();
+    CCaptureTexts texts;
     KestMpeg2PsPullDemux core(/*nStopBoundMs=*/20);
-    core.SetReader(&reader);
-    core.Open(nullptr, &video, &audio);
-    core.Resume();
+    Start(core, &reader, &video);
     ASSERT_TRUE(Eventually([&] { return video.GetFreeBlocks() == 0; }));
     core.Stop();  // nobody closes the queue
     EXPECT_EQ(core.GetExitCode(), CWorkerThread::kExitKilled);
-
-    CEndlessReader holding;
-    holding.bHold = true;
-    CCaptureTexts texts;
     core.SetReader(&holding);
     core.Restart();
     core.Resume();
     SleepMs(kSettleMs);
-    core.Stop();  // the reader lets go only when it is flushed
-    EXPECT_EQ(texts.DebugTexts(), "") << "it came back without being waited for";
-    EXPECT_FALSE(core.IsRunning());
+    core.Stop();
+    EXPECT_EQ(texts.DebugTexts(), "") << "the reader was flushed, so nobody waited for foreign code";
 }
 
-TEST(DemuxWorker, IsAsBeforeWhenThereIsNoMemoryToOpen) {
-    KestMpeg2PsPullDemux core;
-    for (int nArrays = 0; nArrays < 7; ++nArrays) {  // of ring, and of two queues three each
-        g_nArraysToGo = nArrays;
-        EXPECT_THROW(core.Open(nullptr, nullptr, nullptr), std::bad_alloc) << nArrays;
-        g_nArraysToGo = -1;
-        core.Reset();
-        core.NewSegment(0);
-        core.Restart();
-        core.Resume();
-        core.Stop();
+/// A demuxer whose audio queue is larger than any memory.
+struct CHugeDemux : CDemuxWorker {
+    CHugeDemux() : CDemuxWorker({1 << 20, 65536, {1, 1, 1}, {1, ~0u, ~0u}, 1000}) {
+        SetParser(std::make_unique<CMpeg2PsParser>(m_input, m_video, m_audio));
     }
+    ~CHugeDemux() { EndThread(); }
+    using CDemuxWorker::RequestSegment;
+};
+
+TEST(DemuxWorker, IsAsBeforeWhenItCannotBeOpened) {
+    CHugeDemux core;
+    EXPECT_THROW(core.Open(nullptr, nullptr, nullptr), std::bad_alloc);
+    core.Reset();
+    core.RequestSegment(0);
+    core.Restart();
+    core.Resume();
+    core.Stop();
     CBlockMemFileEx audio(4096, 2, sizeof(FRAME_INFO));
-    CRingBuffer full(16);
-    EXPECT_LT(core.Open(&full, nullptr, &audio), 0) << "the ring is too small";
+    CRingBuffer tooSmall(16);
+    EXPECT_LT(core.Open(&tooSmall, nullptr, &audio), 0);
     EXPECT_EQ(core.Open(nullptr, nullptr, &audio), 0);
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <sstream>
 
 #include "support/CaptureTexts.h"
 #include "support/CoreRunner.h"
@@ -11,64 +10,34 @@
 namespace kest {
 namespace {
 
-// Streams and frames in short: v1000/997!4x1,2x5 is a video packet or frame with its PTS, its DTS (where it
-// differs) and its payload, 01 01 01 01 05 05. A ! in the place of the : says that a frame is a discontinuity. v:4x1
-// has no timestamps; b and d are packets of the stream ids 0xC1 and 0xBD; g9 is garbage, h47-40 are bytes.
-
-/// The stream of a text, and bytes behind it so that no read ends at the end of the source.
-ByteVector Stream(const std::string& strText) {
-    CProgramStreamBuilder b;
-    std::istringstream words(strText);
-    for (std::string word; words >> word;) {
-        if (word[0] == 'h') b.Bytes(Hex(word.substr(1)));
-        if (word[0] == 'g') b.Fill(std::stoul(word.substr(1)), 0xAA);
-        const std::size_t nColon = word.find(':'), nSlash = word.find('/'), nTimes = word.find('x');
-        if (nColon == std::string::npos) continue;
-        std::optional<std::int64_t> llPts, llDts;
-        if (nColon > 1) llPts = std::stoll(word.substr(1));
-        if (nSlash != std::string::npos) llDts = std::stoll(word.substr(nSlash + 1));
-        ByteVector payload;
-        if (nTimes != std::string::npos) {
-            payload.assign(std::stoul(word.substr(nColon + 1)),
-                           static_cast<std::uint8_t>(word[nTimes + 1] - '0'));
-        }
-        b.Pes(word[0] == 'v'   ? 0xE0
-              : word[0] == 'a' ? 0xC0
-              : word[0] == 'b' ? 0xC1
-                               : 0xBD,
-              payload, llPts, llDts);
-    }
-    return b.Section(0xBE, 65000).Get();
-}
-
-std::string Describe(char cStream, const std::vector<Frame>& frames) {
+/// The frames that come of a stream, in the words of `Stream`; a ! in the place of the : is a discontinuity.
+std::string Parse(const std::string& strStream) {
+    const ByteVector bytes =
+        Stream(strStream + " 00 00 01 BE FF 00 *65280");  // no read ends at the end of the source
+    const Frames frames = CParserRig(bytes).Run();
     std::string text;
-    for (const Frame& frame : frames) {
-        text += cStream + std::to_string(frame.info.llPts);
-        if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
-        text += frame.info.bDiscontinuity ? "!" : ":";
-        for (std::size_t i = 0, n = 0; i < frame.payload.size(); i += n) {
-            for (n = 1; i + n < frame.payload.size() && frame.payload[i + n] == frame.payload[i];) ++n;
-            text += std::to_string(n) + "x" + std::to_string(frame.payload[i]) + ",";
+    for (const auto* pFrames : {&frames.video, &frames.audio}) {
+        for (const Frame& frame : *pFrames) {
+            text += (pFrames == &frames.video ? 'v' : 'a') + std::to_string(frame.info.llPts);
+            if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
+            text += frame.info.bDiscontinuity ? "!" : ":";
+            for (std::size_t i = 0, n = 0; i < frame.payload.size(); i += n) {
+                for (n = 1; i + n < frame.payload.size() && frame.payload[i + n] == frame.payload[i];) ++n;
+                text += std::to_string(n) + "x" + std::to_string(frame.payload[i]) + ",";
+            }
+            text.back() = ' ';
         }
-        text.back() = ' ';
     }
     return text;
 }
 
-std::string Parse(const std::string& strStream) {
-    const Frames frames = CParserRig(Stream(strStream)).Run();
-    return Describe('v', frames.video) + Describe('a', frames.audio);
-}
-
 TEST(Mpeg2PsParser, AssemblesFrames) {
     const std::string strMap =
-        "h00-00-01-BC-00-0E-E1-FF-00-00-00-04-03-C1-00-00-01-02-03-04 ";  // 0xC1 is audio
-    const std::string strNext = "h00-00-01-BC-00-0E-61-FF-00-00-00-04-03-C1-00-00-01-02-03-04 ";
-    const std::string strSwap = "h00-00-01-BC-00-0A-E1-FF-00-00-00-00-01-02-03-04 ",
+        "00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C1 00 00 01 02 03 04 ";  // 0xC1 is audio
+    const std::string strNext = "00 00 01 BC 00 0E 61 FF 00 00 00 04 03 C1 00 00 01 02 03 04 ";
+    const std::string strSwap = "00 00 01 BC 00 0A E1 FF 00 00 00 00 01 02 03 04 ",
                       strB = " b1:8x1 b2:8x2 b3:";
-    const std::string strPack =
-        "h00-00-01-BA-44-00-04-00-04-01-01-89-C3-FA-FF-00 h00-00-01-BB-00-03-00-00-01 ";
+    const std::string strPack = "00 00 01 BA 44 00 04 00 04 01 01 89 C3 FA FF 00 00 00 01 BB 00 03 00 00 01 ";
     const struct {
         std::string strStream;
         const char* pszFrames;
@@ -82,17 +51,17 @@ TEST(Mpeg2PsParser, AssemblesFrames) {
         {strNext + strSwap + strB, "a1!8x1 a2:8x2 "},  // or makes the one before current
         {strMap + "b1:1x1 b2:1x2 " + strSwap + "b3:1x3 b4:1x4",
          "a1!1x1 "},  // and the tables are swapped again
-        {"h00-00-01-BC-00-0E-E1-FF-03-FB-00-04-03-C1-00-00-01-02-03-04" + strB, ""},  // descriptors too long
-        {"h00-00-01-BC-00-0E-E1-FF-00-00-00-03-03-C1-00-00-01-02-03-04" + strB, ""},  // entries too short
-        {"h00-00-01-BC-00-0E-E1-FF-00-00-00-04-03-C1-00-09-01-02-03-04" + strB, ""},  // an entry too long
-        {"h00-00-01-BC-00-10-E1-FF-00-00-00-06-03-C1-00-00-03-C2-01-02-03-04" + strB, ""},  // half an entry
+        {"00 00 01 BC 00 0E E1 FF 03 FB 00 04 03 C1 00 00 01 02 03 04" + strB, ""},  // descriptors too long
+        {"00 00 01 BC 00 0E E1 FF 00 00 00 03 03 C1 00 00 01 02 03 04" + strB, ""},  // entries too short
+        {"00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C1 00 09 01 02 03 04" + strB, ""},  // an entry too long
+        {"00 00 01 BC 00 10 E1 FF 00 00 00 06 03 C1 00 00 03 C2 01 02 03 04" + strB, ""},  // half an entry
         // timestamps count although no payload can be taken: of an unbounded packet, of one without payload
-        {"v1:4x1 h00-00-01-E0-00-00-80-80-05-21-00-01-0F-A1 v:3x2 v3:3x3 v4:", "v1!4x1 v2000:3x2 v3:3x3 "},
-        {"v1:4x1 h00-00-01-E0-00-04-80-80-05-21-00-01-0F-A1 v:3x2 v3:3x3 v4:", "v1!4x1 v2000:3x2 v3:3x3 "},
+        {"v1:4x1 00 00 01 E0 00 00 80 80 05 21 00 01 0F A1 v:3x2 v3:3x3 v4:", "v1!4x1 v2000:3x2 v3:3x3 "},
+        {"v1:4x1 00 00 01 E0 00 04 80 80 05 21 00 01 0F A1 v:3x2 v3:3x3 v4:", "v1!4x1 v2000:3x2 v3:3x3 "},
         {"v1:4x1 v2: v3:4x3 v4:4x4 v5:", "v1!4x1 v3!4x3 v4:4x4 "},
         // a header too short for its timestamps has none
-        {"v1:4x1 h00-00-01-E0-00-09-80-80-04-21-00-01-00-02-02 v2:", "v1!4x1,2x2 "},
-        {"v1:4x1 h00-00-01-E0-00-0A-80-C0-05-31-00-01-00-01-03-03 v2:", "v1!4x1,2x3 "},
+        {"v1:4x1 00 00 01 E0 00 09 80 80 04 21 00 01 00 02 02 v2:", "v1!4x1,2x2 "},
+        {"v1:4x1 00 00 01 E0 00 0A 80 C0 05 31 00 01 00 01 03 03 v2:", "v1!4x1,2x3 "},
         // a video's PTS and an audio's DTS may be the value that stands for none
         {"v1:4x1 v4294967295/5:4x2 v7/4294967295:4x3 v9:", "v1!4x1 v7/4294967295!4x3 "},
         {"a1:4x1 a4294967295/5:4x2 a7/4294967295:4x3 a9:", "a1!4x1 a4294967295/5:4x2 "},
@@ -112,12 +81,11 @@ TEST(Mpeg2PsParser, AssemblesFrames) {
 
 TEST(Mpeg2PsParser, ResynchronisesWhereverGarbageEnds) {
     for (const std::size_t n : {1u, 2u, 1019u, 1020u, 1021u, 1022u, 1023u, 1024u, 1025u, 3000u}) {
-        for (const std::string strPat :
-             {"", "h47-40-00-10", "h47-60-00-10", "h47-E0-00-10", "h47-50-00-10"}) {
+        for (const std::string strPat : {"", "47 40 00 10", "47 60 00 10", "47 E0 00 10", "47 50 00 10"}) {
             CCaptureTexts texts;
-            const std::string strStream = "v1:4x1 g" + std::to_string(n) + " " + strPat + " v2:4x2 v3:";
+            const std::string strStream = "v1:4x1 *" + std::to_string(n) + " " + strPat + " v2:4x2 v3:";
             EXPECT_EQ(Parse(strStream), "v1!4x1 v2:4x2 ") << strStream;
-            const bool bPat = !strPat.empty() && strPat[4] != '5';  // then the search begins anew behind it
+            const bool bPat = !strPat.empty() && strPat[3] != '5';  // then the search begins anew behind it
             const std::size_t nIndex = bPat ? 3 : (n + (strPat.empty() ? 0 : 4) + 2) % 1024;
             const std::string strTrace = "offset is wrong skipped " + std::to_string(nIndex) + " bytes\n";
             EXPECT_EQ(texts.TraceTexts(), nIndex == 2 ? "" : strTrace) << strStream;
@@ -126,8 +94,8 @@ TEST(Mpeg2PsParser, ResynchronisesWhereverGarbageEnds) {
 }
 
 TEST(Mpeg2PsParser, KnowsPositionsAndTheEndCode) {
-    const ByteVector stream = Stream("h00 v1:4x1 v2:20000x2 h00-00-01-B9 g20000 v3:");
-    CParserRig rig(stream);
+    const ByteVector bytes = Stream("00 v1:4x1 v2:20000x2 00 00 01 B9 *20000 v3: 00 00 01 BE FF 00 *65280");
+    CParserRig rig(bytes);
     const Frames frames = rig.Run();
     ASSERT_EQ(frames.video.size(), 2u);
     EXPECT_EQ(frames.video[0].info.llFilePos, 1);

@@ -9,7 +9,7 @@ namespace kest {
 namespace {
 
 // 352 x 288, 30 ticks a second, neither fixed rate nor control parameters.
-constexpr auto kPlainVol = "00 00 01 20 00 84 40 07 A8 58 21 20 80";
+constexpr auto kPlainVol = "00 00 01 20 00 84 40 07 A8 58 21 20 80 ";
 // 720 x 576 interlaced, 25 ticks, fixed rate, pixels 12:11, 64 Mbit/s, 819200 bits, behind a video object.
 constexpr auto kFullVol =
     "00 00 01 00 00 00 01 2F 00 C8 F8 60 5D C0 02 78 80 40 03 50 09 80 07 90 01 9C 31 68 44 81 80";
@@ -45,7 +45,7 @@ TEST(Mpeg4Headers, VolIsTakenWholeOrNotAtAll) {
     };
     for (const auto& c : cases) {
         MPEG4_HEADER_STATE state;
-        ByteVector header = Hex(c.pszHex);
+        ByteVector header = Stream(c.pszHex);
         EXPECT_EQ(ParseVol(state, header), c.state == MPEG4_HEADER_STATE() ? -1 : 0) << c.pszHex;
         EXPECT_EQ(state, c.state) << c.pszHex;
         for (state = {}, header.pop_back(); !header.empty(); header.pop_back()) {
@@ -80,7 +80,7 @@ TEST(Mpeg4Headers, TimesOfVops) {
         MPEG4_HEADER_STATE state = Plain(30, 5);
         int nResult = 0;
         for (const char* pszHex : c.headers) {
-            const ByteVector header = Hex(pszHex);
+            const ByteVector header = Stream(pszHex);
             nResult = header[3] == 0xB3 ? ParseGov(state, header) : ParseVopTime(state, header);
         }
         EXPECT_EQ(nResult, c.nResult) << c.pszName;
@@ -89,18 +89,17 @@ TEST(Mpeg4Headers, TimesOfVops) {
         EXPECT_EQ(state.nSeconds, c.nSeconds) << c.pszName;
     }
     MPEG4_HEADER_STATE state;
-    EXPECT_EQ(ParseVopTime(state, Hex(kHalf)), -1) << "no resolution to divide by";
+    EXPECT_EQ(ParseVopTime(state, Stream(kHalf)), -1) << "no resolution to divide by";
 }
 
 TEST(ElementaryStreamClock, TimesAFrameByItsHeaders) {
-    const auto Frame = [](const std::string& strHex) { return Hex("11 22 " + strHex); };
+    const std::string strVop = "11 22 00 00 01 B6 17 C0", strGov = "00 00 01 B3 00 12 80 ",
+                      strVol = kPlainVol;
     CElementaryStreamClock clock;
-    EXPECT_FALSE(clock.ParseFrame(Frame("00 00 01 B6 17 C0"))) << "there is no layer yet";
-    EXPECT_TRUE(clock.ParseFrame(Frame(std::string(kPlainVol) + " 00 00 01 B3 00 12 80 00 00 01 B6 17 C0")));
+    EXPECT_FALSE(clock.ParseFrame(Stream(strVop))) << "there is no layer yet";
+    EXPECT_TRUE(clock.ParseFrame(Stream("00 00 01 00 " + strVol + strGov + strVop)));
     EXPECT_EQ(clock.GetTime(), 105105000);
-    EXPECT_FALSE(clock.ParseFrame(Frame("00 00 01 B1 00 00 01 B6 17 C0"))) << "the sequence has ended";
-    EXPECT_TRUE(clock.ParseFrame(Frame("00 00 01 00 " + std::string(kPlainVol) + " 00 00 01 B6 17 C0")));
-    EXPECT_EQ(clock.GetTime(), 5005000);
+    EXPECT_FALSE(clock.ParseFrame(Stream("00 00 01 B1 " + strVop))) << "the sequence has ended";
 }
 
 }  // namespace

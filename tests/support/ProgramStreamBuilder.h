@@ -2,22 +2,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kest {
 
 using ByteVector = std::vector<std::uint8_t>;
-
-/// The bytes of a text such as "00 00 01 BA".
-inline ByteVector Hex(std::string_view text) {
-    ByteVector bytes;
-    for (std::size_t i = 0; i + 1 < text.size(); i += 3) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
-    }
-    return bytes;
-}
 
 /// Puts a program stream together from its structures, ISO/IEC 13818-1 2.5.
 class CProgramStreamBuilder {
@@ -32,7 +23,6 @@ public:
         m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
         return *this;
     }
-    CProgramStreamBuilder& Hex(std::string_view text) { return Bytes(kest::Hex(text)); }
     CProgramStreamBuilder& Fill(std::size_t n, std::uint8_t nValue = 0xFF) {
         return Bytes(ByteVector(n, nValue));
     }
@@ -42,10 +32,9 @@ public:
     }
 
     /// @param nMuxRate  program_mux_rate, in units of 50 bytes per second.
-    CProgramStreamBuilder& Pack(std::uint32_t nMuxRate = 25200, std::uint8_t nStuffing = 0) {
-        Code(0xBA).Hex("44 00 04 00 04 01").Bytes({static_cast<std::uint8_t>(nMuxRate >> 14)});
-        Word((nMuxRate << 2 | 3) & 0xFFFF).Bytes({static_cast<std::uint8_t>(0xF8 | nStuffing)});
-        return Fill(nStuffing);
+    CProgramStreamBuilder& Pack(std::uint32_t nMuxRate = 25200) {
+        Code(0xBA).Bytes({0x44, 0x00, 0x04, 0x00, 0x04, 0x01, static_cast<std::uint8_t>(nMuxRate >> 14)});
+        return Word((nMuxRate << 2 | 3) & 0xFFFF).Bytes({0xF8});
     }
     CProgramStreamBuilder& Section(std::uint8_t nId, std::size_t nLength) {
         return Code(nId).Word(nLength).Fill(nLength);
@@ -60,7 +49,7 @@ public:
         }
         Code(0xBC).Word(10 + info.size() + body.Size()).Word(bCurrent ? 0xE1FF : 0x61FF);
         Word(info.size()).Bytes(info).Word(body.Size()).Bytes(body.m_bytes);
-        return Hex("DE AD BE EF");
+        return Bytes({0xDE, 0xAD, 0xBE, 0xEF});
     }
     /// A PES packet with or without timestamps.
     CProgramStreamBuilder& Pes(std::uint8_t nId, const ByteVector& payload,
@@ -86,5 +75,34 @@ private:
 
     ByteVector m_bytes;
 };
+
+/// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a multiple of
+/// 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01 01 01, v:4x1 one without
+/// timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD.
+inline ByteVector Stream(const std::string& strText) {
+    CProgramStreamBuilder b;
+    std::istringstream words(strText);
+    for (std::string word; words >> word;) {
+        const std::size_t nColon = word.find(':'), nSlash = word.find('/'), nTimes = word.find('x');
+        if (nColon != std::string::npos) {
+            std::optional<std::int64_t> llPts, llDts;
+            if (nColon > 1) llPts = std::stoll(word.substr(1));
+            if (nSlash != std::string::npos) llDts = std::stoll(word.substr(nSlash + 1));
+            const std::size_t nPayload =
+                nTimes != std::string::npos ? std::stoul(word.substr(nColon + 1)) : 0;
+            const ByteVector payload(nPayload,
+                                     static_cast<std::uint8_t>(nPayload ? word[nTimes + 1] - '0' : 0));
+            const int nId = word[0] == 'v' ? 0xE0 : word[0] == 'd' ? 0xBD : word[0] - 'a' + 0xC0;
+            b.Pes(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
+        } else if (word == "pack") {
+            b.Pack();
+        } else if (word[0] == '*' || word[0] == '|') {
+            b.Fill(word[0] == '*' ? std::stoul(word.substr(1)) : 187 - (b.Size() + 187) % 188);
+        } else {
+            b.Bytes({static_cast<std::uint8_t>(std::stoul(word, nullptr, 16))});
+        }
+    }
+    return b.Get();
+}
 
 }  // namespace kest
