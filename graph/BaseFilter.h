@@ -32,6 +32,8 @@ public:
 
     bool IsActive() const { return m_State != State_Stopped; }
     bool IsStopped() const { return m_State == State_Stopped; }
+    /// Whether pins may be connected and disconnected now; asked with the object lock held.
+    virtual bool MayChangeConnections() const { return IsStopped(); }
     /// The time that has passed since the start of the stream, in 100 ns; VFW_E_NO_CLOCK without a clock.
     HRESULT StreamTime(REFERENCE_TIME& rtStream);
     /// The graph that the filter is in, without a reference added, or null.

@@ -34,7 +34,7 @@ HRESULT CBasePin::Inactive() {
 
 HRESULT CBasePin::CheckMayConnect() const {
     if (m_Connected) return VFW_E_ALREADY_CONNECTED;
-    return IsStopped() || m_bCanReconnectWhenActive ? S_OK : VFW_E_NOT_STOPPED;
+    return m_pFilter->MayChangeConnections() || m_bCanReconnectWhenActive ? S_OK : VFW_E_NOT_STOPPED;
 }
 
 HRESULT CBasePin::Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt) {
@@ -117,7 +117,7 @@ HRESULT CBasePin::Abandon(HRESULT hr) {
 
 HRESULT CBasePin::Disconnect() {
     CAutoLock lock(*m_pLock);
-    if (!IsStopped() && !m_bCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
+    if (!m_pFilter->MayChangeConnections() && !m_bCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
     return DisconnectInternal();
 }
 

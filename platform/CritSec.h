@@ -12,6 +12,8 @@ public:
     CCritSec& operator=(const CCritSec&) = delete;
 
     void lock() { m_mutex.lock(); }
+    /// @return false when another thread holds it.
+    bool try_lock() { return m_mutex.try_lock(); }
     void unlock() { m_mutex.unlock(); }
 
 private:
