@@ -46,7 +46,7 @@ TEST(StateStress, TwoControlThreadsAtOnce) {
     ASSERT_EQ(graph.m_pGraph->Run(), S_OK);
     EXPECT_TRUE(Eventually([&] { return graph.m_video.m_nEnds > 0 && graph.m_audio.m_nEnds > 0; }));
     EXPECT_EQ(graph.m_pGraph->Stop(), S_OK);
-    EXPECT_FALSE(pDemux->IsThreadKilled());
+    EXPECT_FALSE(pDemux->GetResetState().bThreadKilled);
 }
 
 }  // namespace

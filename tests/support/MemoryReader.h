@@ -12,7 +12,7 @@
 namespace kest {
 
 /// A pull source in memory; lives on the stack of its test.
-class CMemoryReader final : public IAsyncReader {
+class CMemoryReader : public IAsyncReader {
 public:
     explicit CMemoryReader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
 
