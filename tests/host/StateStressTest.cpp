@@ -47,7 +47,7 @@ TEST(StateStress, TwoControlThreadsAtOnce) {
     ASSERT_EQ(graph.m_pGraph->Run(), S_OK);
     EXPECT_TRUE(graph.HasPlayed());
     EXPECT_EQ(graph.m_pGraph->Stop(), S_OK);
-    EXPECT_FALSE(pDemux->IsThreadKilled());
+    EXPECT_FALSE(pDemux->GetResetState().bThreadKilled);
 }
 
 }  // namespace
