@@ -41,8 +41,10 @@ std::span<CDemuxOutputPin* const> CKestDemux2Filter::DeliveringPins() const {
 /// that its first frames find their readers in place.
 void CKestDemux2Filter::StartPath() {
     if (GetWorkingMode() == EWorkingMode::Mpeg4VideoEs) {
-        m_pVideoPin->GetTiming().nAccessCount = 0;
-        m_pVideoPin->GetTiming().bFirstTime = true;
+        m_timing.Update([](AvTimes& times) {
+            times.video.nAccessCount = 0;
+            times.video.bFirstTime = true;
+        });
     }
     m_evAbort.Reset();  // the stop before is over: a delivery on a blocked pin waits again
     if (Core()) Core()->Restart();
@@ -78,44 +80,19 @@ void CKestDemux2Filter::SelectTsTimeReference() {
     }
 }
 
-// ---------------- timing
-
-/// The next frames begin the timing of a stream that has not begun.
-void CKestDemux2Filter::ForgetTiming() {
-    if (!m_apOutputPins[0]) return;
-    PinTiming& audio = m_pAudioPin->GetTiming();
-    PinTiming& video = m_pVideoPin->GetTiming();
-    audio.bFirstTime = true;
-    video.bFirstTime = true;
-    audio.rtTimeBase = kNoTimeBase;
-    video.rtTimeBase = kNoTimeBase;
-}
-
-/// The next frames begin the timing anew, in the middle of a stream: queued frames are dropped first.
-void CKestDemux2Filter::RestartTiming() {
-    PinTiming& audio = m_pAudioPin->GetTiming();
-    PinTiming& video = m_pVideoPin->GetTiming();
-    audio.rtTimeBase = kNoTimeBase;
-    video.rtTimeBase = kNoTimeBase;
-    video.bRestartPending = true;
-    audio.bRestartPending = true;
-    audio.bFirstTime = true;
-    video.bFirstTime = true;
-}
-
 // ---------------- reset
 
 void CKestDemux2Filter::ResetDemux() {
     CAutoLock lock(m_csState);
     if (!m_bEnableReset || m_bResetting.exchange(true)) return;
     if (m_pPsDemux) {  // it sorts itself out, threads and all
-        RestartTiming();
+        m_timing.Restart();
         m_bNeedReset = false;
         m_pPsDemux->Reset();
     } else {
         WaitForPins();
         TearDownPath();
-        RestartTiming();
+        m_timing.Restart();
         StartPath();
     }
     m_bResetting = false;
@@ -124,10 +101,11 @@ void CKestDemux2Filter::ResetDemux() {
 /// Gives the delivery threads the time to come to a place between two deliveries, then asks them to end. The
 /// elementary-stream mode always takes the whole time.
 void CKestDemux2Filter::WaitForPins() {
-    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->GetTiming().bReadyToReset = false;
+    m_timing.Update([](AvTimes& times) { times.video.bReadyToReset = times.audio.bReadyToReset = false; });
     for (int nPass = 0; nPass < kReadyPasses; ++nPass) {
-        if (m_pVideoPin->GetTiming().bReadyToReset && GetWorkingMode() != EWorkingMode::Mpeg4VideoEs &&
-            m_pAudioPin->GetTiming().bReadyToReset) {
+        const AvTimes times = m_timing.Get();
+        if (times.video.bReadyToReset && GetWorkingMode() != EWorkingMode::Mpeg4VideoEs &&
+            times.audio.bReadyToReset) {
             break;
         }
         SleepMs(kReadyPauseMs);

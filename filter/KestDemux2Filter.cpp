@@ -1,5 +1,6 @@
 #include "filter/KestDemux2Filter.h"
 
+#include <functional>
 #include <new>
 #include <string_view>
 
@@ -22,8 +23,8 @@ CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
 
 CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
     : CImplements(nullptr, pOuter, &m_csPins, kFilterClass) {
-    m_pVideoPin = MakePin<CKestDemux2VideoOutputPin>(phr, this, this);
-    m_pAudioPin = MakePin<CKestDemux2AudioOutputPin>(phr, this, this);
+    m_pVideoPin = MakePin<CKestDemux2VideoOutputPin>(phr, this, this, std::ref(m_timing));
+    m_pAudioPin = MakePin<CKestDemux2AudioOutputPin>(phr, this, this, std::ref(m_timing));
     m_pInputPin = MakePin<CKestDemux2InputPin>(phr, this);
     if (FAILED(*phr)) return;
     m_pVideoPin->SetPeer(*m_pAudioPin);
@@ -101,13 +102,13 @@ HRESULT CKestDemux2Filter::JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) 
         if (FAILED(hr)) return hr;
     }
     if (const HRESULT hr = CBaseFilter::JoinFilterGraph(pGraph, pName); FAILED(hr)) return hr;
-    HandGraphConfig(pConfig.Get(), pGraph ? &m_evAbort : nullptr);
+    HandStopEvent(pGraph ? &m_evAbort : nullptr);
     return S_OK;
 }
 
-void CKestDemux2Filter::HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent) {
+void CKestDemux2Filter::HandStopEvent(CEvent* pStopEvent) {
     for (CDemuxOutputPin* pPin : m_apOutputPins) {
-        if (pPin) pPin->SetGraphConfig(pConfig, pStopEvent);
+        if (pPin) pPin->SetStopEvent(pStopEvent);
     }
 }
 

@@ -15,6 +15,7 @@
 #include "graph/BaseFilter.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
+#include "pins/AvTiming.h"
 #include "pins/DemuxFilterSite.h"
 #include "pins/VideoOutputPin.h"
 #include "pins/WorkingMode.h"
@@ -88,6 +89,9 @@ public:
 
     // ---- settings and flags
 
+    /// The timing of the output pins.
+    CAvTiming& GetAvTiming() { return m_timing; }
+
     /// The settings of forwarding and of the demux function. One control thread at a time.
     SEND_SETTINGS& GetSendSettings() { return m_sendSettings; }
     HRESULT STDMETHODCALLTYPE get_SendSettings(SEND_SETTINGS* pSettings) override;
@@ -127,7 +131,7 @@ private:
     // The pins.
     template <class Pin, class... Arguments>
     std::unique_ptr<Pin> MakePin(HRESULT* phr, Arguments... arguments);
-    void HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent);
+    void HandStopEvent(CEvent* pStopEvent);
 
     // The path of the working mode: core, frame queues and delivery threads, as far as they exist.
     const WorkingMode& Mode() const { return FindWorkingMode(GetWorkingMode()); }
@@ -139,8 +143,6 @@ private:
     void ResumePath();
     void StopPath();
     void SelectTsTimeReference();
-    void ForgetTiming();
-    void RestartTiming();
 
     // Steps of the state changes and of the reset.
     void ApplyDemuxOutput();
@@ -173,6 +175,7 @@ private:
     std::atomic<bool> m_bThreadKilled{false};  // a delivery thread had to be ended by force
     std::atomic<bool> m_bSingleStep{false};    // single-step mode
 
+    CAvTiming m_timing;                                      // of the output pins
     std::unique_ptr<KestMpeg2PsPullDemux> m_pPsDemux;        // core of modes 2 and 4; none before
     std::unique_ptr<CKestDemux2InputPin> m_pInputPin;        // pin 0
     std::unique_ptr<CKestDemux2AudioOutputPin> m_pAudioPin;  // pin 2

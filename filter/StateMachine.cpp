@@ -16,7 +16,7 @@ HRESULT CKestDemux2Filter::Pause() {
     if (m_pVideoPin && !m_pVideoPin->GetDeliveryThread().IsRunning()) {
         // Before the delivery threads run, and so before the base commits their allocators: a thread that had
         // begun its timing already would begin it a second time.
-        ForgetTiming();
+        m_timing.Forget();
         if (Mode().family == ECoreFamily::Program) m_pVideoPin->InitSeeking();
         StartPath();
     }
@@ -52,7 +52,7 @@ HRESULT CKestDemux2Filter::Stop() {
     Trace("Stop_2<-----------------!!!!!!\n");
     StopPath();
     DeactivatePins();
-    ForgetTiming();
+    m_timing.Forget();
     m_bResetAllowed = true;
     m_bNeedReset = false;
     m_bThreadKilled = false;

@@ -38,19 +38,17 @@ TEST_F(FilterStates, ModeAndStateDecideWhichThreadsRun) {
 TEST_F(FilterStates, PausingLeavesTheTimingAndStoppingForgetsIt) {
     m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    PinTiming& video = m_pVideo->GetTiming();
-    PinTiming& audio = m_pAudio->GetTiming();
-    video.rtTimeBase = 77;
-    audio.rtTimeBase = 77;
+    m_pFilter->GetAvTiming().Update([](AvTimes& times) { times.video.rtTimeBase = times.audio.rtTimeBase = 77; });
     m_pFilter->OnThreadKilled();
     EXPECT_FALSE(m_pFilter->IsResetAllowed());
     ASSERT_EQ(S_OK, m_pFilter->Pause());
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    EXPECT_EQ(77, video.rtTimeBase);
-    EXPECT_EQ(77, audio.rtTimeBase);
+    EXPECT_EQ(77, m_pFilter->GetAvTiming().Get(EPin::Video).rtTimeBase);
+    EXPECT_EQ(77, m_pFilter->GetAvTiming().Get(EPin::Audio).rtTimeBase);
     EXPECT_TRUE(m_pFilter->IsThreadKilled());
     ASSERT_EQ(S_OK, m_pFilter->Stop());
-    for (const PinTiming* pTiming : {&video, &audio}) {
+    const AvTimes times = m_pFilter->GetAvTiming().Get();
+    for (const PinTiming* pTiming : {&times.video, &times.audio}) {
         EXPECT_TRUE(pTiming->bFirstTime);
         EXPECT_EQ(kNoTimeBase, pTiming->rtTimeBase);
     }
@@ -81,19 +79,18 @@ TEST_F(FilterStates, DemuxFunctionDecidesOnPacing) {
 TEST_F(FilterStates, ResetOfAProgramStreamStopsNoThread) {
     m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    PinTiming& video = m_pVideo->GetTiming();
-    PinTiming& audio = m_pAudio->GetTiming();
-    for (PinTiming* pTiming : {&video, &audio}) {
-        pTiming->bFirstTime = false;
-        pTiming->rtTimeBase = 77;
-    }
+    m_pFilter->GetAvTiming().Update([](AvTimes& times) {
+        times.video.bFirstTime = times.audio.bFirstTime = false;
+        times.video.rtTimeBase = times.audio.rtTimeBase = 77;
+    });
     CCaptureTexts texts;
     m_pFilter->EnableReset(false);
     m_pFilter->ResetDemux();
-    EXPECT_EQ(77, audio.rtTimeBase) << "resets are off";
+    EXPECT_EQ(77, m_pFilter->GetAvTiming().Get(EPin::Audio).rtTimeBase) << "resets are off";
     m_pFilter->EnableReset(true);
     m_pFilter->ResetDemux();
-    for (const PinTiming* pTiming : {&video, &audio}) {
+    const AvTimes times = m_pFilter->GetAvTiming().Get();
+    for (const PinTiming* pTiming : {&times.video, &times.audio}) {
         EXPECT_TRUE(pTiming->bFirstTime && pTiming->bRestartPending);
         EXPECT_EQ(kNoTimeBase, pTiming->rtTimeBase);
     }

@@ -18,155 +18,62 @@ Record FormatOf(const CMediaType& type) {
     return record;
 }
 
-// ---------------- media types
-
 TEST(PinMediaTypes, VideoOffersByMode) {
-    struct Case {
+    struct {
         std::uint32_t nMode;
         bool bPush;
         GUID subtype, format;
         std::size_t nFormat;
         LONG nWidth, nHeight;
-    };
-    for (const Case& c : {Case{0, false, MEDIASUBTYPE_KestMpeg4Video, FORMAT_VideoInfo, 88, 640, 360},
-                          Case{1, true, MEDIASUBTYPE_KestMpeg4Video, FORMAT_VideoInfo, 88, 720, 480},
-                          Case{2, false, MEDIASUBTYPE_KestMpeg4Video, FORMAT_VideoInfo, 88, 640, 360},
-                          Case{3, false, MEDIASUBTYPE_MPEG2_VIDEO, FORMAT_MPEG2Video, 136, 352, 480},
-                          Case{4, true, MEDIASUBTYPE_MPEG2_VIDEO, FORMAT_MPEG2Video, 136, 352, 480},
-                          Case{5, false, MEDIASUBTYPE_MPEG1Packet, FORMAT_MPEGVideo, 244, 352, 240}}) {
-        CPinRig rig(4);
+        DWORD dwBitRate;
+    } const cases[] = {{0, false, MEDIASUBTYPE_KestMpeg4Video, FORMAT_VideoInfo, 88, 640, 360, 0},
+                       {1, true, MEDIASUBTYPE_KestMpeg4Video, FORMAT_VideoInfo, 88, 720, 480, 0},
+                       {4, true, MEDIASUBTYPE_MPEG2_VIDEO, FORMAT_MPEG2Video, 136, 352, 480, 2000000},
+                       {5, false, MEDIASUBTYPE_MPEG1Packet, FORMAT_MPEGVideo, 244, 352, 240, 1500000}};
+    CPinRig rig(4);
+    CMediaType type;
+    for (const auto& c : cases) {
         rig.filter.m_nMode = c.nMode;
         rig.filter.m_bPush = c.bPush;
-        CMediaType type;
         ASSERT_EQ(rig.video.GetMediaType(0, type), S_OK);
-        EXPECT_EQ(type.Type(), MEDIATYPE_Video);
         EXPECT_EQ(type.Subtype(), c.subtype);
         EXPECT_EQ(type.FormatType(), c.format);
         ASSERT_EQ(type.Format().size(), c.nFormat);
         EXPECT_EQ(rig.video.CheckMediaType(type), S_OK);
-        const BITMAPINFOHEADER header = c.nMode == 3 || c.nMode == 4
-                                            ? FormatOf<MPEG2VIDEOINFO>(type).hdr.bmiHeader
-                                            : FormatOf<VIDEOINFOHEADER>(type).bmiHeader;
+        const bool bMpeg2 = c.format == FORMAT_MPEG2Video;
+        const auto header =
+            bMpeg2 ? FormatOf<MPEG2VIDEOINFO>(type).hdr.bmiHeader : FormatOf<VIDEOINFOHEADER>(type).bmiHeader;
         EXPECT_EQ(header.biSize, 40u);
         EXPECT_EQ(header.biWidth, c.nWidth);
         EXPECT_EQ(header.biHeight, c.nHeight);
-        EXPECT_EQ(rig.video.GetMediaType(1, type), VFW_S_NO_MORE_ITEMS);
-        EXPECT_EQ(rig.video.GetMediaType(-1, type), E_INVALIDARG);
+        EXPECT_EQ(FormatOf<VIDEOINFOHEADER>(type).dwBitRate, c.dwBitRate);
     }
-    CPinRig rig(4);
+    // A sequence header behind the last: 352 x 240, aspect and picture rate; it ends in a matrix of 16s.
+    const auto header = type.Format().subspan(offsetof(MPEG1VIDEOINFO, bSequenceHeader), 140);
+    EXPECT_THAT(std::vector(header.begin(), header.begin() + 8),
+                ElementsAre(0, 0, 1, 0xB3, 0x16, 0, 0xF0, 0x24));
+    EXPECT_EQ(std::count(header.begin() + 76, header.end(), 16), 64);
+    EXPECT_EQ(rig.video.GetMediaType(1, type), VFW_S_NO_MORE_ITEMS);
+    EXPECT_EQ(rig.video.GetMediaType(-1, type), E_INVALIDARG);
     rig.filter.m_nMode = 6;
-    CMediaType type;
     EXPECT_EQ(rig.video.GetMediaType(0, type), E_INVALIDARG);
 }
 
-TEST(PinMediaTypes, VideoFormatBlocks) {
-    const CMediaType mpeg4 = MakeMpeg4VideoType(640, 360), mpeg2 = MakeMpeg2VideoType();
-    EXPECT_EQ(FormatOf<VIDEOINFOHEADER>(mpeg4).bmiHeader.biPlanes, 1);
-    EXPECT_EQ(mpeg4.GetSampleSize(), 1u);
-    EXPECT_TRUE(mpeg4.bTemporalCompression);
-    const auto info2 = FormatOf<MPEG2VIDEOINFO>(mpeg2);
-    EXPECT_EQ(info2.hdr.dwBitRate, 2000000u);
-    EXPECT_EQ(info2.hdr.AvgTimePerFrame, 333667);
-    EXPECT_EQ(info2.hdr.rcSource.right, 704);
-    EXPECT_EQ(info2.dwStartTimeCode, 455832u);
-
-    const CMediaType mpeg1 = MakeMpeg1VideoType();
-    const auto info1 = FormatOf<MPEG1VIDEOINFO>(mpeg1);
-    EXPECT_EQ(info1.hdr.dwBitRate, 1500000u);
-    EXPECT_EQ(info1.dwStartTimeCode, 4097u);
-    ASSERT_EQ(info1.cbSequenceHeader, 140u);
-    // 352 x 240, and behind it aspect and picture rate; the header ends in a matrix of 16s.
-    const auto header = mpeg1.Format().subspan(offsetof(MPEG1VIDEOINFO, bSequenceHeader), 140);
-    EXPECT_THAT(std::vector(header.begin(), header.begin() + 8),
-                ElementsAre(0, 0, 1, 0xB3, 0x16, 0, 0xF0, 0x24));
-    EXPECT_EQ(header[75], 0xA7);
-    EXPECT_EQ(std::count(header.begin() + 76, header.end(), 16), 64);
-}
-
-TEST(PinMediaTypes, AudioTakesItsOwnTypeAlone) {
+TEST(PinMediaTypes, AudioTakesItsOwnTypeAloneAndNobodyWithoutAnInput) {
     CPinRig rig(4);
-    CMediaType type, other;
+    CMediaType type;
     ASSERT_EQ(rig.audio.GetMediaType(0, type), S_OK);
-    EXPECT_EQ(rig.audio.GetMediaType(1, other), VFW_S_NO_MORE_ITEMS);
-    EXPECT_EQ(rig.audio.GetMediaType(-1, other), E_INVALIDARG);
-    EXPECT_EQ(type.Subtype(), MEDIASUBTYPE_MPEG1AudioPayload);
-    ASSERT_EQ(type.Format().size(), 40u);
     auto format = FormatOf<MPEG1WAVEFORMAT>(type);
     EXPECT_EQ(format.wfx.nSamplesPerSec, 44100u);
-    EXPECT_EQ(format.wfx.nBlockAlign, 1152);
     EXPECT_EQ(format.dwHeadBitrate, 384000u);
-    EXPECT_EQ(format.fwHeadFlags, 24);
     EXPECT_EQ(rig.audio.CheckMediaType(type), S_OK);
+    rig.filter.m_bInputConnected = false;
+    EXPECT_EQ(rig.audio.CheckMediaType(type), S_FALSE);
+    EXPECT_EQ(rig.video.CheckMediaType(CMediaType(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO)), S_FALSE);
+    rig.filter.m_bInputConnected = true;
     format.wfx.nSamplesPerSec = 48000;
-    other = type;
-    other.SetFormat(format);
-    EXPECT_EQ(rig.audio.CheckMediaType(other), S_FALSE);
-    other = type;
-    other.SetSubtype(MEDIASUBTYPE_MPEG1Audio);
-    EXPECT_EQ(rig.audio.CheckMediaType(other), S_FALSE);
-    EXPECT_EQ(rig.video.CheckMediaType(type), S_FALSE);
-}
-
-TEST(PinMediaTypes, NothingIsTakenWithoutAnInput) {
-    const CComPtr<CPinFilter> pFilter(new CPinFilter);
-    const CComPtr<CRecordingFilter> pSink(new CRecordingFilter);
-    pFilter->m_bInputConnected = false;
-    EXPECT_TRUE(FAILED(pFilter->m_video.Connect(&pSink->m_video, nullptr)));
-    EXPECT_TRUE(FAILED(pFilter->m_audio.Connect(&pSink->m_audio, nullptr)));
-    ALLOCATOR_PROPERTIES props{};
-    EXPECT_EQ(pFilter->m_video.DecideBufferSize(nullptr, props), E_UNEXPECTED);
-}
-
-// ---------------- buffers
-
-/// Grants what was asked for less something.
-class CStingyAllocator final : public IMemAllocator {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* pRequest,
-                                            ALLOCATOR_PROPERTIES* pActual) override {
-        *pActual = m_request = *pRequest;
-        pActual->cBuffers -= m_nFewer;
-        pActual->cbBuffer -= m_nSmaller;
-        return m_hr;
-    }
-    HRESULT STDMETHODCALLTYPE GetProperties(ALLOCATOR_PROPERTIES*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Commit() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Decommit() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample**, REFERENCE_TIME*, REFERENCE_TIME*, DWORD) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ReleaseBuffer(IMediaSample*) override { return S_OK; }
-
-    LONG m_nFewer = 0, m_nSmaller = 0;
-    HRESULT m_hr = S_OK;
-    ALLOCATOR_PROPERTIES m_request{};  // what was asked for last
-};
-
-TEST(PinBuffers, FewerOrSmallerOnesAreRefused) {
-    CPinRig rig(4);
-    struct Case {
-        CDemuxOutputPin& pin;
-        LONG nBuffers, nSize;
-    };
-    for (const Case& c : {Case{rig.video, 6, 1327104}, Case{rig.audio, 5, 65536}}) {
-        CStingyAllocator allocator;
-        ALLOCATOR_PROPERTIES props{1, 1, 16, 7};
-        EXPECT_EQ(c.pin.DecideBufferSize(&allocator, props), S_OK);
-        EXPECT_EQ(allocator.m_request.cBuffers, c.nBuffers);
-        EXPECT_EQ(allocator.m_request.cbBuffer, c.nSize);
-        EXPECT_EQ(allocator.m_request.cbAlign, 1);
-        EXPECT_EQ(allocator.m_request.cbPrefix, 7) << "as the other pin asked";
-        allocator.m_nFewer = 1;
-        EXPECT_EQ(c.pin.DecideBufferSize(&allocator, props), E_FAIL);
-        allocator.m_nFewer = 0;
-        allocator.m_nSmaller = 1;
-        EXPECT_EQ(c.pin.DecideBufferSize(&allocator, props), E_FAIL);
-        allocator.m_hr = E_OUTOFMEMORY;
-        EXPECT_EQ(c.pin.DecideBufferSize(&allocator, props), E_OUTOFMEMORY);
-    }
+    type.SetFormat(format);
+    EXPECT_EQ(rig.audio.CheckMediaType(type), S_FALSE);
 }
 
 // ---------------- seeking
@@ -188,52 +95,53 @@ protected:
     CPinSeeking& seeking = rig.video.GetSeeking();
 };
 
-TEST_F(PinSeeking, PositionsAreCheckedThenTold) {
+TEST_F(PinSeeking, DeliveryDoesNotUndoASeek) {
     LONGLONG llNow = 50, llStop = 90;
     const CCaptureTexts texts;
-    EXPECT_EQ(seeking.SetPositions(&llNow, 1, &llStop, 1 | AM_SEEKING_SeekToKeyFrame), E_INVALIDARG);
-    EXPECT_EQ(seeking.SetPositions(&llNow, 3, &llStop, 1), E_INVALIDARG);
-    EXPECT_EQ(seeking.SetPositions(nullptr, 1, &llStop, 1), E_POINTER);
-    EXPECT_EQ(seeking.SetPositions(&llNow, 1, nullptr, 1), E_POINTER);
-    EXPECT_THAT(rig.filter.Hooks(), ElementsAre());
-    EXPECT_EQ(Position(), 0);
+    rig.video.SetFilePos(1048576);
+    rig.filter.m_onHook = [&] { seeking.UpdatePosition(); };  // a sample is delivered meanwhile
     EXPECT_EQ(seeking.SetPositions(&llNow, 1, &llStop, 3), S_OK);
-    EXPECT_EQ(seeking.SetPositions(&llNow, 2, &llStop, 2), S_OK);
-    EXPECT_EQ(seeking.SetPositions(nullptr, 0, nullptr, 0), S_OK);
     EXPECT_EQ(seeking.SetRate(2.0), S_OK);
-    EXPECT_THAT(rig.filter.Hooks(),
-                ElementsAre("stop 140", "seek 50", "stop 230", "seek 100", "rate 2.000000"));
-    EXPECT_EQ(texts.DebugTexts(),
-              "==>Change current position =50 <===\n==>Change current position =100 <===\n");
+    EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("stop 140", "seek 50", "rate 2.000000"));
+    EXPECT_EQ(texts.DebugTexts(), "==>Change current position =50 <===\n");
+    EXPECT_EQ(Position(), 55924053);
+    rig.filter.m_nBitRate = 0;
+    EXPECT_EQ(seeking.SetPositions(&llNow, 1, nullptr, 0), S_OK);
+    EXPECT_EQ(Position(), 55924053) << "no place in the file stands for a time";
+    EXPECT_FALSE(seeking.SkipAhead([] { return false; }));
+    EXPECT_EQ(rig.filter.m_hooks.Get().size(), 3u);
 }
 
-TEST_F(PinSeeking, FollowsTheFilePosition) {
-    seeking.Init(3000000, 1500000);
-    EXPECT_EQ(Stop(), 160000000) << "16 s";
-    seeking.UpdatePosition(1048576, 1500000);
-    EXPECT_EQ(Position(), 55924053);
-    seeking.UpdatePosition(1, 99);
-    seeking.Init(1, 0);
-    EXPECT_EQ(Position(), 55924053);
-    EXPECT_EQ(Stop(), 160000000);
-    EXPECT_THAT(rig.filter.Hooks(), ElementsAre());
-}
-
-TEST_F(PinSeeking, BeginsWithTheLengthOfTheSource) {
-    rig.filter.m_nBitRate = 8000;
-    rig.video.SetFilePos(17);
+TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
+    constexpr std::int64_t kMax = 0x7FFFFFFFFFFFFFFF;
+    struct {
+        std::int64_t llBytes;
+        std::uint32_t nBitRate;
+        LONGLONG llStop, llNow;
+    } const cases[] = {
+        {1048576, 1500000, 55924048, 55924053},
+        {2000000000000, 8000000, 20000000000000, 20000000000000},  // the product has more than 64 bits
+        {kMax, 1500000, kMax, kMax},
+        {1, 99, 808080, kMax},
+        {1, 0, 808080, kMax},
+    };
+    for (const auto& c : cases) {
+        rig.filter.m_nBitRate = c.nBitRate;
+        rig.video.SetFilePos(c.llBytes);
+        seeking.Init(c.llBytes);
+        seeking.UpdatePosition();
+        EXPECT_EQ(Stop(), c.llStop) << c.llBytes;
+        EXPECT_EQ(Position(), c.llNow) << c.llBytes;
+    }
     rig.video.InitSeeking();
-    EXPECT_THAT(rig.filter.Hooks(), ElementsAre()) << "there is no reader";
+    EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre()) << "there is no reader";
     const std::vector<std::uint8_t> bytes(5000);
     CMemoryReader reader(bytes);
+    rig.filter.m_nBitRate = 8000;
     rig.video.SetAsyncReader(&reader);
-    seeking.SetRate(2.0);
     rig.video.InitSeeking();
-    EXPECT_THAT(rig.filter.Hooks(), ElementsAre("rate 2.000000", "positions 17 5000"));
+    EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("positions 1 5000"));
     EXPECT_EQ(Stop(), 50000000);
-    double dRate = 0;
-    EXPECT_EQ(seeking.GetRate(&dRate), S_OK);
-    EXPECT_EQ(dRate, 1.0);
     rig.video.SetAsyncReader(nullptr);
 }
 
@@ -245,19 +153,13 @@ TEST_F(PinSeeking, PinAnswersWithBothInterfaces) {
     DWORD dwCapabilities = 0;
     EXPECT_EQ(pSeeking->GetCapabilities(&dwCapabilities), S_OK);
     EXPECT_EQ(dwCapabilities, 55u);
-    EXPECT_EQ(pSeeking->GetCapabilities(nullptr), E_POINTER);
-    GUID format{};
-    EXPECT_EQ(pSeeking->GetTimeFormat(&format), S_OK);
-    EXPECT_EQ(format, TIME_FORMAT_MEDIA_TIME);
-    EXPECT_EQ(rig.audio.QueryInterface(IID_IMediaSeeking, reinterpret_cast<void**>(pSeeking.Put())),
-              E_NOINTERFACE);
-
     CComPtr<IMediaPosition> pPosition;
-    ASSERT_EQ(
-        seeking.NonDelegatingQueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())),
-        S_OK);
-    seeking.Init(3000000, 1500000);
-    seeking.UpdatePosition(1500000, 1500000);
+    ASSERT_EQ(rig.video.QueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())), S_OK);
+    CComPtr<IDispatch> pDispatch;
+    EXPECT_EQ(pPosition->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(pDispatch.Put())), S_OK);
+    seeking.Init(3000000);
+    rig.video.SetFilePos(1500000);
+    seeking.UpdatePosition();
     REFTIME d = 0;
     EXPECT_EQ(pPosition->put_CurrentPosition(99), S_OK);
     EXPECT_EQ(pPosition->get_CurrentPosition(&d), S_OK);
@@ -267,10 +169,6 @@ TEST_F(PinSeeking, PinAnswersWithBothInterfaces) {
     LONG nCan = 0;
     EXPECT_EQ(pPosition->CanSeekForward(&nCan), S_OK);
     EXPECT_EQ(nCan, OATRUE);
-    EXPECT_EQ(pPosition->CanSeekBackward(&nCan), S_OK);
-    EXPECT_EQ(nCan, OATRUE);
-    EXPECT_EQ(pPosition->put_Rate(0.5), S_OK);
-    EXPECT_THAT(rig.filter.Hooks(), ElementsAre("rate 0.500000"));
 }
 
 }  // namespace
