@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include <condition_variable>
+#include <array>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -21,9 +21,9 @@ using Texts = std::vector<std::string>;
 /// A list of texts that one thread fills and another waits for.
 class CTextList {
 public:
-    void Add(std::string text) {
+    void Add(const std::string& text) {
         std::lock_guard lock(m_mutex);
-        m_texts.push_back(std::move(text));
+        m_texts.push_back(text);
     }
     Texts Get() const {
         std::lock_guard lock(m_mutex);
@@ -39,15 +39,93 @@ private:
     Texts m_texts;
 };
 
-/// The filter around the pins: every answer is a field, every request is counted or kept.
+/// Writes down samples and events. A sample is its start time and, by letters, its flags: "400000 DS" is a
+/// discontinuity and a sync point at 40 ms, P means preroll; "-" stands for no time.
+class CRecordingPin final : public CBaseInputPin {
+public:
+    CRecordingPin(CBaseFilter* pFilter, CCritSec* pLock) : CBaseInputPin(pFilter, pLock, nullptr, L"Sink") {}
+
+    HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
+    HRESULT GetMediaType(int, CMediaType&) override { return VFW_S_NO_MORE_ITEMS; }
+    HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override {
+        if (!m_pForeign) return CBaseInputPin::GetAllocator(ppAllocator);
+        *ppAllocator = m_pForeign;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override {
+        if (const HRESULT hr = CBaseInputPin::Receive(pSample); hr != S_OK) return hr;
+        ++m_nEntered;
+        if (m_bHold) m_evGoOn.Wait();
+        m_bHoldForeign.wait(true);
+        m_samples.Add(Describe(pSample));
+        m_all.Add(Describe(pSample));
+        m_nLastSize = pSample->GetActualDataLength();
+        return m_hrReceive;
+    }
+    HRESULT STDMETHODCALLTYPE BeginFlush() override {
+        m_all.Add("begin flush");
+        m_bHoldForeign = false;
+        m_bHoldForeign.notify_all();
+        if (m_bHoldFlush.exchange(false)) m_evGoOn.Wait();
+        return CBaseInputPin::BeginFlush();
+    }
+    HRESULT STDMETHODCALLTYPE EndFlush() override {
+        if (m_bHoldFlushEnd.exchange(false)) m_evGoOn.Wait();
+        m_all.Add("end flush");
+        return CBaseInputPin::EndFlush();
+    }
+    HRESULT STDMETHODCALLTYPE EndOfStream() override {
+        m_all.Add("end of stream");
+        if (m_bHold) m_evGoOn.Wait();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME, REFERENCE_TIME, double dRate) override {
+        m_all.Add("segment " + std::to_string(static_cast<int>(dRate)));
+        return S_OK;
+    }
+    void GoOn() {
+        m_bHold = false;
+        m_evGoOn.Set();
+    }
+    /// Waits for the first n samples, and nothing but these must have come; the same for samples and events.
+    Texts Samples(std::size_t n) { return m_samples.WaitFor(n); }
+    Texts All(std::size_t n) { return m_all.WaitFor(n); }
+
+    std::atomic<HRESULT> m_hrReceive{S_OK};
+    std::atomic<bool> m_bHold{false};         // samples and the end of the stream wait for m_evGoOn
+    std::atomic<bool> m_bHoldForeign{false};  // samples wait for a flush, and no force ends that
+    std::atomic<bool> m_bHoldFlush{false}, m_bHoldFlushEnd{false};  // a call of the next flush waits
+    CEvent m_evGoOn;
+    std::atomic<int> m_nEntered{0};       // samples that came as far
+    std::atomic<LONG> m_nLastSize{0};     // bytes of the last sample
+    IMemAllocator* m_pForeign = nullptr;  // offered to the other pin; null: the usual one
+
+private:
+    static std::string Describe(IMediaSample* pSample) {
+        REFERENCE_TIME rtStart = 0, rtStop = 0;
+        std::string text = pSample->GetTime(&rtStart, &rtStop) == S_OK ? std::to_string(rtStart) + " " : "- ";
+        if (pSample->IsDiscontinuity() == S_OK) text += 'D';
+        if (pSample->IsSyncPoint() == S_OK) text += 'S';
+        if (pSample->IsPreroll() == S_OK) text += 'P';
+        if (text.back() == ' ') text.pop_back();
+        return text;
+    }
+
+    CTextList m_samples, m_all;
+};
+
+/// The filter around the pins, and their sinks: every answer is a field, every request is counted or kept.
 class CPinFilter final : public CBaseFilter, public IDemuxFilterSite {
 public:
     CPinFilter() : CBaseFilter(L"Fake", nullptr, &m_csPins, CLSID{}) {
         m_video.SetPeer(m_audio);
         m_audio.SetPeer(m_video);
     }
-    int GetPinCount() override { return 2; }
-    CBasePin* GetPin(int n) override { return n == 0 ? static_cast<CBasePin*>(&m_video) : &m_audio; }
+    int GetPinCount() override { return 4; }
+    CBasePin* GetPin(int n) override {
+        return std::array<CBasePin*, 4>{&m_video, &m_audio, &m_videoSink,
+                                        &m_audioSink}[static_cast<std::size_t>(n)];
+    }
 
     EWorkingMode GetWorkingMode() const override { return static_cast<EWorkingMode>(m_nMode.load()); }
     bool IsInputConnected() const override { return m_bInputConnected; }
@@ -84,6 +162,7 @@ public:
     CAvTiming m_timing;
     CKestDemux2VideoOutputPin m_video{this, this, m_timing, &m_csPins, nullptr};
     CKestDemux2AudioOutputPin m_audio{this, this, m_timing, &m_csPins, nullptr};
+    CRecordingPin m_videoSink{this, &m_csPins}, m_audioSink{this, &m_csPins};
 
 private:
     HRESULT Note(std::string text) {
@@ -91,101 +170,6 @@ private:
         if (m_onHook) m_onHook();
         return S_OK;
     }
-};
-
-/// Writes down samples and events. A sample is its start time and, by letters, its flags: "400000 DS" is a
-/// discontinuity and a sync point at 40 ms, P means preroll; "-" stands for no time.
-class CRecordingPin final : public CBaseInputPin {
-public:
-    CRecordingPin(CBaseFilter* pFilter, CCritSec* pLock, LPCWSTR pszName)
-        : CBaseInputPin(pFilter, pLock, nullptr, pszName) {}
-
-    HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
-    HRESULT GetMediaType(int, CMediaType&) override { return VFW_S_NO_MORE_ITEMS; }
-    HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override {
-        if (!m_pAllocator) return CBaseInputPin::GetAllocator(ppAllocator);
-        *ppAllocator = m_pAllocator;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override {
-        const HRESULT hr = CBaseInputPin::Receive(pSample);
-        if (hr != S_OK) return hr;
-        ++m_nEntered;
-        if (m_bHold) m_evGoOn.Wait();
-        if (m_bHoldForeign) {  // as a system's renderer: until a flush, and no force ends it
-            std::unique_lock lock(m_mutex);
-            m_flushed.wait(lock, [this] { return !m_bHoldForeign; });
-        }
-        m_samples.Add(Describe(pSample));
-        m_all.Add(Describe(pSample));
-        m_nLastSize = pSample->GetActualDataLength();
-        return m_hrReceive;
-    }
-    HRESULT STDMETHODCALLTYPE BeginFlush() override {
-        m_all.Add("begin flush");
-        {
-            std::lock_guard lock(m_mutex);
-            m_bHoldForeign = false;
-        }
-        m_flushed.notify_all();
-        if (m_bHoldFlush.exchange(false)) m_evGoOn.Wait();
-        return CBaseInputPin::BeginFlush();
-    }
-    HRESULT STDMETHODCALLTYPE EndFlush() override {
-        if (m_bHoldFlushEnd.exchange(false)) m_evGoOn.Wait();
-        m_all.Add("end flush");
-        return CBaseInputPin::EndFlush();
-    }
-    HRESULT STDMETHODCALLTYPE EndOfStream() override {
-        m_all.Add("end of stream");
-        if (m_bHold) m_evGoOn.Wait();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME, REFERENCE_TIME, double dRate) override {
-        m_all.Add("segment " + std::to_string(static_cast<int>(dRate)));
-        return S_OK;
-    }
-
-    /// Waits for the first n samples, and nothing but these must have come.
-    Texts Samples(std::size_t n) { return m_samples.WaitFor(n); }
-    /// The same for samples and events.
-    Texts All(std::size_t n) { return m_all.WaitFor(n); }
-
-    std::atomic<HRESULT> m_hrReceive{S_OK};
-    std::atomic<bool> m_bHold{false};         // samples and the end of the stream wait for m_evGoOn
-    std::atomic<bool> m_bHoldForeign{false};  // samples wait for a flush
-    std::atomic<bool> m_bHoldFlush{false},
-        m_bHoldFlushEnd{false};  // a call of the next flush waits for m_evGoOn
-    CEvent m_evGoOn;
-    std::atomic<int> m_nEntered{0};         // samples that came as far
-    std::atomic<LONG> m_nLastSize{0};       // bytes of the last sample
-    IMemAllocator* m_pAllocator = nullptr;  // offered to the other pin; null: the usual one
-
-private:
-    static std::string Describe(IMediaSample* pSample) {
-        REFERENCE_TIME rtStart = 0, rtStop = 0;
-        const bool bTimed = pSample->GetTime(&rtStart, &rtStop) == S_OK;
-        std::string flags;
-        if (pSample->IsDiscontinuity() == S_OK) flags += 'D';
-        if (pSample->IsSyncPoint() == S_OK) flags += 'S';
-        if (pSample->IsPreroll() == S_OK) flags += 'P';
-        EXPECT_TRUE(!bTimed || rtStop == rtStart + 1) << rtStop;
-        return (bTimed ? std::to_string(rtStart) : "-") + (flags.empty() ? "" : " " + flags);
-    }
-
-    std::mutex m_mutex;  // guards m_bHoldForeign
-    std::condition_variable m_flushed;
-    CTextList m_samples, m_all;
-};
-
-class CRecordingFilter final : public CBaseFilter {
-public:
-    CRecordingFilter() : CBaseFilter(L"Sink", nullptr, &m_csPins, CLSID{}) {}
-    int GetPinCount() override { return 2; }
-    CBasePin* GetPin(int n) override { return n == 0 ? &m_video : &m_audio; }
-
-    CCritSec m_csPins;
-    CRecordingPin m_video{this, &m_csPins, L"Video"}, m_audio{this, &m_csPins, L"Audio"};
 };
 
 /// One frame for a pin's queue.
@@ -196,50 +180,41 @@ struct TestFrame {
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(3);  // of no meaning
 };
 
-/// The two filters, connected and running; the pins' queues are open, their threads not yet started.
+/// The pins, connected and running; their queues are open, their threads not yet started.
 class CPinRig {
 public:
-    /// @param pAllocator  what the video sink offers; null: the usual one.
-    explicit CPinRig(std::uint32_t nMode, IMemAllocator* pAllocator = nullptr) {
+    /// @param pForeign  allocator of the video sink; null: the usual one.
+    explicit CPinRig(std::uint32_t nMode, IMemAllocator* pForeign = nullptr) {
         filter.m_nMode = nMode;
-        videoSink.m_pAllocator = pAllocator;
-        for (int n = 0; n < 2; ++n) EXPECT_EQ(filter.GetPin(n)->Connect(m_pSink->GetPin(n), nullptr), S_OK);
-        m_pSink->Run(0);
+        videoSink.m_pForeign = pForeign;
+        for (int n = 0; n < 2; ++n) EXPECT_EQ(filter.GetPin(n)->Connect(filter.GetPin(n + 2), nullptr), S_OK);
         filter.Run(0);
-        for (CDemuxOutputPin* pPin : Pins()) OpenQueue(*pPin);
+        for (CDemuxOutputPin* pPin : Pins()) {
+            pPin->ROpenMemFile();
+            pPin->WOpenMemFile();
+        }
     }
     ~CPinRig() {
         filter.m_bResetting = false;
         for (CDemuxOutputPin* pPin : Pins()) {
-            Release(Sink(*pPin));
+            Sink(*pPin).GoOn();
             pPin->StopDelivery();
             pPin->Block(0, nullptr);
             pPin->CloseMemFiles();
             pPin->GetDeliveryThread().Stop();
         }
         filter.Stop();
-        m_pSink->Stop();
-        for (int n = 0; n < 2; ++n) {
-            filter.GetPin(n)->Disconnect();
-            m_pSink->GetPin(n)->Disconnect();
-        }
+        for (int n = 0; n < 4; ++n) filter.GetPin(n)->Disconnect();
     }
 
     std::array<CDemuxOutputPin*, 2> Pins() { return {&video, &audio}; }
+    CDemuxOutputPin& Pin(bool bVideo) { return *Pins()[bVideo ? 0 : 1]; }
     CRecordingPin& Sink(CDemuxOutputPin& pin) { return pin.IsVideo() ? videoSink : audioSink; }
-    static void Release(CRecordingPin& sink) {
-        sink.m_bHold = sink.m_bHoldFlush = sink.m_bHoldFlushEnd = false;
-        sink.m_evGoOn.Set();
-    }
-    void OpenQueue(CDemuxOutputPin& pin) {
-        pin.ROpenMemFile();
-        pin.WOpenMemFile();
-    }
     void Start(CDemuxOutputPin& pin) {
         pin.GetDeliveryThread().Restart();
         pin.GetDeliveryThread().Resume();
     }
-    int Put(CDemuxOutputPin& pin, const TestFrame& frame, std::uint32_t nTimeoutMs = kTooLongMs) {
+    void Put(CDemuxOutputPin& pin, const TestFrame& frame) {
         constexpr std::int64_t kOther = 5555555;  // distance of the timestamp that does not count
         FRAME_INFO info{};
         info.llPts = frame.llTimestamp + (pin.IsVideo() ? 0 : kOther);
@@ -249,7 +224,7 @@ public:
         info.bSegmentMarker = frame.bSegmentMarker;
         info.bNoVideo = frame.bNoVideo;
         info.bEndOfStream = frame.bEndOfStream;
-        return pin.GetFrameQueue().WriteEx(frame.bytes, &info, nTimeoutMs);
+        pin.GetFrameQueue().WriteEx(frame.bytes, &info, kTooLongMs);
     }
     /// Puts frames and waits until n samples in all have come.
     Texts Play(CDemuxOutputPin& pin, std::initializer_list<std::int64_t> timestamps, std::size_t n) {
@@ -269,14 +244,13 @@ public:
 
 private:
     const CComPtr<CPinFilter> m_pFilter{new CPinFilter};
-    const CComPtr<CRecordingFilter> m_pSink{new CRecordingFilter};
 
 public:
     CPinFilter& filter = *m_pFilter.Get();
     CKestDemux2VideoOutputPin& video = filter.m_video;
     CKestDemux2AudioOutputPin& audio = filter.m_audio;
-    CRecordingPin& videoSink = m_pSink->m_video;
-    CRecordingPin& audioSink = m_pSink->m_audio;
+    CRecordingPin& videoSink = filter.m_videoSink;
+    CRecordingPin& audioSink = filter.m_audioSink;
 };
 
 }  // namespace kest
