@@ -13,10 +13,9 @@ namespace kest {
 /// is bracketed by `StartUsing` and `StopUsing`.
 ///
 /// With the usage gate only one thread at a time is between the two, and it must not call `StartUsing` again
-/// before its own `StopUsing`; without it the brackets are only counted and may be nested.
-/// Two events end a wait on a blocked pin: that of a flush, which each pin has of its own, and the stop event of
-/// the filter. Neither resets the other.
-/// Locking: one lock of its own, held in no wait. Notify events are set under it.
+/// before its own `StopUsing`; without it the brackets are only counted and may be nested. Two events end a
+/// wait on a blocked pin: that of a flush, which each pin has of its own, and the stop event of the filter.
+/// Neither resets the other. Locking: one lock of its own, held in no wait. Notify events are set under it.
 class CPinFlowControl {
 public:
     /// @param bGate  use the gate.
@@ -25,13 +24,13 @@ public:
     /// Blocks or unblocks, with the semantics of IPinFlowControl::Block.
     /// @param dwBlockFlags  AM_PIN_FLOW_CONTROL_BLOCK to block, 0 to unblock.
     /// @param hEvent        blocking: signalled when the pin is blocked; null: returns when it is blocked.
-    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event or a flush
-    ///         ended the wait; E_INVALIDARG for other flags, or an event without the flag;
+    /// @return S_OK; S_FALSE for an unblocking without a block; VFW_E_STATE_CHANGED when the stop event or a
+    ///         flush ended the wait; E_INVALIDARG for other flags, or an event without the flag;
     ///         VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD, VFW_E_PIN_ALREADY_BLOCKED.
     HRESULT Block(DWORD dwBlockFlags, HANDLE hEvent);
     /// Begins a delivery, waiting while the pin is blocked.
-    /// @return S_OK: `StopUsing` must follow; VFW_E_STATE_CHANGED when the stop event or a flush ended the wait:
-    ///         it must not.
+    /// @return S_OK: `StopUsing` must follow; VFW_E_STATE_CHANGED when the stop event or a flush ended the
+    ///         wait: it must not.
     HRESULT StartUsing();
     void StopUsing();
 

@@ -13,8 +13,8 @@ namespace kest {
 /// Positions are added with saturation: no value that a caller gives overflows.
 ///
 /// Locking: changes of the positions that belong together are made under the lock given at construction; the
-/// change notifications are called after it is released, on the caller's thread, with the values that were set.
-/// The values are atomic, so a streaming thread may move the current position without the lock: what a
+/// change notifications are called after it is released, on the caller's thread, with the values that were
+/// set. The values are atomic, so a streaming thread may move the current position without the lock: what a
 /// notification is given is still what its caller asked for.
 class CSourceSeeking : public CImplements<CUnknown, IMediaSeeking> {
 public:
@@ -45,8 +45,8 @@ public:
     HRESULT STDMETHODCALLTYPE ConvertTimeFormat(LONGLONG* pTarget, const GUID* pTargetFormat, LONGLONG Source,
                                                 const GUID* pSourceFormat) override;
     /// Moves current and stop position as the positioning bits say: absolute, relative to the old value or,
-    /// for the stop, relative to the new current position; then calls `ChangeStop` and `ChangeStart`.
-    /// Flags of 0 leave a position alone, and its pointer may be null; so does a current position while there are
+    /// for the stop, relative to the new current position; then calls `ChangeStop` and `ChangeStart`. Flags
+    /// of 0 leave a position alone, and its pointer may be null; so does a current position while there are
     /// none (`HasPositions`).
     /// @return E_INVALIDARG for other positioning of the current position, or stop flags beyond the
     ///         positioning bits, with nothing changed; else the last notification's result.

@@ -1,5 +1,5 @@
-// 64-bit arithmetic for times, positions and lengths that may come from anywhere: exact where the result can be
-// counted, else the nearest number that can.
+// 64-bit arithmetic for times, positions and lengths that may come from anywhere: exact where the result can
+// be counted, else the nearest number that can.
 #pragma once
 
 #include <cstdint>

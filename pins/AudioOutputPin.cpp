@@ -5,7 +5,8 @@
 namespace kest {
 namespace {
 
-/// MPEG-1 audio, layer II: what every decoder behind this pin is offered, whatever the stream turns out to be.
+/// MPEG-1 audio, layer II: what every decoder behind this pin is offered, whatever the stream turns out to
+/// be.
 CMediaType MakeAudioType() {
     MPEG1WAVEFORMAT format{};
     format.wfx.wFormatTag = WAVE_FORMAT_MPEG;

@@ -4,7 +4,8 @@
 
 namespace kest {
 
-/// The rules of time of the audio pin. Timestamps are DTS. In program streams it sets the time base of both pins.
+/// The rules of time of the audio pin. Timestamps are DTS. In program streams it sets the time base of both
+/// pins.
 class CAudioTimeline final : public CTimeline {
 public:
     /// @param mode   decides the variant.

@@ -37,8 +37,8 @@ struct AvTimes {
     bool operator==(const AvTimes&) const = default;
 };
 
-/// What the two output pins share: the timing of both, under one lock, so that a restart by one pin (time bases and
-/// flags together) is one step for the other. The filter makes it before the pins.
+/// What the two output pins share: the timing of both, under one lock, so that a restart by one pin (time
+/// bases and flags together) is one step for the other. The filter makes it before the pins.
 ///
 /// Callable from any thread. The lock is a leaf: nothing is waited for and no other lock is taken under it.
 class CAvTiming {

@@ -8,11 +8,12 @@
 
 namespace kest {
 
-/// Keeps what one output pin delivers and the flushes of the pin in order. Deliveries come from the pin's own thread,
-/// flushes from there, from the other pin's thread when that begins anew, and from whoever seeks or stops.
+/// Keeps what one output pin delivers and the flushes of the pin in order. Deliveries come from the pin's own
+/// thread, flushes from there, from the other pin's thread when that begins anew, and from whoever seeks or
+/// stops.
 ///
-/// Who flushes holds the flush lock, the audio pin's before the video pin's; only a stop that ends the thread by force
-/// does not, so that flushes may overlap.
+/// Who flushes holds the flush lock, the audio pin's before the video pin's; only a stop that ends the thread
+/// by force does not, so that flushes may overlap.
 class CDeliveryGate {
 public:
     /// @param output  the pin.
@@ -30,7 +31,8 @@ public:
 
     // ---- called by those who flush
 
-    /// Flushes downstream unless `isStale`, which is asked under the lock: a seek is over then, or has not begun.
+    /// Flushes downstream unless `isStale`, which is asked under the lock: a seek is over then, or has not
+    /// begun.
     template <class IsStale>
     void Flush(IsStale isStale) {
         CAutoLock lock(m_csFlush);
@@ -41,18 +43,18 @@ public:
     void FlushUnlessEnded(IsStale isStale) {
         Flush([&] { return m_bEnded || isStale(); });
     }
-    /// Waits until the delivery that is under way has come back, for a second at most. A seek does so in its flush,
-    /// with the queue emptied: what is delivered from then on is of the new place.
+    /// Waits until the delivery that is under way has come back, for a second at most. A seek does so in its
+    /// flush, with the queue emptied: what is delivered from then on is of the new place.
     void WaitForDelivery();
 
     // ---- called by the delivery thread
 
-    /// Waits until no flush is under way: what it would have downstream refuse is held back. Without this the whole
-    /// queue would go by while the flushing thread has no processor.
+    /// Waits until no flush is under way: what it would have downstream refuse is held back. Without this the
+    /// whole queue would go by while the flushing thread has no processor.
     /// @param evStop  ends the wait.
     void WaitForFlush(CEvent& evStop);
-    /// Something is being delivered, for the length of a block. It begins before the test whether that is stale, and
-    /// a seek tests it after having emptied the queue: one sees the other.
+    /// Something is being delivered, for the length of a block. It begins before the test whether that is
+    /// stale, and a seek tests it after having emptied the queue: one sees the other.
     class CUnderWay {
     public:
         explicit CUnderWay(CDeliveryGate& gate) : m_event(gate.m_evNotDelivering) { m_event.Reset(); }

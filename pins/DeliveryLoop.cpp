@@ -131,8 +131,8 @@ bool CDeliveryLoop::TakeSample(Frame& frame) {
     return true;
 }
 
-/// Reads the next frame. An empty block whose record says so is the end of the stream; it goes downstream even in
-/// free run.
+/// Reads the next frame. An empty block whose record says so is the end of the stream; it goes downstream
+/// even in free run.
 CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     if (m_rules.bReadsFlags) DropQueuedFrames(frame);
     TraceStep("=======>Audio 2\n");
@@ -156,8 +156,8 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     return m_rules.bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
 }
 
-/// After a reset, drops everything that was queued before it; only an end of the stream is not lost, since no other
-/// may follow.
+/// After a reset, drops everything that was queued before it; only an end of the stream is not lost, since no
+/// other may follow.
 void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     TraceStep("=======>Audio 1.5\n");
     bool bPending = false;
@@ -371,8 +371,9 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverPlaced(Frame& frame, const Placement&
     return hr != S_OK && m_rules.bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
 }
 
-/// One delivery between start-using and stop-using; releases the sample. A pin that is blocked and whose wait a flush
-/// or a stop ended is not delivered to. The stop is tested behind that wait, since it may come during it.
+/// One delivery between start-using and stop-using; releases the sample. A pin that is blocked and whose wait
+/// a flush or a stop ended is not delivered to. The stop is tested behind that wait, since it may come during
+/// it.
 /// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
 HRESULT CDeliveryLoop::Deliver(Frame& frame, bool bMayWithhold) {
     m_context.gate.WaitForFlush(m_control.evStop);

@@ -17,11 +17,11 @@ struct DeliveryRules {
     bool bTakesPartInResets;      // waits for resets; a stop that came before a delivery prevents it
 };
 
-/// The body of a delivery thread, for one run: takes frame after frame from the pin's queue, asks the timeline where
-/// it belongs, does what that requests, and delivers it as a sample.
+/// The body of a delivery thread, for one run: takes frame after frame from the pin's queue, asks the
+/// timeline where it belongs, does what that requests, and delivers it as a sample.
 ///
-/// A seek empties the queue: what has been taken before is stale. That is tested before everything that others see
-/// of a frame: timing, flushes, segments, seeks, resets, the delivery itself.
+/// A seek empties the queue: what has been taken before is stale. That is tested before everything that
+/// others see of a frame: timing, flushes, segments, seeks, resets, the delivery itself.
 class CDeliveryLoop {
 public:
     /// The events through which the thread's owner holds and ends it.
@@ -33,10 +33,10 @@ public:
     CDeliveryLoop(const CDeliveryLoop&) = delete;
     CDeliveryLoop& operator=(const CDeliveryLoop&) = delete;
 
-    /// Runs until the thread must end or the variant's rules end it. A pin that is not connected has nothing to do
-    /// until then.
-    /// @return the thread's exit code: -1 when it had to end before it began, 0 when it had to while it waited for
-    ///         a time base, else 1.
+    /// Runs until the thread must end or the variant's rules end it. A pin that is not connected has nothing
+    /// to do until then.
+    /// @return the thread's exit code: -1 when it had to end before it began, 0 when it had to while it
+    ///         waited for a time base, else 1.
     std::int32_t Run();
 
 private:

@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "graph/TimeArithmetic.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
@@ -36,7 +37,7 @@ void CDeliveryStatistics::Write(const TimedFrame& frame, const Placement& place)
 }
 
 void CDeliveryStatistics::WriteElementary(const Placement& place, std::uint32_t dwAfter) const {
-    const std::int64_t llTime = place.rtOwn, llStep = place.rtStart - m_rtPreviousStart;
+    const std::int64_t llTime = place.rtOwn, llStep = SaturatedSubtract(place.rtStart, m_rtPreviousStart);
     Trace("AC=%d Wbms=%3d Rbms=%2d CT =%" PRId64 "  dT =%" PRId64 "  Data=%" PRId64
           " timehere=%ld  Afterdecoding=%ld dt=%d td=%d\n",
           m_context.timing.Get(m_context.pin).nAccessCount,

@@ -7,7 +7,8 @@
 
 namespace kest {
 
-/// Counts what one run of a delivery loop delivers, and writes the statistics line of each sample to the trace.
+/// Counts what one run of a delivery loop delivers, and writes the statistics line of each sample to the
+/// trace.
 class CDeliveryStatistics {
 public:
     CDeliveryStatistics(const DeliveryContext& context, ETimeline variant)

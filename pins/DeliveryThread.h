@@ -11,9 +11,10 @@ public:
     explicit CDeliveryThread(const DeliveryContext& context) : m_context(context) {}
     ~CDeliveryThread();
 
-    /// The stop rule: asks the thread to end and waits for it, as long as the site's bound says (a second), while
-    /// the filter is active up to eight times that more; then ends it by force and notifies the filter. A thread that
-    /// waits downstream, for a sample or in a delivery, is brought back by a decommit and a flush before.
+    /// The stop rule: asks the thread to end and waits for it, as long as the site's bound says (a second),
+    /// while the filter is active up to eight times that more; then ends it by force and notifies the filter.
+    /// A thread that waits downstream, for a sample or in a delivery, is brought back by a decommit and a
+    /// flush before.
     void Stop() override;
     /// Asks the thread to end and returns at once.
     void RequestStop() { CWorkerThread::Stop(); }

@@ -11,11 +11,11 @@
 
 namespace kest {
 
-/// What the video and the audio output pin have in common: a frame queue that the demuxer writes, a delivery thread
-/// that turns its frames into samples, flow control. The timing is shared by both pins: CAvTiming.
+/// What the video and the audio output pin have in common: a frame queue that the demuxer writes, a delivery
+/// thread that turns its frames into samples, flow control. The timing is shared by both pins: CAvTiming.
 ///
-/// The filter opens and closes the queue, starts and stops the thread; the thread does the rest.
-/// Lock order: the seek lock of the seeking object, the audio pin's flush lock, the video pin's; then, each by itself,
+/// The filter opens and closes the queue, starts and stops the thread; the thread does the rest. Lock order:
+/// the seek lock of the seeking object, the audio pin's flush lock, the video pin's; then, each by itself,
 /// the locks of the gate's and the flow control's flags and of the timing.
 class CDemuxOutputPin : public CImplements<CBaseOutputPin, IPinFlowControl> {
 public:
@@ -27,8 +27,8 @@ public:
     CBlockMemFileEx& GetFrameQueue() { return m_frames.GetBlocks(); }
     /// Opens the queue's write side.
     void WOpenMemFile() { m_frames.OpenWriter(); }
-    /// Opens the pin's read side; the one before must have been closed. The queue of a pin that is not connected has
-    /// no reader: its frames are lost, and hold nobody up.
+    /// Opens the pin's read side; the one before must have been closed. The queue of a pin that is not
+    /// connected has no reader: its frames are lost, and hold nobody up.
     void ROpenMemFile();
     /// Closes both sides, which wakes whoever waits on them.
     virtual void CloseMemFiles() { m_frames.Close(); }
@@ -42,8 +42,9 @@ public:
     CDeliveryThread& GetDeliveryThread() { return m_deliveryThread; }
     /// Signals the delivery thread's stop and returns at once.
     void StopDelivery() { m_deliveryThread.RequestStop(); }
-    /// Ends the delivery thread for good. The filter calls it on both pins before it lets either go, since each thread
-    /// uses the other pin; every derived class in its destructor, since the thread calls the derived class.
+    /// Ends the delivery thread for good. The filter calls it on both pins before it lets either go, since
+    /// each thread uses the other pin; every derived class in its destructor, since the thread calls the
+    /// derived class.
     void EndDelivery() noexcept;
     /// The other output pin; set once, before the first connection.
     void SetPeer(CDemuxOutputPin& peer) { m_context.pPeerGate = &peer.m_gate; }
@@ -54,7 +55,8 @@ public:
     CCritSec& GetFlushLock() { return m_gate.GetFlushLock(); }
     /// See CDeliveryGate::WaitForDelivery.
     void WaitForDelivery() { m_gate.WaitForDelivery(); }
-    /// The event that ends a delivery's wait on a blocked pin; null when the filter leaves the graph. Not owned.
+    /// The event that ends a delivery's wait on a blocked pin; null when the filter leaves the graph. Not
+    /// owned.
     void SetStopEvent(CEvent* pStopEvent) { m_flowControl.SetStopEvent(pStopEvent); }
 
     HRESULT DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) override;

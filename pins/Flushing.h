@@ -5,8 +5,9 @@
 
 namespace kest {
 
-/// Runs a step of cleaning up to its end, also on a thread that is ended by force in it: the step is then run again,
-/// when no wait throws any more, and the thread ends at the next wait behind it. The step must be repeatable.
+/// Runs a step of cleaning up to its end, also on a thread that is ended by force in it: the step is then run
+/// again, when no wait throws any more, and the thread ends at the next wait behind it. The step must be
+/// repeatable.
 template <class Step>
 void RunToTheEnd(Step step) noexcept {
     try {
@@ -20,8 +21,8 @@ void RunToTheEnd(Step step) noexcept {
     }
 }
 
-/// A flush downstream for the length of a block, however the block is left: also by a forced end, be it inside the
-/// flush's own calls.
+/// A flush downstream for the length of a block, however the block is left: also by a forced end, be it
+/// inside the flush's own calls.
 class CFlushing {
 public:
     explicit CFlushing(CBaseOutputPin& output) : m_output(output) {

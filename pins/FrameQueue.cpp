@@ -28,7 +28,7 @@ void CFrameQueue::Close() {
     m_pQueue->RClose(m_bmHandle.exchange(-1));
 }
 
-// An empty block is told from a read that brought nothing by its record alone: that is cleared before.
+// Only its record distinguishes an empty block from a read that brought nothing: that is cleared before.
 CFrameQueue::Taken CFrameQueue::Read(std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
     Taken taken;
     taken.nLength =

@@ -10,8 +10,8 @@
 
 namespace kest {
 
-/// The frame queue of an output pin: a demuxer writes it, the pin is its only reader. Any thread may open and close it;
-/// one thread reads.
+/// The frame queue of an output pin: a demuxer writes it, the pin is its only reader. Any thread may open and
+/// close it; one thread reads.
 class CFrameQueue {
 public:
     static constexpr std::uint32_t kBlocks = 80;

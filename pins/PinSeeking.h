@@ -12,11 +12,11 @@ namespace kest {
 /// The seeking object of the video pin: answers IMediaSeeking and IMediaPosition, follows the delivered video
 /// with its current position, and hands seeks and rate changes to the filter.
 ///
-/// Positions stand for places in the file by the source's bit rate. While that is not known (0) nothing can be sought:
-/// the position stays as it is.
+/// Positions stand for places in the file by the source's bit rate. While that is not known (0) nothing can
+/// be sought: the position stays as it is.
 ///
-/// Seeks come one at a time: the seek lock is held from the change of the position to the end of the filter's hook,
-/// and is taken before every other lock of the pins.
+/// Seeks come one at a time: the seek lock is held from the change of the position to the end of the filter's
+/// hook, and is taken before every other lock of the pins.
 class CPinSeeking final : public CSourceSeeking {
 public:
     /// @param pOwner  the outer object: the video pin.
@@ -30,8 +30,8 @@ public:
     /// The file position of the last frame.
     void SetFilePos(std::int64_t llFilePos) { m_llFilePos = llFilePos; }
     std::int64_t GetFilePos() const { return m_llFilePos; }
-    /// Follows the video: the current position becomes the time that the file position stands for. Notifies nobody. A
-    /// bit rate below 100 leaves it unchanged.
+    /// Follows the video: the current position becomes the time that the file position stands for. Notifies
+    /// nobody. A bit rate below 100 leaves it unchanged.
     void UpdatePosition();
 
     /// Seeks 100 ms ahead of the current position.

@@ -50,19 +50,20 @@ struct Placement {
     std::string debugText;          // text for the debugger output
 };
 
-/// The rules that turn timestamps into sample times, for one run of one pin. Values in, values out: no threads, no
-/// samples, no waits. The loop maps a frame until no request is left, and finishes it.
+/// The rules that turn timestamps into sample times, for one run of one pin. Values in, values out: no
+/// threads, no samples, no waits. The loop maps a frame until no request is left, and finishes it.
 class CTimeline {
 public:
     virtual ~CTimeline() = default;
     CTimeline(const CTimeline&) = delete;
     CTimeline& operator=(const CTimeline&) = delete;
 
-    /// Places a frame. A request leaves the frame's place open: when it has been fulfilled, the frame is mapped again.
+    /// Places a frame. A request leaves the frame's place open: when it has been fulfilled, the frame is
+    /// mapped again.
     /// @param times  both pins' timing, changed in one step.
     virtual Placement Map(const TimedFrame& frame, AvTimes& times) = 0;
-    /// The last step, when the pin has been where resets hold it: may still move a placed frame, and counts its
-    /// timestamp as the last.
+    /// The last step, when the pin has been where resets hold it: may still move a placed frame, and counts
+    /// its timestamp as the last.
     virtual void Finish(const TimedFrame& frame, AvTimes& times, Placement& place);
     /// A placed frame is not delivered after all.
     virtual bool IsWithheld(const AvTimes&) const { return false; }

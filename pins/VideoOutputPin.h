@@ -37,8 +37,8 @@ public:
     /// Only waits while the pin is blocked: the notice is not passed downstream. S_OK.
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
-    /// Lateness handling by working mode. @return S_OK when the pin takes care of it, else E_NOTIMPL or, without a
-    ///         clock, S_FALSE.
+    /// Lateness handling by working mode. @return S_OK when the pin takes care of it, else E_NOTIMPL or,
+    /// without a clock, S_FALSE.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
 private:

@@ -5,8 +5,8 @@
 
 namespace kest {
 
-/// The rules of time of the video pin. Timestamps are PTS. The time base is the audio pin's, where it has one within
-/// about 310 ms; in program streams the video keeps within bounds of the audio.
+/// The rules of time of the video pin. Timestamps are PTS. The time base is the audio pin's, where it has one
+/// within about 310 ms; in program streams the video keeps within bounds of the audio.
 class CVideoTimeline final : public CTimeline {
 public:
     /// @param mode  decides the variant.

@@ -30,8 +30,12 @@ CComPtr<Interface> Query(IUnknown* pObject, REFIID riid) {
 class CTestSeeking : public CSourceSeeking {
 public:
     explicit CTestSeeking(IUnknown* pOuter = nullptr) : CSourceSeeking(pOuter, &m_csSeeking) {}
-    HRESULT ChangeStart(REFERENCE_TIME rt) override { return m_changes.push_back("start " + std::to_string(rt)), S_OK; }
-    HRESULT ChangeStop(REFERENCE_TIME rt) override { return m_changes.push_back("stop " + std::to_string(rt)), S_FALSE; }
+    HRESULT ChangeStart(REFERENCE_TIME rt) override {
+        return m_changes.push_back("start " + std::to_string(rt)), S_OK;
+    }
+    HRESULT ChangeStop(REFERENCE_TIME rt) override {
+        return m_changes.push_back("stop " + std::to_string(rt)), S_FALSE;
+    }
     HRESULT ChangeRate(double) override { return m_changes.push_back("rate"), S_OK; }
     CCritSec m_csSeeking;
     Log m_changes;

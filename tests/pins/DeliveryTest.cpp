@@ -27,26 +27,25 @@ TEST(Delivery, AudioBeginsForBothPins) {
 }
 
 TEST(Delivery, RecordsGoOutByTheirFlags) {
+    const Texts expected[2][2] = {
+        {{"end of stream", "end of stream", "- D", "segment 2", "- D"},
+         {"end of stream", "end of stream", "- DP", "- D"}},
+        {{"end of stream", "- D", "-", "-"}, {"end of stream", "-", "-", "-"}},
+    };
     for (const bool bFreeRun : {false, true}) {
         CPinRig rig(4);
         rig.filter.m_bFreeRun = bFreeRun;
-        rig.PretendAudio(kTenSeconds, 0);
-        for (CDemuxOutputPin* pPin : rig.Pins()) {
-            rig.Put(*pPin, TestFrame{.bEndOfStream = true, .bytes = {}});
-            if (!bFreeRun) rig.Put(*pPin, TestFrame{.bEndOfStream = true});
-            rig.Put(*pPin, TestFrame{.bSegmentMarker = true, .bNoVideo = true});
-            rig.Put(*pPin, TestFrame{.bSegmentMarker = true});
-            rig.Start(*pPin);
-            rig.Sink(*pPin).Samples(2);
-            Texts expected(bFreeRun ? 1 : 2, "end of stream");
-            const Texts samples = bFreeRun          ? (pPin->IsVideo() ? Texts{"-", "-"} : Texts{"- D", "-"})
-                                  : pPin->IsVideo() ? Texts{"- DP", "- D"}
-                                                    : Texts{"- D", "segment 2", "- D"};
-            expected.insert(expected.end(), samples.begin(), samples.end());
-            EXPECT_EQ(rig.Sink(*pPin).All(expected.size()), expected);
+        for (const bool bVideo : {true, false}) {
+            rig.Put(rig.Pin(bVideo), TestFrame{.bEndOfStream = true, .bytes = {}});
+            rig.Put(rig.Pin(bVideo), TestFrame{.bEndOfStream = true});
+            rig.Put(rig.Pin(bVideo), TestFrame{.bSegmentMarker = true, .bNoVideo = true});
+            rig.Put(rig.Pin(bVideo), TestFrame{.bSegmentMarker = true});
+            rig.Start(rig.Pin(bVideo));
+            const Texts& texts = expected[bFreeRun][bVideo];
+            EXPECT_EQ(rig.Sink(rig.Pin(bVideo)).All(texts.size()), texts);
         }
-        EXPECT_TRUE(Eventually([&] { return rig.filter.m_nSteps == (bFreeRun ? 2 : 1); }))
-            << "no step for a preroll";
+        EXPECT_TRUE(Eventually([&] { return rig.filter.m_nSteps == (bFreeRun ? 3 : 1); }))
+            << "none for a preroll";
     }
 }
 
@@ -184,34 +183,37 @@ TEST(DeliverySeeks, FrameOutlivesItsOwnSeekButNoOther) {
 
 TEST(DeliveryFlushes, EndIsNotFlushedByTheOtherPin) {
     CPinRig rig(4);
-    rig.videoSink.m_bHold = true;
+    rig.videoSink.m_onCall = [&](const std::string& text) {
+        return text == "end of stream" && rig.evGoOn.Wait();
+    };
     rig.Put(rig.video, TestFrame{.bEndOfStream = true, .bytes = {}});
     rig.Start(rig.video);
     EXPECT_THAT(rig.videoSink.All(1), ElementsAre("end of stream"));
     rig.Start(rig.audio);
     EXPECT_THAT(rig.Play(rig.audio, {900000}, 1), ElementsAre("0 DS")) << "the end is still on its way";
-    rig.videoSink.GoOn();
+    rig.evGoOn.Set();
     rig.Put(rig.audio, TestFrame{.llTimestamp = 1800000, .bDiscontinuity = true});
     rig.audioSink.Samples(2);
     EXPECT_THAT(rig.videoSink.All(0), ElementsAre("end of stream"));
-    rig.video.DeliverBeginFlush();  // a seek
-    rig.video.DeliverEndFlush();
+    { const CFlushing seek(rig.video); }
     rig.Put(rig.audio, TestFrame{.llTimestamp = 900000, .bDiscontinuity = true});
     EXPECT_EQ(rig.videoSink.All(5).size(), 5u);
 }
 
 TEST(DeliveryFlushes, ForcedEndLeavesNoneOpen) {
-    for (const bool bAtBegin : {true, false}) {
+    for (const std::string strHeld : {"begin flush", "end flush"}) {
         CPinRig rig(4);
-        (bAtBegin ? rig.audioSink.m_bHoldFlush : rig.audioSink.m_bHoldFlushEnd) = true;
+        std::atomic<int> nHeld{0};
+        rig.audioSink.m_onCall = [&](const std::string& text) {
+            return text == strHeld && nHeld++ == 0 && rig.evGoOn.Wait();
+        };
         rig.Put(rig.audio, TestFrame{900000});
         rig.Start(rig.audio);
-        EXPECT_THAT(rig.audioSink.All(1), ElementsAre("begin flush"));
+        EXPECT_TRUE(Eventually([&] { return nHeld == 1; }));
         SleepMs(kSettleMs);
         rig.audio.GetDeliveryThread().KillThread();
         EXPECT_EQ(rig.audioSink.All(0).back(), "end flush");
         EXPECT_EQ(rig.audio.GetDeliveryThread().GetExitCode(), CWorkerThread::kExitKilled);
-        rig.audioSink.GoOn();
         rig.Start(rig.audio);
         EXPECT_THAT(rig.Play(rig.audio, {900000}, 1), ElementsAre("0 DS")) << "deliveries are not held back";
     }
@@ -250,16 +252,20 @@ TEST(DeliveryStop, BringsBackAThreadThatWaitsInForeignCode) {
     for (const bool bAllocator : {true, false}) {
         const CCaptureTexts texts;
         CForeignAllocator allocator;
+        std::atomic<bool> bHeld{false};
         CPinRig rig(4, bAllocator ? &allocator : nullptr);
         rig.PretendAudio(kTenSeconds, 0);
-        rig.videoSink.m_bHoldForeign = !bAllocator;
+        rig.videoSink.m_onCall =
+            [&](const std::string& text) {  // a renderer holds a sample until it is flushed
+                bHeld = text == "receive" && rig.filter.m_nKilled == 0;
+                bHeld.notify_all();
+                bHeld.wait(true);
+            };
         rig.Put(rig.video, TestFrame{900000});
         rig.Start(rig.video);
-        EXPECT_TRUE(bAllocator || Eventually([&] { return rig.videoSink.m_nEntered == 1; }));
+        EXPECT_TRUE(bAllocator || Eventually([&] { return bHeld.load(); }));
         SleepMs(kSettleMs);
-        const std::uint32_t dwBegin = TickCount();
         CTestThread([&] { rig.video.GetDeliveryThread().Stop(); }).Join();
-        EXPECT_GE(TickCount() - dwBegin, rig.filter.GetStopBoundMs());
         EXPECT_EQ(rig.filter.m_nKilled, 1);
         EXPECT_THAT(texts.TraceTexts(), HasSubstr("&&##==>CKestDemux2VideoOutputPin is safely quit\n"));
         EXPECT_EQ(rig.videoSink.All(0).back(), "end flush");

@@ -13,10 +13,11 @@ constexpr DWORD kBlock = AM_PIN_FLOW_CONTROL_BLOCK;
 TEST(PinFlowControl, BlockComesBetweenTwoSamples) {
     CPinRig rig(4);
     rig.PretendAudio(100000000, 0);
-    rig.videoSink.m_bHold = true;
+    std::atomic<bool> bEntered{false};
+    rig.videoSink.m_onCall = [&](const std::string&) { bEntered = true, rig.evGoOn.Wait(); };
     rig.Put(rig.video, TestFrame{900000});
     rig.Start(rig.video);
-    ASSERT_TRUE(Eventually([&] { return rig.videoSink.m_nEntered == 1; }));
+    ASSERT_TRUE(Eventually([&] { return bEntered.load(); }));
     CEvent evBlocked{true, true};
     EXPECT_EQ(rig.video.Block(kBlock | 2, GetEventHandle(evBlocked)), E_INVALIDARG);
     EXPECT_EQ(rig.video.Block(0, GetEventHandle(evBlocked)), E_INVALIDARG);
@@ -24,7 +25,7 @@ TEST(PinFlowControl, BlockComesBetweenTwoSamples) {
     EXPECT_FALSE(evBlocked.Wait(kSettleMs)) << "the sample is still on its way";
     EXPECT_EQ(rig.video.Block(kBlock, nullptr), VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD);
     rig.Put(rig.video, TestFrame{903600});
-    rig.videoSink.GoOn();
+    rig.evGoOn.Set();
     EXPECT_TRUE(evBlocked.Wait(kTooLongMs));
     CTestThread([&] { EXPECT_EQ(rig.video.Block(kBlock, nullptr), VFW_E_PIN_ALREADY_BLOCKED); }).Join();
     EXPECT_THAT(rig.videoSink.Samples(1), ElementsAre("0 DS"));

@@ -4,7 +4,6 @@
 #include <limits>
 #include <memory>
 #include <sstream>
-#include <string_view>
 
 #include "pins/AudioTimeline.h"
 #include "pins/VideoTimeline.h"
@@ -12,12 +11,13 @@
 namespace kest {
 namespace {
 
-// A line is a case: mode and pin ("live" is the audio of a live input), maybe the time of the clock, then what comes
-// in order. A frame is its timestamp and what becomes of it: first what is requested before it is placed, by letters
-// (f flush, F both flushes, t time base, c clock; "." is dropped); its start and flags (Discontinuity, Sync point,
-// Preroll, "-" none); then what is requested with it (a announce, k skip ahead, r reset, w wait for the audio). Else:
+// A line is a case: mode and pin ("live" is the audio of a live input), maybe the time of the clock, then what
+// comes in order. A frame is its timestamp and what becomes of it: first what is requested before it is placed,
+// by letters (f flush, F both flushes, t time base, c clock; "." is dropped); its start and flags (Discontinuity,
+// Sync point, Preroll, "-" none); then what is requested with it (a announce, k skip ahead, r reset, w wait for
+// the audio). Else:
 //   audio, video BASE START LAST   the pin's timing, running
-//   first, reset PIN               it is to restart; because of a reset
+//   first, pending, reset PIN      the first-time flag, the pending restart, or both are set
 //   left V A BASE BASE             what is left: first-time flags and time bases of video and audio
 constexpr const char* kCases = R"(
 4 audio 30000000: 900000=F 0 DS a; 902160=240000 S; left 1 0 100000000 100000000
@@ -150,25 +150,11 @@ TEST(Timelines, PlaceFramesByTheirRules) {
 }
 
 TEST(Timelines, ElementaryStreamHasTheTimesOfItsHeaders) {
-    auto Unit = [](char cCode, std::string_view bits) {  // a start code and bits, filled up with ones
-        std::string bytes{0, 0, 1, cCode};
-        for (std::size_t i = 0; i < bits.size(); ++i) {
-            if (i % 8 == 0) bytes.push_back('\xFF');
-            if (bits[i] == '0') bytes.back() = static_cast<char>(bytes.back() & ~(0x80 >> i % 8));
-        }
-        return bytes;
-    };
-    // 30 ticks a second, no fixed rate, 352 x 240.
-    const std::string layer = Unit(0x20,
-                                   "000000001000010001"
-                                   "0000000000011110"
-                                   "101"
-                                   "0000101100000"
-                                   "1"
-                                   "0000011110000"
-                                   "10");
-    const std::string object = Unit(0x00, ""), end = Unit('\xB1', ""), noise = Unit('\xB5', "1010"),
-                      vop15 = Unit('\xB6', "0001011111"), vop18 = Unit('\xB6', "0101100101");
+    using namespace std::string_literals;
+    const std::string object = "\0\0\1\0"s, end = "\0\0\1\xB1"s, noise = "\0\0\1\xB5\xAF"s;
+    const std::string vop15 = "\0\0\1\xB6\x17\xFF"s, vop18 = "\0\0\1\xB6\x59\x7F"s;
+    const std::string layer =
+        "\0\0\1\x20\x00\x84\x40\x07\xA8\x58\x20\xF0\xBF"s;  // 30 ticks a second, no fixed rate
     CVideoTimeline timeline(FindWorkingMode(EWorkingMode::Mpeg4VideoEs));
     AvTimes times;
     // 9 ticks are 1000; encoders count 1000 ticks for 1001, so that tick 15 of 30 is at 5005000.

@@ -54,49 +54,27 @@ public:
     }
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override {
         if (const HRESULT hr = CBaseInputPin::Receive(pSample); hr != S_OK) return hr;
-        ++m_nEntered;
-        if (m_bHold) m_evGoOn.Wait();
-        m_bHoldForeign.wait(true);
+        if (m_onCall) m_onCall("receive");
         m_samples.Add(Describe(pSample));
         m_all.Add(Describe(pSample));
         m_nLastSize = pSample->GetActualDataLength();
         return m_hrReceive;
     }
     HRESULT STDMETHODCALLTYPE BeginFlush() override {
-        m_all.Add("begin flush");
-        m_bHoldForeign = false;
-        m_bHoldForeign.notify_all();
-        if (m_bHoldFlush.exchange(false)) m_evGoOn.Wait();
-        return CBaseInputPin::BeginFlush();
+        return Note("begin flush"), CBaseInputPin::BeginFlush();
     }
-    HRESULT STDMETHODCALLTYPE EndFlush() override {
-        if (m_bHoldFlushEnd.exchange(false)) m_evGoOn.Wait();
-        m_all.Add("end flush");
-        return CBaseInputPin::EndFlush();
-    }
-    HRESULT STDMETHODCALLTYPE EndOfStream() override {
-        m_all.Add("end of stream");
-        if (m_bHold) m_evGoOn.Wait();
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE EndFlush() override { return Note("end flush"), CBaseInputPin::EndFlush(); }
+    HRESULT STDMETHODCALLTYPE EndOfStream() override { return Note("end of stream"), S_OK; }
     HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME, REFERENCE_TIME, double dRate) override {
-        m_all.Add("segment " + std::to_string(static_cast<int>(dRate)));
-        return S_OK;
-    }
-    void GoOn() {
-        m_bHold = false;
-        m_evGoOn.Set();
+        return Note("segment " + std::to_string(static_cast<int>(dRate))), S_OK;
     }
     /// Waits for the first n samples, and nothing but these must have come; the same for samples and events.
     Texts Samples(std::size_t n) { return m_samples.WaitFor(n); }
     Texts All(std::size_t n) { return m_all.WaitFor(n); }
 
+    std::function<void(const std::string&)>
+        m_onCall;  // what happens in "receive" and in each event; may wait
     std::atomic<HRESULT> m_hrReceive{S_OK};
-    std::atomic<bool> m_bHold{false};         // samples and the end of the stream wait for m_evGoOn
-    std::atomic<bool> m_bHoldForeign{false};  // samples wait for a flush, and no force ends that
-    std::atomic<bool> m_bHoldFlush{false}, m_bHoldFlushEnd{false};  // a call of the next flush waits
-    CEvent m_evGoOn;
-    std::atomic<int> m_nEntered{0};       // samples that came as far
     std::atomic<LONG> m_nLastSize{0};     // bytes of the last sample
     IMemAllocator* m_pForeign = nullptr;  // offered to the other pin; null: the usual one
 
@@ -109,6 +87,11 @@ private:
         if (pSample->IsPreroll() == S_OK) text += 'P';
         if (text.back() == ' ') text.pop_back();
         return text;
+    }
+
+    void Note(const std::string& text) {
+        m_all.Add(text);
+        if (m_onCall) m_onCall(text);
     }
 
     CTextList m_samples, m_all;
@@ -197,7 +180,7 @@ public:
     ~CPinRig() {
         filter.m_bResetting = false;
         for (CDemuxOutputPin* pPin : Pins()) {
-            Sink(*pPin).GoOn();
+            evGoOn.Set();
             pPin->StopDelivery();
             pPin->Block(0, nullptr);
             pPin->CloseMemFiles();
@@ -246,6 +229,7 @@ private:
     const CComPtr<CPinFilter> m_pFilter{new CPinFilter};
 
 public:
+    CEvent evGoOn;  // for what waits in a sink
     CPinFilter& filter = *m_pFilter.Get();
     CKestDemux2VideoOutputPin& video = filter.m_video;
     CKestDemux2AudioOutputPin& audio = filter.m_audio;
