@@ -1,7 +1,6 @@
 #include "filter/DemuxPath.h"
 
 #include "graph/Guard.h"
-#include "pins/DeliveryThread.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
@@ -83,15 +82,21 @@ void CDemuxPath::SelectTsTimeReference() {
 }
 
 void CDemuxPath::BeginElementaryStream() {
-    m_videoPin.GetTiming().nAccessCount = 0;
-    m_videoPin.GetTiming().bFirstTime = true;
+    m_timing.Update([](AvTimes& times) {
+        times.video.nAccessCount = 0;
+        times.video.bFirstTime = true;
+    });
 }
 
 // ---------------- connection
 
 CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin,
-                       const SEND_SETTINGS& settings)
-    : m_videoPin(videoPin), m_audioPin(audioPin), m_apOutputPins{&videoPin, &audioPin}, m_settings(settings) {
+                       CAvTiming& timing, const SEND_SETTINGS& settings)
+    : m_videoPin(videoPin),
+      m_audioPin(audioPin),
+      m_apOutputPins{&videoPin, &audioPin},
+      m_timing(timing),
+      m_settings(settings) {
     m_videoPin.SetPeer(m_audioPin);
     m_audioPin.SetPeer(m_videoPin);
 }
@@ -112,9 +117,8 @@ void CDemuxPath::SetReader(IAsyncReader* pReader) {
     m_videoPin.InitSeeking();
 }
 
-void CDemuxPath::JoinGraph(IGraphConfig* pConfig) {
-    for (CDemuxOutputPin* pPin : m_apOutputPins)
-        pPin->SetGraphConfig(pConfig, pConfig ? &m_evAbort : nullptr);
+void CDemuxPath::SetInGraph(bool bInGraph) {
+    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->SetStopEvent(bInGraph ? &m_evAbort : nullptr);
 }
 
 // ---------------- threads
@@ -138,7 +142,7 @@ void CDemuxPath::ApplyDemuxOutput() {
 // begin it a second time.
 HRESULT CDemuxPath::Start() {
     m_evAbort.Reset();
-    ForgetTiming();
+    m_timing.Forget();
     return StartThreads();
 }
 
@@ -169,7 +173,7 @@ void CDemuxPath::Stop() {
     for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->CloseMemFiles();
     if (Core()) Core()->Stop();
     for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Stop();
-    ForgetTiming();
+    m_timing.Forget();
 }
 
 // The demuxer's thread writes to the pins' queues, and each delivery thread uses the other pin too.
@@ -187,7 +191,7 @@ void CDemuxPath::End() {
 
 bool CDemuxPath::ResetCore() {
     if (!m_pPsDemux) return false;
-    RestartTiming();
+    m_timing.Restart();
     m_pPsDemux->Reset();
     return true;
 }
@@ -199,7 +203,7 @@ HRESULT CDemuxPath::RestartThreads() {
         pPin->GetDeliveryThread().Stop();
     }
     if (Core()) Core()->Stop();
-    RestartTiming();
+    m_timing.Restart();
     return StartThreads();
 }
 
@@ -207,11 +211,10 @@ HRESULT CDemuxPath::RestartThreads() {
 /// elementary-stream mode always takes the whole time.
 void CDemuxPath::WaitForPins() {
     const bool bBothPins = m_nWorkingMode != EWorkingMode::Mpeg4VideoEs;
-    PinTiming& video = m_videoPin.GetTiming();
-    PinTiming& audio = m_audioPin.GetTiming();
-    video.bReadyToReset = audio.bReadyToReset = false;
+    m_timing.Update([](AvTimes& times) { times.video.bReadyToReset = times.audio.bReadyToReset = false; });
     for (int nPass = 0; nPass < kReadyPasses; ++nPass) {
-        if (video.bReadyToReset && bBothPins && audio.bReadyToReset) break;
+        const AvTimes times = m_timing.Get();
+        if (times.video.bReadyToReset && bBothPins && times.audio.bReadyToReset) break;
         SleepMs(kReadyPauseMs);
         Trace("****ResetDemux waited for 100ms\n**");
     }
@@ -256,28 +259,6 @@ void CDemuxPath::Seek(std::int64_t llPosition) {
     m_pPsDemux->NewSegment(llPosition);
     m_audioPin.WaitForDelivery();
     m_videoPin.WaitForDelivery();
-}
-
-// ---------------- timing
-
-/// The next frames begin the timing of a stream that has not begun.
-void CDemuxPath::ForgetTiming() {
-    for (CDemuxOutputPin* pPin : m_apOutputPins) {
-        PinTiming& timing = pPin->GetTiming();
-        timing.bRestartPending = false;  // of a reset in the run before: its frames are gone with their queue
-        timing.bFirstTime = true;
-        timing.rtTimeBase = kNoTimeBase;
-    }
-}
-
-/// The next frames begin the timing anew, in the middle of a stream: queued frames are dropped first.
-void CDemuxPath::RestartTiming() {
-    for (CDemuxOutputPin* pPin : m_apOutputPins) {
-        PinTiming& timing = pPin->GetTiming();
-        timing.rtTimeBase = kNoTimeBase;
-        timing.bRestartPending = true;
-        timing.bFirstTime = true;
-    }
 }
 
 }  // namespace kest

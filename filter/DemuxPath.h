@@ -9,6 +9,7 @@
 #include "demux/Mpeg2PsPullDemux.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
+#include "pins/AvTiming.h"
 #include "pins/VideoOutputPin.h"
 #include "pins/WorkingMode.h"
 #include "platform/Event.h"
@@ -22,14 +23,15 @@ namespace kest {
 /// Every family of demuxers is one row of a table, which says how it is made and what its start needs; the rest
 /// is the same for all. The demuxer of the present mode exists as long as the mode is set.
 ///
-/// Locking: no lock of its own. `EnterMode`, `SetReader` and `JoinGraph` change what threads use, so they are
+/// Locking: no lock of its own. `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
 /// for a path that is stopped; `Start` to `Seek` come from one thread at a time, which holds no lock that a
 /// delivery thread takes. The filter ensures both. `GetWorkingMode` and `IsFreeRun` may be called at any time.
 class CDemuxPath {
 public:
     /// @param videoPin, audioPin  the output pins; they outlive the path.
+    /// @param timing              of both pins; the same.
     /// @param settings            their demux function counts at the next start.
-    CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin,
+    CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin, CAvTiming& timing,
                const SEND_SETTINGS& settings);
 
     // ---- connection
@@ -42,9 +44,8 @@ public:
     /// Gives demuxer and video pin the reader of a source that begins, or takes it back from them.
     /// @param pReader  null: none. Borrowed by the demuxer until it is taken back.
     void SetReader(IAsyncReader* pReader);
-    /// Gives the output pins what dynamic reconnections need.
-    /// @param pConfig  null: the filter leaves the graph.
-    void JoinGraph(IGraphConfig* pConfig);
+    /// Lets a stop end what deliveries on blocked pins wait for, as long as the filter is in a graph.
+    void SetInGraph(bool bInGraph);
 
     // ---- threads
 
@@ -98,13 +99,10 @@ private:
     void SelectTsTimeReference();
     void BeginElementaryStream();
 
-    // The timing of both pins.
-    void ForgetTiming();
-    void RestartTiming();
-
     CKestDemux2VideoOutputPin& m_videoPin;                 // see the constructor
     CKestDemux2AudioOutputPin& m_audioPin;                 // see the constructor
     const std::array<CDemuxOutputPin*, 2> m_apOutputPins;  // the same two, video first
+    CAvTiming& m_timing;                                   // see the constructor
     const SEND_SETTINGS& m_settings;                       // see the constructor
     CEvent m_evAbort{true, false};                         // from Stop to Start; ends waits of deliveries
     std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see EnterMode

@@ -23,9 +23,9 @@ CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
 
 CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
     : CImplements(nullptr, pOuter, &m_csPins, kFilterClass),
-      m_pVideoPin(std::make_unique<CKestDemux2VideoOutputPin>(this, this, &m_csPins, phr)),
-      m_pAudioPin(std::make_unique<CKestDemux2AudioOutputPin>(this, this, &m_csPins, phr)),
-      m_path(*m_pVideoPin, *m_pAudioPin, m_sendSettings),
+      m_pVideoPin(std::make_unique<CKestDemux2VideoOutputPin>(this, this, m_timing, &m_csPins, phr)),
+      m_pAudioPin(std::make_unique<CKestDemux2AudioOutputPin>(this, this, m_timing, &m_csPins, phr)),
+      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, m_sendSettings),
       m_pInputPin(std::make_unique<CKestDemux2InputPin>(this, m_source, m_path, &m_csPins, phr)),
       m_seeking(GetOwner(), m_pVideoPin->GetSeeking()) {}
 
@@ -78,7 +78,7 @@ HRESULT CKestDemux2Filter::JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) 
         HRESULT hr = S_OK;
         if (pGraph) hr = pGraph->QueryInterface(IID_IGraphConfig, reinterpret_cast<void**>(pConfig.Put()));
         if (SUCCEEDED(hr)) hr = CBaseFilter::JoinFilterGraph(pGraph, pName);
-        if (SUCCEEDED(hr)) m_path.JoinGraph(pConfig.Get());
+        if (SUCCEEDED(hr)) m_path.SetInGraph(pGraph != nullptr);
         return hr;
     });
 }

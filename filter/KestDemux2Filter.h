@@ -87,6 +87,8 @@ public:
     HRESULT STDMETHODCALLTYPE put_SendSettings(const SEND_SETTINGS* pSettings) override;
     void EnableReset(bool bEnable) { m_bEnableReset = bEnable; }
     ResetState GetResetState() const;
+    /// The timing of the output pins.
+    CAvTiming& GetAvTiming() { return m_timing; }
 
     // ---- IDemuxFilterSite
 
@@ -140,6 +142,7 @@ private:
     std::atomic<bool> m_bResetting{false};
     std::atomic<bool> m_bThreadKilled{false};
 
+    CAvTiming m_timing;                                            // of both output pins
     const std::unique_ptr<CKestDemux2VideoOutputPin> m_pVideoPin;  // pin 1
     const std::unique_ptr<CKestDemux2AudioOutputPin> m_pAudioPin;  // pin 2
     CDemuxPath m_path;                                             // from the source to the output pins

@@ -13,11 +13,15 @@ const Timing kForgotten{true, false, kNoTimeBase}, kRestarted{true, true, kNoTim
 
 struct FilterStates : FilterTest {
     void EnterMode(int nMode) { ASSERT_EQ(S_OK, Input().SetWorkingMode(static_cast<EWorkingMode>(nMode))); }
-    auto TimingOf(int n) {
-        PinTiming& t = Output(n).GetTiming();
-        return std::tie(t.bFirstTime, t.bRestartPending, t.rtTimeBase);
+    static auto Fields(PinTiming& t) { return std::tie(t.bFirstTime, t.bRestartPending, t.rtTimeBase); }
+    bool AreTimings(const Timing& timing) {
+        AvTimes times = m_pFilter->GetAvTiming().Get();
+        return Fields(times.video) == timing && Fields(times.audio) == timing;
     }
-    bool AreTimings(const Timing& timing) { return TimingOf(0) == timing && TimingOf(1) == timing; }
+    void SetTimings(const Timing& timing) {
+        m_pFilter->GetAvTiming().Update(
+            [&](AvTimes& times) { Fields(times.video) = Fields(times.audio) = timing; });
+    }
 };
 
 // Without a connection the threads of a mode wait for bytes that never come: their timing stays as it is put.
@@ -43,7 +47,7 @@ TEST_F(FilterStates, ModeAndStateDecideWhichThreadsRun) {
 TEST_F(FilterStates, ResetRestartsTheTimingAndStopForgetsIt) {
     EnterMode(2);
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    TimingOf(0) = kRuns, TimingOf(1) = kRuns;
+    SetTimings(kRuns);
     m_pFilter->OnThreadKilled();
     m_pFilter->RequestReset();
     ASSERT_EQ(S_OK, m_pFilter->Pause());
@@ -87,7 +91,8 @@ TEST_F(FilterStates, ResetWithoutDemuxerWaitsForThePinsAndRestartsTheirThreads) 
     {
         CTestThread reset([&] { m_pFilter->ResetDemux(); });
         EXPECT_TRUE(Eventually([&] { return CountOf("waited for 100ms") == 1; }));
-        for (int n : {0, 1}) Output(n).GetTiming().bReadyToReset = true;
+        m_pFilter->GetAvTiming().Update(
+            [](AvTimes& times) { times.video.bReadyToReset = times.audio.bReadyToReset = true; });
     }
     EXPECT_GT(10, CountOf("waited for 100ms")) << "both pins are ready";
     EXPECT_EQ(2, CountOf("Vidoe Elementary timing info")) << "of start and reset";

@@ -30,9 +30,13 @@ CComPtr<Interface> Query(IUnknown* pObject, REFIID riid) {
 class CTestSeeking : public CSourceSeeking {
 public:
     explicit CTestSeeking(IUnknown* pOuter = nullptr) : CSourceSeeking(pOuter, &m_csSeeking) {}
-    HRESULT ChangeStart() override { return m_changes.push_back("start"), S_OK; }
-    HRESULT ChangeStop() override { return m_changes.push_back("stop"), S_FALSE; }
-    HRESULT ChangeRate() override { return m_changes.push_back("rate"), S_OK; }
+    HRESULT ChangeStart(REFERENCE_TIME rt) override {
+        return m_changes.push_back("start " + std::to_string(rt)), S_OK;
+    }
+    HRESULT ChangeStop(REFERENCE_TIME rt) override {
+        return m_changes.push_back("stop " + std::to_string(rt)), S_FALSE;
+    }
+    HRESULT ChangeRate(double) override { return m_changes.push_back("rate"), S_OK; }
     CCritSec m_csSeeking;
     Log m_changes;
 };
@@ -89,11 +93,11 @@ TEST(GraphSeeking, SetPositionsByFlags) {
         Log changes;
     } const cases[] = {
         {"none", 0, 0, S_OK, 100, 1000, {}},
-        {"absolute", 1, 1, S_OK, 10, 20, {"stop", "start"}},
-        {"relative", 2, 2, S_OK, 110, 1020, {"stop", "start"}},
-        {"stop from the new start", 2, 3, S_OK, 110, 130, {"stop", "start"}},
-        {"stop alone", 0, 1, S_FALSE, 100, 20, {"stop"}},
-        {"key frame for the start", 1 | AM_SEEKING_SeekToKeyFrame, 0, S_OK, 10, 1000, {"start"}},
+        {"absolute", 1, 1, S_OK, 10, 20, {"stop 20", "start 10"}},
+        {"relative", 2, 2, S_OK, 110, 1020, {"stop 1020", "start 110"}},
+        {"stop from the new start", 2, 3, S_OK, 110, 130, {"stop 130", "start 110"}},
+        {"stop alone", 0, 1, S_FALSE, 100, 20, {"stop 20"}},
+        {"key frame for the start", 1 | AM_SEEKING_SeekToKeyFrame, 0, S_OK, 10, 1000, {"start 10"}},
         {"key frame for the stop", 0, 1 | AM_SEEKING_SeekToKeyFrame, E_INVALIDARG, 100, 1000, {}},
         {"incremental start", 3, 1, E_INVALIDARG, 100, 1000, {}},
         {"flags without positioning", AM_SEEKING_SeekToKeyFrame, 0, E_INVALIDARG, 100, 1000, {}},
@@ -110,7 +114,14 @@ TEST(GraphSeeking, SetPositionsByFlags) {
         EXPECT_EQ(c.llStop, llStop) << c.name;
         EXPECT_EQ(c.changes, seeking.m_changes) << c.name;
     }
-    EXPECT_EQ(E_POINTER, CTestSeeking().SetPositions(nullptr, 1, nullptr, 0));
+    CTestSeeking seeking;
+    LONGLONG llPosition = 0;
+    EXPECT_EQ(E_POINTER, seeking.SetPositions(nullptr, 1, nullptr, 0));
+    EXPECT_EQ(E_POINTER, seeking.SetPositions(&llPosition, 1, nullptr, 1));
+    EXPECT_TRUE(seeking.m_changes.empty());
+    LONGLONG llFar = std::numeric_limits<LONGLONG>::max();
+    for (int i = 0; i < 2; ++i) seeking.SetPositions(&llFar, 2, &llFar, 3);
+    EXPECT_EQ("start " + std::to_string(llFar), seeking.m_changes.back()) << "clamped";
 }
 
 /// A clock whose time the test sets.
