@@ -132,21 +132,23 @@ public:
 
 TEST(DeliverySeeks, StaleFrameChangesNothing) {
     CPinRig rig(4);
-    std::atomic<int> nSeeks{0};
     {
-        const CAtTrace seek("=======>Audio 3\n", [&] { rig.audio.GetFrameQueue().Reset(), ++nSeeks; });
+        CAutoLock seek(rig.audio.GetFlushLock());  // as a seek: the frame comes to its flush meanwhile
         rig.Put(rig.audio, TestFrame{.llTimestamp = 900000, .bDiscontinuity = true});
         rig.Start(rig.audio);
-        EXPECT_TRUE(Eventually([&] { return nSeeks == 1; }));
+        EXPECT_TRUE(Eventually([&] { return rig.audio.GetFramesPending() == 0; }));
         SleepMs(kSettleMs);
+        rig.audio.GetFrameQueue().Reset();
     }
+    SleepMs(kSettleMs);
     EXPECT_EQ(rig.Timing(rig.audio), PinTiming()) << "no time base of the old place";
     EXPECT_THAT(rig.audioSink.All(0), ElementsAre()) << "no flush";
     rig.PretendAudio(0, 0);
     rig.Start(rig.video);
+    std::atomic<int> nSeeks{0};
     const CAtTrace seek("Wrong timestamp", [&] { rig.video.GetFrameQueue().Reset(), ++nSeeks; });
-    for (int i = 2; i <= 6; ++i) {
-        rig.Put(rig.video, TestFrame{.llTimestamp = 1800000, .bDiscontinuity = true});
+    for (int i = 1; i <= 9; ++i) {
+        rig.Put(rig.video, TestFrame{1800000});
         EXPECT_TRUE(Eventually([&] { return nSeeks == i; }));
     }
     rig.video.CloseMemFiles();
