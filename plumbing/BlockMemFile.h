@@ -93,8 +93,8 @@ public:
     CBlockMemFileEx(std::uint32_t nBlockSize, std::uint32_t nBlockCount, std::uint32_t nInfoSize);
 
     /// Gives the block that is written next to the writer, who fills it in place, waiting for a free one.
-    /// Until it is committed no reader sees it, and every call gives the same block. A `Reset` or `WClose`
-    /// meanwhile takes nothing away: the storage may be written on, but can no longer be committed.
+    /// Until it is committed no reader sees it, and every call gives the same block. After a `Reset` or `WClose`
+    /// it can no longer be committed, but written to it may be until the writer begins or writes the next.
     BlockWrite BeginBlock(std::uint32_t nTimeoutMs);
     /// Stores the block that was begun.
     /// @param nLength  its bytes, at most the block size.

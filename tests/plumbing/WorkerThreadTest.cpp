@@ -2,10 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <string>
-#include <string_view>
+#include <regex>
 
+#include "platform/ThreadControl.h"
 #include "plumbing/KestException.h"
 #include "support/CaptureTexts.h"
 #include "support/TestThreads.h"
@@ -13,218 +12,115 @@
 namespace kest {
 namespace {
 
-/// A worker with the body of the test.
-class CTestWorker : public CWorkerThread {
-public:
-    using Body = std::function<std::int32_t(CTestWorker&)>;
+/// A worker with the body of the test: by default one that keeps to the contract.
+struct CTestWorker : CWorkerThread {
+    using Body = std::function<std::int32_t()>;
 
-    explicit CTestWorker(Body body) : m_body(std::move(body)) {}
-    ~CTestWorker() {
-        Stop();
-        CloseThread();
+    explicit CTestWorker(Body body = nullptr) : m_body(std::move(body)) {}
+    ~CTestWorker() { Stop(), CloseThread(); }
+    /// The body goes on, or does not, from now on.
+    void ExpectRuns(bool bRuns) {
+        if (!bRuns) SleepMs(kSettleMs);
+        const int nTurns = m_nTurns;
+        EXPECT_EQ(
+            bRuns ? Eventually([&] { return m_nTurns > nTurns; }) : WaitForThread(kSettleMs) != WAIT_TIMEOUT,
+            bRuns);
+        EXPECT_EQ(m_nTurns > nTurns, bRuns);
     }
-    CEvent& RunEvent() { return m_evRun; }
-    CEvent& StopEvent() { return m_evStop; }
-
-    std::atomic<int> m_nEntered{0};
-    std::atomic<int> m_nPassedRun{0};
-
-private:
     std::int32_t ThreadProc() override {
-        ++m_nEntered;
-        return m_body(*this);
+        if (m_body) return m_body();
+        for (;; ++m_nTurns, SleepMs(1)) {
+            m_evRun.Wait();
+            if (m_evStop.IsSignalled()) return 42;
+        }
     }
 
-    Body m_body;
+    const Body m_body;
+    std::atomic<int> m_nTurns{0};
 };
 
-/// As the contract of a body asks: holds at the run event, ends at the stop event.
-std::int32_t ObedientBody(CTestWorker& worker) {
-    for (;;) {
-        worker.RunEvent().Wait();
-        if (worker.StopEvent().IsSignalled()) return 42;
-        ++worker.m_nPassedRun;
-        SleepMs(1);
-    }
-}
-
-std::int32_t DeafBody(CTestWorker&) {
-    SleepMs(kTooLongMs);
-    return 1;
-}
-
-TEST(WorkerThread, NeverStarted) {
-    CTestWorker worker(ObedientBody);
-    EXPECT_FALSE(worker.IsRunning());
-    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED);
-    worker.Resume();
-    worker.Pause();
-    worker.KillThread();
-    worker.CloseThread();
-    EXPECT_EQ(worker.GetExitCode(), 0);
-}
-
-TEST(WorkerThread, RestartHoldsUntilResumeFromEveryState) {
-    CTestWorker worker(ObedientBody);
+TEST(WorkerThread, HoldsRunsAndEndsAsItsEventsSay) {
+    CTestWorker worker;
     const std::function<void()> states[] = {
-        [] {},  // never started, then running
-        [] {},
+        [] {},  // never started
+        [] {},  // running
         [&] { worker.Pause(); },
-        [&] {
-            worker.Stop();
-            EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-        },
+        [&] { worker.Pause(), worker.Stop(), worker.WaitForThread(kTooLongMs); },
         [&] { worker.CloseThread(); },
     };
-    int nEntered = 0;
+    EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED);
     for (const auto& enterState : states) {
         enterState();
         worker.Restart();
-        ++nEntered;
-        EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == nEntered; }));
-        EXPECT_TRUE(worker.IsRunning());
-        const int nPassed = worker.m_nPassedRun;
-        SleepMs(kSettleMs);
-        EXPECT_EQ(worker.m_nPassedRun, nPassed) << "it is not held";
+        worker.ExpectRuns(false);
         worker.Resume();
-        EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > nPassed; }));
+        worker.ExpectRuns(true);
     }
-}
-
-TEST(WorkerThread, PausedBodyHoldsAndStopEndsIt) {
-    CTestWorker worker(ObedientBody);
-    worker.StartThread();
-    worker.Resume();
-    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > 0; }));
     worker.Pause();
-    SleepMs(kSettleMs);
-    const int nPassed = worker.m_nPassedRun;
-    EXPECT_EQ(worker.WaitForThread(kSettleMs), WAIT_TIMEOUT);
-    EXPECT_EQ(worker.m_nPassedRun, nPassed);
+    worker.ExpectRuns(false);
     worker.Stop();
-    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-    EXPECT_EQ(worker.GetExitCode(), 42);
-    EXPECT_FALSE(worker.IsRunning());
-    worker.KillThread();
-    EXPECT_EQ(worker.GetExitCode(), 42) << "a thread that ended is left alone";
-    EXPECT_EQ(worker.WaitForThread(0), WAIT_OBJECT_0);
-
-    // The stop is remembered: a thread that is started without Restart ends at once.
+    for (int i = 0; i < 2; ++i) {  // the stop is remembered: a thread started without Restart ends at once
+        EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+        EXPECT_EQ(worker.GetExitCode(), 42);
+        worker.KillThread();  // leaves a thread alone that has ended
+        EXPECT_EQ(worker.WaitForThread(0), WAIT_OBJECT_0);
+        worker.StartThread();
+    }
+    worker.CloseThread();  // forgets the stop
     worker.StartThread();
-    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-
-    // Closing forgets it: the next thread holds and runs as the first did.
-    worker.CloseThread();
-    worker.StartThread();
-    EXPECT_EQ(worker.WaitForThread(kSettleMs), WAIT_TIMEOUT);
-    const int nPassedBefore = worker.m_nPassedRun;
-    worker.Resume();
-    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > nPassedBefore; }));
+    worker.ExpectRuns(false);
 }
 
-TEST(WorkerThread, RestartEndsByForceOnlyWhatDoesNotEndInTime) {
-    std::atomic<int> nEndedByItself{0}, nUnwound{0};
-    auto Watched = [&](std::int32_t (*body)(CTestWorker&)) {
-        return [&, body](CTestWorker& worker) {
-            struct Guard {
-                std::atomic<int>& nCount;
-                ~Guard() { ++nCount; }
-            } guard{nUnwound};
-            const std::int32_t nExitCode = body(worker);
-            ++nEndedByItself;
-            return nExitCode;
-        };
-    };
-    {
-        CTestWorker worker(Watched(ObedientBody));
-        // On a loaded machine even a body that obeys may take longer than the time it is given.
-        for (int i = 0; i < 20 && nEndedByItself == 0; ++i) {
-            worker.Restart();
-            worker.Resume();
-            SleepMs(2);
-        }
-        EXPECT_GT(nEndedByItself, 0);
+TEST(WorkerThread, ForceEndsABodyThatDoesNotEndInTime) {
+    std::atomic<int> nEntered{0};
+    CTestWorker worker([&] { return ++nEntered, SleepMs(kTooLongMs), 1; });
+    for (int i = 1; i <= 2; ++i) {
+        worker.Restart();
+        EXPECT_TRUE(Eventually([&] { return nEntered == i; }));
     }
-    nEndedByItself = nUnwound = 0;
-    CTestWorker worker(Watched(DeafBody));
-    worker.Restart();
-    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 1; }));
-    const auto begin = std::chrono::steady_clock::now();
-    worker.Restart();
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(10));
-    EXPECT_EQ(nUnwound, 1);
-    EXPECT_TRUE(worker.IsRunning());
-    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 2; }));
     worker.KillThread();
-    EXPECT_EQ(nUnwound, 2);
-    EXPECT_EQ(nEndedByItself, 0);
     EXPECT_EQ(worker.GetExitCode(), 100);
-    EXPECT_FALSE(worker.IsRunning());
     EXPECT_EQ(worker.WaitForThread(0), WAIT_FAILED) << "it has been forgotten";
+}
+
+// The destructor waits for its thread, here on a thread whose waits throw.
+TEST(WorkerThread, CanBeDestroyedByAThreadThatIsEndedByForce) {
+    ExpectEndsByForce([] {
+        {
+            CTestWorker worker([] { return SleepMs(kTooLongMs), 1; });
+            worker.Restart();
+            while (!CurrentThreadControl()->bTerminate) Spin(1000);
+        }
+        SleepMs(0);
+    });
 }
 
 TEST(WorkerThread, KestExceptionEndsOnlyTheThread) {
     CCaptureTexts texts;
-    std::atomic<bool> bThrow{true};
-    CTestWorker worker([&](CTestWorker& self) {
-        if (bThrow) throw KestException("broken stream");
-        return ObedientBody(self);
-    });
-    worker.Restart();
-    EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-    EXPECT_FALSE(worker.IsRunning());
-    EXPECT_EQ(worker.GetExitCode(), -100);
-    EXPECT_EQ(texts.DebugTexts(), "\n *** Capture exception!!!\n");
-    bThrow = false;
-    worker.Restart();
-    worker.Resume();
-    EXPECT_TRUE(Eventually([&] { return worker.m_nPassedRun > 0; }));
-}
-
-/// Whether a text is like the pattern, where # is a digit or a blank, and ~ is a number.
-bool IsLike(std::string_view text, std::string_view pattern) {
-    for (const char c : pattern) {
-        const auto nNumber = text.find_first_not_of("-0123456789");
-        const bool bFits = c == '~'   ? nNumber > 0
-                           : c == '#' ? text.find_first_of(" 0123456789") == 0
-                                      : text.starts_with(c);
-        if (!bFits) return false;
-        text.remove_prefix(c == '~' ? std::min(nNumber, text.size()) : 1);
+    CTestWorker worker([]() -> std::int32_t { throw KestException("broken stream"); });
+    for (int i = 0; i < 2; ++i) {
+        worker.Restart();
+        EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
+        EXPECT_EQ(worker.GetExitCode(), -100);
     }
-    return text.empty();
+    EXPECT_EQ(texts.DebugTexts(), "\n *** Capture exception!!!\n\n *** Capture exception!!!\n");
 }
 
-TEST(WorkerThread, DumpStatusShowsTimesAndEventsWithinItsBuffer) {
-    CTestWorker worker(ObedientBody);
-    auto ExpectDump = [&](const std::string& strExitYear, const std::string& strEvents) {
-        char szText[2048];
-        worker.DumpStatus(szText);
-        const std::string strTime = "-##-## ##:##:## ###\n";
-        const std::string strDuration = "1601- 1- 1  0: 0: 0 ###\n";
-        EXPECT_TRUE(IsLike(szText,
-                           "*************** Begin Debug Thread  ************\nThread ID=~ \n Name=\n"
-                           "Time information:\n CreationTime : 20##" +
-                               strTime + " ExitTime     : " + strExitYear + strTime +
-                               " KernelTime   : " + strDuration + " UserTime     : " + strDuration +
-                               " The Thread Priority: ~\n\nStatus of Thread:\n    " + strEvents +
-                               "\n ************** End **************\n"))
-            << szText;
-    };
+TEST(WorkerThread, DumpStatus) {
+    CTestWorker worker;
+    char szText[2048];
     worker.Restart();
-    EXPECT_TRUE(Eventually([&] { return worker.m_nEntered == 1; }));
-    ExpectDump("1601", "Thread Pause\n    Thread not Stop");
-    worker.Resume();
-    ExpectDump("1601", "Thread may running\n    Thread not Stop");
     worker.Stop();
     EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
-    ExpectDump("20##", "Thread may running\n    Thread Stop");
-
-    std::string strBuffer(64, '#');
-    for (std::size_t nSize : {0u, 1u, 15u, 16u, 50u}) {  // below, at and behind the end of a piece
-        worker.DumpStatus(std::span(strBuffer).first(nSize));
-        EXPECT_EQ(strBuffer.substr(nSize), std::string(64 - nSize, '#'));
-        EXPECT_TRUE(nSize == 0 || strBuffer.find('\0') == nSize - 1);
-    }
+    worker.DumpStatus(szText);
+    const std::regex number("-?\\d+ \n"), time("-[- :\\d]*");
+    const std::string strText = std::regex_replace(std::regex_replace(szText, time, "-T"), number, "N \n");
+    EXPECT_EQ(
+        std::regex_replace(strText, std::regex(" 20\\d\\d"), " 20YY"),
+        "*************** Begin Debug Thread  ************\nThread ID=N \n Name=\nTime information:\n"
+        " CreationTime : 20YY-T\n ExitTime     : 20YY-T\n KernelTime   : 1601-T\n UserTime     : 1601-T\n"
+        " The Thread Priority: 0\n\nStatus of Thread:\n    Thread may running\n    Thread Stop\n"
+        " ************** End **************\n");
 }
 
 }  // namespace
