@@ -1,9 +1,11 @@
 #include "graph/BaseFilter.h"
 
 #include <iterator>
+#include <utility>
 
 #include "graph/BasePin.h"
 #include "graph/Enumerator.h"
+#include "graph/Guard.h"
 
 namespace kest {
 
@@ -18,16 +20,6 @@ HRESULT CBaseFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
 
-HRESULT CBaseFilter::StreamTime(REFERENCE_TIME& rtStream) {
-    CComPtr<IReferenceClock> pClock;
-    GetSyncSource(pClock.Put());
-    if (!pClock) return VFW_E_NO_CLOCK;
-    REFERENCE_TIME rtNow = 0;
-    const HRESULT hr = pClock->GetTime(&rtNow);
-    if (SUCCEEDED(hr)) rtStream = rtNow - m_tStart;
-    return hr;
-}
-
 HRESULT CBaseFilter::GetClassID(CLSID* pClassID) {
     if (!pClassID) return E_POINTER;
     *pClassID = m_clsid;
@@ -36,16 +28,26 @@ HRESULT CBaseFilter::GetClassID(CLSID* pClassID) {
 
 // ---------------- states
 
+/// Calls step(pin) for every connected pin until one fails. @return the failure, or S_OK.
+template <class Step>
+HRESULT CBaseFilter::ForEachConnectedPin(Step step) {
+    for (int n = 0; n < GetPinCount(); ++n) {
+        CBasePin* pPin = GetPin(n);
+        if (!pPin || !pPin->IsConnected()) continue;
+        if (const HRESULT hr = Guard([&] { return step(*pPin); }); FAILED(hr)) return hr;
+    }
+    return S_OK;
+}
+
 HRESULT CBaseFilter::Stop() {
     CAutoLock lock(*m_pLock);
     HRESULT hrFirst = S_OK;
     if (m_State != State_Stopped) {
-        for (int n = 0; n < GetPinCount(); ++n) {
-            CBasePin* pPin = GetPin(n);
-            if (!pPin || !pPin->IsConnected()) continue;
-            const HRESULT hr = pPin->Inactive();
+        ForEachConnectedPin([&hrFirst](CBasePin& pin) -> HRESULT {
+            const HRESULT hr = Guard([&] { return pin.Inactive(); });
             if (FAILED(hr) && SUCCEEDED(hrFirst)) hrFirst = hr;
-        }
+            return S_OK;
+        });
     }
     m_State = State_Stopped;
     return hrFirst;
@@ -54,11 +56,8 @@ HRESULT CBaseFilter::Stop() {
 HRESULT CBaseFilter::Pause() {
     CAutoLock lock(*m_pLock);
     if (m_State == State_Stopped) {
-        for (int n = 0; n < GetPinCount(); ++n) {
-            CBasePin* pPin = GetPin(n);
-            if (!pPin || !pPin->IsConnected()) continue;
-            if (const HRESULT hr = pPin->Active(); FAILED(hr)) return hr;
-        }
+        const HRESULT hr = ForEachConnectedPin([](CBasePin& pin) { return pin.Active(); });
+        if (FAILED(hr)) return hr;
     }
     m_State = State_Paused;
     return S_OK;
@@ -66,16 +65,12 @@ HRESULT CBaseFilter::Pause() {
 
 HRESULT CBaseFilter::Run(REFERENCE_TIME tStart) {
     CAutoLock lock(*m_pLock);
-    m_tStart = tStart;
     if (m_State == State_Stopped) {
         if (const HRESULT hr = Pause(); FAILED(hr)) return hr;
     }
     if (m_State != State_Running) {
-        for (int n = 0; n < GetPinCount(); ++n) {
-            CBasePin* pPin = GetPin(n);
-            if (!pPin || !pPin->IsConnected()) continue;
-            if (const HRESULT hr = pPin->Run(tStart); FAILED(hr)) return hr;
-        }
+        const HRESULT hr = ForEachConnectedPin([tStart](CBasePin& pin) { return pin.Run(tStart); });
+        if (FAILED(hr)) return hr;
     }
     m_State = State_Running;
     return S_OK;
@@ -90,8 +85,9 @@ HRESULT CBaseFilter::GetState(DWORD, FILTER_STATE* State) {
 // ---------------- clock and graph
 
 HRESULT CBaseFilter::SetSyncSource(IReferenceClock* pClock) {
+    CComPtr<IReferenceClock> pNew(pClock);
     CAutoLock lock(*m_pLock);
-    m_pClock = pClock;
+    std::swap(m_pClock, pNew);  // the old one is released after the lock
     return S_OK;
 }
 
@@ -103,10 +99,13 @@ HRESULT CBaseFilter::GetSyncSource(IReferenceClock** pClock) {
 }
 
 HRESULT CBaseFilter::JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) {
-    CAutoLock lock(*m_pLock);
-    m_pGraph = pGraph;
-    m_wszName = pName ? pName : L"";
-    return S_OK;
+    return Guard([&] {
+        std::wstring wszName(pName ? pName : L"");
+        CAutoLock lock(*m_pLock);
+        m_pGraph = pGraph;
+        m_wszName.swap(wszName);
+        return S_OK;
+    });
 }
 
 HRESULT CBaseFilter::QueryFilterInfo(FILTER_INFO* pInfo) {
@@ -125,14 +124,18 @@ HRESULT CBaseFilter::QueryVendorInfo(LPWSTR*) { return E_NOTIMPL; }
 
 HRESULT CBaseFilter::EnumPins(IEnumPins** ppEnum) {
     if (!ppEnum) return E_POINTER;
-    CComPtr<CBaseFilter> pThis(this);
-    CEnumPins::Source source{
-        [pThis](int n) -> IPin* {
-            return CComPtr<IPin>(n < pThis->GetPinCount() ? pThis->GetPin(n) : nullptr).Detach();
-        },
-        [pThis] { return pThis->GetPinVersion(); }};
-    *ppEnum = CComPtr<IEnumPins>(new CEnumPins(IID_IEnumPins, std::move(source))).Detach();
-    return S_OK;
+    *ppEnum = nullptr;
+    return Guard([&] {
+        const CComPtr<CBaseFilter> pThis(this);
+        CEnumPins::Source source{[pThis](int n, IPin** ppPin) {
+                                     CBasePin* pPin = n < pThis->GetPinCount() ? pThis->GetPin(n) : nullptr;
+                                     *ppPin = CComPtr<IPin>(pPin).Detach();
+                                     return pPin ? S_OK : S_FALSE;
+                                 },
+                                 [] { return 0; }};
+        *ppEnum = CComPtr<IEnumPins>(new CEnumPins(IID_IEnumPins, std::move(source))).Detach();
+        return S_OK;
+    });
 }
 
 HRESULT CBaseFilter::FindPin(LPCWSTR Id, IPin** ppPin) {

@@ -1,5 +1,6 @@
 #include "graph/BaseInputPin.h"
 
+#include "graph/Guard.h"
 #include "graph/MemAllocator.h"
 
 namespace kest {
@@ -17,15 +18,6 @@ HRESULT CBaseInputPin::CheckStreaming() {
     if (IsStopped()) return VFW_E_WRONG_STATE;
     if (m_bFlushing) return S_FALSE;
     return m_bRunTimeError ? VFW_E_RUNTIME_ERROR : S_OK;
-}
-
-HRESULT CBaseInputPin::PassNotify(const Quality& q) {
-    if (m_pQSink) return m_pQSink->Notify(m_pFilter, q);
-    CComPtr<IQualityControl> pUpstream;
-    if (m_Connected) {
-        m_Connected->QueryInterface(IID_IQualityControl, reinterpret_cast<void**>(pUpstream.Put()));
-    }
-    return pUpstream ? pUpstream->Notify(m_pFilter, q) : VFW_E_NOT_FOUND;
 }
 
 HRESULT CBaseInputPin::Inactive() {
@@ -64,11 +56,10 @@ HRESULT CBaseInputPin::GetAllocator(IMemAllocator** ppAllocator) {
     return S_OK;
 }
 
-HRESULT CBaseInputPin::NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly) {
+HRESULT CBaseInputPin::NotifyAllocator(IMemAllocator* pAllocator, BOOL) {
     if (!pAllocator) return E_POINTER;
     CAutoLock lock(*m_pLock);
     m_pAllocator = pAllocator;
-    m_bReadOnly = bReadOnly != FALSE;
     return S_OK;
 }
 
@@ -76,22 +67,24 @@ HRESULT CBaseInputPin::GetAllocatorRequirements(ALLOCATOR_PROPERTIES*) { return 
 
 HRESULT CBaseInputPin::Receive(IMediaSample* pSample) {
     if (!pSample) return E_POINTER;
-    if (const HRESULT hr = CheckStreaming(); hr != S_OK) return hr;
-    AM_MEDIA_TYPE* pChanged = nullptr;
-    if (pSample->GetMediaType(&pChanged) != S_OK || !pChanged) return S_OK;
-    const HRESULT hr = CheckMediaType(CMediaType(*pChanged));
-    DeleteMediaType(pChanged);
-    if (hr == S_OK) return S_OK;
-    m_bRunTimeError = true;
-    EndOfStream();
-    return VFW_E_INVALIDMEDIATYPE;
+    return Guard([&] {
+        if (const HRESULT hr = CheckStreaming(); hr != S_OK) return hr;
+        AM_MEDIA_TYPE* pType = nullptr;
+        const HRESULT hr = pSample->GetMediaType(&pType);
+        const MediaTypePtr pChanged(pType);
+        if (hr == E_OUTOFMEMORY) return hr;
+        if (hr != S_OK || !pChanged || CheckMediaType(CMediaType(*pChanged)) == S_OK) return S_OK;
+        m_bRunTimeError = true;
+        EndOfStream();
+        return VFW_E_INVALIDMEDIATYPE;
+    });
 }
 
 HRESULT CBaseInputPin::ReceiveMultiple(IMediaSample** pSamples, LONG nSamples, LONG* nSamplesProcessed) {
     if (!pSamples || !nSamplesProcessed) return E_POINTER;
     HRESULT hr = S_OK;
     for (*nSamplesProcessed = 0; *nSamplesProcessed < nSamples; ++*nSamplesProcessed) {
-        hr = Receive(pSamples[*nSamplesProcessed]);
+        hr = Guard([&] { return Receive(pSamples[*nSamplesProcessed]); });
         if (hr != S_OK) break;
     }
     return hr;

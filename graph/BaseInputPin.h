@@ -6,11 +6,11 @@
 
 namespace kest {
 
-/// Base of an input pin: adds `IMemInputPin`, through which the upstream pin agrees on an allocator and hands
-/// over samples. A derived class overrides `Receive` and begins it with the base's or with `CheckStreaming`.
+/// Base of an input pin: adds `IMemInputPin`, through which the upstream pin agrees on an allocator and delivers
+/// samples. A derived class overrides `Receive`, which begins with the base's or with `CheckStreaming`.
 ///
-/// Locking: the allocator is guarded by the object lock. `Receive` takes no lock; a derived class that must
-/// keep it apart from flushes and stops brings its own receive lock, taken after the object lock.
+/// Locking: the allocator is guarded by the object lock. `Receive` takes no lock; a derived class that must keep it
+/// apart from flushes and stops has its own receive lock, taken after the object lock.
 class CBaseInputPin : public CImplements<CBasePin, IMemInputPin> {
 public:
     CBaseInputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);
@@ -18,33 +18,26 @@ public:
     /// Whether samples can be taken now. @return S_OK; S_FALSE while flushing; VFW_E_NOT_CONNECTED;
     ///         VFW_E_WRONG_STATE when stopped; VFW_E_RUNTIME_ERROR.
     virtual HRESULT CheckStreaming();
-    bool IsFlushing() const { return m_bFlushing; }
-    /// Samples of the allocator may not be written to.
-    bool IsReadOnly() const { return m_bReadOnly; }
-    /// Sends a quality message to the sink or, without one, to the upstream pin; VFW_E_NOT_FOUND when
-    /// neither takes them.
-    HRESULT PassNotify(const Quality& q);
 
     /// Decommits the allocator; VFW_E_NO_ALLOCATOR.
     HRESULT Inactive() override;
-    /// Gives back the allocator.
+    /// Releases the allocator.
     HRESULT BreakConnect() override;
     /// IMemInputPin and what the base has.
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
 
-    /// Samples are refused from here to `EndFlush`.
+    /// No sample is taken from here to `EndFlush`.
     HRESULT STDMETHODCALLTYPE BeginFlush() override;
     HRESULT STDMETHODCALLTYPE EndFlush() override;
 
     /// The allocator in use; makes one when there is none.
     HRESULT STDMETHODCALLTYPE GetAllocator(IMemAllocator** ppAllocator) override;
     HRESULT STDMETHODCALLTYPE NotifyAllocator(IMemAllocator* pAllocator, BOOL bReadOnly) override;
-    /// E_NOTIMPL: no wishes.
+    /// E_NOTIMPL: there are none.
     HRESULT STDMETHODCALLTYPE GetAllocatorRequirements(ALLOCATOR_PROPERTIES* pProps) override;
-    /// `CheckStreaming`; a sample with a type that the pin refuses ends the stream here
-    /// (VFW_E_INVALIDMEDIATYPE).
+    /// `CheckStreaming`; a sample with a type that is not acceptable ends the stream here (VFW_E_INVALIDMEDIATYPE).
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override;
-    /// Hands on samples in order until one is not taken with S_OK; its result is returned.
+    /// Calls `Receive` for the samples in order, until one is not taken with S_OK; its result is returned.
     HRESULT STDMETHODCALLTYPE ReceiveMultiple(IMediaSample** pSamples, LONG nSamples,
                                               LONG* nSamplesProcessed) override;
     /// S_OK: it can. A pin whose `Receive` never waits overrides this with S_FALSE.
@@ -52,7 +45,6 @@ public:
 
 protected:
     CComPtr<IMemAllocator> m_pAllocator;   // of the samples that come in
-    std::atomic<bool> m_bReadOnly{false};  // its samples may not be written to
     std::atomic<bool> m_bFlushing{false};  // between BeginFlush and EndFlush
 };
 

@@ -27,12 +27,12 @@ HRESULT CBaseOutputPin::CompleteConnect(IPin*) {
 
 HRESULT CBaseOutputPin::DecideAllocator(IMemInputPin* pPin, IMemAllocator** ppAlloc) {
     *ppAlloc = nullptr;
-    ALLOCATOR_PROPERTIES wishes{};
-    pPin->GetAllocatorRequirements(&wishes);  // a pin without wishes leaves them alone
-    if (wishes.cbAlign == 0) wishes.cbAlign = 1;
+    ALLOCATOR_PROPERTIES required{};
+    pPin->GetAllocatorRequirements(&required);  // a pin without requirements leaves them as they are
+    if (required.cbAlign == 0) required.cbAlign = 1;
 
     auto Try = [&](const CComPtr<IMemAllocator>& pAlloc) {
-        ALLOCATOR_PROPERTIES props = wishes;
+        ALLOCATOR_PROPERTIES props = required;
         HRESULT hr = DecideBufferSize(pAlloc.Get(), props);
         if (SUCCEEDED(hr)) hr = pPin->NotifyAllocator(pAlloc.Get(), FALSE);
         if (SUCCEEDED(hr)) *ppAlloc = CComPtr(pAlloc).Detach();

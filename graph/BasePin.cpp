@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "graph/Enumerator.h"
+#include "graph/Guard.h"
 
 namespace kest {
 
@@ -34,22 +35,22 @@ HRESULT CBasePin::Inactive() {
 
 HRESULT CBasePin::CheckMayConnect() const {
     if (m_Connected) return VFW_E_ALREADY_CONNECTED;
-    return IsStopped() || m_bCanReconnectWhenActive ? S_OK : VFW_E_NOT_STOPPED;
+    return m_pFilter->MayChangeConnections() ? S_OK : VFW_E_NOT_STOPPED;
 }
 
 HRESULT CBasePin::Connect(IPin* pReceivePin, const AM_MEDIA_TYPE* pmt) {
     if (!pReceivePin) return E_POINTER;
-    CAutoLock lock(*m_pLock);
-    if (const HRESULT hr = CheckMayConnect(); FAILED(hr)) return hr;
-    return AgreeMediaType(pReceivePin, pmt ? CMediaType(*pmt) : CMediaType());
+    return Guard([&] {
+        CAutoLock lock(*m_pLock);
+        const HRESULT hr = CheckMayConnect();
+        return FAILED(hr) ? hr : AgreeMediaType(pReceivePin, pmt ? CMediaType(*pmt) : CMediaType());
+    });
 }
 
 HRESULT CBasePin::AgreeMediaType(IPin* pReceivePin, const CMediaType& pattern) {
     if (!pattern.IsPartiallySpecified()) return AttemptConnection(pReceivePin, pattern);
-    IPin* const apOrder[] = {m_bTryMyTypesFirst ? this : pReceivePin,
-                             m_bTryMyTypesFirst ? pReceivePin : this};
     HRESULT hrFirst = VFW_E_NO_ACCEPTABLE_TYPES;
-    for (IPin* pOffering : apOrder) {
+    for (IPin* pOffering : {pReceivePin, static_cast<IPin*>(this)}) {
         const HRESULT hr = TryMediaTypes(pReceivePin, pattern, pOffering);
         if (SUCCEEDED(hr)) return hr;
         if (hrFirst == VFW_E_NO_ACCEPTABLE_TYPES) hrFirst = hr;
@@ -57,31 +58,32 @@ HRESULT CBasePin::AgreeMediaType(IPin* pReceivePin, const CMediaType& pattern) {
     return hrFirst;
 }
 
-/// Tries the types that one of the two pins offers, as far as they meet the pattern.
+/// Tries the types that one of the two pins offers, as far as they match the pattern.
 HRESULT CBasePin::TryMediaTypes(IPin* pReceivePin, const CMediaType& pattern, IPin* pOffering) {
     HRESULT hrFirst = VFW_E_NO_ACCEPTABLE_TYPES;
     CComPtr<IEnumMediaTypes> pTypes;
-    if (FAILED(pOffering->EnumMediaTypes(pTypes.Put())) || !pTypes) return hrFirst;
-    AM_MEDIA_TYPE* pOffered = nullptr;
-    while (pTypes->Next(1, &pOffered, nullptr) == S_OK) {
+    HRESULT hr = pOffering->EnumMediaTypes(pTypes.Put());
+    while (SUCCEEDED(hr) && pTypes) {
+        AM_MEDIA_TYPE* pNext = nullptr;
+        hr = pTypes->Next(1, &pNext, nullptr);
+        if (hr != S_OK || !pNext) break;
+        const MediaTypePtr pOffered(pNext);
         const CMediaType type(*pOffered);
-        DeleteMediaType(pOffered);
         if (!type.MatchesPartial(pattern)) continue;
-        const HRESULT hr = AttemptConnection(pReceivePin, type);
-        if (SUCCEEDED(hr)) return hr;
-        if (hrFirst == VFW_E_NO_ACCEPTABLE_TYPES && hr != VFW_E_TYPE_NOT_ACCEPTED) hrFirst = hr;
+        const HRESULT hrAttempt = AttemptConnection(pReceivePin, type);
+        if (SUCCEEDED(hrAttempt)) return hrAttempt;
+        if (hrFirst == VFW_E_NO_ACCEPTABLE_TYPES && hrAttempt != VFW_E_TYPE_NOT_ACCEPTED) hrFirst = hrAttempt;
     }
-    return hrFirst;
+    return hr == E_OUTOFMEMORY ? hr : hrFirst;  // a pin that lists no types may say so with other errors
 }
 
 HRESULT CBasePin::AttemptConnection(IPin* pReceivePin, const CMediaType& type) {
-    HRESULT hr = CheckConnect(pReceivePin);
-    if (SUCCEEDED(hr)) hr = AcceptType(type);
+    HRESULT hr = PrepareConnection(pReceivePin, type);
     if (FAILED(hr)) return Abandon(hr);
     m_Connected = pReceivePin;
     hr = pReceivePin->ReceiveConnection(this, &type);
     if (FAILED(hr)) return Abandon(hr);
-    hr = CompleteConnect(pReceivePin);
+    hr = Guard([&] { return CompleteConnect(pReceivePin); });
     if (SUCCEEDED(hr)) return S_OK;
     pReceivePin->Disconnect();
     return Abandon(hr);
@@ -89,44 +91,48 @@ HRESULT CBasePin::AttemptConnection(IPin* pReceivePin, const CMediaType& type) {
 
 HRESULT CBasePin::ReceiveConnection(IPin* pConnector, const AM_MEDIA_TYPE* pmt) {
     if (!pConnector || !pmt) return E_POINTER;
-    CAutoLock lock(*m_pLock);
-    HRESULT hr = CheckMayConnect();
-    if (FAILED(hr)) return hr;
-    hr = CheckConnect(pConnector);
-    if (SUCCEEDED(hr)) hr = AcceptType(CMediaType(*pmt));
-    if (FAILED(hr)) return Abandon(hr);
-    m_Connected = pConnector;
-    hr = CompleteConnect(pConnector);
-    return SUCCEEDED(hr) ? S_OK : Abandon(hr);
+    return Guard([&] {
+        const CMediaType type(*pmt);
+        CAutoLock lock(*m_pLock);
+        HRESULT hr = CheckMayConnect();
+        if (FAILED(hr)) return hr;
+        hr = PrepareConnection(pConnector, type);
+        if (FAILED(hr)) return Abandon(hr);
+        m_Connected = pConnector;
+        hr = Guard([&] { return CompleteConnect(pConnector); });
+        return SUCCEEDED(hr) ? S_OK : Abandon(hr);
+    });
 }
 
-/// Takes the type of the connection if it is acceptable; a plain refusal, however a derived class words it,
-/// becomes VFW_E_TYPE_NOT_ACCEPTED.
-HRESULT CBasePin::AcceptType(const CMediaType& type) {
-    const HRESULT hr = CheckMediaType(type);
-    if (hr == S_OK) return SetMediaType(type);
-    return SUCCEEDED(hr) || hr == E_FAIL || hr == E_INVALIDARG ? VFW_E_TYPE_NOT_ACCEPTED : hr;
+/// The steps before the other pin is asked. A type that is not acceptable, whatever code a derived class has for that,
+/// is VFW_E_TYPE_NOT_ACCEPTED.
+HRESULT CBasePin::PrepareConnection(IPin* pPin, const CMediaType& type) {
+    return Guard([&] {
+        HRESULT hr = CheckConnect(pPin);
+        if (FAILED(hr)) return hr;
+        hr = CheckMediaType(type);
+        if (hr == S_OK) return SetMediaType(type);
+        return SUCCEEDED(hr) || hr == E_FAIL || hr == E_INVALIDARG ? VFW_E_TYPE_NOT_ACCEPTED : hr;
+    });
 }
 
 /// Undoes the steps of a connection that failed for the reason `hr`.
 HRESULT CBasePin::Abandon(HRESULT hr) {
-    BreakConnect();
+    Guard([&] { return BreakConnect(); });
     m_Connected = nullptr;
     return hr;
 }
 
 HRESULT CBasePin::Disconnect() {
-    CAutoLock lock(*m_pLock);
-    if (!IsStopped() && !m_bCanReconnectWhenActive) return VFW_E_NOT_STOPPED;
-    return DisconnectInternal();
-}
-
-HRESULT CBasePin::DisconnectInternal() {
-    if (!m_Connected) return S_FALSE;
-    const HRESULT hr = BreakConnect();
-    if (FAILED(hr)) return hr;
-    m_Connected = nullptr;
-    return S_OK;
+    return Guard([&] {
+        CAutoLock lock(*m_pLock);
+        if (!m_pFilter->MayChangeConnections()) return VFW_E_NOT_STOPPED;
+        if (!m_Connected) return S_FALSE;
+        const HRESULT hr = BreakConnect();
+        if (FAILED(hr)) return hr;
+        m_Connected = nullptr;
+        return S_OK;
+    });
 }
 
 // ---------------- queries
@@ -169,40 +175,34 @@ HRESULT CBasePin::QueryId(LPWSTR* Id) {
 
 HRESULT CBasePin::QueryAccept(const AM_MEDIA_TYPE* pmt) {
     if (!pmt) return E_POINTER;
-    const HRESULT hr = CheckMediaType(CMediaType(*pmt));
-    return FAILED(hr) ? S_FALSE : hr;
+    return Guard([&] { return CheckMediaType(CMediaType(*pmt)) == S_OK ? S_OK : S_FALSE; });
 }
 
 HRESULT CBasePin::EnumMediaTypes(IEnumMediaTypes** ppEnum) {
     if (!ppEnum) return E_POINTER;
-    CComPtr<CBasePin> pThis(this);
-    CEnumMediaTypes::Source source{[pThis](int n) {
-                                       CMediaType type;
-                                       return pThis->GetMediaType(n, type) == S_OK ? CreateMediaType(type)
-                                                                                   : nullptr;
-                                   },
-                                   [pThis] { return pThis->GetMediaTypeVersion(); }};
-    *ppEnum = CComPtr<IEnumMediaTypes>(new CEnumMediaTypes(IID_IEnumMediaTypes, std::move(source))).Detach();
-    return S_OK;
+    *ppEnum = nullptr;
+    return Guard([&] {
+        const CComPtr<CBasePin> pThis(this);
+        CEnumMediaTypes::Source source{[pThis](int n, AM_MEDIA_TYPE** ppType) {
+                                           CMediaType type;
+                                           const HRESULT hr = pThis->GetMediaType(n, type);
+                                           if (hr != S_OK) return hr == E_OUTOFMEMORY ? hr : S_FALSE;
+                                           *ppType = CreateMediaType(type);
+                                           return *ppType ? S_OK : E_OUTOFMEMORY;
+                                       },
+                                       [pThis] { return pThis->m_nTypeVersion.load(); }};
+        *ppEnum =
+            CComPtr<IEnumMediaTypes>(new CEnumMediaTypes(IID_IEnumMediaTypes, std::move(source))).Detach();
+        return S_OK;
+    });
 }
 
 HRESULT CBasePin::QueryInternalConnections(IPin**, ULONG*) { return E_NOTIMPL; }
 
 // ---------------- streaming
 
-HRESULT CBasePin::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) {
-    m_tStart = tStart;
-    m_tStop = tStop;
-    m_dRate = dRate;
-    return S_OK;
-}
-
+HRESULT CBasePin::NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) { return S_OK; }
 HRESULT CBasePin::Notify(IBaseFilter*, Quality) { return E_NOTIMPL; }
-
-HRESULT CBasePin::SetSink(IQualityControl* piqc) {
-    CAutoLock lock(*m_pLock);
-    m_pQSink = piqc;
-    return S_OK;
-}
+HRESULT CBasePin::SetSink(IQualityControl*) { return E_NOTIMPL; }
 
 }  // namespace kest

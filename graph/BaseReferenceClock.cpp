@@ -4,7 +4,8 @@
 #include <chrono>
 #include <limits>
 
-#include "graph/EventHandle.h"
+#include "graph/Guard.h"
+#include "platform/SystemEvent.h"
 
 namespace kest {
 namespace {
@@ -14,7 +15,7 @@ constexpr REFERENCE_TIME kNever = std::numeric_limits<REFERENCE_TIME>::max();
 
 /// The wait until a time that lies rtAhead ahead, rounded up so that one wait is enough.
 std::uint32_t ToWaitMs(REFERENCE_TIME rtAhead) {
-    constexpr REFERENCE_TIME kLongest = 3600 * 1000;  // then look again
+    constexpr REFERENCE_TIME kLongest = 3600 * 1000;  // then the wait is computed again
     return static_cast<std::uint32_t>(std::min((rtAhead - 1) / kUnitsPerMs + 1, kLongest));
 }
 
@@ -66,13 +67,17 @@ HRESULT CBaseReferenceClock::AdvisePeriodic(REFERENCE_TIME startTime, REFERENCE_
 
 HRESULT CBaseReferenceClock::AddAdvise(REFERENCE_TIME rtDue, REFERENCE_TIME rtPeriod, DWORD_PTR hSignal,
                                        DWORD_PTR* pdwCookie) {
-    CAutoLock lock(m_csLock);
-    if (m_bEnded) return E_FAIL;
-    if (!m_thread.Exists() && !m_thread.Start([this] { return AdviseThreadProc(); })) return E_OUTOFMEMORY;
-    *pdwCookie = ++m_dwLastCookie;
-    m_advises.push_back({*pdwCookie, rtDue, rtPeriod, reinterpret_cast<HANDLE>(hSignal)});
-    m_evSchedule.Set();
-    return S_OK;
+    return Guard([&] {
+        CAutoLock lock(m_csLock);
+        if (m_bEnded) return E_FAIL;
+        m_advises.reserve(m_advises.size() + 1);
+        if (!m_thread.Exists() && !m_thread.Start([this] { return AdviseThreadProc(); }))
+            return E_OUTOFMEMORY;
+        m_advises.push_back({++m_dwLastCookie, rtDue, rtPeriod, reinterpret_cast<HANDLE>(hSignal)});
+        *pdwCookie = m_dwLastCookie;
+        m_evSchedule.Set();
+        return S_OK;
+    });
 }
 
 HRESULT CBaseReferenceClock::Unadvise(DWORD_PTR dwAdviseCookie) {
@@ -82,7 +87,7 @@ HRESULT CBaseReferenceClock::Unadvise(DWORD_PTR dwAdviseCookie) {
                : S_FALSE;
 }
 
-/// Signals what is due. @return the wait until the next advise in milliseconds. The caller holds the lock.
+/// Signals the advises that are due. @return the wait until the next one in milliseconds. The caller holds the lock.
 std::uint32_t CBaseReferenceClock::SignalDue() {
     const REFERENCE_TIME rtNow = Now();
     REFERENCE_TIME rtNext = kNever;

@@ -9,12 +9,13 @@
 
 namespace kest {
 
-/// Runs the body of an interface method, which nothing but a result code may leave: the caller may be foreign
-/// code, built by another compiler.
+/// Runs the body of an interface method, which nothing but a result code may leave: the caller may be foreign code,
+/// built by another compiler. It does not undo what the body has done: a body gives its out-parameters their empty
+/// values first, and changes the object when nothing can fail any more.
 /// @param body  returns an HRESULT.
-/// @return what the body returns; E_OUTOFMEMORY when memory, an event or a thread could not be had; E_FAIL for
-///         another exception; E_ABORT when the calling thread is ended by force in a wait of the body: the
-///         thread's next wait outside interface code then ends it.
+/// @return what the body returns; E_OUTOFMEMORY when memory, an event or a thread could not be had; E_ABORT when the
+///         calling thread is ended by force in a wait of the body (its next wait throws the termination signal again);
+///         E_FAIL for every other exception.
 template <class Body>
 HRESULT Guard(Body body) noexcept {
     try {
@@ -23,11 +24,10 @@ HRESULT Guard(Body body) noexcept {
         return E_OUTOFMEMORY;
     } catch (const std::system_error&) {
         return E_OUTOFMEMORY;
-    } catch (const std::exception&) {
-        return E_FAIL;
     } catch (const CThreadTermination&) {
-        PostponeTermination();
         return E_ABORT;
+    } catch (...) {
+        return E_FAIL;
     }
 }
 

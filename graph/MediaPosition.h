@@ -4,8 +4,7 @@
 
 namespace kest {
 
-/// Base of an `IMediaPosition` object: serves its automation side (IDispatch) from the type information that
-/// the host has of the interface. Where the host has none, it says so: no type information, E_NOTIMPL.
+/// Base of an `IMediaPosition` object: serves its automation side (IDispatch), see platform/Automation.h.
 ///
 /// No state of its own; callable from any thread.
 class CMediaPosition : public CImplements<CUnknown, IMediaPosition> {

@@ -1,5 +1,8 @@
 #include "graph/MediaSample.h"
 
+#include <new>
+#include <utility>
+
 #include "graph/MemAllocator.h"
 
 namespace kest {
@@ -12,7 +15,7 @@ void CMediaSample::HandOut() {
     m_rtStart.reset();
     m_rtStop.reset();
     m_mediaTimes.reset();
-    m_mtChanged.reset();
+    m_pmtChanged.reset();
     m_bSyncPoint = m_bPreroll = m_bDiscontinuity = false;
     m_nRefs = 1;
 }
@@ -74,14 +77,19 @@ HRESULT CMediaSample::SetActualDataLength(LONG nLength) {
 HRESULT CMediaSample::GetMediaType(AM_MEDIA_TYPE** ppMediaType) {
     if (!ppMediaType) return E_POINTER;
     *ppMediaType = nullptr;
-    if (!m_mtChanged) return S_FALSE;
-    *ppMediaType = CreateMediaType(*m_mtChanged);
+    if (!m_pmtChanged) return S_FALSE;
+    *ppMediaType = CreateMediaType(*m_pmtChanged);
     return *ppMediaType ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT CMediaSample::SetMediaType(AM_MEDIA_TYPE* pMediaType) {
-    m_mtChanged.reset();
-    return pMediaType ? m_mtChanged.emplace().Set(*pMediaType) : S_OK;
+    std::unique_ptr<CMediaType> pChanged;
+    if (pMediaType) {
+        pChanged.reset(new (std::nothrow) CMediaType);
+        if (!pChanged || FAILED(pChanged->Set(*pMediaType))) return E_OUTOFMEMORY;
+    }
+    m_pmtChanged = std::move(pChanged);
+    return S_OK;
 }
 
 HRESULT CMediaSample::SetDiscontinuity(BOOL bDiscontinuity) {

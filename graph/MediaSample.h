@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <span>
 
@@ -11,16 +12,17 @@ namespace kest {
 
 class CMemAllocator;
 
-/// A buffer of a CMemAllocator with the properties of what is in it; the last reference puts it back there.
+/// A buffer of a CMemAllocator with the properties of its contents. With the last reference it returns to the
+/// allocator.
 ///
-/// Times are in 100 ns. Whoever holds it exclusively changes it: no lock, only the count is atomic.
+/// Times are in 100 ns. There is no lock, and only the count is atomic: for whoever holds the only reference to change.
 class CMediaSample final : public IMediaSample {
 public:
-    /// @param allocator  where it returns to.
+    /// @param allocator  the allocator it returns to.
     /// @param buffer     its memory, owned by the allocator.
     CMediaSample(CMemAllocator& allocator, std::span<BYTE> buffer);
 
-    /// Makes it as new, with one reference, for the next receiver.
+    /// Gives it the properties of a new one, and one reference.
     void HandOut();
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
@@ -38,11 +40,11 @@ public:
     HRESULT STDMETHODCALLTYPE IsPreroll() override { return m_bPreroll ? S_OK : S_FALSE; }
     HRESULT STDMETHODCALLTYPE SetPreroll(BOOL bIsPreroll) override;
     LONG STDMETHODCALLTYPE GetActualDataLength() override { return m_nActualLength; }
-    /// VFW_E_BUFFER_OVERFLOW when the buffer has not that many bytes.
+    /// VFW_E_BUFFER_OVERFLOW for more bytes than the buffer has.
     HRESULT STDMETHODCALLTYPE SetActualDataLength(LONG nLength) override;
     /// S_FALSE, with null, when the type has not changed; else a copy for the receiver to delete.
     HRESULT STDMETHODCALLTYPE GetMediaType(AM_MEDIA_TYPE** ppMediaType) override;
-    /// Null: the type has not changed.
+    /// Null: the type has not changed. E_OUTOFMEMORY, with nothing changed.
     HRESULT STDMETHODCALLTYPE SetMediaType(AM_MEDIA_TYPE* pMediaType) override;
     HRESULT STDMETHODCALLTYPE IsDiscontinuity() override { return m_bDiscontinuity ? S_OK : S_FALSE; }
     HRESULT STDMETHODCALLTYPE SetDiscontinuity(BOOL bDiscontinuity) override;
@@ -57,17 +59,17 @@ private:
         LONGLONG llStop;
     };
 
-    CMemAllocator& m_allocator;               // where it returns to; kept alive by it while handed out
-    const std::span<BYTE> m_buffer;           // the memory
-    std::atomic<ULONG> m_nRefs{0};            // 0 while free
-    LONG m_nActualLength = 0;                 // bytes of the buffer in use
-    std::optional<REFERENCE_TIME> m_rtStart;  // start time
-    std::optional<REFERENCE_TIME> m_rtStop;   // stop time; only with a start
-    std::optional<MediaTimes> m_mediaTimes;   // media times
-    std::optional<CMediaType> m_mtChanged;    // the type from this sample on, when it changes
-    bool m_bSyncPoint = false;                // decoding can begin here
-    bool m_bPreroll = false;                  // to be decoded but not shown
-    bool m_bDiscontinuity = false;            // does not continue the sample before
+    CMemAllocator& m_allocator;                // it returns there; kept alive by it while in use
+    const std::span<BYTE> m_buffer;            // the memory
+    std::atomic<ULONG> m_nRefs{0};             // 0 while free
+    LONG m_nActualLength = 0;                  // bytes of the buffer in use
+    std::optional<REFERENCE_TIME> m_rtStart;   // start time
+    std::optional<REFERENCE_TIME> m_rtStop;    // stop time; only with a start
+    std::optional<MediaTimes> m_mediaTimes;    // media times
+    std::unique_ptr<CMediaType> m_pmtChanged;  // the type from this sample on, when it changes
+    bool m_bSyncPoint = false;                 // decoding can begin here
+    bool m_bPreroll = false;                   // to be decoded but not shown
+    bool m_bDiscontinuity = false;             // does not continue the sample before
 };
 
 }  // namespace kest

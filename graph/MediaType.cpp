@@ -1,19 +1,13 @@
 #include "graph/MediaType.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <new>
 #include <utility>
-
-#ifndef _WIN32
-void* CoTaskMemAlloc(std::size_t nBytes) { return std::malloc(std::max<std::size_t>(nBytes, 1)); }
-void CoTaskMemFree(void* pMemory) { std::free(pMemory); }
-#endif
 
 namespace kest {
 namespace {
 
-/// A copy of a block in task memory; null for an empty block or without memory.
+/// A copy of a block in task memory; null for an empty block, and when memory is short.
 BYTE* CopyBlock(std::span<const BYTE> block) {
     if (block.empty()) return nullptr;
     auto* pCopy = static_cast<BYTE*>(CoTaskMemAlloc(block.size()));
@@ -105,11 +99,6 @@ HRESULT CMediaType::Set(const AM_MEDIA_TYPE& other) {
     FreeMediaType(*this);
     static_cast<AM_MEDIA_TYPE&>(*this) = copy;
     return S_OK;
-}
-
-void CMediaType::Clear() {
-    FreeMediaType(*this);
-    static_cast<AM_MEDIA_TYPE&>(*this) = EmptyType();
 }
 
 bool CMediaType::operator==(const AM_MEDIA_TYPE& other) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -9,19 +10,26 @@ namespace kest {
 
 /// Makes `target`, which owns nothing yet, a deep copy. @return S_OK or E_OUTOFMEMORY (target then empty).
 HRESULT CopyMediaType(AM_MEDIA_TYPE& target, const AM_MEDIA_TYPE& source);
-/// Gives back what the record owns and leaves it without a format block.
+/// Frees what the record owns and leaves it without a format block.
 void FreeMediaType(AM_MEDIA_TYPE& type);
 /// A deep copy in task memory, for a receiver that calls `DeleteMediaType`; null when memory is short.
 AM_MEDIA_TYPE* CreateMediaType(const AM_MEDIA_TYPE& source);
 /// Frees what `CreateMediaType` made; null is allowed.
 void DeleteMediaType(AM_MEDIA_TYPE* pType);
+
+/// Owns a record in task memory, as a receiver gets it.
+struct MediaTypeDeleter {
+    void operator()(AM_MEDIA_TYPE* pType) const { DeleteMediaType(pType); }
+};
+using MediaTypePtr = std::unique_ptr<AM_MEDIA_TYPE, MediaTypeDeleter>;
+
 /// A copy of a text in task memory, for a receiver that frees it; null when memory is short.
 LPWSTR CopyText(std::wstring_view text);
 
-/// An AM_MEDIA_TYPE that owns its format block: the value type of a connection's format.
+/// An AM_MEDIA_TYPE that owns its format block.
 ///
-/// A new one has GUID_NULL everywhere, fixed-size samples of 1 byte and no format block. Copies are deep and
-/// throw std::bad_alloc; `Set` returns a code instead, for use at interfaces. Not for concurrent use.
+/// A new one has GUID_NULL everywhere, fixed-size samples of 1 byte and no format block. Copies are deep and throw
+/// std::bad_alloc; `Set` returns a code instead, for use at interfaces. Not for concurrent use.
 class CMediaType : public AM_MEDIA_TYPE {
 public:
     CMediaType();
@@ -34,26 +42,21 @@ public:
 
     /// Deep copy. @return S_OK or E_OUTOFMEMORY with nothing changed.
     HRESULT Set(const AM_MEDIA_TYPE& other);
-    /// Gives back the format block and sets everything as in a new one.
-    void Clear();
 
     /// Equal in major type, subtype, format type and format block.
     bool operator==(const AM_MEDIA_TYPE& other) const;
     bool operator==(const CMediaType& other) const {
         return *this == static_cast<const AM_MEDIA_TYPE&>(other);
     }
-    /// There is a major type.
-    bool IsValid() const { return majortype != GUID_NULL; }
-    /// Major type or format type is left open.
+    /// Major type or format type is GUID_NULL.
     bool IsPartiallySpecified() const { return majortype == GUID_NULL || formattype == GUID_NULL; }
-    /// This type meets a partially specified one: where the pattern names a major type, a subtype or a
-    /// format type, they are equal (the last with the format block).
+    /// Where the pattern has a major type, a subtype or a format type other than GUID_NULL, this type has the same (the
+    /// last with the same format block).
     bool MatchesPartial(const AM_MEDIA_TYPE& pattern) const;
 
     const GUID& Type() const { return majortype; }
     const GUID& Subtype() const { return subtype; }
     const GUID& FormatType() const { return formattype; }
-    void SetType(const GUID& guid) { majortype = guid; }
     void SetSubtype(const GUID& guid) { subtype = guid; }
     void SetFormatType(const GUID& guid) { formattype = guid; }
 
@@ -64,7 +67,7 @@ public:
     void SetTemporalCompression(bool bCompressed) { bTemporalCompression = bCompressed ? TRUE : FALSE; }
 
     std::span<const BYTE> Format() const { return {pbFormat, cbFormat}; }
-    /// Replaces the format block by a copy of `block`. @return false, with nothing changed, without memory.
+    /// Replaces the format block by a copy of `block`. @return false, with nothing changed, when memory is short.
     bool SetFormat(std::span<const BYTE> block);
     /// Replaces the format block by a copy of a record such as VIDEOINFOHEADER.
     template <class Record>

@@ -4,6 +4,9 @@
 #include <bit>
 #include <limits>
 #include <new>
+#include <utility>
+
+#include "graph/Guard.h"
 
 namespace kest {
 
@@ -45,42 +48,46 @@ HRESULT CMemAllocator::GetProperties(ALLOCATOR_PROPERTIES* pProps) {
 }
 
 HRESULT CMemAllocator::Commit() {
-    CAutoLock lock(m_csLock);
-    if (m_bCommitted) return S_OK;
-    if (m_props.cBuffers == 0 || m_props.cbBuffer == 0) return VFW_E_SIZENOTSET;
-    // Samples that are still out after a decommit keep the memory: it is taken over as it is.
-    if (m_apSamples.empty()) {
-        if (const HRESULT hr = Allocate(); FAILED(hr)) return hr;
-    }
-    m_bCommitted = true;
-    return S_OK;
+    return Guard([&] {
+        CAutoLock lock(m_csLock);
+        if (m_bCommitted) return S_OK;
+        if (m_props.cBuffers == 0 || m_props.cbBuffer == 0) return VFW_E_SIZENOTSET;
+        // Samples that are still in use after a decommit have kept the memory: it is used again as it is.
+        if (m_apSamples.empty()) Allocate();
+        m_bCommitted = true;
+        return S_OK;
+    });
 }
 
 HRESULT CMemAllocator::Decommit() {
     CAutoLock lock(m_csLock);
     m_bCommitted = false;
     if (!HasBuffersOutstanding()) Free();
-    WakeWaiters();
+    m_evChanged.Set();
     return S_OK;
 }
 
-HRESULT CMemAllocator::Allocate() {
+/// Makes the samples. Throws std::bad_alloc with nothing changed.
+void CMemAllocator::Allocate() {
     const auto nPrefix = static_cast<std::size_t>(m_props.cbPrefix);
     const auto nBuffer = static_cast<std::size_t>(m_props.cbBuffer);
     const auto nBuffers = static_cast<std::size_t>(m_props.cBuffers);
     const std::align_val_t nAlign{std::max<std::size_t>(static_cast<std::size_t>(m_props.cbAlign), 16)};
     const std::size_t nStride = nPrefix + nBuffer;
-    auto* pMemory = static_cast<BYTE*>(::operator new(nStride* nBuffers, nAlign, std::nothrow));
-    if (!pMemory) return E_OUTOFMEMORY;
-    m_pMemory = {pMemory, AlignedDelete{nAlign}};
-    m_apSamples.reserve(nBuffers);
-    m_apFree.reserve(nBuffers);
+    auto* pBytes = static_cast<BYTE*>(::operator new(nStride* nBuffers, nAlign));
+    std::unique_ptr<BYTE, AlignedDelete> pMemory(pBytes, AlignedDelete{nAlign});
+    std::vector<std::unique_ptr<CMediaSample>> apSamples;
+    std::vector<CMediaSample*> apFree;
+    apSamples.reserve(nBuffers);
+    apFree.reserve(nBuffers);
     for (std::size_t i = 0; i < nBuffers; ++i) {
-        const std::span buffer(pMemory + i * nStride + nPrefix, nBuffer);
-        m_apSamples.push_back(std::make_unique<CMediaSample>(*this, buffer));
-        m_apFree.push_back(m_apSamples.back().get());
+        const std::span buffer(pBytes + i * nStride + nPrefix, nBuffer);
+        apSamples.push_back(std::make_unique<CMediaSample>(*this, buffer));
+        apFree.push_back(apSamples.back().get());
     }
-    return S_OK;
+    m_pMemory = std::move(pMemory);
+    m_apSamples = std::move(apSamples);
+    m_apFree = std::move(apFree);
 }
 
 void CMemAllocator::Free() {
@@ -89,40 +96,37 @@ void CMemAllocator::Free() {
     m_pMemory.reset();
 }
 
-void CMemAllocator::WakeWaiters() {
-    if (std::exchange(m_bWaiting, false)) m_evChanged.Set();
-}
-
 HRESULT CMemAllocator::GetBuffer(IMediaSample** ppBuffer, REFERENCE_TIME*, REFERENCE_TIME*, DWORD dwFlags) {
     if (!ppBuffer) return E_POINTER;
     *ppBuffer = nullptr;
-    for (;;) {
-        {
-            CAutoLock lock(m_csLock);
-            if (!m_bCommitted) return VFW_E_NOT_COMMITTED;
-            if (!m_apFree.empty()) {
-                CMediaSample* pSample = m_apFree.back();
-                m_apFree.pop_back();
-                pSample->HandOut();
-                AddRef();  // given back in ReleaseBuffer
-                *ppBuffer = pSample;
-                return S_OK;
+    return Guard([&] {
+        for (;;) {
+            {
+                CAutoLock lock(m_csLock);
+                if (!m_bCommitted) return VFW_E_NOT_COMMITTED;
+                if (!m_apFree.empty()) {
+                    CMediaSample* pSample = m_apFree.back();
+                    m_apFree.pop_back();
+                    pSample->HandOut();
+                    AddRef();  // given back in ReleaseBuffer
+                    *ppBuffer = pSample;
+                    return S_OK;
+                }
+                if (dwFlags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
+                m_evChanged.Reset();
             }
-            if (dwFlags & AM_GBF_NOWAIT) return VFW_E_TIMEOUT;
-            m_bWaiting = true;
-            m_evChanged.Reset();
+            m_evChanged.Wait();
         }
-        m_evChanged.Wait();
-    }
+    });
 }
 
 HRESULT CMemAllocator::ReleaseBuffer(IMediaSample* pBuffer) {
     if (!pBuffer) return E_POINTER;
     {
         CAutoLock lock(m_csLock);
-        m_apFree.push_back(static_cast<CMediaSample*>(pBuffer));
+        m_apFree.push_back(static_cast<CMediaSample*>(pBuffer));  // within its capacity
         if (!m_bCommitted && !HasBuffersOutstanding()) Free();
-        WakeWaiters();
+        m_evChanged.Set();
     }
     Release();
     return S_OK;

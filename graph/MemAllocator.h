@@ -12,29 +12,30 @@ namespace kest {
 /// Makes a CMemAllocator. @return S_OK or E_OUTOFMEMORY.
 HRESULT CreateMemoryAllocator(IMemAllocator** ppAllocator);
 
-/// A fixed number of samples in plain memory. `GetBuffer` waits for a free one; `Decommit` ends these waits
-/// and gives the memory back, at the latest with the last sample that returns.
+/// A fixed number of samples in plain memory. `GetBuffer` waits for a free one; `Decommit` ends these waits and frees
+/// the memory, at the latest with the last sample that returns.
 ///
-/// Its lock is a leaf: nothing else is taken under it, and no wait holds it. Waits go through CEvent, so a
-/// worker in them can be ended by force. Every sample in use keeps the allocator alive.
+/// Its lock is a leaf: nothing else is taken under it, and no wait holds it. Every sample in use keeps the allocator
+/// alive.
 class CMemAllocator final : public CImplements<CUnknown, IMemAllocator> {
 public:
     explicit CMemAllocator(IUnknown* pOuter = nullptr) : CImplements(pOuter) {}
 
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
 
-    /// The size that is granted fills up the alignment together with the prefix.
+    /// Prefix and granted size together are a multiple of the alignment.
     /// @return VFW_E_BADALIGN unless the alignment is a power of two; VFW_E_ALREADY_COMMITTED;
     ///         VFW_E_BUFFERS_OUTSTANDING; E_INVALIDARG for negative numbers; E_POINTER.
     HRESULT STDMETHODCALLTYPE SetProperties(ALLOCATOR_PROPERTIES* pRequest,
                                             ALLOCATOR_PROPERTIES* pActual) override;
     HRESULT STDMETHODCALLTYPE GetProperties(ALLOCATOR_PROPERTIES* pProps) override;
-    /// VFW_E_SIZENOTSET before `SetProperties`; E_OUTOFMEMORY.
+    /// VFW_E_SIZENOTSET before `SetProperties`; E_OUTOFMEMORY, with nothing changed.
     HRESULT STDMETHODCALLTYPE Commit() override;
     HRESULT STDMETHODCALLTYPE Decommit() override;
     /// @param dwFlags  AM_GBF_NOWAIT: VFW_E_TIMEOUT when none is free; the others and the times have no
     ///                 effect.
-    /// @return VFW_E_NOT_COMMITTED before `Commit`, and when `Decommit` comes during the wait.
+    /// @return S_OK; VFW_E_NOT_COMMITTED before `Commit`, and when `Decommit` ends the wait; E_ABORT when the calling
+    ///         thread is ended by force in it.
     HRESULT STDMETHODCALLTYPE GetBuffer(IMediaSample** ppBuffer, REFERENCE_TIME* pStartTime,
                                         REFERENCE_TIME* pEndTime, DWORD dwFlags) override;
     /// Called by a sample of this allocator with its last reference.
@@ -46,19 +47,17 @@ private:
         void operator()(BYTE* p) const { ::operator delete(p, nAlign); }
     };
 
-    HRESULT Allocate();
+    void Allocate();
     void Free();
-    void WakeWaiters();
     bool HasBuffersOutstanding() const { return m_apFree.size() != m_apSamples.size(); }
 
     CCritSec m_csLock;                                       // guards the members below
     ALLOCATOR_PROPERTIES m_props{};                          // as granted
-    bool m_bCommitted = false;                               // samples are given out
+    bool m_bCommitted = false;                               // samples may be had
     std::unique_ptr<BYTE, AlignedDelete> m_pMemory;          // of all buffers
     std::vector<std::unique_ptr<CMediaSample>> m_apSamples;  // all samples
     std::vector<CMediaSample*> m_apFree;                     // those not in use
-    bool m_bWaiting = false;                                 // somebody waits for m_evChanged
-    CEvent m_evChanged;                                      // a sample returned, or decommitted
+    CEvent m_evChanged;                                      // set when a sample returns, and by Decommit
 };
 
 }  // namespace kest

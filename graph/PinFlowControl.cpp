@@ -31,8 +31,8 @@ HRESULT CPinFlowControl::Block(DWORD dwBlockFlags, HANDLE hEvent) {
     return hEvent ? BeginBlock(CEventRef(hEvent)) : BlockAndWait();
 }
 
-HRESULT CPinFlowControl::BeginBlock(CEventRef notify) {
-    notify.Reset();
+HRESULT CPinFlowControl::BeginBlock(CEventRef notify, CEvent* pOwnNotify) {
+    if (notify) notify.Reset();
     CAutoLock lock(m_cs);
     if (m_state != EState::NotBlocked) {
         return m_blockingThread == std::this_thread::get_id() ? VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD
@@ -42,6 +42,7 @@ HRESULT CPinFlowControl::BeginBlock(CEventRef notify) {
     m_evUnblock.Reset();
     m_state = EState::Pending;
     m_evNotify = std::move(notify);
+    m_pOwnNotify = pOwnNotify;
     if (m_nUsers == 0) CompleteBlock();
     return S_OK;
 }
@@ -49,7 +50,7 @@ HRESULT CPinFlowControl::BeginBlock(CEventRef notify) {
 /// Blocks and waits for the block, through an event of its own.
 HRESULT CPinFlowControl::BlockAndWait() {
     CEvent evBlocked;
-    if (const HRESULT hr = BeginBlock(CEventRef(GetEventHandle(evBlocked))); FAILED(hr)) return hr;
+    if (const HRESULT hr = BeginBlock(CEventRef(), &evBlocked); FAILED(hr)) return hr;
     CEvent* const apEvents[] = {&evBlocked, m_pStopEvent.load()};
     if (CEvent::WaitAny(std::span(apEvents).first(apEvents[1] ? 2 : 1)) == 0) return S_OK;
     Unblock();  // the stop event came first
@@ -59,16 +60,20 @@ HRESULT CPinFlowControl::BlockAndWait() {
 /// The last user is out, or there was none. Under m_cs.
 void CPinFlowControl::CompleteBlock() {
     m_state = EState::Blocked;
+    Notify();
+}
+
+void CPinFlowControl::Notify() {
     if (m_evNotify) m_evNotify.Set();
     m_evNotify = CEventRef();
+    if (CEvent* pOwnNotify = std::exchange(m_pOwnNotify, nullptr)) pOwnNotify->Set();
 }
 
 HRESULT CPinFlowControl::Unblock() {
     CAutoLock lock(m_cs);
     if (m_state == EState::NotBlocked) return S_FALSE;
     m_state = EState::NotBlocked;
-    if (m_evNotify) m_evNotify.Set();  // whoever waits for a block that was called off must not wait on
-    m_evNotify = CEventRef();
+    Notify();  // whoever waits for a block that was called off must not wait on
     m_evUnblock.Set();
     return S_OK;
 }

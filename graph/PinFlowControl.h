@@ -43,9 +43,10 @@ public:
 private:
     enum class EState { NotBlocked, Pending, Blocked };
 
-    HRESULT BeginBlock(CEventRef notify);
+    HRESULT BeginBlock(CEventRef notify, CEvent* pOwnNotify = nullptr);
     HRESULT BlockAndWait();
     void CompleteBlock();
+    void Notify();
     HRESULT Unblock();
 
     const bool m_bGate;
@@ -53,6 +54,7 @@ private:
     EState m_state = EState::NotBlocked;
     std::thread::id m_blockingThread;            // who blocked, while not NotBlocked
     CEventRef m_evNotify;                        // signalled when the block is complete
+    CEvent* m_pOwnNotify = nullptr;              // the same, for a wait in this class
     CEvent m_evUnblock{true, true};              // manual-reset; reset while blocked or pending
     CEvent m_evGate{false, true};                // auto-reset; taken by the user inside
     std::atomic<CEvent*> m_pStopEvent{nullptr};  // see SetStopEvent

@@ -5,17 +5,17 @@
 
 namespace kest {
 
-/// Holds the reader of a pull source for an input pin, so that others of the filter can read through it.
-/// It never reads by itself and has no thread. Used by the control thread; no lock.
+/// Holds the reader of a pull source for an input pin; other parts of the filter read with it. It has no thread and no
+/// lock: for the control thread.
 class CPullPin {
 public:
-    /// Takes the reader from the upstream pin.
-    /// @param pUpstream  the pin, asked for IAsyncReader.
-    /// @param pAlloc     would be the allocator of pulled samples; unused.
-    /// @param bSync      would choose the kind of reads; unused.
-    /// @return S_OK; VFW_E_ALREADY_CONNECTED while it holds one; E_POINTER; what the query said.
+    /// Gets the reader of the upstream pin.
+    /// @param pUpstream  the pin, queried for IAsyncReader.
+    /// @param pAlloc     unused: nothing is read into samples.
+    /// @param bSync      unused.
+    /// @return S_OK; VFW_E_ALREADY_CONNECTED while it holds one; E_POINTER; the failure of the query.
     HRESULT Connect(IUnknown* pUpstream, IMemAllocator* pAlloc, bool bSync);
-    /// Gives the reader back. @return S_OK, also without one.
+    /// Releases the reader. @return S_OK, also without one.
     HRESULT Disconnect();
     /// The reader, or null.
     CComPtr<IAsyncReader> GetReader() const { return m_pReader; }

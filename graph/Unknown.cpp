@@ -1,5 +1,7 @@
 #include "graph/Unknown.h"
 
+#include "platform/ThreadControl.h"
+
 namespace kest {
 
 HRESULT CUnknown::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
@@ -10,7 +12,8 @@ HRESULT CUnknown::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
 ULONG CUnknown::NonDelegatingRelease() {
     const ULONG nRefs = --m_nRefs;
     if (nRefs == 0) {
-        ++m_nRefs;  // whoever takes and gives back a reference while it is destroyed must not end it again
+        ++m_nRefs;  // a reference taken and given back during destruction does not end it again
+        const CTerminationHold hold;  // the destructor may wait, and the caller may be foreign
         delete this;
     }
     return nRefs;

@@ -10,10 +10,10 @@ namespace kest {
 
 /// Base of every object that the host counts references to, alone or aggregated into an outer object.
 ///
-/// An object has two faces. Its *owner* is the identity that clients see: the outer object when there is one,
-/// else the object itself; every interface hands QueryInterface, AddRef and Release to it. Its *inner
-/// unknown* is what an outer object keeps: it reaches this object's own interfaces and count. A new object
-/// has no reference; the first one that is taken and given back ends it.
+/// Its *owner* is the identity that clients see: the outer object when there is one, else the object itself; every
+/// interface delegates QueryInterface, AddRef and Release to it. Its *inner unknown* is what an outer object holds: it
+/// reaches this object's own interfaces and count. A new object has no reference; the last one that is given back ends
+/// it. The waits of its destructor are then not ended by force.
 ///
 /// The count is atomic; queries may come from any thread.
 class CUnknown {
@@ -28,12 +28,10 @@ public:
     IUnknown* GetOwner() const { return m_pOwner; }
     /// Whether any object of this module is alive. A sample counts through the allocator that it keeps alive.
     static bool AnyAlive() { return s_nObjects != 0; }
-    /// This object's own IUnknown, without a reference added.
-    IUnknown* GetInnerUnknown() { return &m_inner; }
 
-    /// Looks among this object's own interfaces; the base knows IUnknown alone. A derived class tests its
-    /// interfaces and hands the rest to its base.
-    /// @param ppv  never null: QueryInterface answers E_POINTER before it comes here.
+    /// Finds one of this object's own interfaces; the base has IUnknown alone. A derived class tests for its interfaces
+    /// and leaves the rest to its base. Does not throw.
+    /// @param ppv  never null: QueryInterface has returned E_POINTER for that.
     /// @return S_OK with a reference added; E_NOINTERFACE with *ppv null.
     virtual HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv);
     /// Counts on this object; both return the new count.
@@ -41,7 +39,7 @@ public:
     virtual ULONG NonDelegatingRelease();
 
 protected:
-    /// Answers a query with `pInterface`, adding a reference.
+    /// The result of a query: `pInterface`, with a reference added.
     template <class Interface>
     static HRESULT GetInterface(Interface* pInterface, void** ppv) {
         pInterface->AddRef();
@@ -70,9 +68,9 @@ private:
     inline static std::atomic<std::uint32_t> s_nObjects{0};  // alive in this module
 };
 
-/// Adds interfaces to a class that stems from CUnknown and hands their IUnknown part to the owner:
-/// `class CMyFilter : public CImplements<CBaseFilter, IFileSinkFilter> {...};`. Which identifiers they are
-/// found under is said in NonDelegatingQueryInterface.
+/// Adds interfaces to a class derived from CUnknown and delegates their IUnknown part to the owner:
+/// `class CMyFilter : public CImplements<CBaseFilter, IFileSinkFilter> {...};`. NonDelegatingQueryInterface finds them
+/// under their identifiers.
 template <class Base, class... Interfaces>
 class CImplements : public Base, public Interfaces... {
 public:

@@ -5,8 +5,8 @@
 
 namespace kest {
 
-/// Holds one counted reference to an interface. Made from a raw pointer it adds a reference; `Attach` takes
-/// over one that the caller already holds.
+/// Holds one counted reference to an interface. Made from a raw pointer it adds a reference; `Attach` takes over one
+/// that the caller holds.
 template <class T>
 class CComPtr {
 public:
@@ -32,7 +32,7 @@ public:
     }
     /// Gives the reference away: the caller releases it.
     T* Detach() { return std::exchange(m_p, nullptr); }
-    /// The address for an out-parameter; drops what was held.
+    /// The address for an out-parameter; releases what was held.
     T** Put() {
         *this = nullptr;
         return &m_p;

@@ -4,69 +4,82 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
+#include <memory>
 #include <string_view>
+#include <utility>
 
+#include "platform/CritSec.h"
 #include "platform/api/Types.h"
 
 namespace kest {
 namespace {
 
+using UsualSink = void (*)(const char* pszText);
+
 /// A sink that may be exchanged while others write to it.
 class CTextOutput {
 public:
-    /// @param usual  the sink while no other is installed; may be empty.
-    explicit CTextOutput(TextSink usual) : m_usual(std::move(usual)) { Set(nullptr); }
+    /// @param pfnUsual  the sink while no other is installed; may be null.
+    explicit CTextOutput(UsualSink pfnUsual) : m_pfnUsual(pfnUsual), m_bListening(pfnUsual != nullptr) {}
 
     void Set(TextSink sink) {
-        std::lock_guard lock(m_mutex);
-        m_sink = sink ? std::move(sink) : m_usual;
-        m_bListening = static_cast<bool>(m_sink);
+        auto pSink = sink ? std::make_shared<const TextSink>(std::move(sink)) : nullptr;
+        CAutoLock lock(m_cs);
+        m_pSink.swap(pSink);  // what was there ends after the lock
+        m_bListening = m_pSink || m_pfnUsual;
     }
     bool IsListening() const { return m_bListening; }
 
-    /// Formats a text and hands it over; costs one load when nobody listens.
+    /// Formats a text and hands it to the sink; costs one load when there is none.
     void Write(const char* pszFormat, va_list args) {
         if (!m_bListening) return;
         char szText[kMaxText];
         std::vsnprintf(szText, sizeof szText, pszFormat, args);
-        std::lock_guard lock(m_mutex);
-        if (m_sink) m_sink(szText);
+        if (const auto pSink = InstalledSink()) {
+            (*pSink)(szText);
+        } else if (m_pfnUsual) {
+            m_pfnUsual(szText);
+        }
     }
 
 private:
     static constexpr std::size_t kMaxText = 1024;  // longer texts are cut
 
-    std::mutex m_mutex;  // guards the sinks
-    const TextSink m_usual;
-    TextSink m_sink;
-    std::atomic<bool> m_bListening{false};
+    std::shared_ptr<const TextSink> InstalledSink() {
+        CAutoLock lock(m_cs);
+        return m_pSink;
+    }
+
+    const UsualSink m_pfnUsual;
+    CCritSec m_cs;  // guards m_pSink; not held while a sink is called or ends
+    std::shared_ptr<const TextSink> m_pSink;
+    std::atomic<bool> m_bListening;
 };
 
 #ifdef _WIN32
 
-TextSink UsualDebugSink() {
+UsualSink UsualDebugSink() {
     return [](const char* pszText) { OutputDebugStringA(pszText); };
 }
-TextSink UsualTraceSink() { return nullptr; }
+UsualSink UsualTraceSink() { return nullptr; }
 
 #else
 
 /// Standard error, when a variable of the environment is 1.
-TextSink StandardErrorIf(const char* pszVariable) {
+UsualSink StandardErrorIf(const char* pszVariable) {
     const char* pszValue = std::getenv(pszVariable);
     if (!pszValue || std::string_view(pszValue) != "1") return nullptr;
     return [](const char* pszText) { std::fputs(pszText, stderr); };
 }
-TextSink UsualDebugSink() { return StandardErrorIf("KEST_DEBUG"); }
-TextSink UsualTraceSink() { return StandardErrorIf("KEST_TRACE"); }
+UsualSink UsualDebugSink() { return StandardErrorIf("KEST_DEBUG"); }
+UsualSink UsualTraceSink() { return StandardErrorIf("KEST_TRACE"); }
 
 #endif
 
 /// An output that is not destroyed when the process ends: a thread may still write then.
 class CLastingOutput {
 public:
-    explicit CLastingOutput(TextSink usual) : m_output(std::move(usual)) {}
+    explicit CLastingOutput(UsualSink pfnUsual) : m_output(pfnUsual) {}
     ~CLastingOutput() {}
     union {
         CTextOutput m_output;

@@ -6,60 +6,59 @@
 
 #include "platform/api/Types.h"
 
-#ifndef _WIN32
-#include <mutex>
-#include <vector>
-#endif
-
 namespace kest {
 
-#ifndef _WIN32
 class CWaiter;
-#endif
 
-/// A level-triggered event that threads wait on, alone or several at a time.
+/// An event that threads of this module wait on, alone or several at a time.
 ///
-/// A manual-reset event stays signalled until `Reset` and lets every waiter through; an auto-reset event lets
-/// one waiter through and is reset by it. Every wait of a CThread ends by the termination signal when that
-/// thread is ended by force. All operations may be called from any thread; the event must outlive the calls.
+/// A manual-reset event stays signalled until `Reset` and lets every waiter through. An auto-reset event lets one
+/// waiter through and is reset by it. The state decides, not the moment of `Set`: a waiter that has not run before the
+/// `Reset` sleeps on.
+///
+/// Every wait of a CThread ends by the termination signal when that thread is ended by force, see Thread.h.
+///
+/// All operations may be called from any thread. The event must outlive them, with one exception: it may be destroyed
+/// as soon as the signal of a `Set` has been seen (by a wait that it ended, or by `IsSignalled`), even if that `Set`
+/// has not returned. An event on the stack of the one thread that waits for it is therefore safe.
+///
+/// It is no object of the system: nothing is allocated, and a `Set` that nobody waits for is one atomic operation. It
+/// does not cross the boundary between module and host; CSystemEvent does.
 class CEvent {
 public:
     /// @param bManualReset  false makes an auto-reset event.
     /// @param bSignalled    the state to begin with.
-    explicit CEvent(bool bManualReset = true, bool bSignalled = false);
-    ~CEvent();
+    explicit CEvent(bool bManualReset = true, bool bSignalled = false)
+        : m_bManualReset(bManualReset), m_nState(bSignalled ? kSignalled : 0) {}
     CEvent(const CEvent&) = delete;
     CEvent& operator=(const CEvent&) = delete;
 
     void Set();
-    void Reset();
-    /// The state now; unlike a wait of no length it takes nothing from an auto-reset event.
-    bool IsSignalled() const;
-    /// Waits until the event is signalled. @return false when nTimeoutMs ran out first.
+    void Reset() { m_nState.fetch_and(~kSignalled); }
+    /// The state now. Unlike a wait of no length it takes nothing from an auto-reset event.
+    bool IsSignalled() const { return (m_nState & kSignalled) != 0; }
+    /// Waits until the event is signalled.
+    /// @param nTimeoutMs  milliseconds; kInfinite: without limit.
+    /// @return false when nTimeoutMs ran out first.
     bool Wait(std::uint32_t nTimeoutMs = kInfinite);
-    /// Waits until one of several events is signalled.
-    /// @return the index of the first that is, or -1 when nTimeoutMs ran out.
+    /// Waits until one of several events is signalled, and takes no other.
+    /// @param nTimeoutMs  milliseconds; kInfinite: without limit.
+    /// @return the index of the first that is signalled, or -1 when nTimeoutMs ran out.
     static int WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs = kInfinite);
 
-#ifdef _WIN32
-    /// The system's handle, for interfaces that hand events across the host boundary.
-    HANDLE GetHandle() const { return m_hEvent; }
+private:
+    friend class CWaiter;
 
-private:
-    HANDLE m_hEvent;
-    const bool m_bManualReset;
-#else
-private:
     bool TryPass();
-    void AddWaiter(CWaiter& waiter);
-    void RemoveWaiter(CWaiter& waiter);
+    static int PassFirst(std::span<CEvent* const> apEvents);
+
+    // The state is one word: whoever sets the event learns in the same step whether somebody waits, and does not
+    // touch the event again.
+    static constexpr std::uint32_t kSignalled = 1;
+    static constexpr std::uint32_t kOneWaiter = 2;  // the bits above count the waiters
 
     const bool m_bManualReset;
-    std::atomic<bool> m_bSignalled;            // the state; all that a set or passed event needs
-    std::atomic<std::uint32_t> m_nWaiters{0};  // entries of m_apWaiters, read without the lock
-    std::mutex m_mutex;                        // guards m_apWaiters
-    std::vector<CWaiter*> m_apWaiters;         // threads to wake when the event is set
-#endif
+    std::atomic<std::uint32_t> m_nState;
 };
 
 }  // namespace kest

@@ -1,26 +1,30 @@
 #include "platform/Thread.h"
 
-#include <system_error>
+#include <exception>
 
 #include "platform/DebugText.h"
 #include "platform/ThreadControl.h"
+#include "platform/Time.h"
 
 namespace kest {
 namespace {
 
 thread_local CThreadControl* t_pControl = nullptr;
 
-constexpr std::uint32_t kForeignCodeNoticeMs = 1000;
+std::int32_t RunBody(const CThreadControl& control, const CThread::Body& body) {
+    try {
+        const std::int32_t nExitCode = body();
+        // Interface code has turned the signal into a result code, and no wait followed that would throw it again.
+        return control.bTerminationThrown ? control.nTerminateCode.load() : nExitCode;
+    } catch (const CThreadTermination&) {
+        return control.nTerminateCode;
+    }
+}
 
 void RunThread(const std::shared_ptr<CThreadControl>& pControl, const CThread::Body& body) {
     t_pControl = pControl.get();
     pControl->OnEnter();
-    std::int32_t nExitCode = 0;
-    try {
-        nExitCode = body();
-    } catch (const CThreadTermination&) {
-        nExitCode = pControl->nTerminateCode;
-    }
+    const std::int32_t nExitCode = RunBody(*pControl, body);
     t_pControl = nullptr;
     pControl->OnLeave(nExitCode);
 }
@@ -30,74 +34,81 @@ void RunThread(const std::shared_ptr<CThreadControl>& pControl, const CThread::B
 CThreadControl* CurrentThreadControl() { return t_pControl; }
 
 void CThreadControl::ThrowIfTerminated() {
-    if (!bTerminate.load(std::memory_order_acquire) || bTerminationThrown) return;
+    if (!bTerminate || nHolds > 0 || std::uncaught_exceptions() > 0) return;
     bTerminationThrown = true;
     throw CThreadTermination();
 }
 
 bool CThread::Start(Body body) {
+    CAutoLock owner(m_csOwner);
     Close();
-    std::lock_guard lock(m_mutex);
-    auto pControl = std::make_shared<CThreadControl>();
+    CAutoLock lock(m_cs);
     try {
+        auto pControl = std::make_shared<CThreadControl>();
         m_thread = std::thread([pControl, body = std::move(body)] { RunThread(pControl, body); });
-    } catch (const std::system_error&) {
+        m_pControl = std::move(pControl);
+    } catch (const std::exception&) {
         return false;
     }
-    m_pControl = std::move(pControl);
+    m_bExists = true;
     return true;
 }
 
-bool CThread::Exists() const {
-    std::lock_guard lock(m_mutex);
-    return m_thread.joinable();
-}
+bool CThread::Exists() const { return static_cast<bool>(PresentControl()); }
 
 std::uint32_t CThread::Wait(std::uint32_t nTimeoutMs) const {
-    if (!Exists()) return WAIT_FAILED;
-    return Control()->evEnded.Wait(nTimeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    const CTerminationHold hold;
+    const auto pControl = PresentControl();
+    if (!pControl) return WAIT_FAILED;
+    return pControl->evEnded.Wait(nTimeoutMs) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
-void CThread::Terminate(std::int32_t nExitCode) {
-    if (!Exists()) return;
-    auto pControl = Control();
+void CThread::Terminate(std::int32_t nExitCode, std::uint32_t nNoticeMs) {
+    const CTerminationHold hold;
+    const auto pControl = PresentControl();
+    if (!pControl) return;
     pControl->RequestTermination(nExitCode);
-    while (!pControl->evEnded.Wait(kForeignCodeNoticeMs)) {
-        DebugText("Thread %u is inside foreign code and must end; waiting\n", GetId());
+    while (!pControl->evEnded.Wait(nNoticeMs)) {
+        DebugText("Thread %u is inside foreign code and must end; waiting\n", pControl->dwThreadId.load());
     }
 }
 
 void CThread::Close() {
-    std::thread thread;
-    {
-        std::lock_guard lock(m_mutex);
-        thread = std::move(m_thread);
-    }
-    if (thread.joinable()) thread.join();
+    CAutoLock owner(m_csOwner);
+    if (!m_thread.joinable()) return;
+    m_thread.join();
+    CAutoLock lock(m_cs);
+    m_bExists = false;
 }
 
-std::shared_ptr<CThreadControl> CThread::Control() const {
-    std::lock_guard lock(m_mutex);
+std::shared_ptr<CThreadControl> CThread::LastControl() const {
+    CAutoLock lock(m_cs);
     return m_pControl;
 }
 
+/// The control of a thread that has not been closed, or null.
+std::shared_ptr<CThreadControl> CThread::PresentControl() const {
+    CAutoLock lock(m_cs);
+    return m_bExists ? m_pControl : nullptr;
+}
+
 std::uint32_t CThread::GetId() const {
-    auto pControl = Control();
+    const auto pControl = LastControl();
     return pControl ? pControl->dwThreadId.load() : 0;
 }
 
 std::int32_t CThread::GetExitCode() const {
-    auto pControl = Control();
+    const auto pControl = LastControl();
     return pControl && pControl->evEnded.IsSignalled() ? pControl->nExitCode.load() : 0;
 }
 
 ThreadTimes CThread::GetTimes() const {
-    auto pControl = Control();
+    const auto pControl = LastControl();
     return pControl ? pControl->GetTimes() : ThreadTimes();
 }
 
 int CThread::GetPriority() const {
-    auto pControl = Control();
+    const auto pControl = LastControl();
     return pControl ? pControl->GetPriority() : 0;
 }
 

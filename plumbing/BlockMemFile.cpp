@@ -27,10 +27,7 @@ CBlockMemFileEx::CBlockMemFileEx(std::uint32_t nBlockSize, std::uint32_t nBlockC
       m_pInfo(std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nInfoSize} * nBlockCount)) {}
 
 BlockWrite CBlockMemFileEx::BeginBlock(std::uint32_t nTimeoutMs) {
-    return BeginBlock(nTimeoutMs, GetWriteGeneration());
-}
-
-BlockWrite CBlockMemFileEx::BeginBlock(std::uint32_t nTimeoutMs, std::uint32_t nGeneration) {
+    const std::uint32_t nGeneration = GetWriteGeneration();
     if (!m_writer.bOpen) return {};
     const auto lock = BeginWrite(nGeneration, 1, nTimeoutMs);
     if (!lock) return {};
@@ -40,12 +37,17 @@ BlockWrite CBlockMemFileEx::BeginBlock(std::uint32_t nTimeoutMs, std::uint32_t n
 int CBlockMemFileEx::CommitBlock(const BlockWrite& block, std::uint32_t nLength, const void* pInfo) {
     CAutoLock lock(m_csWrite);
     if (!m_writer.bOpen) return -1;
-    const std::uint32_t nIndex = m_writer.nPos;
-    if (block.nGeneration != m_writer.nGeneration || block.storage.data() != Block(nIndex).data()) return 0;
-    m_pLengths[nIndex] = std::min(nLength, m_nBlockSize);
-    std::copy_n(static_cast<const std::uint8_t*>(pInfo), m_nInfoSize, Info(nIndex));
+    const bool bIsNext = block.storage.data() == Block(m_writer.nPos).data();
+    if (!bIsNext || block.nGeneration != m_writer.nGeneration) return 0;
+    return Store(std::min(nLength, m_nBlockSize), pInfo);
+}
+
+/// Completes the next block and gives it to the readers. Under m_csWrite. @return its length.
+int CBlockMemFileEx::Store(std::uint32_t nLength, const void* pInfo) {
+    m_pLengths[m_writer.nPos] = nLength;
+    std::copy_n(static_cast<const std::uint8_t*>(pInfo), m_nInfoSize, Info(m_writer.nPos));
     Credit(1);
-    return static_cast<int>(m_pLengths[nIndex]);
+    return static_cast<int>(nLength);
 }
 
 int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pInfo,
@@ -61,10 +63,10 @@ int CBlockMemFileEx::WriteEx(std::span<const std::uint8_t> data, const void* pIn
               m_nBlockSize);
         data = data.first(m_nBlockSize);
     }
-    const BlockWrite block = BeginBlock(nTimeoutMs, nGeneration);
-    if (block.storage.empty()) return 0;
-    std::ranges::copy(data, block.storage.begin());
-    return CommitBlock(block, static_cast<std::uint32_t>(data.size()), pInfo);
+    const auto lock = BeginWrite(nGeneration, 1, nTimeoutMs);
+    if (!lock) return 0;
+    std::ranges::copy(data, Block(m_writer.nPos).begin());
+    return Store(static_cast<std::uint32_t>(data.size()), pInfo);
 }
 
 BlockRead CBlockMemFileEx::ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo,

@@ -16,8 +16,8 @@ namespace kest {
 /// starts again at block 0, and so does a reader that is still open then.
 ///
 /// Threads: one writer, one reader per handle; `Reset`, `WClose` and `RClose` may come from any other thread.
-/// Locks and waits: CBufferSides, with a block for a unit. A block is written before it is counted, outside
-/// every lock, and copied out under the lock of its reader.
+/// Locks and waits: CBufferSides, with a block for a unit. A block is written before it is counted, and copied
+/// in and out under the lock of its side.
 class CBlockMemFile : public CBufferSides {
 public:
     virtual ~CBlockMemFile() = default;
@@ -118,7 +118,7 @@ public:
     BlockRead ReadEx(int nReader, std::span<std::uint8_t> dest, void* pInfo, std::uint32_t nTimeoutMs);
 
 private:
-    BlockWrite BeginBlock(std::uint32_t nTimeoutMs, std::uint32_t nGeneration);
+    int Store(std::uint32_t nLength, const void* pInfo);
     std::uint8_t* Info(std::uint32_t nIndex) { return m_pInfo.get() + std::size_t{nIndex} * m_nInfoSize; }
 
     const std::uint32_t m_nInfoSize;          // bytes per info record

@@ -12,7 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// How long a reader tests before it sleeps: longer than a core at full speed takes for a frame.
-constexpr std::chrono::microseconds kSpinTime(20);
+constexpr std::chrono::microseconds kSpinTime(10);
 /// How long a writer that has room waits for room for a batch.
 constexpr std::uint32_t kBatchWaitMs = 2;
 /// A batch is this part of the capacity.
@@ -20,11 +20,13 @@ constexpr std::uint32_t kBatchDivisor = 4;
 
 /// Lets the processor pass a moment cheaply inside a loop that tests.
 inline void PauseProcessor() {
+    for (int i = 0; i < 8; ++i) {
 #if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
+        __builtin_ia32_pause();
 #elif defined(__aarch64__) || defined(__arm__)
-    asm volatile("yield");
+        asm volatile("yield");
 #endif
+    }
 }
 
 /// Tests until `isReady()`, for kSpinTime at most. Not on a single core, where nothing can become ready
@@ -33,7 +35,7 @@ template <class IsReady>
 bool SpinUntil(IsReady isReady) {
     static const bool bSeveralCores = std::thread::hardware_concurrency() != 1;
     if (!bSeveralCores) return false;
-    constexpr int kTestsPerClock = 16;
+    constexpr int kTestsPerClock = 4;
     const auto end = Clock::now() + kSpinTime;
     do {
         for (int i = 0; i < kTestsPerClock; ++i) {
@@ -107,7 +109,7 @@ int CBufferSides::OpenReadSide(std::uint32_t nMaxChunk) {
     pReader->nRequired = 0;
     pReader->nPending = 0;
     pReader->nMaxChunk = nMaxChunk;
-    pReader->nPos = m_writer.nPos.load();
+    pReader->nPos = m_writer.nPos;
     pReader->bOpen = true;
     return static_cast<int>(pReader - m_aReader.begin());
 }
@@ -181,7 +183,7 @@ std::unique_lock<CCritSec> CBufferSides::BeginWrite(std::uint32_t nGeneration, s
         m_writer.hEvent.Set();
     }
     std::unique_lock lock(m_csWrite);
-    if (m_writer.nGeneration != nGeneration || GetRoom() < n) lock.unlock();
+    if (m_writer.nGeneration != nGeneration) lock.unlock();  // otherwise the room has not become less
     return lock;
 }
 

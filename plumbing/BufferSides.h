@@ -43,9 +43,9 @@ protected:
         std::atomic<std::uint32_t> nWakes{0};       // wake-ups so far that end a wait without its units
         std::atomic<std::uint32_t> nRequired{0};    // units that it waits for when blocked
         std::atomic<std::uint32_t> nMaxChunk{0};    // largest transfer that it declared when it was opened
-        std::atomic<std::uint32_t> nPos{0};         // index of the unit that is written or read next
-        std::atomic<std::uint64_t> llTotal{0};      // units moved since the opening or the last emptying
         CEvent hEvent;                              // manual-reset; set when it may go on, or must
+        std::uint32_t nPos = 0;                     // index of the unit that is moved next; under the lock
+        std::uint64_t llTotal = 0;  // units moved since the opening or the last emptying; under the lock
     };
     struct ReaderRecord : Side {
         std::atomic<std::uint32_t> nPending{0};  // units written and not taken
@@ -117,7 +117,7 @@ protected:
 
     const std::uint32_t m_nUnits;                     // the capacity
     Side m_writer;                                    // the write side
-    CCritSec m_csWrite;                               // see the lock order
+    mutable CCritSec m_csWrite;                       // see the lock order
     std::array<ReaderRecord, kMaxReaders> m_aReader;  // by number
 
 private:

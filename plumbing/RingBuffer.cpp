@@ -199,6 +199,7 @@ void CRingBuffer::Restart(ESides sides, bool bWake) {
 }
 
 void CRingBuffer::DumpStatus(std::span<char> buffer) const {
+    CAutoLock lockWrite(m_csWrite);
     CStatusText text(buffer);
     auto AddSide = [&](const Side& side, std::uint32_t nPending) {
         text.Add("UsedMark     %s\n", side.bOpen ? "TRUE" : "FALSE");
@@ -225,6 +226,7 @@ void CRingBuffer::DumpStatus(std::span<char> buffer) const {
     for (int i = 0; i < kMaxReaders; ++i) {
         const ReaderRecord* pReader = FindReader(i);
         if (!pReader) continue;
+        CAutoLock lock(pReader->cs);
         text.Add("------------ReadFile #%d---------\n", i);
         text.Add(" Totoal Reading bytes   %d\n", static_cast<std::int32_t>(pReader->llTotal));
         AddSide(*pReader, pReader->nPending);

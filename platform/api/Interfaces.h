@@ -14,7 +14,6 @@
 
 #ifndef OATRUE
 #define OATRUE (-1)
-#define OAFALSE (0)
 #endif
 #else
 
@@ -56,15 +55,12 @@ struct ALLOCATOR_PROPERTIES {
     LONG cbPrefix;
 };
 
-// Flags of IMemAllocator::GetBuffer.
-constexpr DWORD AM_GBF_PREVFRAMESKIPPED = 1;
-constexpr DWORD AM_GBF_NOTASYNCPOINT = 2;
+/// Flag of IMemAllocator::GetBuffer: VFW_E_TIMEOUT instead of a wait.
 constexpr DWORD AM_GBF_NOWAIT = 4;
-constexpr DWORD AM_GBF_NODDSURFACELOCK = 8;
 
 enum QualityMessageType { Famine = 0, Flood = 1 };
 
-/// What a renderer says of its supply: the share it wants in thousandths, how late it is, and when.
+/// A renderer's report on its supply: the share that it wants in thousandths, how late it is, and when (100 ns).
 struct Quality {
     QualityMessageType Type;
     LONG Proportion;
@@ -78,30 +74,23 @@ enum AM_SEEKING_SEEKING_FLAGS {
     AM_SEEKING_RelativePositioning = 0x2,
     AM_SEEKING_IncrementalPositioning = 0x3,
     AM_SEEKING_PositioningBitsMask = 0x3,
-    AM_SEEKING_SeekToKeyFrame = 0x4,
-    AM_SEEKING_ReturnTime = 0x8,
-    AM_SEEKING_Segment = 0x10,
-    AM_SEEKING_NoFlush = 0x20
+    AM_SEEKING_SeekToKeyFrame = 0x4
 };
 
 enum AM_SEEKING_SEEKING_CAPABILITIES {
     AM_SEEKING_CanSeekAbsolute = 0x1,
     AM_SEEKING_CanSeekForwards = 0x2,
     AM_SEEKING_CanSeekBackwards = 0x4,
-    AM_SEEKING_CanGetCurrentPos = 0x8,
     AM_SEEKING_CanGetStopPos = 0x10,
-    AM_SEEKING_CanGetDuration = 0x20,
-    AM_SEEKING_CanPlayBackwards = 0x40,
-    AM_SEEKING_CanDoSegments = 0x80,
-    AM_SEEKING_Source = 0x100
+    AM_SEEKING_CanGetDuration = 0x20
 };
 
 constexpr DWORD AM_PIN_FLOW_CONTROL_BLOCK = 1;
 
-/// From this merit on the host tries a filter before those of normal merit.
+/// From this merit on the host tries a filter before filters of normal merit.
 constexpr DWORD MERIT_PREFERRED = 0x800000;
 
-// What an advise signals. Elsewhere than on Windows both are the address of a kest::CEvent.
+// What an advise signals: a handle in a number. platform/SystemEvent.h says what it is elsewhere than on Windows.
 using HEVENT = DWORD_PTR;
 using HSEMAPHORE = DWORD_PTR;
 
@@ -111,7 +100,7 @@ struct CAUUID {
     GUID* pElems;
 };
 
-// The automation types only pass through.
+// The automation types are only passed on.
 struct ITypeInfo;
 struct DISPPARAMS;
 struct VARIANT;
@@ -119,7 +108,6 @@ struct EXCEPINFO;
 using LCID = DWORD;
 using DISPID = LONG;
 constexpr LONG OATRUE = -1;
-constexpr LONG OAFALSE = 0;
 
 // ---------------- identifiers
 
@@ -157,8 +145,6 @@ constexpr IID IID_IFilterGraph = {
     0x56A8689F, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 constexpr IID IID_IFileSinkFilter = {
     0xA2104830, 0x7C70, 0x11CF, {0x8B, 0xCE, 0x00, 0xAA, 0x00, 0xA3, 0xF1, 0xA6}};
-constexpr IID IID_IFileSourceFilter = {
-    0x56A868A6, 0x0AD4, 0x11CE, {0xB0, 0x3A, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 constexpr IID IID_ISpecifyPropertyPages = {
     0xB196B28B, 0xBAB4, 0x101A, {0xB6, 0x9C, 0x00, 0xAA, 0x00, 0x34, 0x1D, 0x07}};
 constexpr IID IID_IAMovieSetup = {
@@ -177,7 +163,7 @@ struct IPersist : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetClassID(CLSID* pClassID) = 0;
 };
 
-/// The states of a filter and the clock it keeps to.
+/// The states of a filter and its clock.
 struct IMediaFilter : IPersist {
     virtual HRESULT STDMETHODCALLTYPE Stop() = 0;
     virtual HRESULT STDMETHODCALLTYPE Pause() = 0;
@@ -192,7 +178,7 @@ struct IBaseFilter : IMediaFilter {
     virtual HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins** ppEnum) = 0;
     virtual HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR Id, IPin** ppPin) = 0;
     virtual HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO* pInfo) = 0;
-    /// No graph: the filter leaves the one it is in.
+    /// Null: the filter leaves its graph.
     virtual HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) = 0;
     virtual HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR* pVendorInfo) = 0;
 };
@@ -211,11 +197,6 @@ struct IAMovieSetup : IUnknown {
 
 struct ISpecifyPropertyPages : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pPages) = 0;
-};
-
-struct IFileSourceFilter : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE* pmt) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE* pmt) = 0;
 };
 
 struct IFileSinkFilter : IUnknown {
@@ -374,7 +355,7 @@ struct IFilterGraph : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE SetDefaultSyncSource() = 0;
 };
 
-/// Changes of a graph that is not stopped.
+/// Changes to a graph that is not stopped.
 struct IGraphConfig : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Reconnect(IPin* pOutputPin, IPin* pInputPin,
                                                 const AM_MEDIA_TYPE* pmtFirstConnection,

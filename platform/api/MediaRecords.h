@@ -5,7 +5,7 @@
 #include "platform/api/Unknown.h"
 
 #ifdef _WIN32
-// In this order: each builds on those before it.
+// In this order: each needs those before it.
 // clang-format off
 #include <objbase.h>
 #include <mmsystem.h>
@@ -21,11 +21,10 @@
 
 /// Sample, media and clock times in 100 ns.
 using REFERENCE_TIME = LONGLONG;
-/// Seconds, as the older interfaces count.
+/// Seconds, in the older interfaces.
 using REFTIME = double;
 
-/// What travels over a connection. The format block and `pUnk` belong to the record's owner; the block is
-/// task memory.
+/// What a connection carries. The format block, in task memory, and `pUnk` belong to the record's owner.
 struct AM_MEDIA_TYPE {
     GUID majortype;
     GUID subtype;
@@ -156,11 +155,10 @@ constexpr GUID FORMAT_MPEGVideo = {
 constexpr GUID FORMAT_MPEG2Video = {
     0xE06D80E3, 0xDB46, 0x11CF, {0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA}};
 
-constexpr GUID TIME_FORMAT_NONE = {};
 constexpr GUID TIME_FORMAT_MEDIA_TIME = {
     0x7B785574, 0x8C82, 0x11CF, {0xBC, 0x0C, 0x00, 0xAA, 0x00, 0xAC, 0x74, 0xF6}};
 
-/// Memory that crosses an interface: whoever receives it frees it with CoTaskMemFree.
+/// Memory that is passed through an interface: the receiver frees it with CoTaskMemFree. Null when memory is short.
 void* CoTaskMemAlloc(std::size_t nBytes);
 void CoTaskMemFree(void* pMemory);
 

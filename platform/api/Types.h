@@ -22,7 +22,7 @@ using DWORD_PTR = std::uintptr_t;
 using HRESULT = std::int32_t;
 using HANDLE = void*;
 using PVOID = void*;
-using WCHAR = wchar_t;  // text at the interfaces; wider here than on Windows, so never sent across a boundary
+using WCHAR = wchar_t;  // text at the interfaces; wider than on Windows, so never in data that others read
 using LPWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
 using LPOLESTR = WCHAR*;
@@ -49,7 +49,6 @@ struct GUID {
 using IID = GUID;
 using CLSID = GUID;
 using REFIID = const IID&;
-using REFGUID = const GUID&;
 using REFCLSID = const CLSID&;
 
 constexpr GUID GUID_NULL = {};
@@ -62,7 +61,6 @@ constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003);
 constexpr HRESULT E_ABORT = static_cast<HRESULT>(0x80004004);
 constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
 constexpr HRESULT E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFF);
-constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110);
 constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = static_cast<HRESULT>(0x80040111);
 constexpr HRESULT E_ACCESSDENIED = static_cast<HRESULT>(0x80070005);
 constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
@@ -71,7 +69,7 @@ constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
 constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
 constexpr bool FAILED(HRESULT hr) { return hr < 0; }
 
-/// The result code that carries an error number of the operating system.
+/// The result code for an error number of Windows.
 constexpr HRESULT HRESULT_FROM_WIN32(DWORD dwError) {
     return dwError == 0 ? S_OK : static_cast<HRESULT>((dwError & 0xFFFF) | 0x80070000);
 }
@@ -87,7 +85,7 @@ constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
 namespace kest {
 
-/// A time-out that never runs out, in every operation that takes milliseconds.
+/// A time-out without limit, in every operation that takes milliseconds.
 constexpr std::uint32_t kInfinite = 0xFFFFFFFF;
 
 }  // namespace kest

@@ -37,12 +37,6 @@ void ReadLiveTimes(std::uint32_t dwThreadId, ThreadTimes& times) {
 CThreadControl::CThreadControl() { times.nCreation = FileTimeNow(); }
 CThreadControl::~CThreadControl() = default;
 
-void CThreadControl::RequestTermination(std::int32_t nCode) {
-    nTerminateCode = nCode;
-    bTerminate = true;
-    waiter.Wake();
-}
-
 void CThreadControl::OnEnter() { dwThreadId = static_cast<std::uint32_t>(syscall(SYS_gettid)); }
 
 void CThreadControl::OnLeave(std::int32_t nCode) {

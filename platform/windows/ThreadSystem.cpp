@@ -9,18 +9,20 @@ std::uint64_t ToUnsigned(const FILETIME& time) {
     return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
 
+/// Fills in the processor times of a thread that has not been closed.
+void ReadProcessorTimes(HANDLE hThread, ThreadTimes& times) {
+    FILETIME creation, exit, kernel, user;
+    if (!hThread || !GetThreadTimes(hThread, &creation, &exit, &kernel, &user)) return;
+    times.nKernel = ToUnsigned(kernel);
+    times.nUser = ToUnsigned(user);
+}
+
 }  // namespace
 
 CThreadControl::CThreadControl() { times.nCreation = FileTimeNow(); }
 
 CThreadControl::~CThreadControl() {
     if (HANDLE hOwn = hThread) CloseHandle(hOwn);
-}
-
-void CThreadControl::RequestTermination(std::int32_t nCode) {
-    nTerminateCode = nCode;
-    bTerminate = true;
-    evTerminate.Set();
 }
 
 void CThreadControl::OnEnter() {
@@ -32,7 +34,7 @@ void CThreadControl::OnEnter() {
 }
 
 void CThreadControl::OnLeave(std::int32_t nCode) {
-    times = GetTimes();
+    ReadProcessorTimes(hThread, times);
     times.nExit = FileTimeNow();
     nExitCode = nCode;
     evEnded.Set();
@@ -42,12 +44,7 @@ ThreadTimes CThreadControl::GetTimes() const {
     if (evEnded.IsSignalled()) return times;
     ThreadTimes live;
     live.nCreation = times.nCreation;
-    FILETIME creation, exit, kernel, user;
-    if (hThread.load() && GetThreadTimes(hThread, &creation, &exit, &kernel, &user)) {
-        live.nCreation = ToUnsigned(creation);
-        live.nKernel = ToUnsigned(kernel);
-        live.nUser = ToUnsigned(user);
-    }
+    ReadProcessorTimes(hThread, live);
     return live;
 }
 

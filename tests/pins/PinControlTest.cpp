@@ -31,8 +31,9 @@ protected:
 // ---------------- flow control
 
 TEST_F(PinInDelivery, BlockComesBetweenTwoSamples) {
-    CEvent evBlocked{true, true};
-    EXPECT_EQ(rig.video.Block(kBlock, GetEventHandle(evBlocked)), S_OK);
+    CSystemEvent evBlocked;
+    SetEventHandle(evBlocked.GetHandle());  // the block resets it
+    EXPECT_EQ(rig.video.Block(kBlock, evBlocked.GetHandle()), S_OK);
     EXPECT_FALSE(evBlocked.Wait(kSettleMs)) << "the sample is still on its way";
     EXPECT_EQ(rig.video.Block(kBlock, nullptr), VFW_E_PIN_ALREADY_BLOCKED_ON_THIS_THREAD);
     rig.Put(rig.video, {903600});
@@ -78,12 +79,12 @@ TEST_F(PinInDelivery, BlockWaitsForTheSampleOrTheUnblocking) {
 
 TEST(PinFlowControl, RefusesFlagsItDoesNotKnow) {
     CPinRig rig(4);
-    CEvent event;
+    CSystemEvent event;
     CComPtr<IPinFlowControl> pFlow;
     ASSERT_EQ(rig.audio.QueryInterface(IID_IPinFlowControl, reinterpret_cast<void**>(pFlow.Put())), S_OK);
     EXPECT_EQ(pFlow->Block(2, nullptr), E_INVALIDARG);
-    EXPECT_EQ(pFlow->Block(3, GetEventHandle(event)), E_INVALIDARG);
-    EXPECT_EQ(pFlow->Block(0, GetEventHandle(event)), E_INVALIDARG);
+    EXPECT_EQ(pFlow->Block(3, event.GetHandle()), E_INVALIDARG);
+    EXPECT_EQ(pFlow->Block(0, event.GetHandle()), E_INVALIDARG);
     EXPECT_EQ(pFlow->Block(kBlock, nullptr), S_OK) << "at once, with nobody inside";
     EXPECT_EQ(pFlow->Block(0, nullptr), S_OK);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -7,13 +8,13 @@
 
 namespace kest {
 
-/// Gathers the debug and trace texts for as long as it lives, one behind the other; nothing reaches the
-/// debugger output meanwhile. One at a time.
+/// Collects the debug and trace texts for as long as it lives, one behind the other; nothing reaches the debugger output
+/// meanwhile. One at a time.
 class CCaptureTexts {
 public:
     CCaptureTexts() {
-        SetDebugSink([this](const char* pszText) { Add(m_debug, pszText); });
-        SetTraceSink([this](const char* pszText) { Add(m_trace, pszText); });
+        SetDebugSink([pTexts = m_pTexts](const char* pszText) { pTexts->Add(pTexts->debug, pszText); });
+        SetTraceSink([pTexts = m_pTexts](const char* pszText) { pTexts->Add(pTexts->trace, pszText); });
     }
     ~CCaptureTexts() {
         SetDebugSink(nullptr);
@@ -22,22 +23,26 @@ public:
     CCaptureTexts(const CCaptureTexts&) = delete;
     CCaptureTexts& operator=(const CCaptureTexts&) = delete;
 
-    std::string DebugTexts() const { return Copy(m_debug); }
-    std::string TraceTexts() const { return Copy(m_trace); }
+    std::string DebugTexts() const { return m_pTexts->Copy(m_pTexts->debug); }
+    std::string TraceTexts() const { return m_pTexts->Copy(m_pTexts->trace); }
 
 private:
-    void Add(std::string& texts, const char* pszText) {
-        std::lock_guard lock(m_mutex);
-        texts += pszText;
-    }
-    std::string Copy(const std::string& texts) const {
-        std::lock_guard lock(m_mutex);
-        return texts;
-    }
+    struct Texts {
+        void Add(std::string& texts, const char* pszText) {
+            std::lock_guard lock(mutex);
+            texts += pszText;
+        }
+        std::string Copy(const std::string& texts) {
+            std::lock_guard lock(mutex);
+            return texts;
+        }
 
-    mutable std::mutex m_mutex;  // guards the texts
-    std::string m_debug;
-    std::string m_trace;
+        std::mutex mutex;  // guards the texts
+        std::string debug;
+        std::string trace;
+    };
+
+    const std::shared_ptr<Texts> m_pTexts = std::make_shared<Texts>();  // a call under way may outlive this
 };
 
 }  // namespace kest

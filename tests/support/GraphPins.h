@@ -1,4 +1,4 @@
-// A filter with one output and one input pin, made up for the tests of the base classes.
+// A filter with one output and one input pin, for the tests of the base classes.
 #pragma once
 
 #include <string>
@@ -21,7 +21,7 @@ public:
 
     HRESULT CheckMediaType(const CMediaType& type) override {
         m_log.push_back("source checks");
-        return type.Type() == MEDIATYPE_Video ? S_OK : m_hrRefusal;
+        return type.Type() == MEDIATYPE_Video ? S_OK : m_hrNotAcceptable;
     }
     HRESULT GetMediaType(int n, CMediaType& type) override {
         if (n >= static_cast<int>(m_types.size())) return VFW_S_NO_MORE_ITEMS;
@@ -47,13 +47,12 @@ public:
         return S_OK;
     }
     IMemAllocator* Allocator() const { return m_pAllocator.Get(); }
-    void TryOwnTypesFirst() { m_bTryMyTypesFirst = true; }
 
     Log& m_log;
     std::vector<CMediaType> m_types{CMediaType(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO)};
-    HRESULT m_hrRefusal = S_FALSE;  // what a type is refused with
-    HRESULT m_hrBufferSize = S_OK;  // what the choice of buffers ends with
-    HRESULT m_hrActive = S_OK;      // what becoming active fails with
+    HRESULT m_hrNotAcceptable = S_FALSE;  // CheckMediaType's, for anything but video
+    HRESULT m_hrBufferSize = S_OK;        // DecideBufferSize's
+    HRESULT m_hrActive = S_OK;            // Active's
 };
 
 class CSinkPin : public CBaseInputPin {
@@ -73,26 +72,47 @@ public:
     }
     IMemAllocator* Allocator() const { return m_pAllocator.Get(); }
 
-    GUID m_accepted = MEDIASUBTYPE_MPEG2_VIDEO;  // the one subtype it takes
-    std::vector<CMediaType> m_types;             // what it offers
-    int m_nEnds = 0;                             // ends of stream seen
+    GUID m_accepted = MEDIASUBTYPE_MPEG2_VIDEO;  // the one subtype that it accepts
+    std::vector<CMediaType> m_types;             // the types that it offers
+    int m_nEnds = 0;                             // ends of stream so far
 };
 
 class CPinFilter : public CBaseFilter {
 public:
-    explicit CPinFilter(IUnknown* pOuter = nullptr) : CBaseFilter(L"Made up", pOuter, &m_csPins, kClass) {}
-    int GetPinCount() override { return m_nPins; }
-    CBasePin* GetPin(int n) override {
-        if (n == 0) return &m_source;
-        return n == 1 ? static_cast<CBasePin*>(&m_sink) : nullptr;
-    }
+    CPinFilter() : CBaseFilter(L"Filter", nullptr, &m_csPins, kClass) {}
+    int GetPinCount() override { return 2; }
+    CBasePin* GetPin(int n) override { return n == 0 ? static_cast<CBasePin*>(&m_source) : &m_sink; }
+    bool MayChangeConnections() const override { return !m_bStarting && CBaseFilter::MayChangeConnections(); }
 
     static constexpr CLSID kClass = {0x4B657374, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
     CCritSec m_csPins;
     Log m_log;
     CSourcePin m_source{this, &m_csPins, m_log};
     CSinkPin m_sink{this, &m_csPins};
-    int m_nPins = 2;
+    bool m_bStarting = false;  // no changes, although the state is still stopped
+};
+
+/// Two such filters, apart at first and at the end.
+struct PinPair {
+    ~PinPair() {
+        pUp->m_bStarting = false;
+        pUp->Stop();
+        pDown->Stop();
+        Disconnect();  // connected pins hold each other's filter
+    }
+    HRESULT Connect(const AM_MEDIA_TYPE* pType = nullptr) { return Source().Connect(&Sink(), pType); }
+    void Disconnect() {
+        Source().Disconnect();
+        Sink().Disconnect();
+    }
+    bool AreApart() {
+        return !Source().IsConnected() && !Sink().IsConnected() && !Source().Allocator() &&
+               !Sink().Allocator();
+    }
+    CSourcePin& Source() { return pUp->m_source; }
+    CSinkPin& Sink() { return pDown->m_sink; }
+
+    CComPtr<CPinFilter> pUp{new CPinFilter}, pDown{new CPinFilter};
 };
 
 }  // namespace kest
