@@ -32,7 +32,8 @@ ByteVector Pictures(int nCount, int nFirst = 0) {
     return b.Section(0xBE, 2000).Get();
 }
 
-/// A source without end that counts what is read of it, and can be made to hold its readers until it is flushed.
+/// A source without end that counts what is read of it, and can be made to hold its readers until it is
+/// flushed.
 struct CEndlessReader : CMemoryReader {
     explicit CEndlessReader(bool b = false) : CMemoryReader({}), bHold(b) {}
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG, LONG lLength, BYTE* pBuffer) override {
