@@ -134,8 +134,8 @@ std::int32_t CDemuxWorker::ThreadProc() {
     return 0;
 }
 
-/// A pulled source is read from where the last segment was asked to begin. What was pushed already stays. A reset
-/// that was requested before the run has nothing to reset.
+/// A pulled source is read from where the last segment was asked to begin. What was pushed already stays. A
+/// reset that was requested before the run has nothing to reset.
 void CDemuxWorker::BeginRun() {
     std::lock_guard lock(m_requestMutex);
     const bool bPulling = IsPulling();
@@ -147,8 +147,8 @@ void CDemuxWorker::BeginRun() {
     if (bPulling) m_bNewSegment = true;
 }
 
-/// A pulled source that has nothing more ends both streams, once until there is data again; unless it is being
-/// left for another place.
+/// A pulled source that has nothing more ends both streams, once until there is data again; unless it is
+/// being left for another place.
 void CDemuxWorker::OnNoData() {
     constexpr std::uint32_t kPauseMs = 10;
     if (m_evStop.IsSignalled() || m_bReset || m_bNewSegment) return;

@@ -24,18 +24,19 @@ struct DemuxSizes {
     std::uint32_t nStopBoundMs;  // time that the thread has to end before it is ended by force
 };
 
-/// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and the
-/// loop that calls the family's parser.
+/// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and
+/// the loop that calls the family's parser.
 ///
-/// A run lasts from `Resume` (behind `Open` or `Restart`) to `Stop`. `PushData`, `Reset` and the operations of
-/// CWorkerThread may be called from any thread; `Open` and destruction as `Restart`. A demuxer that is not open
-/// (`Open` was not called, failed or threw) takes no pushed data and no requests, and its thread ends at once.
-/// Lock order: m_requestMutex, then those of source and queues.
+/// A run lasts from `Resume` (behind `Open` or `Restart`) to `Stop`. `PushData`, `Reset` and the operations
+/// of CWorkerThread may be called from any thread; `Open` and destruction as `Restart`. A demuxer that is not
+/// open (`Open` was not called, failed or threw) takes no pushed data and no requests, and its thread ends at
+/// once. Lock order: m_requestMutex, then those of source and queues.
 class CDemuxWorker : public CWorkerThread {
 public:
     /// Attaches ring and queues, opens the demuxer's sides and starts the thread, which holds until `Resume`.
     /// Called once. When it fails, or throws for want of memory, the demuxer is as before.
-    /// @param pStreamBuffer  where pushed bytes come from; none: the demuxer makes its own ring, for `PushData`.
+    /// @param pStreamBuffer  where pushed bytes come from; none: the demuxer makes its own ring, for
+    ///                       `PushData`.
     /// @param pVideoQueue    where the video frames go, its write side opened by its owner; none: the demuxer
     ///                       makes its own, with the writer and a reader (handle 0) open.
     /// @param pAudioQueue    the same for audio.
@@ -45,13 +46,14 @@ public:
     /// thread at a time.
     /// @return the byte count, or 0 when the thread has ended or the demuxer does not take pushed bytes.
     int PushData(Bytes data);
-    /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin with
-    /// what comes after. What is pushed before this call counts as before, what is pushed afterwards is kept.
-    /// The thread does it before its next unit, so that a frame that it has just ended may still be queued.
+    /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
+    /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
+    /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be
+    /// queued.
     void Reset();
-    /// Ends the thread and makes the demuxer ready for `Restart`: whoever waits on its ring or on queues that it
-    /// made gives up, and these are empty afterwards. A thread that has not ended within the bound is ended by
-    /// force; a reader that it waits in is flushed until it has come back.
+    /// Ends the thread and makes the demuxer ready for `Restart`: whoever waits on its ring or on queues that
+    /// it made gives up, and these are empty afterwards. A thread that has not ended within the bound is
+    /// ended by force; a reader that it waits in is flushed until it has come back.
     void Stop() override;
 
     /// The queues in use; only while the demuxer is open.
@@ -61,11 +63,12 @@ public:
 protected:
     explicit CDemuxWorker(const DemuxSizes& sizes);
     ~CDemuxWorker() = default;
-    /// Ends the thread for good. Called by the destructor of every class of which objects are made: the thread
-    /// uses the object as long as it runs.
+    /// Ends the thread for good. Called by the destructor of every class of which objects are made: the
+    /// thread uses the object as long as it runs.
     void EndThread();
 
-    /// Takes the parser of the family, which works on the three members below. Called once, by the constructor.
+    /// Takes the parser of the family, which works on the three members below. Called once, by the
+    /// constructor.
     /// @return the parser.
     template <class Parser>
     Parser& SetParser(std::unique_ptr<Parser> pParser) {

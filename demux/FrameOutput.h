@@ -19,9 +19,9 @@ struct FrameOutputSizes {
 
 /// The output of one elementary stream: assembles its frames straight in the blocks of its queue.
 ///
-/// A frame that was begun before the queue was last emptied belongs to what was emptied, and is dropped; so is a
-/// frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueEnd` and `Drop` belong to the
-/// demuxer's thread, the rest to its owner's.
+/// A frame that was begun before the queue was last emptied belongs to what was emptied, and is dropped; so
+/// is a frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueEnd` and `Drop` belong to
+/// the demuxer's thread, the rest to its owner's.
 class CFrameOutput {
 public:
     explicit CFrameOutput(const FrameOutputSizes& sizes) : m_sizes(sizes) {}
@@ -31,7 +31,7 @@ public:
     void Attach(CBlockMemFileEx* pQueue);
     /// Lets go of the queue; its sides are closed.
     void Detach();
-    /// Opens the writer and a reader (handle 0) of a queue of its own, or closes them: whoever waits gives up.
+    /// Opens, or closes, the writer and a reader (handle 0) of a queue of its own. Who waits gives up then.
     void OpenSides();
     void CloseSides();
     /// The queue in use; only after `Attach`.
@@ -44,7 +44,8 @@ public:
     bool IsEmpty() const { return m_nFill == 0; }
     /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one.
     void Queue(const FRAME_INFO& info);
-    /// Drops the frame and puts an end-of-stream record into the queue, waiting without limit for a free block.
+    /// Drops the frame and puts an end-of-stream record into the queue, waiting without limit for a free
+    /// block.
     /// @param bSuperseded  set, before the queue is emptied, by whoever asks for another place of the stream:
     ///                     the end is then of no interest.
     void QueueEnd(const std::atomic<bool>& bSuperseded);

@@ -7,8 +7,8 @@
 
 namespace kest {
 
-/// The demuxer of MPEG-2 program streams: the worker with a CMpeg2PsParser. A ring of its own has 2 MiB; queues of
-/// its own have 6 blocks of 524288 bytes (video) and 32 blocks of 32768 bytes (audio).
+/// The demuxer of MPEG-2 program streams: the worker with a CMpeg2PsParser. A ring of its own has 2 MiB;
+/// queues of its own have 6 blocks of 524288 bytes (video) and 32 blocks of 32768 bytes (audio).
 class KestMpeg2PsDemux : public CDemuxWorker {
 public:
     void Stop() override;

@@ -50,8 +50,8 @@ EParsed CMpeg2PsParser::ParseUnit() {
     return EParsed::Unit;
 }
 
-/// Searches the next 1024 bytes, and takes everything up to and with a start code prefix or the beginning of a
-/// PAT packet, whichever comes first; all of them when neither is there.
+/// Searches the next 1024 bytes, and takes everything up to and with a start code prefix or the beginning of
+/// a PAT packet, whichever comes first; all of them when neither is there.
 CMpeg2PsParser::ESync CMpeg2PsParser::Resync() {
     const auto tail = std::exchange(m_abTail, kNoTail);
     const Bytes block = m_input.Peek(kSearchSize);
@@ -61,7 +61,7 @@ CMpeg2PsParser::ESync CMpeg2PsParser::Resync() {
         return ESync::StartCode;
     }
 
-    // Index of the last byte of each; what began in the block before ends at the first or second byte of this.
+    // Index of the last byte of each. What began in the block before ends at the first or second byte of this.
     const std::array<std::uint8_t, 4> abSeam = {tail[0], tail[1], block[0], block[1]};
     auto EndOf = [](std::optional<std::size_t> inSeam, std::optional<std::size_t> inBlock) {
         if (inSeam) return *inSeam;
@@ -104,8 +104,8 @@ void CMpeg2PsParser::ParsePsm() {
     if (const unsigned nLength = Read16(length, 0); nLength > 0) m_maps.ApplyMap(m_input.Read(nLength));
 }
 
-/// Reads a PES packet behind its start code (ISO/IEC 13818-1 2.4.3.6) and assembles its payload. Its timestamps
-/// count before its length does: they begin a frame even when no payload can be taken.
+/// Reads a PES packet behind its start code (ISO/IEC 13818-1 2.4.3.6) and assembles its payload. Its
+/// timestamps count before its length does: they begin a frame even when no payload can be taken.
 void CMpeg2PsParser::ParsePes(ElementaryStream& stream) {
     const Bytes fixed = m_input.Read(5);
     if (fixed.empty()) return;

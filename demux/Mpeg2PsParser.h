@@ -12,12 +12,12 @@
 
 namespace kest {
 
-/// Parses an MPEG-2 program stream: walks its system layer (ISO/IEC 13818-1 2.5) and assembles the frames of the
-/// video and of the audio stream.
+/// Parses an MPEG-2 program stream: walks its system layer (ISO/IEC 13818-1 2.5) and assembles the frames of
+/// the video and of the audio stream.
 ///
 /// A frame is the payload from one PES packet with a PTS up to the next such packet, and is queued when that
-/// packet arrives. Broken input is skipped: a structure that does not fit is abandoned, and parsing goes on at
-/// the next start code. At least 1024 bytes are wanted to look for one.
+/// packet arrives. Broken input is skipped: a structure that does not fit is abandoned, and parsing goes on
+/// at the next start code. At least 1024 bytes are wanted to look for one.
 class CMpeg2PsParser final : public CStreamParser {
 public:
     /// All of these are borrowed.
@@ -30,7 +30,6 @@ public:
 
     /// An MPEG_program_end_code was met since the beginning or the last reset. Any thread.
     bool HasMetEndCode() const { return m_bEndCode; }
-    const CStreamMaps& GetMaps() const { return m_maps; }
 
 private:
     /// "No timestamp": a 64-bit field whose low word is all ones and whose high word is 0.

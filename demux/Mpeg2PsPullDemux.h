@@ -6,11 +6,11 @@
 
 namespace kest {
 
-/// The program-stream demuxer that can read a source itself: frames have byte positions then, parsing can restart
-/// at a byte position, and the end of the source puts an end-of-stream record into both queues.
+/// The program-stream demuxer that can read a source itself: frames have byte positions then, parsing can
+/// restart at a byte position, and the end of the source puts an end-of-stream record into both queues.
 ///
-/// Without a reader it is in push operation and parses what is pushed; positions are 0 then, and the end of the
-/// stream is up to whoever pushes.
+/// Without a reader it is in push operation and parses what is pushed; positions are 0 then, and the end of
+/// the stream is up to whoever pushes.
 class KestMpeg2PsPullDemux final : public KestMpeg2PsDemux {
 public:
     static constexpr std::uint32_t kStopBoundMs = 1000;
@@ -24,12 +24,12 @@ public:
     /// The source to read; none for push operation. Borrowed: it stays valid until the thread has ended. Set
     /// before `Open`, or while the thread is stopped.
     using CDemuxWorker::SetReader;
-    /// Asks for a restart at a file offset and empties both queues; in push operation, what was pushed before is
-    /// dropped. A run of a source begins where the last one was asked to, else at 0. Any thread.
+    /// Asks for a restart at a file offset and empties both queues; in push operation, what was pushed before
+    /// is dropped. A run of a source begins where the last one was asked to, else at 0. Any thread.
     /// @param llStart  an offset that the source does not have is its end.
     void NewSegment(std::int64_t llStart) { RequestSegment(llStart); }
-    /// The same, and sets the byte after the last one to read. Without an end position the last, partial 16384
-    /// bytes of a source are not read.
+    /// The same, and sets the byte after the last one to read. Without an end position the last, partial
+    /// 16384 bytes of a source are not read.
     void NewSegment(std::int64_t llStart, std::int64_t llStop) {
         SetEnd(llStop);
         RequestSegment(llStart);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -13,13 +14,13 @@ namespace kest {
 
 /// A source whose bytes others push: a ring buffer and the demuxer's read side of it.
 ///
-/// `Write` belongs to one thread that pushes, `Fetch` and `Accept` to the demuxer's, the rest may come from any.
-/// Lock order: m_mutex, the ring's.
+/// `Write` belongs to one thread that pushes, `Fetch` and `Accept` to the demuxer's, the rest may come from
+/// any. Lock order: m_mutex, the ring's.
 class CPushedSource final : public CByteSource {
 public:
     /// Makes a ring, or takes another's.
-    /// @param pRing      where others write, its write side opened by its owner; none: the source makes its own
-    ///                   of nCapacity bytes, for `Write`.
+    /// @param pRing      where others write, its write side opened by its owner; none: the source makes its
+    ///                   own of nCapacity bytes, for `Write`.
     /// @param nMaxChunk  largest write and read, bytes.
     void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk);
     /// Lets go of the ring; its sides are closed.

@@ -8,8 +8,8 @@
 
 namespace kest {
 
-/// The bytes of a stream as a parser takes them: in order, as many at a time as it asks for, in place. They are
-/// fetched from a source into a linear buffer, which is neither refilled nor moved before it has too few.
+/// The bytes of a stream as a parser takes them: in order, as many at a time as it asks for, in place. They
+/// are fetched from a source into a linear buffer, which is neither refilled nor moved before it has too few.
 ///
 /// Used by one thread.
 class CStreamInput {
@@ -26,8 +26,8 @@ public:
     /// Drops what is unread and goes on behind it.
     void Drop() { m_nBegin = m_nEnd = 0; }
 
-    /// The next n bytes, 1 to kMaxPeek, without taking them; valid until the next call of another operation but
-    /// `Skip`. None when they cannot be had: then nothing changes but that more may have been fetched.
+    /// The next n bytes, 1 to kMaxPeek, without taking them; valid until the next call of another operation
+    /// but `Skip`. None when they cannot be had: then nothing changes but that more may have been fetched.
     Bytes Peek(std::uint32_t n) {
         if (m_nEnd - m_nBegin < n && !Fill(n)) return {};
         return {m_pStorage.get() + m_nBegin, n};

@@ -9,8 +9,8 @@ enum class EParsed {
     NoData,     // the input has nothing more for now
 };
 
-/// Takes the stream of one family apart: bytes from a stream input in, frames into frame outputs. It knows of no
-/// thread; a demuxer's worker calls it step by step.
+/// Parses the streams of one family: bytes from a stream input in, frames into frame outputs. It knows of
+/// no thread; a demuxer's worker calls it step by step.
 class CStreamParser {
 public:
     virtual ~CStreamParser() = default;
@@ -19,8 +19,8 @@ public:
     virtual void Begin() = 0;
     /// Parses the next structure, or skips bytes in search of it: a bounded number.
     virtual EParsed ParseUnit() = 0;
-    /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What the
-    /// stream said about itself stays.
+    /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What
+    /// the stream said about itself stays.
     virtual void Reset() = 0;
 };
 

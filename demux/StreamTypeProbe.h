@@ -36,7 +36,7 @@ public:
 
     /// Bits per second, from the last program stream that was probed; 0 before.
     std::uint32_t GetBitRate() const { return m_nBitRate; }
-    /// Total length of the source in bytes, as its reader reported it to the last `Probe`; 0 for a negative one.
+    /// Total length of the source in bytes, as its reader reported it to the last `Probe`; never negative.
     std::int64_t GetTotalLength() const { return m_llTotalLength; }
     /// stream_type of the video entry that made the last classified block a program stream; else 0.
     std::uint8_t GetVideoStreamType() const { return m_nVideoStreamType; }

@@ -1,5 +1,5 @@
-// Real streams, whole and damaged: whatever is broken, parsing ends, and every frame before the damage comes out as it
-// was. With KEST_DAMAGE set to anything, many more places are damaged.
+// Real streams, whole and damaged: whatever is broken, parsing ends, and every frame before the damage comes
+// out as it was. With KEST_DAMAGE set to anything, many more places are damaged.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -3,11 +3,23 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <new>
 
 #include "support/CaptureTexts.h"
 #include "support/CoreRunner.h"
 #include "support/TestThreads.h"
+
+// Arrays, such as the storage of ring and queues, can be had only while this is not 0.
+static std::atomic<int> g_nArraysLeft{-1};
+void* operator new[](std::size_t n) {
+    void* p = g_nArraysLeft == 0 ? nullptr : std::malloc(n);
+    if (!p) throw std::bad_alloc();
+    if (g_nArraysLeft > 0) --g_nArraysLeft;
+    return p;
+}
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
 namespace kest {
 namespace {
@@ -20,18 +32,18 @@ ByteVector Pictures(int nCount, int nFirst = 0) {
     return b.Section(0xBE, 2000).Get();
 }
 
-/// A source without end that counts what is read of it, and can be made to hold its readers until it is flushed.
+/// A source without end that counts what is read of it, and can be made to hold its readers until it is
+/// flushed.
 struct CEndlessReader : CMemoryReader {
     explicit CEndlessReader(bool b = false) : CMemoryReader({}), bHold(b) {}
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG, LONG lLength, BYTE* pBuffer) override {
-        if (bHold) evFlush.Wait();
+        while (bHold) std::this_thread::yield();
         std::memset(pBuffer, 0xAA, static_cast<std::size_t>(lLength));
         ++nReads;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE BeginFlush() override { return evFlush.Set(), S_OK; }
-    const bool bHold;
-    CEvent evFlush;
+    HRESULT STDMETHODCALLTYPE BeginFlush() override { return bHold = false, S_OK; }
+    std::atomic<bool> bHold;  // no wait of ours, that would end by force
     std::atomic<int> nReads{0};
 };
 
@@ -159,27 +171,21 @@ TEST(DemuxWorker, StopEndsAThreadThatWaitsForOthers) {
     EXPECT_EQ(texts.DebugTexts(), "") << "the reader was flushed, so nobody waited for foreign code";
 }
 
-/// A demuxer whose audio queue is larger than any memory.
-struct CHugeDemux : CDemuxWorker {
-    CHugeDemux() : CDemuxWorker({1 << 20, 65536, {1, 1, 1}, {1, ~0u, ~0u}, 1000}) {
-        SetParser(std::make_unique<CMpeg2PsParser>(m_input, m_video, m_audio));
-    }
-    ~CHugeDemux() { EndThread(); }
-    using CDemuxWorker::RequestSegment;
-};
-
 TEST(DemuxWorker, IsAsBeforeWhenItCannotBeOpened) {
-    CHugeDemux core;
-    EXPECT_THROW(core.Open(nullptr, nullptr, nullptr), std::bad_alloc);
-    core.Reset();
-    core.RequestSegment(0);
-    core.Restart();
-    core.Resume();
-    core.Stop();
-    CBlockMemFileEx audio(4096, 2, sizeof(FRAME_INFO));
+    KestMpeg2PsPullDemux core;
+    for (const int nArrays : {0, 1, 3, 4, 6}) {  // of one for the ring, three for each queue
+        g_nArraysLeft = nArrays;
+        EXPECT_THROW(core.Open(nullptr, nullptr, nullptr), std::bad_alloc) << nArrays;
+        g_nArraysLeft = -1;
+        core.Reset();
+        core.NewSegment(0);
+        core.Restart();
+        core.Resume();
+        core.Stop();
+    }
     CRingBuffer tooSmall(16);
-    EXPECT_LT(core.Open(&tooSmall, nullptr, &audio), 0);
-    EXPECT_EQ(core.Open(nullptr, nullptr, &audio), 0);
+    EXPECT_LT(core.Open(&tooSmall, nullptr, nullptr), 0);
+    EXPECT_EQ(core.Open(nullptr, nullptr, nullptr), 0);
 }
 
 }  // namespace

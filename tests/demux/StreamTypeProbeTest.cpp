@@ -34,8 +34,7 @@ TEST(StreamTypeProbe, ClassifiesBlocks) {
         {6, "pack 00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C0 00 00 *64"},  // no video
         {6, "pack v1:9x7 *64"},                                           // no map
         {4, "pack 00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C0 00 00 01 02 03 04" + kMp2Map + "*64"},
-        {6,
-         "pack 00 00 01 BC 00 0E E1 FF 00 08 00 00 00 00 00 00 00 00 00 04 02 E0 00 00 *64"},  // info too long
+        {6, "pack 00 00 01 BC 00 0E E1 FF 00 08 00 00 00 00 00 00 00 00 00 04 02 E0 00 00 *64"},  // info
         {6, "pack 00 00 01 BC 00 09 E1 FF 00 00 00 04 02 E0 00 00 *64"},  // entries too long
         {6, "pack 00 00 01 BC 00 0E E1 FF 00 00 00 04 02 E0 00 05 *64"},  // an entry too long
         {4, "pack 00 00 01 BC 00 0A E1 FF 00 00 00 04 02 E0 00 00 *64"},  // no room for a CRC

@@ -25,8 +25,8 @@ struct Frames {
     std::vector<Frame> video, audio;
 };
 
-/// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a new
-/// segment breaks off is repeated.
+/// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
+/// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
     static thread_local ByteVector block(524288);
     FRAME_INFO info{};

@@ -76,9 +76,9 @@ private:
     ByteVector m_bytes;
 };
 
-/// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a multiple of
-/// 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01 01 01, v:4x1 one without
-/// timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD.
+/// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a
+/// multiple of 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01
+/// 01 01, v:4x1 one without timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD.
 inline ByteVector Stream(const std::string& strText) {
     CProgramStreamBuilder b;
     std::istringstream words(strText);
