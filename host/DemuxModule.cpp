@@ -38,7 +38,7 @@ CModuleRegistry OpenModuleRegistry() {
 fs::path FindDemuxModule(const std::string& strGiven) {
     if (!strGiven.empty()) return strGiven;
     std::error_code ignored;
-    const fs::path beside = FindBesideProgram();
+    fs::path beside = FindBesideProgram();
     if (fs::exists(beside, ignored)) return beside;
     for (const fs::path& module : FindRegistered()) {
         if (fs::exists(module, ignored)) return module;

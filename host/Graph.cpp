@@ -1,7 +1,6 @@
 #include "host/Graph.h"
 
 #include <algorithm>
-#include <ranges>
 #include <string_view>
 
 #include "graph/Guard.h"
@@ -132,8 +131,8 @@ HRESULT CGraph::SetDefaultSyncSource() {
 }
 
 HRESULT CGraph::Pause() {
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        const HRESULT hr = pFilter->Pause();
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        const HRESULT hr = (*it)->Pause();
         m_State = State_Paused;  // one filter is enough to be stopped again
         if (SUCCEEDED(hr)) continue;
         Stop();
@@ -154,8 +153,8 @@ HRESULT CGraph::Run() {
 }
 
 HRESULT CGraph::RunAll(REFERENCE_TIME rtStart) {
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        if (const HRESULT hr = pFilter->Run(rtStart); FAILED(hr)) return hr;
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        if (const HRESULT hr = (*it)->Run(rtStart); FAILED(hr)) return hr;
     }
     m_State = State_Running;
     return S_OK;
@@ -163,8 +162,8 @@ HRESULT CGraph::RunAll(REFERENCE_TIME rtStart) {
 
 HRESULT CGraph::Stop() {
     HRESULT hrFirst = S_OK;
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        const HRESULT hr = pFilter->Stop();
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        const HRESULT hr = (*it)->Stop();
         if (FAILED(hr) && SUCCEEDED(hrFirst)) hrFirst = hr;
     }
     m_State = State_Stopped;

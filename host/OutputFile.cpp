@@ -102,8 +102,8 @@ COutputFile::~COutputFile() {
     if (!m_temporary.empty()) unlink(m_temporary.c_str());
 }
 
-/// Others may share the mode of what the program was given, so it is opened anew to be written without waiting.
-/// What cannot be opened anew (a socket, somebody else's pipe) is written to as it is.
+/// Others may share the mode of what the program was given, so it is opened anew to be written without
+/// waiting. What cannot be opened anew (a socket, somebody else's pipe) is written to as it is.
 void COutputFile::OpenStandardOutput() {
     m_path = "standard output";
     if (m_bLive) {

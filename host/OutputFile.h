@@ -12,12 +12,13 @@ namespace kest {
 /// interrupts the program. One thread at a time uses it.
 ///
 /// A regular file has no name until `Commit`, where the file system can do that, and takes its place there:
-/// until then nothing is there, or the file that was there before, and a program that is killed leaves nothing
-/// behind. Other file systems get a hidden file beside the place, which is removed unless the program is killed.
-/// A symbolic link is followed and stays. Devices, pipes and standard output are written to as they are.
+/// until then nothing is there, or the file that was there before, and a program that is killed leaves
+/// nothing behind. Other file systems get a hidden file beside the place, which is removed unless the program
+/// is killed. A symbolic link is followed and stays. Devices, pipes and standard output are written to as
+/// they are.
 ///
-/// A file gets whole pages, many at a time. A device or pipe gets large spans of bytes as they come; small ones are
-/// collected, for 20 ms at most while more bytes come, since somebody may be reading them.
+/// A file gets whole pages, many at a time. A device or pipe gets large spans of bytes as they come; small
+/// ones are collected, for 20 ms at most while more bytes come, since somebody may be reading them.
 ///
 /// Several outputs that belong together are first flushed, all of them, and then committed.
 class COutputFile {

@@ -10,9 +10,9 @@
 
 namespace kest {
 
-/// Keeps two streams together that nobody plays: the one that is ahead waits for the other, by the start times
-/// of their samples. Without it a stream may come seconds before the other, which the demultiplexer takes for
-/// a broken stream.
+/// Keeps two streams together that nobody plays: the one that is ahead waits for the other, by the start
+/// times of their samples. Without it a stream may come seconds before the other, which the demultiplexer
+/// takes for a broken stream.
 ///
 /// Streams that begin, or begin anew after a flush, begin together: the first sample of one waits for the
 /// first of the other. A stream without samples for a while is not waited for until a sample of it comes

@@ -24,12 +24,12 @@ protected:
 };
 
 /// The end of a stream in a graph: a filter with one input pin, "Input", that takes any type and passes
-/// everything to a handler, as a renderer would. While paused it holds the sample that has come until it runs; a
-/// flush or a stop drops that sample. Between the beginning and the end of a flush, and while stopped, nothing
-/// is taken.
+/// everything to a handler, as a renderer would. While paused it holds the sample that has come until it
+/// runs; a flush or a stop drops that sample. Between the beginning and the end of a flush, and while
+/// stopped, nothing is taken.
 ///
-/// What the handler throws is kept for `RethrowError`, and the sink takes nothing more. Other exceptions become
-/// result codes, see Guard.
+/// What the handler throws is kept for `RethrowError`, and the sink takes nothing more. Other exceptions
+/// become result codes, see Guard.
 ///
 /// Locking: the handler is called under a lock of the pin's own, which is never held together with the object
 /// lock. The waits (for the run, for the other stream) are on events, without a lock.
@@ -45,8 +45,8 @@ public:
     CBasePin* GetPin(int n) override { return n == 0 ? &m_input : nullptr; }
     HRESULT STDMETHODCALLTYPE Pause() override;
 
-    /// The end of the stream has come, and no sample since. A flush does not undo it: the demultiplexer flushes
-    /// both streams when one of them begins anew, though the other may have ended for good.
+    /// The end of the stream has come, and no sample since. A flush does not undo it: the demultiplexer
+    /// flushes both streams when one of them begins anew, though the other may have ended for good.
     bool HasEnded() const { return m_input.m_bEnded; }
     bool HasFailed() const { return m_input.m_bFailed; }
     /// Counts the handler's calls, at their beginning and at their end: odd while it is in one.

@@ -1,6 +1,6 @@
 // The program as a user runs it. The files in tests/data/golden are transcripts of sessions in a shell: lines
-// with "$ " are commands, lines with "> " go on with one, comments begin with "#", all other lines are what the
-// commands print on both outputs, and "[N]" is an exit code other than 0.
+// with "$ " are commands, lines with "> " go on with one, comments begin with "#", all other lines are what
+// the commands print on both outputs, and "[N]" is an exit code other than 0.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,9 +24,9 @@ Lines ReadLines(const fs::path& path) {
     return lines;
 }
 
-/// What every session begins with: a folder of its own, in memory where the system has that (such a file system
-/// has files without names), the program as $P and as a command that cannot hang, the module as $M, the streams
-/// in the folder in/.
+/// What every session begins with: a folder of its own, in memory where the system has that (such a file
+/// system has files without names), the program as $P and as a command that cannot hang, the module as $M,
+/// the streams in the folder in/.
 constexpr const char* kBeginning = R"(umask 022; unset KEST_DEBUG KEST_TRACE
 folder=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
 trap 'rm -rf "$folder"' EXIT

@@ -1,5 +1,5 @@
-// Loaded before the C library into a program under test. Reads at any position fail behind KEST_FAIL_FROM. With
-// KEST_OPEN_FAILS no file is made without a name and no file that is open already is opened anew.
+// Loaded before the C library into a program under test. Reads at any position fail behind KEST_FAIL_FROM.
+// With KEST_OPEN_FAILS no file is made without a name and no file that is open already is opened anew.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
