@@ -8,7 +8,7 @@
 
 #include "platform/api/Interfaces.h"
 #include "registration/LoadedModule.h"
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 #include "support/PlayingGraph.h"
 #include "support/TestThreads.h"
 
