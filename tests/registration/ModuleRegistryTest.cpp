@@ -36,9 +36,9 @@ protected:
 TEST_F(ModuleRegistry, ReadsAndKeepsWhatSomebodyElseHasWritten) {
     const std::string strNul("/a\0b", 4), strNoUtf8 = "/a b\xFF.so";
     fs::create_symlink(m_dir / "real", m_file);
-    std::ofstream(m_dir / "real") << "# mine\n\nmodule \nmodule relative.so\n" + kClassLine + "module " +
-                                         strNul + "\n" + kClassLine + "module /2.so\r\n" + kClassLine +
-                                         "module /3.so\nclass {00";
+    std::ofstream(m_file) << "# mine\n\nmodule \nmodule relative.so\n" + kClassLine + "module " + strNul +
+                                 "\n" + kClassLine + "module /2.so\r\n" + kClassLine +
+                                 "module /3.so\nclass {00";
     EXPECT_EQ(m_registry.Find(IID_IUnknown), Paths{"/2.so"});
     m_registry.Add(strNoUtf8, kClassLine.substr(0, 44) + "\n");  // a class without a name
     EXPECT_EQ(m_registry.Find(IID_IUnknown), (Paths{strNoUtf8, "/2.so"}));
@@ -59,13 +59,11 @@ TEST_F(ModuleRegistry, WhatCannotBeReadOrWrittenIsReportedAndLeavesTheListAsItWa
     EXPECT_THROW(CModuleRegistry("/dev/zero").Find(IID_IUnknown), fs::filesystem_error);
     fs::create_symlink("/dev/full", m_file.string() + ".new");  // where the new list is written
     unsetenv("HOME");
-    const std::map<std::string, HRESULT> kResults = {{m_dir, HRESULT_FROM_WIN32(112)},
-                                                     {m_file, E_FAIL},
-                                                     {"/sys", E_ACCESSDENIED},
-                                                     {"not absolute", E_FAIL}};
-    for (const auto& [strData, hr] : kResults) {
-        setenv("XDG_DATA_HOME", strData.c_str(), 1);
-        EXPECT_EQ(RegisterModule("/two.so", {}), hr) << strData;
+    for (const auto& [data, hr] :
+         {std::pair(m_dir, HRESULT_FROM_WIN32(112)), std::pair(m_file, E_FAIL),
+          std::pair(fs::path("/sys"), E_ACCESSDENIED), std::pair(fs::path("a"), E_FAIL)}) {
+        setenv("XDG_DATA_HOME", data.c_str(), 1);
+        EXPECT_EQ(RegisterModule("/two.so", {}), hr) << data;
     }
     EXPECT_EQ(Text(), "module /one.so\n" + kClassLine);
     fs::remove(m_file);
