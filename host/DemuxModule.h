@@ -5,7 +5,7 @@
 #include <string>
 
 #include "registration/LoadedModule.h"
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 
 namespace kest {
 

@@ -7,10 +7,15 @@
 
 namespace kest {
 
-std::unique_ptr<CLoadedModule> CLoadedModule::Load(const std::filesystem::path& path, std::string& strError) {
+namespace fs = std::filesystem;
+
+std::unique_ptr<CLoadedModule> CLoadedModule::Load(const fs::path& path, std::string& strError) {
     std::unique_ptr<CLoadedModule> pModule(new CLoadedModule);
-    std::error_code error;
-    const auto file = std::filesystem::absolute(path, error);  // a bare name would be looked for elsewhere
+    std::error_code error, ignored;
+    const fs::path file = fs::absolute(path, error);  // the system searches its own folders for a bare name
+    if (!error && fs::exists(file, ignored) && !fs::is_regular_file(file, ignored)) {
+        error = std::make_error_code(std::errc::invalid_argument);  // loading a pipe would never end
+    }
     if (error) {
         strError = path.string() + ": " + error.message();
         return nullptr;

@@ -1,4 +1,4 @@
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -20,6 +20,8 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kModuleKey = "module ";
 constexpr std::string_view kClassKey = "class ";
+constexpr std::string_view kNotInPaths{"\n\r\0", 3};
+constexpr std::size_t kMaxListSize = std::size_t{1} << 20;  // bytes
 
 [[noreturn]] void Fail(const char* pszWhat, const fs::path& path, int nError) {
     throw fs::filesystem_error(pszWhat, path, std::error_code(nError, std::generic_category()));
@@ -55,6 +57,7 @@ public:
         for (std::array<char, 4096> buffer;;) {
             const ssize_t nRead = read(m_nHandle, buffer.data(), buffer.size());
             if (nRead == 0) return strText;
+            if (strText.size() > kMaxListSize) Fail("cannot be read", m_path, EFBIG);
             if (nRead > 0) {
                 strText.append(buffer.data(), static_cast<std::size_t>(nRead));
             } else if (errno != EINTR) {
@@ -62,7 +65,7 @@ public:
             }
         }
     }
-    /// Writes the text and has the system put it on the disk.
+    /// Writes the text, through to the disk.
     void WriteAll(std::string_view text) {
         while (!text.empty()) {
             const ssize_t nWritten = write(m_nHandle, text.data(), text.size());
@@ -93,7 +96,7 @@ std::string FormatGuid(const GUID& guid) {
 CModuleRegistry::CModuleRegistry() : m_file(FindDataFolder() / "kestdemux2" / "modules") {}
 
 void CModuleRegistry::Add(const fs::path& module, const std::string& strText) {
-    if (!module.is_absolute() || module.native().find('\n') != std::string::npos) {
+    if (!module.is_absolute() || module.native().find_first_of(kNotInPaths) != std::string::npos) {
         Fail("cannot be entered", module, EINVAL);
     }
     fs::create_directories(m_file.parent_path());
@@ -113,20 +116,21 @@ bool CModuleRegistry::Remove(const fs::path& module) {
 }
 
 std::vector<fs::path> CModuleRegistry::Find(REFCLSID clsid) const {
-    const std::string strWanted = '\n' + std::string(kClassKey) + FormatGuid(clsid) + ' ';
+    const std::string strWanted = '\n' + std::string(kClassKey) + FormatGuid(clsid);
     std::vector<fs::path> modules;
     const Content content = Read();
     for (const Entry& entry : content.entries) {
         const bool bHasClass = ('\n' + entry.strText).find(strWanted) != std::string::npos;
-        if (bHasClass && entry.module.is_absolute()) modules.push_back(entry.module);
+        const bool bIsPath = entry.module.native().find_first_of(kNotInPaths) == std::string::npos;
+        if (bHasClass && bIsPath && entry.module.is_absolute()) modules.push_back(entry.module);
     }
     std::ranges::reverse(modules);
     return modules;
 }
 
-/// No file is an empty list.
+/// Without a file the list is empty.
 CModuleRegistry::Content CModuleRegistry::Read() const {
-    CDescriptor file(m_file, O_RDONLY);
+    CDescriptor file(m_file, O_RDONLY | O_NONBLOCK);  // a pipe in its place is not waited for
     if (!file.IsOpen() && errno == ENOENT) return {};
     if (!file.IsOpen()) Fail("cannot be read", m_file, errno);
     Content content;
@@ -155,7 +159,7 @@ void CModuleRegistry::Change(const std::function<void(Content&)>& change) const 
     }
 }
 
-/// The new file is complete before it takes the old one's place, or the place of what a link there leads to.
+/// The new file is complete before it replaces the old one, or the target of a link there.
 void CModuleRegistry::Write(const Content& content) const {
     std::string strText = content.strHead;
     for (const Entry& entry : content.entries) {
