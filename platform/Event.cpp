@@ -13,8 +13,8 @@ namespace {
 
 // One lock for all waits of the module: it guards the chain of waiters, and every thread sleeps with it. What changes
 // before it is taken is seen by a thread that tests under it before it sleeps, so no wake-up is lost.
-constinit std::mutex g_mutex;
-constinit CWaiter* g_pFirstWaiter = nullptr;
+std::mutex g_mutex;
+CWaiter* g_pFirstWaiter = nullptr;
 
 }  // namespace
 

@@ -6,6 +6,8 @@
 #include <functional>
 #include <future>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "graph/BaseReferenceClock.h"
 #include "host/Graph.h"
@@ -16,6 +18,7 @@ namespace kest {
 namespace {
 
 using namespace std::chrono_literals;
+using Log = std::vector<std::string>;
 
 constexpr auto kShort = 20ms;  // long enough for a thread to come to its wait
 constexpr auto kLong = 10s;    // a hang
