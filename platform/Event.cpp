@@ -2,18 +2,18 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 
+#include "platform/Condition.h"
 #include "platform/ThreadControl.h"
 
 namespace kest {
 namespace {
 
-// One lock for all waits of the module: it guards the chain of waiters, and every thread sleeps with it. What changes
-// before it is taken is seen by a thread that tests under it before it sleeps, so no wake-up is lost.
-std::mutex g_mutex;
+// One lock for all waits of the module; it guards the chain of waiters. A thread tests its events with the lock held
+// before it sleeps, and who signals one takes the lock after that to wake the thread: no wake-up is lost.
+CCondition::Mutex g_mutex;
 CWaiter* g_pFirstWaiter = nullptr;
 
 }  // namespace
@@ -21,7 +21,7 @@ CWaiter* g_pFirstWaiter = nullptr;
 /// A thread in a wait, in the chain for as long as this lives. Made and destroyed with the lock held.
 class CWaiter {
 public:
-    CWaiter(std::span<CEvent* const> apEvents, std::condition_variable& wake)
+    CWaiter(std::span<CEvent* const> apEvents, CCondition& wake)
         : m_apEvents(apEvents), m_wake(wake), m_pNext(g_pFirstWaiter) {
         if (m_pNext) m_pNext->m_pPrevious = this;
         g_pFirstWaiter = this;
@@ -40,14 +40,14 @@ public:
         std::lock_guard lock(g_mutex);
         for (CWaiter* pWaiter = g_pFirstWaiter; pWaiter; pWaiter = pWaiter->m_pNext) {
             if (std::ranges::find(pWaiter->m_apEvents, pEvent) != pWaiter->m_apEvents.end()) {
-                pWaiter->m_wake.notify_one();
+                pWaiter->m_wake.Notify();
             }
         }
     }
 
 private:
     const std::span<CEvent* const> m_apEvents;  // what it waits for
-    std::condition_variable& m_wake;            // what it sleeps on
+    CCondition& m_wake;                         // what it sleeps on
     CWaiter* m_pNext;                           // in the chain
     CWaiter* m_pPrevious = nullptr;             // in the chain
 };
@@ -80,9 +80,9 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
     if (const int nIndex = PassFirst(apEvents); nIndex >= 0 || nTimeoutMs == 0) return nIndex;
 
     // A thread that no CThread started brings nothing to sleep on, and must keep nothing of this module.
-    std::optional<std::condition_variable> ownWake;
+    std::optional<CCondition> ownWake;
     CThreadControl* pControl = CurrentThreadControl();
-    std::condition_variable& wake = pControl ? pControl->wake : ownWake.emplace();
+    CCondition& wake = pControl ? pControl->wake : ownWake.emplace();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
     std::unique_lock lock(g_mutex);
     const CWaiter waiter(apEvents, wake);
@@ -90,8 +90,8 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
         ThrowIfTerminated();
         if (const int nIndex = PassFirst(apEvents); nIndex >= 0) return nIndex;
         if (nTimeoutMs == kInfinite) {
-            wake.wait(lock);
-        } else if (wake.wait_until(lock, deadline) == std::cv_status::timeout) {
+            wake.Sleep(lock);
+        } else if (!wake.SleepUntil(lock, deadline)) {
             return PassFirst(apEvents);
         }
     }
@@ -101,7 +101,7 @@ void CThreadControl::RequestTermination(std::int32_t nCode) {
     nTerminateCode = nCode;
     bTerminate = true;
     std::lock_guard lock(g_mutex);
-    wake.notify_one();
+    wake.Notify();
 }
 
 }  // namespace kest

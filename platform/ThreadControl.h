@@ -3,9 +3,9 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 
+#include "platform/Condition.h"
 #include "platform/Event.h"
 
 namespace kest {
@@ -43,7 +43,7 @@ struct CThreadControl {
     int GetPriority() const;
 
     CEvent evEnded;                               // manual-reset; set when the body has ended
-    std::condition_variable wake;                 // what the thread sleeps on in a wait
+    CCondition wake;                              // what the thread sleeps on in a wait
     std::atomic<std::uint32_t> dwThreadId{0};     // the system's identifier, 0 before the thread runs
     std::atomic<std::int32_t> nExitCode{0};       // valid once evEnded is set
     std::atomic<std::int32_t> nTerminateCode{0};  // exit code of a forced end

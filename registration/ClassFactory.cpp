@@ -45,8 +45,7 @@ HRESULT CClassFactory::CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** p
         std::unique_ptr<CUnknown> pNew(m_template.m_lpfnNew(pUnkOuter, &hr));
         if (FAILED(hr)) return hr;
         if (!pNew) return E_OUTOFMEMORY;
-        const CComPtr<IUnknown> pObject(
-            pNew.release()->GetInnerUnknown());  // the only reference if the query fails
+        const CComPtr<IUnknown> pObject(pNew.release()->GetInnerUnknown());
         return pObject->QueryInterface(riid, ppvObject);
     });
 }
