@@ -6,7 +6,7 @@
 
 namespace kest {
 
-CKestDemux2InputPin::CKestDemux2InputPin(CBaseFilter* pFilter, CSource& source, CDemuxPath& path,
+CKestDemux2InputPin::CKestDemux2InputPin(CPinOwner* pFilter, CSource& source, CDemuxPath& path,
                                          CCritSec* pLock, HRESULT* phr)
     : CBaseInputPin(pFilter, pLock, phr, L"Input"), m_source(source), m_path(path) {}
 

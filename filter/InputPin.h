@@ -18,8 +18,7 @@ public:
     /// @param source   the source that the pin connects to.
     /// @param path     the path that the source's bytes take.
     /// @param pLock    the filter's pin lock.
-    CKestDemux2InputPin(CBaseFilter* pFilter, CSource& source, CDemuxPath& path, CCritSec* pLock,
-                        HRESULT* phr);
+    CKestDemux2InputPin(CPinOwner* pFilter, CSource& source, CDemuxPath& path, CCritSec* pLock, HRESULT* phr);
 
     /// Puts the path into a working mode; nothing changes in the present one. Under the pin lock, while the
     /// filter is stopped. @return E_OUTOFMEMORY when the demuxer cannot be made.

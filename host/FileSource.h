@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "graph/BaseFilter.h"
 #include "graph/BasePin.h"
 
 namespace kest {

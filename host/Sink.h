@@ -3,6 +3,7 @@
 #include <exception>
 #include <mutex>
 
+#include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "host/Pacer.h"
 

@@ -29,7 +29,7 @@ CMediaType MakeAudioType() {
 
 }  // namespace
 
-CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
+CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite,
                                                      CAvTiming& timing, CCritSec* pLock, HRESULT* phr)
     : CDemuxOutputPin({.pin = EPin::Audio,
                        .pszName = L"Audio Output",

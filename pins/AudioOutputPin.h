@@ -11,8 +11,8 @@ public:
     /// @param timing          shared with the video pin.
     /// @param pLock           the filter's pin lock.
     /// @param phr             unchanged, or why the pin cannot be used; may be null.
-    CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing,
-                              CCritSec* pLock, HRESULT* phr);
+    CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing, CCritSec* pLock,
+                              HRESULT* phr);
     ~CKestDemux2AudioOutputPin() override { EndDelivery(); }
 
     HRESULT CheckMediaType(const CMediaType& type) override;

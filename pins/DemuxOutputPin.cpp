@@ -4,7 +4,7 @@
 
 namespace kest {
 
-CDemuxOutputPin::CDemuxOutputPin(const Traits& traits, CBaseFilter* pFilter, IDemuxFilterSite* pSite,
+CDemuxOutputPin::CDemuxOutputPin(const Traits& traits, CPinOwner* pFilter, IDemuxFilterSite* pSite,
                                  CAvTiming& timing, CCritSec* pLock, HRESULT* phr)
     : CImplements(pFilter, pLock, phr, traits.pszName),
       m_pDemuxFilter(pSite),

@@ -82,7 +82,7 @@ protected:
     /// @param pSite   the filter's services.
     /// @param timing  shared with the other pin.
     /// @param phr     E_OUTOFMEMORY when there is no memory for the frame queue, else unchanged; may be null.
-    CDemuxOutputPin(const Traits& traits, CBaseFilter* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing,
+    CDemuxOutputPin(const Traits& traits, CPinOwner* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing,
                     CCritSec* pLock, HRESULT* phr);
 
     IDemuxFilterSite* const m_pDemuxFilter;  // the filter

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "graph/BaseOutputPin.h"
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 

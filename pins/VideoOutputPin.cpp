@@ -18,7 +18,7 @@ constexpr int kLiveHeight = 480;
 
 }  // namespace
 
-CKestDemux2VideoOutputPin::CKestDemux2VideoOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
+CKestDemux2VideoOutputPin::CKestDemux2VideoOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite,
                                                      CAvTiming& timing, CCritSec* pLock, HRESULT* phr)
     : CDemuxOutputPin({.pin = EPin::Video,
                        .pszName = L"Video Output",

@@ -12,8 +12,8 @@ public:
     /// @param timing          shared with the audio pin.
     /// @param pLock           the filter's pin lock.
     /// @param phr             unchanged, or why the pin cannot be used; may be null.
-    CKestDemux2VideoOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing,
-                              CCritSec* pLock, HRESULT* phr);
+    CKestDemux2VideoOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing, CCritSec* pLock,
+                              HRESULT* phr);
     ~CKestDemux2VideoOutputPin() override { EndDelivery(); }
 
     /// Also forgets the time base.

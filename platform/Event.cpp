@@ -5,15 +5,13 @@
 #include <mutex>
 #include <optional>
 
-#include "platform/Condition.h"
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 namespace {
 
-// One lock for all waits of the module; it guards the chain of waiters. A thread tests its events with the lock held
-// before it sleeps, and who signals one takes the lock after that to wake the thread: no wake-up is lost.
-CCondition::Mutex g_mutex;
+// Guarded by the one lock for all waits of the module. A thread tests its events with the lock held before it sleeps,
+// and who signals one takes the lock after that to wake the thread: no wake-up is lost.
 CWaiter* g_pFirstWaiter = nullptr;
 
 }  // namespace
@@ -37,7 +35,7 @@ public:
 
     /// Wakes the threads that wait for the event, which may be gone by now.
     static void WakeAll(const CEvent* pEvent) {
-        std::lock_guard lock(g_mutex);
+        std::lock_guard lock(CTermination::GetWaitMutex());
         for (CWaiter* pWaiter = g_pFirstWaiter; pWaiter; pWaiter = pWaiter->m_pNext) {
             if (std::ranges::find(pWaiter->m_apEvents, pEvent) != pWaiter->m_apEvents.end()) {
                 pWaiter->m_wake.Notify();
@@ -81,10 +79,10 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
 
     // A thread that no CThread started brings nothing to sleep on, and must keep nothing of this module.
     std::optional<CCondition> ownWake;
-    CThreadControl* pControl = CurrentThreadControl();
-    CCondition& wake = pControl ? pControl->wake : ownWake.emplace();
+    CTermination* pTermination = CurrentTermination();
+    CCondition& wake = pTermination ? pTermination->GetWake() : ownWake.emplace();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    std::unique_lock lock(g_mutex);
+    std::unique_lock lock(CTermination::GetWaitMutex());
     const CWaiter waiter(apEvents, wake);
     for (;;) {
         ThrowIfTerminated();
@@ -95,13 +93,6 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
             return PassFirst(apEvents);
         }
     }
-}
-
-void CThreadControl::RequestTermination(std::int32_t nCode) {
-    nTerminateCode = nCode;
-    bTerminate = true;
-    std::lock_guard lock(g_mutex);
-    wake.Notify();
 }
 
 }  // namespace kest

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 namespace {

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "filter/KestDemux2Filter.h"
+#include "graph/BaseFilter.h"
 #include "pins/DeliveryThread.h"
 #include "platform/Time.h"
 #include "support/CaptureTexts.h"

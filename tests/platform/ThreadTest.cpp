@@ -119,7 +119,7 @@ TEST(Thread, ForcedEndLeavesTheWaitsOfDestructorsAlone) {
     CThread thread;
     ASSERT_TRUE(thread.Start([&] {
         const Owner unwound{nDone};
-        while (!CurrentThreadControl()->bTerminate) std::this_thread::yield();
+        while (!CurrentTermination()->IsRequested()) std::this_thread::yield();
         { const Owner beforeTheSignal{nDone}; }
         return SleepMs(kTooLongMs), 0;
     }));

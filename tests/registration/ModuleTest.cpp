@@ -5,7 +5,7 @@
 
 #include <new>
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 namespace {

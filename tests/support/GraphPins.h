@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "graph/BaseOutputPin.h"
 #include "graph/MemAllocator.h"

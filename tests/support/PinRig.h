@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/VideoOutputPin.h"
