@@ -2,18 +2,19 @@
 
 #include <optional>
 
+#include "demux/StartCodeSearch.h"
+
 namespace kest {
 namespace {
 
 constexpr std::uint64_t kClockUnit = 10000000;  // ticks a second of sample times
 
-// Start codes, ISO/IEC 14496-2 table 6-3.
-constexpr std::uint32_t kFirstObject = 0x100;
-constexpr std::uint32_t kLastObject = 0x11F;
-constexpr std::uint32_t kLastLayer = 0x12F;
-constexpr std::uint32_t kSequenceEnd = 0x1B1;
-constexpr std::uint32_t kGroupOfVop = 0x1B3;
-constexpr std::uint32_t kVop = 0x1B6;
+// Start codes, last byte, ISO/IEC 14496-2 table 6-3.
+constexpr std::uint8_t kLastObject = 0x1F;
+constexpr std::uint8_t kLastLayer = 0x2F;
+constexpr std::uint8_t kSequenceEnd = 0xB1;
+constexpr std::uint8_t kGroupOfVop = 0xB3;
+constexpr std::uint8_t kVop = 0xB6;
 
 }  // namespace
 
@@ -23,26 +24,23 @@ void CElementaryStreamClock::Reset() {
     m_bHeaderSeen = false;
 }
 
-bool CElementaryStreamClock::ParseFrame(std::span<const std::uint8_t> frame) {
-    constexpr std::size_t kObjectHeader = 8;  // what the layer parser has read of an object's start codes
-    std::uint32_t nCode = 0xFFFFFFFF;
-    for (std::size_t i = 0; i < frame.size(); ++i) {
-        nCode = nCode << 8 | frame[i];
-        if (nCode < kFirstObject || nCode > kVop || i < 3) continue;
-        const auto bytes = frame.subspan(i - 3);
+bool CElementaryStreamClock::ParseFrame(Bytes frame) {
+    constexpr std::size_t kObjectHeaders = 12;  // what the layer parser has read of an object's start codes
+    while (const auto nPrefix = FindStartCodePrefix(frame)) {
+        frame = frame.subspan(*nPrefix);
+        if (frame.size() < 4) return false;
+        const std::uint8_t nCode = frame[3];
+        std::size_t nTaken = 3;  // the code's last byte may begin the next prefix
         if (nCode <= kLastLayer) {
-            ParseVol(m_state, bytes);
+            ParseVol(m_state, frame);
             m_bHeaderSeen = true;
-            if (nCode <= kLastObject) i += kObjectHeader;
-        } else if (!m_bHeaderSeen) {
-            continue;
-        } else if (nCode == kSequenceEnd) {
-            Reset();
-        } else if (nCode == kGroupOfVop) {
-            ParseGov(m_state, bytes);
-        } else if (nCode == kVop) {
-            return ParseVopTime(m_state, bytes) == 0;
+            if (nCode <= kLastObject) nTaken = kObjectHeaders;
+        } else if (m_bHeaderSeen) {
+            if (nCode == kVop) return ParseVopTime(m_state, frame) == 0;
+            if (nCode == kGroupOfVop) ParseGov(m_state, frame);
+            if (nCode == kSequenceEnd) Reset();
         }
+        frame = BytesFrom(frame, nTaken);
     }
     return false;
 }

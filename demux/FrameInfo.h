@@ -6,14 +6,13 @@
 
 namespace kest {
 
-/// The record that travels beside every frame in a block queue, copied by value. Fields that a core does not
-/// set are zero.
+/// The record that travels beside every frame in a block queue, copied by value. Fields that a demuxer does
+/// not set are zero.
 ///
-/// The layout is fixed: it is shared with other builds of the record, which look for the four flags at the
-/// offsets 32 to 35.
+/// The layout is fixed: other builds of the record share it, with the four flags at the offsets 32 to 35.
 struct FRAME_INFO {
-    std::int64_t llPts;      // presentation time stamp, 90 kHz, 33 bits; 0 in trick-play frames
-    std::int64_t llDts;      // decoding time stamp, 90 kHz, 33 bits; the PTS when the packet has no DTS
+    std::int64_t llPts;      // presentation timestamp, 90 kHz, 33 bits; 0 in trick-play frames
+    std::int64_t llDts;      // decoding timestamp, 90 kHz, 33 bits; the PTS when the packet has no DTS
     std::int64_t llFilePos;  // offset in the source of the PES packet that began the frame (pull operation)
     std::uint8_t abUnused[8];
     std::uint8_t bDiscontinuity;  // frames of this stream were lost before this one

@@ -8,13 +8,13 @@
 
 namespace kest {
 
-/// What the headers have said so far. Fields of the standard have its names; those without a default below
+/// What the headers so far contain. Fields of the standard have its names; those without a default below
 /// keep their value through InitHeaderState.
 struct MPEG4_HEADER_STATE {
     /// `nPreviousTime` before the first VOP.
     static constexpr std::uint64_t kNoTime = 0xFFFFFFFF;
 
-    std::uint8_t aspect_ratio_info = 0;               // 15: par_width and par_height tell
+    std::uint8_t aspect_ratio_info = 0;               // 15: as par_width and par_height say
     std::uint8_t par_width = 0;                       // default 0
     std::uint8_t par_height = 0;                      // default 0
     std::uint8_t chroma_format = 1;                   // default 1 (4:2:0)

@@ -3,26 +3,24 @@
 namespace kest {
 namespace {
 
-constexpr std::size_t kStampSize = 5;  // bytes of one coded stamp
+constexpr std::size_t kTimestampSize = 5;  // bytes of one coded timestamp
 
-/// Puts the stamp together: 3 + 15 + 15 bits, each part followed by a marker bit.
-std::int64_t ReadStamp(std::span<const std::uint8_t, kStampSize> coded) {
-    return static_cast<std::int64_t>(coded[0] >> 1 & 0x07) << 30 | static_cast<std::int64_t>(coded[1]) << 22 |
-           static_cast<std::int64_t>(coded[2] >> 1) << 15 | static_cast<std::int64_t>(coded[3]) << 7 |
-           static_cast<std::int64_t>(coded[4] >> 1);
+/// A coded timestamp: 3 + 15 + 15 bits, each part followed by a marker bit.
+std::int64_t ReadTimestamp(Bytes coded) {
+    return static_cast<std::int64_t>(coded[0] >> 1 & 0x07) << 30 |
+           static_cast<std::int64_t>(Read16(coded, 1) >> 1) << 15 | Read16(coded, 3) >> 1;
 }
 
 }  // namespace
 
-std::optional<PesStamps> ParsePtsDts(unsigned nPtsDtsFlags, std::span<const std::uint8_t> header) {
+std::optional<PesTimestamps> ParsePtsDts(unsigned nPtsDtsFlags, Bytes header) {
     constexpr unsigned kPtsOnly = 2, kPtsAndDts = 3;
-    if (nPtsDtsFlags == kPtsOnly && header.size() >= kStampSize) {
-        const std::int64_t llPts = ReadStamp(header.first<kStampSize>());
-        return PesStamps{llPts, llPts};
+    if (nPtsDtsFlags == kPtsOnly && header.size() >= kTimestampSize) {
+        const std::int64_t llPts = ReadTimestamp(header);
+        return PesTimestamps{llPts, llPts};
     }
-    if (nPtsDtsFlags == kPtsAndDts && header.size() >= 2 * kStampSize) {
-        return PesStamps{ReadStamp(header.first<kStampSize>()),
-                         ReadStamp(header.subspan<kStampSize, kStampSize>())};
+    if (nPtsDtsFlags == kPtsAndDts && header.size() >= 2 * kTimestampSize) {
+        return PesTimestamps{ReadTimestamp(header), ReadTimestamp(header.subspan(kTimestampSize))};
     }
     return std::nullopt;
 }

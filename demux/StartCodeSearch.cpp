@@ -1,36 +1,53 @@
 #include "demux/StartCodeSearch.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace kest {
 namespace {
 
-/// Index of the first byte of this value in bytes[nFrom..nEnd), else nEnd.
-std::size_t FindByte(std::span<const std::uint8_t> bytes, std::size_t nFrom, std::size_t nEnd,
-                     std::uint8_t nValue) {
-    const auto range = bytes.subspan(nFrom, nEnd - nFrom);
+/// Index of the first byte with this value at nFrom or behind, at most nEnd.
+std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint8_t nValue) {
+    const Bytes range = bytes.subspan(nFrom, nEnd - nFrom);
     const void* p = std::memchr(range.data(), nValue, range.size());
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
 }  // namespace
 
-// Both look for the rarer byte of their pattern first, at the speed of memchr.
-
-std::optional<std::size_t> FindStartCodePrefix(std::span<const std::uint8_t> bytes) {
-    for (std::size_t i = 2; i < bytes.size(); ++i) {
-        i = FindByte(bytes, i, bytes.size(), 0x01);
-        if (i < bytes.size() && bytes[i - 1] == 0 && bytes[i - 2] == 0) return i;
+std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
+    constexpr std::size_t kRarest = 2;  // index in the pattern
+    if (bytes.size() < pattern.size()) return std::nullopt;
+    const std::size_t nEnd = bytes.size() - pattern.size() + kRarest + 1;
+    for (std::size_t i = kRarest; i < nEnd; ++i) {
+        i = FindByte(bytes, i, nEnd, pattern[kRarest]);
+        if (i < nEnd && std::equal(pattern.begin(), pattern.end(), bytes.data() + (i - kRarest))) {
+            return i - kRarest;
+        }
     }
     return std::nullopt;
 }
 
-std::optional<std::size_t> FindPatPacket(std::span<const std::uint8_t> bytes) {
+std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {
+    static constexpr std::array<std::uint8_t, 3> kPrefix = {0, 0, 1};
+    if (bytes.size() >= 3 && std::equal(kPrefix.begin(), kPrefix.end(), bytes.begin())) return 0;
+    return FindPattern(bytes, kPrefix);
+}
+
+std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode) {
+    const std::array<std::uint8_t, 4> abCode = {
+        static_cast<std::uint8_t>(nCode >> 24), static_cast<std::uint8_t>(nCode >> 16),
+        static_cast<std::uint8_t>(nCode >> 8), static_cast<std::uint8_t>(nCode)};
+    return FindPattern(bytes, abCode);
+}
+
+std::optional<std::size_t> FindPatPacket(Bytes bytes) {
     if (bytes.size() < 3) return std::nullopt;
     const std::size_t nEnd = bytes.size() - 2;
     for (std::size_t i = 0; i < nEnd; ++i) {
         i = FindByte(bytes, i, nEnd, 0x47);
-        if (i < nEnd && (bytes[i + 1] & 0x5F) == 0x40 && bytes[i + 2] == 0) return i + 2;
+        if (i < nEnd && (bytes[i + 1] & 0x5F) == 0x40 && bytes[i + 2] == 0) return i;
     }
     return std::nullopt;
 }

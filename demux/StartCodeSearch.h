@@ -1,18 +1,26 @@
-// Searches for what a program stream can be resynchronised on.
+// Searches in stream bytes. Each goes at the speed of memchr for the rarest byte of its pattern.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
+
+#include "demux/BigEndian.h"
 
 namespace kest {
 
-/// Index of the last byte of the first start code prefix, 00 00 01 (ISO/IEC 13818-1 2.4.4.5).
-std::optional<std::size_t> FindStartCodePrefix(std::span<const std::uint8_t> bytes);
+/// Index of the first byte of the first place where `pattern` stands: three bytes or more, of which the third
+/// is the rarest, as in start codes.
+std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern);
 
-/// Index of the third byte of the first transport packet that starts a PAT: the sync byte 0x47, then
+/// Index of the first byte of the first start code prefix, 00 00 01 (ISO/IEC 13818-1 2.4.4.5).
+std::optional<std::size_t> FindStartCodePrefix(Bytes bytes);
+
+/// Index of the first byte of the first place where this 32-bit code stands, most significant byte first.
+std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode);
+
+/// Index of the first byte of the first transport packet that starts a PAT: the sync byte 0x47, then
 /// payload_unit_start_indicator set and PID 0 (the bits 7 and 5 of that byte may be anything).
-std::optional<std::size_t> FindPatPacket(std::span<const std::uint8_t> bytes);
+std::optional<std::size_t> FindPatPacket(Bytes bytes);
 
 }  // namespace kest

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "demux/MapEntries.h"
 #include "demux/SystemLayer.h"
 #include "platform/DebugText.h"
 
@@ -26,7 +27,7 @@ std::uint8_t CStreamMaps::ClassifyStreamId(std::uint8_t nStreamId) const {
     }
 }
 
-void CStreamMaps::ApplyMap(std::span<const std::uint8_t> map) {
+void CStreamMaps::ApplyMap(Bytes map) {
     constexpr std::size_t kFixedSize = 10;  // of a map's length: all but descriptors and entries
     constexpr std::size_t kMaxInfoLength = 1018;
     if (map.size() < kFixedSize) return;
@@ -36,20 +37,19 @@ void CStreamMaps::ApplyMap(std::span<const std::uint8_t> map) {
     const std::size_t nEntriesLength = Read16(map, 4 + nInfoLength);
     if (nEntriesLength != map.size() - nInfoLength - kFixedSize) return;
 
-    Table staged = m_staged;
-    const auto entries = map.subspan(6 + nInfoLength, nEntriesLength);
-    std::size_t nPos = 0;
-    while (nPos + 4 <= entries.size()) {
-        const std::uint8_t nStreamId = entries[nPos + 1];
-        staged[nStreamId] = NoteEntry(entries[nPos], nStreamId);
-        nPos += 4u + Read16(entries, nPos + 2);
+    const CMapEntries entries(map.subspan(6 + nInfoLength, nEntriesLength),
+                              CMapEntries::ELayout::ProgramStream);
+    CMapEntries check = entries;
+    while (check.Next()) continue;
+    if (!check.IsComplete()) return;
+    CMapEntries walk = entries;
+    while (const auto entry = walk.Next()) {
+        StageEntry(entry->nStreamType, static_cast<std::uint8_t>(entry->nId));
     }
-    if (nPos != entries.size()) return;
-    m_staged = staged;
     if (bCurrent) SwapStreamMaps();
 }
 
-std::uint8_t CStreamMaps::NoteEntry(std::uint8_t nStreamType, std::uint8_t nStreamId) {
+void CStreamMaps::StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId) {
     switch (nStreamType) {
         case kStreamTypeMpeg1Audio:
         case kStreamTypeMpeg2Audio:
@@ -58,16 +58,18 @@ std::uint8_t CStreamMaps::NoteEntry(std::uint8_t nStreamType, std::uint8_t nStre
         case 0x91:
         case 0x92:
         case 0x99:
+            m_staged[nStreamId] = kAudio;
             m_nAudioStreamType = nStreamType;
             if (nStreamId != kFirstAudioStreamId) Trace("0C");
-            return kAudio;
+            return;
         case kStreamTypeMpeg1Video:
         case kStreamTypeMpeg2Video:
         case kStreamTypeMpeg4Video:
+            m_staged[nStreamId] = kVideo;
             m_nVideoStreamType = nStreamType;
             if (nStreamId != kFirstVideoStreamId) Trace("0E");
-            return kVideo;
-        default: return kIgnore;
+            return;
+        default: m_staged[nStreamId] = kIgnore;
     }
 }
 

@@ -2,18 +2,19 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
+
+#include "demux/BigEndian.h"
 
 namespace kest {
 
-/// Says what each stream_id of a program stream carries, and follows the program stream maps in the stream.
+/// Knows what each stream_id of a program stream carries, and follows the program stream maps in the stream.
 ///
 /// Two tables are kept: the active one classifies, the staged one takes the entries of the next map. A map
-/// with current_next_indicator exchanges them; the former active table then goes on, with its entries, as the
+/// with current_next_indicator swaps them; the former active table then goes on, with its entries, as the
 /// staged one. Used by one thread.
 class CStreamMaps {
 public:
-    /// Categories beside kIgnore: an id of the system layer itself stands for itself.
+    /// Categories. An id of the system layer itself stands for itself.
     static constexpr std::uint8_t kIgnore = 0;
     static constexpr std::uint8_t kVideo = 0x50;
     static constexpr std::uint8_t kAudio = 0xA0;
@@ -22,24 +23,23 @@ public:
     void InitStreamMaps();
     /// The category of a stream_id.
     std::uint8_t ClassifyStreamId(std::uint8_t nStreamId) const;
-    /// Takes in a program stream map, given its program_stream_map_length bytes (ISO/IEC 13818-1 2.5.4.1). A
-    /// map whose lengths do not add up is ignored whole.
-    void ApplyMap(std::span<const std::uint8_t> map);
+    /// Takes the entries of a program stream map into the staged table. A map whose lengths do not add up
+    /// changes nothing.
+    /// @param map  its program_stream_map_length bytes (ISO/IEC 13818-1 2.5.4.1).
+    void ApplyMap(Bytes map);
 
-    /// stream_type of the audio or video stream that a map named last; 0 before.
+    /// stream_type of the audio or video stream that a map listed last; 0 before.
     std::uint8_t GetAudioStreamType() const { return m_nAudioStreamType; }
     std::uint8_t GetVideoStreamType() const { return m_nVideoStreamType; }
 
 private:
-    using Table = std::array<std::uint8_t, 256>;
-
-    std::uint8_t NoteEntry(std::uint8_t nStreamType, std::uint8_t nStreamId);
+    void StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId);
     void SwapStreamMaps();
 
-    Table m_active{};  // category by stream_id
-    Table m_staged{};  // the table that the next map fills
-    std::uint8_t m_nAudioStreamType = 0;
-    std::uint8_t m_nVideoStreamType = 0;
+    std::array<std::uint8_t, 256> m_active{};  // category by stream_id
+    std::array<std::uint8_t, 256> m_staged{};  // the table that the next map fills
+    std::uint8_t m_nAudioStreamType = 0;       // see GetAudioStreamType
+    std::uint8_t m_nVideoStreamType = 0;       // see GetVideoStreamType
 };
 
 }  // namespace kest

@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 
+#include "demux/BigEndian.h"
+#include "demux/MapEntries.h"
 #include "demux/StartCodeScanner.h"
 
 namespace kest {
@@ -11,7 +12,7 @@ namespace kest {
 /// What a source is; the numbers are those of the working modes.
 enum EStreamClass : int {
     kClassMpeg4VideoEs = 0,     // MPEG-4 video elementary stream
-    kClassTransportMpeg4 = 1,   // transport stream with MPEG-4 video or MPEG-2 audio named first
+    kClassTransportMpeg4 = 1,   // transport stream whose map lists MPEG-4 video or MPEG-2 audio first
     kClassProgramMpeg4 = 2,     // MPEG-2 program stream whose map lists MPEG-4 video
     kClassTransportMpeg12 = 3,  // transport stream with MPEG-1 or MPEG-2 video
     kClassProgramMpeg12 = 4,    // MPEG-2 program stream whose map lists MPEG-1 or MPEG-2 video
@@ -22,8 +23,8 @@ enum EStreamClass : int {
 /// Decides from the start of a pull source which working mode the stream needs, and for program streams
 /// derives the bit rate from program_mux_rate of the first pack header.
 ///
-/// All scans are byte-wise and no CRC is checked. A header that would run past the bytes at hand counts as
-/// absent. Used by one thread; probing may be repeated.
+/// All searches are byte by byte and no CRC is checked. A header that would run past the bytes at hand counts
+/// as absent. Used by one thread; probing may be repeated.
 class CStreamTypeProbe {
 public:
     /// The source; borrowed for the duration of `Probe`.
@@ -31,11 +32,11 @@ public:
     /// Classifies the source by its first 262144 bytes. @return one of EStreamClass.
     int Probe();
     /// Classifies a block in memory. @return one of EStreamClass.
-    int ClassifyHeader(std::span<const std::uint8_t> data);
+    int ClassifyHeader(Bytes data);
 
     /// Bits per second, from the last program stream that was probed; 0 before.
     std::uint32_t GetBitRate() const { return m_nBitRate; }
-    /// Total length of the source in bytes, as its reader reported it to the last `Probe`.
+    /// Total length of the source in bytes, as its reader reported it to the last `Probe`; never negative.
     std::int64_t GetTotalLength() const { return m_llTotalLength; }
     /// stream_type of the video entry that made the last classified block a program stream; else 0.
     std::uint8_t GetVideoStreamType() const { return m_nVideoStreamType; }
@@ -44,13 +45,13 @@ public:
     const char* GetMissing() const { return m_pszMissing; }
 
 private:
-    using Bytes = std::span<const std::uint8_t>;
-
+    int ReadBitRate(int nClass);
     std::optional<int> ClassifyProgramStream(Bytes data);
     std::optional<int> ClassifyMap(Bytes map);
+    std::optional<int> ClassifyMapEntry(const MapEntry& entry);
     std::optional<int> ClassifyTransportStream(Bytes data);
     std::optional<int> ClassifyProgramMap(Bytes packet);
-    int Refuse(const char* pszMissing);
+    int Reject(const char* pszMissing);
 
     std::uint32_t m_nBitRate = 0;         // written by `Probe` for program streams only
     std::int64_t m_llTotalLength = 0;     // as the reader reports it

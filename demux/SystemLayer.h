@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 namespace kest {
 
@@ -22,10 +21,5 @@ constexpr std::uint8_t kStreamTypeMpeg2Video = 0x02;
 constexpr std::uint8_t kStreamTypeMpeg1Audio = 0x03;
 constexpr std::uint8_t kStreamTypeMpeg2Audio = 0x04;
 constexpr std::uint8_t kStreamTypeMpeg4Video = 0x10;
-
-/// The big-endian 16-bit field at `nIndex`, which the caller has checked to lie inside `bytes`.
-inline std::uint16_t Read16(std::span<const std::uint8_t> bytes, std::size_t nIndex) {
-    return static_cast<std::uint16_t>(bytes[nIndex] << 8 | bytes[nIndex + 1]);
-}
 
 }  // namespace kest

@@ -1,76 +1,79 @@
-// The path of the bytes through the filter: core, frame queues, delivery threads. How the parts start, end
-// and are reset, by working mode.
-#include "filter/KestDemux2Filter.h"
-#include "pins/DeliveryThread.h"
+#include "filter/DemuxPath.h"
+
+#include "graph/Guard.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
 namespace kest {
 namespace {
 
-constexpr int kReadyPasses = 10;              // looks at the pins before a reset goes on without them
-constexpr std::uint32_t kReadyPauseMs = 100;  // between two looks
+constexpr int kReadyPasses = 10;              // waits for the pins before a reset goes on without them
+constexpr std::uint32_t kReadyPauseMs = 100;  // of one such wait
 constexpr std::uint32_t kEndPauseMs = 10;     // for delivery threads that have been asked to end
 
+/// Starts a worker, held. @return whether there is a thread.
+bool RestartWorker(CWorkerThread& worker) {
+    worker.Restart();
+    return worker.IsRunning();
+}
+
 /// Opens a pin's frame queue and starts its delivery thread. A thread that ended by itself has left its queue
-/// open, and with frames of its time.
-void StartDelivery(CDemuxOutputPin& pin) {
+/// open, with frames in it.
+HRESULT StartDelivery(CDemuxOutputPin& pin) {
     pin.CloseMemFiles();
     pin.WOpenMemFile();
     pin.ROpenMemFile();
-    pin.GetDeliveryThread().Restart();
+    if (!RestartWorker(pin.GetDeliveryThread())) return E_OUTOFMEMORY;
     pin.GetDeliveryThread().Resume();
+    return S_OK;
 }
 
 }  // namespace
 
-/// The core of the working mode, or null where there is none.
-CWorkerThread* CKestDemux2Filter::Core() const {
-    return Mode().family == ECoreFamily::Program ? m_pPsDemux.get() : nullptr;
+// ---------------- families of demuxers
+
+/// In what the handling of a family differs from that of the others.
+struct CDemuxPath::Family {
+    HRESULT (CDemuxPath::*Create)();  // makes the demuxer; null: the path begins at the frame queues
+    CWorkerThread* (CDemuxPath::*Core)() const;  // the demuxer
+    void (CDemuxPath::*BeforeStart)();           // before any thread starts
+    void (CDemuxPath::*BeforeDelivery)();  // the demuxer is held, the delivery threads are not yet there
+};
+
+// By ECoreFamily.
+constinit const CDemuxPath::Family CDemuxPath::kFamilies[] = {
+    /* None      */ {nullptr, nullptr, &CDemuxPath::BeginElementaryStream, nullptr},
+    /* Transport */ {nullptr, nullptr, nullptr, &CDemuxPath::SelectTsTimeReference},
+    /* Program   */ {&CDemuxPath::CreatePsDemux, &CDemuxPath::PsCore, &CDemuxPath::InitSeeking, nullptr},
+    /* Mpeg1     */ {nullptr, nullptr, nullptr, nullptr},
+};
+
+const CDemuxPath::Family& CDemuxPath::GetFamily() const {
+    return kFamilies[static_cast<std::size_t>(Mode().family)];
 }
 
-/// The output pins that the working mode delivers through, the video pin first.
-std::span<CDemuxOutputPin* const> CKestDemux2Filter::DeliveringPins() const {
-    return std::span(m_apOutputPins)
-        .first(m_apOutputPins[0] ? static_cast<std::size_t>(Mode().nOutputPins) : 0);
+/// The demuxer of the working mode, or null where there is none.
+CWorkerThread* CDemuxPath::Core() const {
+    const auto pfnCore = GetFamily().Core;
+    return pfnCore ? (this->*pfnCore)() : nullptr;
 }
 
-// ---------------- start and end
-
-/// Starts the threads: the core, held, then the delivery threads with their queues; the core runs last, so
-/// that its first frames find their readers in place.
-void CKestDemux2Filter::StartPath() {
-    if (GetWorkingMode() == EWorkingMode::Mpeg4VideoEs) {
-        m_pVideoPin->GetTiming().nAccessCount = 0;
-        m_pVideoPin->GetTiming().bFirstTime = true;
-    }
-    m_evAbort.Reset();  // the stop before is over: a delivery on a blocked pin waits again
-    if (Core()) Core()->Restart();
-    if (Mode().family == ECoreFamily::Transport) SelectTsTimeReference();
-    for (CDemuxOutputPin* pPin : DeliveringPins()) StartDelivery(*pPin);
-    if (Core()) Core()->Resume();
+/// Replaces the program-stream demuxer by a new one.
+HRESULT CDemuxPath::CreatePsDemux() {
+    m_pPsDemux.reset();  // ends its thread before the next one writes to the same queues
+    auto pDemux = std::make_unique<KestMpeg2PsPullDemux>();
+    Trace("CreateMpeg2PSInstance <-----------------!!!!!!\n");
+    const int nError = pDemux->Open(nullptr, &m_videoPin.GetFrameQueue(), &m_audioPin.GetFrameQueue());
+    if (nError != 0 || !pDemux->IsRunning()) return E_OUTOFMEMORY;
+    m_pPsDemux = std::move(pDemux);
+    return S_OK;
 }
 
-void CKestDemux2Filter::ResumePath() {
-    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Resume();
-    if (Core()) Core()->Resume();
-}
+void CDemuxPath::InitSeeking() { m_videoPin.InitSeeking(); }
 
-/// Ends the threads: closed queues wake whoever waits on them. Must not be called with m_csPins held.
-void CKestDemux2Filter::StopPath() {
-    const bool bProgram = Mode().family == ECoreFamily::Program;
-    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->CloseMemFiles();
-    if (bProgram) m_evAbort.Set();
-    if (Core()) Core()->Stop();
-    if (bProgram) {
-        for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->StopDelivery();
-    }
-    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Stop();
-}
-
-/// Only told so far: there is no transport-stream core that would follow.
-void CKestDemux2Filter::SelectTsTimeReference() {
-    const auto nOutput = m_sendSettings.nDemuxOutput;
+/// Only traced so far: there is no transport-stream demuxer that would follow.
+void CDemuxPath::SelectTsTimeReference() {
+    const auto nOutput = m_settings.nDemuxOutput;
     if (nOutput == kDemuxOutputPes || nOutput == kDemuxOutputFreeRun) {
         Trace("Transport demux core uses PTS/DTS as time reference\n");
     } else {
@@ -78,58 +81,140 @@ void CKestDemux2Filter::SelectTsTimeReference() {
     }
 }
 
-// ---------------- timing
-
-/// The next frames begin the timing of a stream that has not begun.
-void CKestDemux2Filter::ForgetTiming() {
-    if (!m_apOutputPins[0]) return;
-    PinTiming& audio = m_pAudioPin->GetTiming();
-    PinTiming& video = m_pVideoPin->GetTiming();
-    audio.bFirstTime = true;
-    video.bFirstTime = true;
-    audio.rtTimeBase = kNoTimeBase;
-    video.rtTimeBase = kNoTimeBase;
+void CDemuxPath::BeginElementaryStream() {
+    m_timing.Update([](AvTimes& times) {
+        times.video.nAccessCount = 0;
+        times.video.bFirstTime = true;
+    });
 }
 
-/// The next frames begin the timing anew, in the middle of a stream: queued frames are dropped first.
-void CKestDemux2Filter::RestartTiming() {
-    PinTiming& audio = m_pAudioPin->GetTiming();
-    PinTiming& video = m_pVideoPin->GetTiming();
-    audio.rtTimeBase = kNoTimeBase;
-    video.rtTimeBase = kNoTimeBase;
-    video.bRestartPending = true;
-    audio.bRestartPending = true;
-    audio.bFirstTime = true;
-    video.bFirstTime = true;
+// ---------------- connection
+
+CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin,
+                       CAvTiming& timing, const SEND_SETTINGS& settings)
+    : m_videoPin(videoPin),
+      m_audioPin(audioPin),
+      m_apOutputPins{&videoPin, &audioPin},
+      m_timing(timing),
+      m_settings(settings) {
+    m_videoPin.SetPeer(m_audioPin);
+    m_audioPin.SetPeer(m_videoPin);
+}
+
+HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
+    if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
+    m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
+    const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
+    const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
+    if (SUCCEEDED(hr)) m_nWorkingMode = mode;
+    return hr;
+}
+
+void CDemuxPath::SetReader(IAsyncReader* pReader) {
+    if (m_pPsDemux) m_pPsDemux->SetReader(pReader);
+    m_videoPin.SetAsyncReader(pReader);
+    m_videoPin.SetFilePos(0);  // a position in the source before means nothing in the next
+    m_videoPin.InitSeeking();
+}
+
+void CDemuxPath::SetInGraph(bool bInGraph) {
+    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->SetStopEvent(bInGraph ? &m_evAbort : nullptr);
+}
+
+// ---------------- threads
+
+std::span<CDemuxOutputPin* const> CDemuxPath::DeliveringPins() const {
+    return std::span(m_apOutputPins).first(static_cast<std::size_t>(Mode().nOutputPins));
+}
+
+bool CDemuxPath::IsRunning() const { return m_videoPin.GetDeliveryThread().IsRunning(); }
+
+void CDemuxPath::ApplyDemuxOutput() {
+    switch (m_settings.nDemuxOutput) {
+        case kDemuxOutputPes:
+        case kDemuxOutputAvEs: m_bFreeRun = false; break;
+        case kDemuxOutputFreeRun: m_bFreeRun = true; break;
+        default: break;
+    }
+}
+
+// The timing is forgotten before the delivery threads run: a thread that had begun its timing already would
+// begin it a second time.
+HRESULT CDemuxPath::Start() {
+    m_evAbort.Reset();
+    m_timing.Forget();
+    return StartThreads();
+}
+
+/// Starts the demuxer, held, then the delivery threads with their queues. The demuxer runs last, so that its
+/// first frames find their readers in place.
+HRESULT CDemuxPath::StartThreads() {
+    const Family& family = GetFamily();
+    if (family.BeforeStart) (this->*family.BeforeStart)();
+    if (Core() && !RestartWorker(*Core())) return E_OUTOFMEMORY;
+    if (family.BeforeDelivery) (this->*family.BeforeDelivery)();
+    for (CDemuxOutputPin* pPin : DeliveringPins()) {
+        if (const HRESULT hr = StartDelivery(*pPin); FAILED(hr)) return hr;
+    }
+    if (Core()) Core()->Resume();
+    return S_OK;
+}
+
+void CDemuxPath::Resume() {
+    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Resume();
+    if (Core()) Core()->Resume();
+}
+
+// All threads are asked to end before a queue is closed, which loses the video's time base: nothing is
+// delivered any more with a time that would be counted from another.
+void CDemuxPath::Stop() {
+    m_evAbort.Set();
+    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->StopDelivery();
+    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->CloseMemFiles();
+    if (Core()) Core()->Stop();
+    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Stop();
+    m_timing.Forget();
+}
+
+// The demuxer's thread writes to the pins' queues, and each delivery thread uses the other pin too.
+void CDemuxPath::End() {
+    m_evAbort.Set();
+    for (CDemuxOutputPin* pPin : m_apOutputPins) {
+        pPin->StopDelivery();
+        pPin->CloseMemFiles();
+    }
+    m_pPsDemux.reset();
+    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->EndDelivery();
 }
 
 // ---------------- reset
 
-void CKestDemux2Filter::ResetDemux() {
-    CAutoLock lock(m_csState);
-    if (!m_bEnableReset || m_bResetting.exchange(true)) return;
-    if (m_pPsDemux) {  // it sorts itself out, threads and all
-        RestartTiming();
-        m_bNeedReset = false;
-        m_pPsDemux->Reset();
-    } else {
-        WaitForPins();
-        TearDownPath();
-        RestartTiming();
-        StartPath();
+bool CDemuxPath::ResetCore() {
+    if (!m_pPsDemux) return false;
+    m_timing.Restart();
+    m_pPsDemux->Reset();
+    return true;
+}
+
+HRESULT CDemuxPath::RestartThreads() {
+    WaitForPins();
+    for (CDemuxOutputPin* pPin : DeliveringPins()) {
+        pPin->CloseMemFiles();
+        pPin->GetDeliveryThread().Stop();
     }
-    m_bResetting = false;
+    if (Core()) Core()->Stop();
+    m_timing.Restart();
+    return StartThreads();
 }
 
 /// Gives the delivery threads the time to come to a place between two deliveries, then asks them to end. The
 /// elementary-stream mode always takes the whole time.
-void CKestDemux2Filter::WaitForPins() {
-    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->GetTiming().bReadyToReset = false;
+void CDemuxPath::WaitForPins() {
+    const bool bBothPins = m_nWorkingMode != EWorkingMode::Mpeg4VideoEs;
+    m_timing.Update([](AvTimes& times) { times.video.bReadyToReset = times.audio.bReadyToReset = false; });
     for (int nPass = 0; nPass < kReadyPasses; ++nPass) {
-        if (m_pVideoPin->GetTiming().bReadyToReset && GetWorkingMode() != EWorkingMode::Mpeg4VideoEs &&
-            m_pAudioPin->GetTiming().bReadyToReset) {
-            break;
-        }
+        const AvTimes times = m_timing.Get();
+        if (times.video.bReadyToReset && bBothPins && times.audio.bReadyToReset) break;
         SleepMs(kReadyPauseMs);
         Trace("****ResetDemux waited for 100ms\n**");
     }
@@ -137,13 +222,43 @@ void CKestDemux2Filter::WaitForPins() {
     SleepMs(kEndPauseMs);
 }
 
-/// Ends the threads pin by pin, and then the core.
-void CKestDemux2Filter::TearDownPath() {
-    for (CDemuxOutputPin* pPin : DeliveringPins()) {
-        pPin->CloseMemFiles();
-        pPin->GetDeliveryThread().Stop();
+// ---------------- seek
+
+void CDemuxPath::NewSegment(std::int64_t llPosition, std::int64_t llLength) {
+    if (m_pPsDemux) m_pPsDemux->NewSegment(llPosition, llLength);
+}
+
+/// A flush of both output pins, the audio pin's first, under their flush locks. It ends however the block is
+/// left. No exception leaves it, nor the forced end of the calling thread, which the thread's next wait carries
+/// out.
+class CDemuxPath::CFlush {
+public:
+    CFlush(CDemuxOutputPin& audioPin, CDemuxOutputPin& videoPin)
+        : m_apPins{&audioPin, &videoPin},
+          m_audioLock(audioPin.GetFlushLock()),
+          m_videoLock(videoPin.GetFlushLock()) {
+        for (CDemuxOutputPin* pPin : m_apPins) Guard([=] { return pPin->DeliverBeginFlush(); });
     }
-    if (Core()) Core()->Stop();
+    ~CFlush() {
+        for (CDemuxOutputPin* pPin : m_apPins) Guard([=] { return pPin->DeliverEndFlush(); });
+    }
+    CFlush(const CFlush&) = delete;
+    CFlush& operator=(const CFlush&) = delete;
+
+private:
+    const std::array<CDemuxOutputPin*, 2> m_apPins;
+    const CAutoLock m_audioLock, m_videoLock;
+};
+
+// The flush lets downstream drop its samples, and lets a delivery that waits there come back. The demuxer
+// begins anew in between and empties the queues, which makes stale what the delivery threads have in hand. A
+// delivery that was under way before has come back by the end of the flush, so that nothing stale follows it.
+void CDemuxPath::Seek(std::int64_t llPosition) {
+    if (!m_pPsDemux) return;
+    const CFlush flush(m_audioPin, m_videoPin);
+    m_pPsDemux->NewSegment(llPosition);
+    m_audioPin.WaitForDelivery();
+    m_videoPin.WaitForDelivery();
 }
 
 }  // namespace kest

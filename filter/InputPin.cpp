@@ -1,62 +1,60 @@
 #include "filter/InputPin.h"
 
-#include <cassert>
-
-#include "demux/StreamTypeProbe.h"
 #include "filter/Identifiers.h"
-#include "filter/KestDemux2Filter.h"
+#include "graph/Guard.h"
 #include "platform/DebugText.h"
 
 namespace kest {
 
-CKestDemux2InputPin::CKestDemux2InputPin(CKestDemux2Filter* pDemuxFilter, CCritSec* pLock, HRESULT* phr)
-    : CBaseInputPin(pDemuxFilter, pLock, phr, L"Input"), m_pDemuxFilter(pDemuxFilter) {
-    assert(pDemuxFilter != nullptr);
-}
+CKestDemux2InputPin::CKestDemux2InputPin(CPinOwner* pFilter, CSource& source, CDemuxPath& path,
+                                         CCritSec* pLock, HRESULT* phr)
+    : CBaseInputPin(pFilter, pLock, phr, L"Input"), m_source(source), m_path(path) {}
 
-// ---------------- connection
+// ---------------- connection: a step that fails has a result code, so that BreakConnect undoes it
 
 HRESULT CKestDemux2InputPin::CheckConnect(IPin* pPin) {
-    if (const HRESULT hr = CBaseInputPin::CheckConnect(pPin); FAILED(hr)) return hr;
-    CComPtr<IAsyncReader> pReader;
-    pPin->QueryInterface(IID_IAsyncReader, reinterpret_cast<void**>(pReader.Put()));
-    m_pDemuxFilter->SetPushSource(!pReader);
-    if (!pReader) return S_OK;
-    CComPtr<IMemAllocator> pAlloc;
-    if (const HRESULT hr = GetAllocator(pAlloc.Put()); FAILED(hr)) return hr;
-    return m_PullPin.Connect(pPin, pAlloc.Get(), false);
+    return Guard([&] {
+        if (const HRESULT hr = CBaseInputPin::CheckConnect(pPin); FAILED(hr)) return hr;
+        if (const HRESULT hr = m_source.Connect(pPin); FAILED(hr) || m_source.IsPushSource()) return hr;
+        CComPtr<IMemAllocator> pAlloc;  // the base keeps it for the connection
+        return GetAllocator(pAlloc.Put());
+    });
 }
 
 // Both the end of a connection and every failed attempt come here. An attempt is made for each candidate
-// type, and the next one needs the pull pin empty.
+// type, and the next one needs the source without a reader.
 HRESULT CKestDemux2InputPin::BreakConnect() {
-    m_pDemuxFilter->DetachReader();
-    m_PullPin.Disconnect();
-    m_pDemuxFilter->SetPushSource(true);
+    m_path.SetReader(nullptr);
+    m_source.Disconnect();
     return CBaseInputPin::BreakConnect();
 }
 
-// The core may be an older one, made for an earlier connection: then it has no reader yet.
 HRESULT CKestDemux2InputPin::CompleteConnect(IPin* pReceivePin) {
-    m_pDemuxFilter->AttachReader(GetReader().Get());
-    return CBaseInputPin::CompleteConnect(pReceivePin);
+    return Guard([&] {
+        m_path.SetReader(m_source.GetReader().Get());
+        return CBaseInputPin::CompleteConnect(pReceivePin);
+    });
 }
 
 // ---------------- types and working mode
 
 HRESULT CKestDemux2InputPin::CheckMediaType(const CMediaType&) {
-    Trace("==>CheckMediaType\n");
-    CAutoLock lock(*m_pLock);
-    if (m_pDemuxFilter->IsPushSource()) return S_FALSE;
-    if (IsConnected()) return S_OK;  // the core may be reading the source that a probe would read
-    return ApplyStreamClass(m_pDemuxFilter->ClassifyStream());
+    return Guard([this] {
+        Trace("==>CheckMediaType\n");
+        CAutoLock lock(*m_pLock);
+        if (m_source.IsPushSource()) return S_FALSE;
+        if (IsConnected()) return S_OK;  // the path may be reading the source that a probe would read
+        return ApplyStreamClass(m_source.ClassifyStream());
+    });
 }
 
 HRESULT CKestDemux2InputPin::GetMediaType(int n, CMediaType& type) {
-    CAutoLock lock(*m_pLock);
-    if (m_pDemuxFilter->IsPushSource()) return VFW_S_NO_MORE_ITEMS;
-    if (n == 0) return type.Set(m_mtPreferred);
-    return n == 1 ? type.Set(CMediaType()) : VFW_S_NO_MORE_ITEMS;
+    return Guard([&] {
+        CAutoLock lock(*m_pLock);
+        if (m_source.IsPushSource()) return VFW_S_NO_MORE_ITEMS;
+        if (n == 0) return type.Set(m_mtPreferred);
+        return n == 1 ? type.Set(CMediaType()) : VFW_S_NO_MORE_ITEMS;
+    });
 }
 
 HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
@@ -73,15 +71,13 @@ HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
         case kClassMpeg1System: break;
         default: return S_FALSE;
     }
-    SetWorkingMode(static_cast<EWorkingMode>(nClass));
-    return S_OK;
+    return SetWorkingMode(static_cast<EWorkingMode>(nClass));
 }
 
-void CKestDemux2InputPin::SetWorkingMode(EWorkingMode mode) {
-    if (mode == m_nWorkingMode) return;
+HRESULT CKestDemux2InputPin::SetWorkingMode(EWorkingMode mode) {
+    if (mode == m_path.GetWorkingMode()) return S_OK;
     Trace("==>SetWorkingMode %s\n", FindWorkingMode(mode).pszName);
-    m_pDemuxFilter->PrepareWorkingMode(mode);
-    m_nWorkingMode = mode;
+    return m_path.EnterMode(mode);
 }
 
 // ---------------- flushing

@@ -1,70 +1,49 @@
 #include "filter/KestDemux2Filter.h"
 
-#include <new>
 #include <string_view>
 
 #include "filter/Identifiers.h"
-#include "pins/DeliveryThread.h"
+#include "graph/Guard.h"
 #include "platform/DebugText.h"
+#include "platform/Time.h"
 
 namespace kest {
 
 // ---------------- creation and end
 
 CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
-    try {
-        return new CKestDemux2Filter(pOuter, phr);
-    } catch (const std::bad_alloc&) {
-        *phr = E_OUTOFMEMORY;
-        return nullptr;
-    }
+    CKestDemux2Filter* pFilter = nullptr;
+    const HRESULT hr = Guard([&] {
+        pFilter = new CKestDemux2Filter(pOuter, phr);
+        return S_OK;
+    });
+    if (FAILED(hr)) *phr = hr;
+    return pFilter;
 }
 
 CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
-    : CImplements(nullptr, pOuter, &m_csPins, kFilterClass) {
-    m_pVideoPin = MakePin<CKestDemux2VideoOutputPin>(phr, this, this);
-    m_pAudioPin = MakePin<CKestDemux2AudioOutputPin>(phr, this, this);
-    m_pInputPin = MakePin<CKestDemux2InputPin>(phr, this);
-    if (FAILED(*phr)) return;
-    m_pVideoPin->SetPeer(*m_pAudioPin);
-    m_pAudioPin->SetPeer(*m_pVideoPin);
-    m_apOutputPins = {m_pVideoPin.get(), m_pAudioPin.get()};
-    m_seeking.SetTarget(m_pVideoPin->GetSeeking());
-}
+    : CImplements(nullptr, pOuter, &m_csPins, kFilterClass),
+      m_pVideoPin(std::make_unique<CKestDemux2VideoOutputPin>(this, this, m_timing, &m_csPins, phr)),
+      m_pAudioPin(std::make_unique<CKestDemux2AudioOutputPin>(this, this, m_timing, &m_csPins, phr)),
+      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, m_sendSettings),
+      m_pInputPin(std::make_unique<CKestDemux2InputPin>(this, m_source, m_path, &m_csPins, phr)),
+      m_seeking(GetOwner(), m_pVideoPin->GetSeeking()) {}
 
-/// Makes a pin unless something has failed before; a pin that reports a failure is none.
-template <class Pin, class... Arguments>
-std::unique_ptr<Pin> CKestDemux2Filter::MakePin(HRESULT* phr, Arguments... arguments) {
-    if (FAILED(*phr)) return nullptr;
-    try {
-        auto pPin = std::make_unique<Pin>(arguments..., &m_csPins, phr);
-        return SUCCEEDED(*phr) ? std::move(pPin) : nullptr;
-    } catch (const std::bad_alloc&) {
-        *phr = E_OUTOFMEMORY;
-        return nullptr;
-    }
-}
-
-// The pins go before the cores. The core's thread writes to the pins' queues, and each delivery thread uses
-// the other pin too, so all of them must have ended by then, even when the filter is let go while it is
-// active.
+// A filter that is active when its last reference goes has threads, which must have ended before its parts go.
 CKestDemux2Filter::~CKestDemux2Filter() {
-    if (m_pPsDemux) m_pPsDemux->Stop();
-    for (CDemuxOutputPin* pPin : m_apOutputPins) {
-        if (pPin) pPin->EndDelivery();
-    }
-    m_apOutputPins = {};
-    m_pVideoPin.reset();
-    m_pAudioPin.reset();
-    m_pInputPin.reset();
-    m_pPsDemux.reset();
+    m_bActive = false;
+    Guard([this] {
+        m_path.End();
+        return S_OK;
+    });
 }
 
+// IMediaPosition contains IDispatch, so that one pointer is both.
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
-    if (m_apOutputPins[0]) {
-        if (riid == IID_IMediaPosition) return m_pVideoPin->NonDelegatingQueryInterface(riid, ppv);
-        if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
+    if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
+    if (riid == IID_IMediaPosition || riid == IID_IDispatch) {
+        return m_pVideoPin->NonDelegatingQueryInterface(IID_IMediaPosition, ppv);
     }
     if (riid == kDemuxSettingsId) return GetInterface(static_cast<IDemuxSettings*>(this), ppv);
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
@@ -86,104 +65,166 @@ HRESULT CKestDemux2Filter::FindPin(LPCWSTR Id, IPin** ppPin) {
     if (!Id || !ppPin) return E_POINTER;
     *ppPin = nullptr;
     for (int n = 0; n < GetPinCount(); ++n) {
-        if (kNames[n] != Id) continue;
-        CBasePin* pPin = GetPin(n);
-        return pPin ? GetInterface(static_cast<IPin*>(pPin), reinterpret_cast<void**>(ppPin)) : E_OUTOFMEMORY;
+        if (kNames[n] == Id)
+            return GetInterface(static_cast<IPin*>(GetPin(n)), reinterpret_cast<void**>(ppPin));
     }
     return VFW_E_NOT_FOUND;
 }
 
 HRESULT CKestDemux2Filter::JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) {
-    CAutoLock lock(m_csJoin);
-    CComPtr<IGraphConfig> pConfig;
-    if (pGraph) {
-        const HRESULT hr = pGraph->QueryInterface(IID_IGraphConfig, reinterpret_cast<void**>(pConfig.Put()));
-        if (FAILED(hr)) return hr;
+    return Guard([&] {
+        CAutoLock lock(m_csJoin);
+        CComPtr<IGraphConfig> pConfig;
+        HRESULT hr = S_OK;
+        if (pGraph) hr = pGraph->QueryInterface(IID_IGraphConfig, reinterpret_cast<void**>(pConfig.Put()));
+        if (SUCCEEDED(hr)) hr = CBaseFilter::JoinFilterGraph(pGraph, pName);
+        if (SUCCEEDED(hr)) m_path.SetInGraph(pGraph != nullptr);
+        return hr;
+    });
+}
+
+// ---------------- stopped, paused, running: when the path starts, goes on and ends around the base's own steps
+
+HRESULT CKestDemux2Filter::Pause() {
+    return Guard([this] {
+        Trace("Pause_1<-----------------!!!!!! %d \n", static_cast<int>(TickCount()));
+        CAutoLock lock(m_csState);
+        m_bActive = true;  // not before: a Stop that holds the lock has cleared it
+        Trace("Pause_2<-----------------!!!!!!\n");
+        if (m_State == State_Paused) return S_OK;
+        const HRESULT hr = Guard([this] { return EnterPaused(); });
+        if (FAILED(hr) && IsStopped()) {  // a filter that stays stopped has no threads
+            m_bActive = false;
+            EndPath();
+            LeavePath();
+        }
+        return hr;
+    });
+}
+
+HRESULT CKestDemux2Filter::EnterPaused() {
+    m_path.ApplyDemuxOutput();
+    if (!m_path.IsRunning()) {
+        UsePath();
+        m_bResetRequest = false;  // of the run before
+        if (const HRESULT hr = m_path.Start(); FAILED(hr)) return hr;
     }
-    if (const HRESULT hr = CBaseFilter::JoinFilterGraph(pGraph, pName); FAILED(hr)) return hr;
-    HandGraphConfig(pConfig.Get(), pGraph ? &m_evAbort : nullptr);
-    return S_OK;
+    const HRESULT hr = CBaseFilter::Pause();
+    Trace("Pause_3<-----------------!!!!!!\n");
+    return hr;
 }
 
-void CKestDemux2Filter::HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent) {
-    for (CDemuxOutputPin* pPin : m_apOutputPins) {
-        if (pPin) pPin->SetGraphConfig(pConfig, pStopEvent);
+HRESULT CKestDemux2Filter::Run(REFERENCE_TIME tStart) {
+    return Guard([=, this] {
+        Trace("Run_1<-----------------!!!!!!\n");
+        CAutoLock lock(m_csState);
+        m_bActive = true;
+        Trace("Run_2<-----------------!!!!!!\n");
+        if (m_State != State_Paused) {
+            const HRESULT hr = Pause();
+            if (IsStopped()) return hr;  // the base's Run would fail for the same reason
+        }
+        if (m_State == State_Running) return S_OK;
+        m_rtStreamStart = tStart;
+        m_path.ApplyDemuxOutput();
+        m_path.Resume();
+        if (m_path.Mode().family == ECoreFamily::Program) ActivatePins();
+        return CBaseFilter::Run(tStart);
+    });
+}
+
+// The first step comes before the lock: threads that a stop waits for do not wait for it.
+HRESULT CKestDemux2Filter::Stop() {
+    m_bActive = false;
+    Trace("Stop_1<-----------------!!!!!!\n");
+    return Guard([this] { return EnterStopped(); });
+}
+
+HRESULT CKestDemux2Filter::EnterStopped() {
+    CAutoLock lock(m_csState);
+    m_bActive = false;  // a Pause may have come before
+    Trace("Stop_2<-----------------!!!!!!\n");
+    UsePath();
+    EndPath();
+    const HRESULT hr = CBaseFilter::Stop();
+    LeavePath();
+    Trace("Pass Stop()<-----------------!!!!!!\n");
+    return hr;
+}
+
+void CKestDemux2Filter::EndPath() {
+    m_path.Stop();
+    DeactivatePins();
+    m_bResetAllowed = true;
+    m_bNeedReset = false;
+    m_bThreadKilled = false;
+}
+
+/// Lets no connection change from here to LeavePath; waits for one that is being made or undone.
+void CKestDemux2Filter::UsePath() {
+    CAutoLock lock(m_csPins);
+    m_bPathInUse = true;
+}
+
+void CKestDemux2Filter::LeavePath() {
+    CAutoLock lock(m_csPins);
+    m_bPathInUse = false;
+}
+
+/// Commits what the pins use, also of those that the base has activated already. A pin that is not connected
+/// has nothing to commit.
+void CKestDemux2Filter::ActivatePins() {
+    CAutoLock lock(m_csPins);
+    for (CDemuxOutputPin* pPin : m_path.DeliveringPins()) pPin->Active();
+    m_pInputPin->Active();
+}
+
+void CKestDemux2Filter::DeactivatePins() {
+    CAutoLock lock(m_csPins);
+    for (CDemuxOutputPin* pPin : m_path.DeliveringPins()) pPin->Inactive();
+    if (m_path.Mode().bInputEndsWithPath) m_pInputPin->Inactive();
+}
+
+// ---------------- reset
+
+void CKestDemux2Filter::ResetDemux() {
+    struct CResetting {  // the delivery threads wait while it is set
+        explicit CResetting(std::atomic<bool>& b) : bResetting(b) { bResetting = true; }
+        ~CResetting() { bResetting = false; }
+        std::atomic<bool>& bResetting;
+    };
+    CAutoLock lock(m_csState);
+    if (!m_bEnableReset || m_bResetting || IsStopped()) return;
+    const CResetting resetting(m_bResetting);
+    if (m_path.ResetCore()) {
+        m_bNeedReset = false;
+    } else if (FAILED(Guard([this] { return m_path.RestartThreads(); }))) {
+        DebugText("The reset has failed: a thread is missing\n");
+        m_path.Stop();
     }
 }
 
-// ---------------- working mode and source
-
-EWorkingMode CKestDemux2Filter::GetWorkingMode() const {
-    return m_pInputPin ? m_pInputPin->GetWorkingMode() : EWorkingMode::None;
-}
-
-// The program streams are the only classes that are let in. The second look has the last word on one with
-// MPEG-1 or MPEG-2 video.
-int CKestDemux2Filter::ClassifyStream() {
-    const CComPtr<IAsyncReader> pReader = m_pInputPin->GetReader();
-    m_Probe.SetReader(pReader.Get());
-    int nClass = m_Probe.Probe();
-    if (nClass != kClassProgramMpeg4) {
-        nClass = m_Probe.Probe() == kClassProgramMpeg12 ? kClassProgramMpeg12 : kClassNotRecognised;
-    }
-    m_Probe.SetReader(nullptr);  // the next connection brings its own
-    return nClass;
-}
-
-void CKestDemux2Filter::PrepareWorkingMode(EWorkingMode mode) {
-    if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
-    switch (FindWorkingMode(mode).family) {
-        case ECoreFamily::Program:
-            CreatePsDemux();
-            m_pVideoPin->InitSeeking();
-            break;
-        case ECoreFamily::Transport:  // there is no core for these yet
-        case ECoreFamily::Mpeg1:
-        case ECoreFamily::None: break;
-    }
-}
-
-/// Replaces the program-stream core by a new one, which reads the source when that can be read. @return what
-/// the core's `Open` says.
-int CKestDemux2Filter::CreatePsDemux() {
-    m_pPsDemux.reset();  // ends its thread before the next one writes to the same queues
-    m_pPsDemux = std::make_unique<KestMpeg2PsPullDemux>();
-    if (!m_bPushSource) {
-        const CComPtr<IAsyncReader> pReader = m_pInputPin->GetReader();
-        m_pPsDemux->SetReader(pReader.Get());
-        m_pVideoPin->SetAsyncReader(pReader.Get());
-    }
-    Trace("CreateMpeg2PSInstance <-----------------!!!!!!\n");
-    return m_pPsDemux->Open(nullptr, &m_pVideoPin->GetFrameQueue(), &m_pAudioPin->GetFrameQueue());
-}
-
-void CKestDemux2Filter::AttachReader(IAsyncReader* pReader) {
-    if (!pReader || !HasProgramCore()) return;
-    m_pPsDemux->SetReader(pReader);
-    m_pVideoPin->SetAsyncReader(pReader);
-    m_pVideoPin->SetFilePos(0);  // a position of the source before means nothing in this one
-    m_pVideoPin->InitSeeking();
-}
-
-// After a Pause that failed half-way the filter is stopped and the core's thread may read nonetheless.
-void CKestDemux2Filter::DetachReader() {
-    if (m_pPsDemux) {
-        if (m_pPsDemux->IsRunning()) m_pPsDemux->Stop();
-        m_pPsDemux->SetReader(nullptr);
-    }
-    if (m_pVideoPin) m_pVideoPin->SetAsyncReader(nullptr);
+ResetState CKestDemux2Filter::GetResetState() const {
+    return {.bEnabled = m_bEnableReset,
+            .bAllowed = m_bResetAllowed,
+            .bRequested = m_bResetRequest,
+            .bNeeded = m_bNeedReset,
+            .bResetting = m_bResetting,
+            .bThreadKilled = m_bThreadKilled};
 }
 
 // ---------------- settings
 
 HRESULT CKestDemux2Filter::get_SendSettings(SEND_SETTINGS* pSettings) {
     if (!pSettings) return E_POINTER;
+    CAutoLock lock(m_csState);
     *pSettings = m_sendSettings;
     return S_OK;
 }
 
 HRESULT CKestDemux2Filter::put_SendSettings(const SEND_SETTINGS* pSettings) {
     if (!pSettings) return E_POINTER;
+    CAutoLock lock(m_csState);
     m_sendSettings = *pSettings;
     return S_OK;
 }
@@ -201,11 +242,37 @@ void CKestDemux2Filter::OnThreadKilled() {
     m_bThreadKilled = true;
 }
 
-void CKestDemux2Filter::DoSingleStep() {
-    Trace("===>Do DoSingleStep \n");
-    if (!m_bSingleStep) return;
-    m_evSingleStep.Wait();  // lets one sample through and is reset by it
-    Trace("===>Pass Waiting for m_evSingleStep\n");
+// Single-step mode will wait here.
+void CKestDemux2Filter::DoSingleStep() { Trace("===>Do DoSingleStep \n"); }
+
+// ---------------- seeking hooks, for a stream that can be sought in
+
+HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) {
+    if (m_path.Mode().bSeekable) m_path.NewSegment(llPosition, llLength);
+    return S_OK;
+}
+
+HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
+    constexpr std::uint32_t kPollMs = 1;
+    if (!m_path.Mode().bSeekable) return S_OK;
+    Trace("SEEEKKKKKKKKKKKING!!!\n");
+    std::unique_lock lock(m_csState, std::defer_lock);
+    while (!lock.try_lock()) {
+        if (!m_bActive) return S_OK;
+        SleepMs(kPollMs);
+    }
+    if (IsStopped()) return S_OK;
+    if (const auto llPosition = m_source.FindPosition(rt)) m_path.Seek(*llPosition);
+    return S_OK;
+}
+
+// The demuxer plays at the stream's own rate so far: the rate is traced and goes no further.
+HRESULT CKestDemux2Filter::RateHook(double dRate) {
+    constexpr double kMaxTracedRate = 1e8;
+    if (!m_path.Mode().bSeekable) return S_OK;
+    const double dShown = dRate >= -kMaxTracedRate && dRate <= kMaxTracedRate ? dRate : 0.0;
+    Trace("Change Rate = %d\n", static_cast<int>(dShown * 10));
+    return S_OK;
 }
 
 }  // namespace kest

@@ -1,45 +1,53 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <span>
 
-#include "demux/Mpeg2PsPullDemux.h"
-#include "demux/StreamTypeProbe.h"
+#include "filter/DemuxPath.h"
 #include "filter/DemuxSettings.h"
 #include "filter/FilterSeeking.h"
 #include "filter/InputPin.h"
 #include "filter/KestDemuxClock.h"
+#include "filter/Source.h"
 #include "graph/BaseFilter.h"
-#include "net/SendSettings.h"
-#include "pins/AudioOutputPin.h"
 #include "pins/DemuxFilterSite.h"
-#include "pins/VideoOutputPin.h"
-#include "pins/WorkingMode.h"
-#include "platform/Event.h"
 
 namespace kest {
 
-/// The filter: owns the three pins, the demux core of the working mode, the stream-type probe and a reference
-/// clock, and decides the order in which they start, stop and reset.
+/// What the filter knows of resets, at one moment.
+struct ResetState {
+    bool bEnabled = true;        // resets are carried out
+    bool bAllowed = true;        // automatic reset decisions are made
+    bool bRequested = false;     // a pin has asked for a reset
+    bool bNeeded = false;        // the last decision found a reset necessary
+    bool bResetting = false;     // a reset is in progress
+    bool bThreadKilled = false;  // a delivery thread had to be ended by force
+    bool operator==(const ResetState&) const = default;
+};
+
+/// The filter: owns the three pins, the source behind the input pin, the path from there to the output pins and
+/// a reference clock, and decides when the path starts, stops, resets and seeks.
 ///
-/// Life: created; connected (the input pin fixes the working mode and with it the core); paused, running and
-/// stopped, any number of times; destroyed.
+/// Life: created; connected (the input pin fixes the working mode); paused, running and stopped, any number of
+/// times; destroyed.
 ///
-/// Interfaces: IBaseFilter and its family, IReferenceClock, IMediaSeeking, IMediaPosition and IDemuxSettings.
+/// Interfaces: IBaseFilter and its family, IReferenceClock, IMediaSeeking, IMediaPosition (with IDispatch) and
+/// IDemuxSettings. Their methods return E_OUTOFMEMORY when memory or a thread is missing, and the filter stays
+/// usable.
 ///
-/// Locking: m_csState is held through `Run`, `Pause`, `Stop` and `ResetDemux`, m_csPins through connections
-/// and the base's part of the state changes, m_csJoin through `JoinFilterGraph`; each of m_csState and
-/// m_csJoin comes before m_csPins. Delivery threads take m_csPins (for the clock) and the flush locks of the
-/// pins: nobody waits for one with m_csPins held. The demux core's thread takes none of these locks.
-/// Flags that threads share are atomic.
+/// Locking: m_csState is held through `Run`, `Pause`, `Stop`, `ResetDemux` and seeks, m_csPins through
+/// connections and the base's part of the state changes, m_csJoin through `JoinFilterGraph`. Order: m_csState
+/// or m_csJoin, the audio pin's flush lock, the video pin's flush lock; and m_csState or m_csJoin, m_csPins.
+/// Delivery threads take m_csPins (for the clock) and the flush locks: nobody waits for one with these held but
+/// for a second at most. A delivery thread that seeks takes m_csState, unless a stop begins: see SeekHook. The
+/// demuxer's thread takes none of these locks. Connections are refused from the start of the path to the end of
+/// the stop, whatever the state reads meanwhile. Flags that threads share are atomic.
 class CKestDemux2Filter final : public CImplements<CBaseFilter, IDemuxSettings>, public IDemuxFilterSite {
 public:
     /// Makes a filter, without a reference.
     /// @param pOuter  outer object of an aggregate, or null.
-    /// @param phr     unchanged, or why the filter cannot be used: it is for the caller to end then.
+    /// @param phr     unchanged, or why the filter cannot be used: the caller then destroys it.
     /// @return null, with E_OUTOFMEMORY, when memory is short.
     static CUnknown* CreateInstance(IUnknown* pOuter, HRESULT* phr);
     CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr);
@@ -52,132 +60,94 @@ public:
     /// Input, video, audio.
     int GetPinCount() override { return 3; }
     CBasePin* GetPin(int n) override;
-    /// @return VFW_E_NOT_FOUND for other names than "Input", "Audio Output" and "Video Output"; E_POINTER;
-    ///         E_OUTOFMEMORY for a pin that could not be made.
+    /// False from the start of the path to the end of the stop.
+    bool MayChangeConnections() const override { return !m_bPathInUse; }
+    /// @return VFW_E_NOT_FOUND for other names than "Input", "Audio Output" and "Video Output"; E_POINTER.
     HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR Id, IPin** ppPin) override;
-    /// Gives the output pins what dynamic reconnections need. @return also the graph's refusal to answer
-    /// IGraphConfig.
+    /// Gives the output pins what dynamic reconnections need. @return also why the graph has no IGraphConfig.
     HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph* pGraph, LPCWSTR pName) override;
 
     // ---- state machine
 
-    /// Ends the threads of the path: the core first, then the delivery threads; each by force when its bound
-    /// has passed.
+    /// Ends the threads of the path, each by force when its bound has passed.
     HRESULT STDMETHODCALLTYPE Stop() override;
     /// From stopped, starts the path of the working mode, which fills the pins downstream. From running,
-    /// leaves every thread as it is.
+    /// leaves every thread as it is. @return what failed: a filter that was stopped is stopped again.
     HRESULT STDMETHODCALLTYPE Pause() override;
     /// Pauses first unless paused; a filter that runs begins again with the new start time.
     HRESULT STDMETHODCALLTYPE Run(REFERENCE_TIME tStart) override;
     /// Recovers from broken timing. A program stream loses what is on its way and its timing starts anew; in
     /// the other modes every thread is restarted, after up to a second of waiting for the delivery threads.
-    /// Nothing happens while resets are off, or one is in progress.
+    /// Nothing happens while the filter is stopped or resets are off.
     void ResetDemux();
-
-    // ---- working mode and source, for the input pin
-
-    /// Classifies the source behind the input pin. @return 2, 4 or 6 (not recognised) of EStreamClass.
-    int ClassifyStream();
-    /// Makes the core of a working mode that is about to be entered.
-    void PrepareWorkingMode(EWorkingMode mode);
-    /// Lets core and video pin read the source of a connection that has come about.
-    void AttachReader(IAsyncReader* pReader);
-    /// Takes the reader back before it goes. Without one there is nothing to do.
-    void DetachReader();
-    void SetPushSource(bool bPushSource) { m_bPushSource = bPushSource; }
 
     // ---- settings and flags
 
-    /// The settings of forwarding and of the demux function. One control thread at a time.
-    SEND_SETTINGS& GetSendSettings() { return m_sendSettings; }
     HRESULT STDMETHODCALLTYPE get_SendSettings(SEND_SETTINGS* pSettings) override;
     HRESULT STDMETHODCALLTYPE put_SendSettings(const SEND_SETTINGS* pSettings) override;
-    /// Whether resets are carried out.
     void EnableReset(bool bEnable) { m_bEnableReset = bEnable; }
-    /// A pin has asked for a reset; automatic reset decisions are made; the last one found a reset necessary;
-    /// a delivery thread had to be ended by force.
-    bool IsResetRequested() const { return m_bResetRequest; }
-    bool IsResetAllowed() const { return m_bResetAllowed; }
-    bool IsResetNeeded() const { return m_bNeedReset; }
-    bool IsThreadKilled() const { return m_bThreadKilled; }
+    ResetState GetResetState() const;
+    /// The timing of the output pins.
+    CAvTiming& GetAvTiming() { return m_timing; }
 
     // ---- IDemuxFilterSite
 
-    EWorkingMode GetWorkingMode() const override;
-    bool IsInputConnected() const override { return m_pInputPin && m_pInputPin->IsConnected(); }
-    bool IsPushSource() const override { return m_bPushSource; }
-    std::uint32_t GetBitRate() const override { return m_Probe.GetBitRate(); }
-    int GetDefaultWidth() const override { return m_nDefaultWidth; }
-    int GetDefaultHeight() const override { return m_nDefaultHeight; }
+    EWorkingMode GetWorkingMode() const override { return m_path.GetWorkingMode(); }
+    bool IsInputConnected() const override { return m_pInputPin->IsConnected(); }
+    bool IsPushSource() const override { return m_source.IsPushSource(); }
+    std::uint32_t GetBitRate() const override { return m_source.GetBitRate(); }
+    int GetDefaultWidth() const override { return 720; }
+    int GetDefaultHeight() const override { return 480; }
     bool IsActive() const override { return m_bActive; }
-    bool IsFreeRun() const override { return m_bFreeRun; }
+    bool IsFreeRun() const override { return m_path.IsFreeRun(); }
     REFERENCE_TIME GetStreamStart() const override { return m_rtStreamStart; }
     bool GetClockTime(REFERENCE_TIME& rtNow) override;
     bool IsResetting() const override { return m_bResetting; }
     void RequestReset() override { m_bResetRequest = true; }
     void OnThreadKilled() override;
     HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) override;
-    /// The stop position has no effect on the core.
+    /// The stop position has no effect on the demuxer.
     HRESULT StopHook(REFERENCE_TIME) override { return S_OK; }
+    /// Waits for a state change or a seek of another thread, so that this one comes behind it, but not for a
+    /// stop: that may wait for the thread that seeks, and leaves nothing to seek in. While the bit rate is
+    /// unknown, a seek changes nothing.
     HRESULT SeekHook(REFERENCE_TIME rt) override;
     HRESULT RateHook(double dRate) override;
     void DoSingleStep() override;
 
 private:
-    // The pins.
-    template <class Pin, class... Arguments>
-    std::unique_ptr<Pin> MakePin(HRESULT* phr, Arguments... arguments);
-    void HandGraphConfig(IGraphConfig* pConfig, CEvent* pStopEvent);
-
-    // The path of the working mode: core, frame queues and delivery threads, as far as they exist.
-    const WorkingMode& Mode() const { return FindWorkingMode(GetWorkingMode()); }
-    CWorkerThread* Core() const;
-    std::span<CDemuxOutputPin* const> DeliveringPins() const;
-    bool HasProgramCore() const { return m_pPsDemux && Mode().family == ECoreFamily::Program; }
-    int CreatePsDemux();
-    void StartPath();
-    void ResumePath();
-    void StopPath();
-    void SelectTsTimeReference();
-    void ForgetTiming();
-    void RestartTiming();
-
-    // Steps of the state changes and of the reset.
-    void ApplyDemuxOutput();
+    HRESULT EnterPaused();
+    HRESULT EnterStopped();
+    void EndPath();
+    void UsePath();
+    void LeavePath();
     void ActivatePins();
     void DeactivatePins();
-    void WaitForPins();
-    void TearDownPath();
 
-    CCritSec m_csState;                     // held through state changes and resets
-    CKestDemuxClock m_Clock{GetOwner()};    // what the filter offers as IReferenceClock
-    CFilterSeeking m_seeking{GetOwner()};   // what it offers as IMediaSeeking
-    CCritSec m_csJoin;                      // held through JoinFilterGraph
-    CEvent m_evAbort{true, false};          // manual-reset; ends the wait of a delivery on a blocked pin
-    CStreamTypeProbe m_Probe;               // classifies the source; knows its bit rate
-    CCritSec m_csPins;                      // object lock of the filter and its pins
-    SEND_SETTINGS m_sendSettings;           // see GetSendSettings
-    CEvent m_evSingleStep{false, true};     // auto-reset; the next sample may follow
-    std::atomic<int> m_nDefaultWidth{720};  // picture size that is offered before the stream tells one
-    std::atomic<int> m_nDefaultHeight{480};
+    CCritSec m_csState;                   // see above
+    CCritSec m_csJoin;                    // see above
+    CCritSec m_csPins;                    // object lock of the filter and its pins
+    CKestDemuxClock m_Clock{GetOwner()};  // what the filter offers as IReferenceClock
+    SEND_SETTINGS m_sendSettings;         // of forwarding and of the demux function; under m_csState
+    CSource m_source;                     // behind the input pin
     std::atomic<REFERENCE_TIME> m_rtStreamStart{0};  // start time of the last Run, 100 ns
+    std::atomic<bool> m_bActive{false};              // from the start of Run or Pause to the start of Stop
+    bool m_bPathInUse = false;                       // see MayChangeConnections; under m_csPins
 
-    std::atomic<bool> m_bActive{false};        // from the start of Run or Pause to the start of Stop
-    std::atomic<bool> m_bFreeRun{false};       // output pins deliver without pacing
-    std::atomic<bool> m_bPushSource{true};     // the upstream pin cannot be read, or there is none
-    std::atomic<bool> m_bEnableReset{true};    // see EnableReset
-    std::atomic<bool> m_bResetRequest{false};  // a delivery loop asks for a reset
-    std::atomic<bool> m_bResetting{false};     // a reset is in progress
-    std::atomic<bool> m_bResetAllowed{true};   // automatic reset decisions are made
-    std::atomic<bool> m_bNeedReset{false};     // the last decision found a reset necessary
-    std::atomic<bool> m_bThreadKilled{false};  // a delivery thread had to be ended by force
-    std::atomic<bool> m_bSingleStep{false};    // single-step mode
+    // See ResetState.
+    std::atomic<bool> m_bEnableReset{true};
+    std::atomic<bool> m_bResetAllowed{true};
+    std::atomic<bool> m_bResetRequest{false};
+    std::atomic<bool> m_bNeedReset{false};
+    std::atomic<bool> m_bResetting{false};
+    std::atomic<bool> m_bThreadKilled{false};
 
-    std::unique_ptr<KestMpeg2PsPullDemux> m_pPsDemux;        // core of modes 2 and 4; none before
-    std::unique_ptr<CKestDemux2InputPin> m_pInputPin;        // pin 0
-    std::unique_ptr<CKestDemux2AudioOutputPin> m_pAudioPin;  // pin 2
-    std::unique_ptr<CKestDemux2VideoOutputPin> m_pVideoPin;  // pin 1
-    std::array<CDemuxOutputPin*, 2> m_apOutputPins{};        // the same two, video first
+    CAvTiming m_timing;                                            // of both output pins
+    const std::unique_ptr<CKestDemux2VideoOutputPin> m_pVideoPin;  // pin 1
+    const std::unique_ptr<CKestDemux2AudioOutputPin> m_pAudioPin;  // pin 2
+    CDemuxPath m_path;                                             // from the source to the output pins
+    const std::unique_ptr<CKestDemux2InputPin> m_pInputPin;        // pin 0
+    CFilterSeeking m_seeking;                                      // what the filter offers as IMediaSeeking
 };
 
 }  // namespace kest

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <string>
 
+#include "graph/PinOwner.h"
 #include "graph/Unknown.h"
 #include "platform/CritSec.h"
 
@@ -18,7 +19,7 @@ class CBasePin;
 /// thread that takes it. The state is atomic, and read without it.
 ///
 /// No exception leaves an interface method: it becomes a result code, see Guard.
-class CBaseFilter : public CImplements<CUnknown, IBaseFilter, IAMovieSetup> {
+class CBaseFilter : public CImplements<CUnknown, IBaseFilter, IAMovieSetup>, public CPinOwner {
 public:
     /// @param pszName  name until the graph gives one; null: none.
     /// @param pOuter   the outer object of an aggregate, or null.
@@ -32,10 +33,10 @@ public:
     virtual CBasePin* GetPin(int n) = 0;
 
     bool IsActive() const { return m_State != State_Stopped; }
-    bool IsStopped() const { return m_State == State_Stopped; }
-    /// Whether pins may be connected and disconnected now. Asked with the object lock held. The base: while the filter
-    /// is stopped. A filter whose work starts before its state changes, or ends after, overrides it.
-    virtual bool MayChangeConnections() const { return IsStopped(); }
+    bool IsStopped() const final { return m_State == State_Stopped; }
+    IBaseFilter* GetFilter() final { return this; }
+    /// The base: while the filter is stopped. A filter whose work starts before its state changes, or ends after, overrides it.
+    bool MayChangeConnections() const override { return IsStopped(); }
     /// The graph that the filter is in, without a reference added, or null.
     IFilterGraph* GetFilterGraph() const { return m_pGraph; }
 

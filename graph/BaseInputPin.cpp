@@ -5,7 +5,7 @@
 
 namespace kest {
 
-CBaseInputPin::CBaseInputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName)
+CBaseInputPin::CBaseInputPin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName)
     : CImplements(pFilter, pLock, phr, pszName, PINDIR_INPUT) {}
 
 HRESULT CBaseInputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {

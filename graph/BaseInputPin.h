@@ -13,7 +13,7 @@ namespace kest {
 /// apart from flushes and stops has its own receive lock, taken after the object lock.
 class CBaseInputPin : public CImplements<CBasePin, IMemInputPin> {
 public:
-    CBaseInputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);
+    CBaseInputPin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);
 
     /// Whether samples can be taken now. @return S_OK; S_FALSE while flushing; VFW_E_NOT_CONNECTED;
     ///         VFW_E_WRONG_STATE when stopped; VFW_E_RUNTIME_ERROR.

@@ -4,7 +4,7 @@
 
 namespace kest {
 
-CBaseOutputPin::CBaseOutputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName)
+CBaseOutputPin::CBaseOutputPin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName)
     : CBasePin(pFilter, pLock, phr, pszName, PINDIR_OUTPUT) {}
 
 // ---------------- connection

@@ -11,7 +11,7 @@ namespace kest {
 /// delivers; a flush may come from any thread while the connection lasts.
 class CBaseOutputPin : public CBasePin {
 public:
-    CBaseOutputPin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);
+    CBaseOutputPin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);
 
     /// Chooses the allocator: the downstream pin's when `DecideBufferSize` succeeds with it, else an own one.
     /// @param pPin     the downstream pin.

@@ -7,7 +7,7 @@
 
 namespace kest {
 
-CBasePin::CBasePin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT*, LPCWSTR pszName, PIN_DIRECTION dir)
+CBasePin::CBasePin(CPinOwner* pFilter, CCritSec* pLock, HRESULT*, LPCWSTR pszName, PIN_DIRECTION dir)
     : m_wszName(pszName ? pszName : L""), m_dir(dir), m_pFilter(pFilter), m_pLock(pLock) {}
 
 HRESULT CBasePin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
@@ -154,7 +154,7 @@ HRESULT CBasePin::ConnectionMediaType(AM_MEDIA_TYPE* pmt) {
 
 HRESULT CBasePin::QueryPinInfo(PIN_INFO* pInfo) {
     if (!pInfo) return E_POINTER;
-    pInfo->pFilter = CComPtr<IBaseFilter>(m_pFilter).Detach();
+    pInfo->pFilter = CComPtr<IBaseFilter>(m_pFilter->GetFilter()).Detach();
     pInfo->dir = m_dir;
     const std::size_t nLength = m_wszName.copy(pInfo->achName, std::size(pInfo->achName) - 1);
     pInfo->achName[nLength] = L'\0';

@@ -3,8 +3,10 @@
 #include <atomic>
 #include <string>
 
-#include "graph/BaseFilter.h"
 #include "graph/MediaType.h"
+#include "graph/PinOwner.h"
+#include "graph/Unknown.h"
+#include "platform/CritSec.h"
 
 namespace kest {
 
@@ -30,7 +32,7 @@ public:
     /// @param pLock    the filter's object lock.
     /// @param phr      unused by the base: the reason when the construction of a derived class fails.
     /// @param pszName  name and identifier of the pin.
-    CBasePin(CBaseFilter* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName, PIN_DIRECTION dir);
+    CBasePin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName, PIN_DIRECTION dir);
 
     bool IsConnected() const { return static_cast<bool>(m_Connected); }
     /// The other pin, without a reference added, or null.
@@ -66,8 +68,8 @@ public:
 
     /// IPin, IQualityControl and IUnknown.
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
-    ULONG NonDelegatingAddRef() override { return m_pFilter->AddRef(); }
-    ULONG NonDelegatingRelease() override { return m_pFilter->Release(); }
+    ULONG NonDelegatingAddRef() override { return m_pFilter->GetFilter()->AddRef(); }
+    ULONG NonDelegatingRelease() override { return m_pFilter->GetFilter()->Release(); }
 
     /// VFW_E_ALREADY_CONNECTED, VFW_E_NOT_STOPPED, or the result of a failed step: for a full type its own; else the
     /// first one other than VFW_E_TYPE_NOT_ACCEPTED, or VFW_E_NO_ACCEPTABLE_TYPES.
@@ -102,7 +104,7 @@ protected:
 
     const std::wstring m_wszName;  // name and identifier
     const PIN_DIRECTION m_dir;     // direction of the samples
-    CBaseFilter* const m_pFilter;  // owner
+    CPinOwner* const m_pFilter;    // owner
     CCritSec* const m_pLock;       // the filter's object lock
     CComPtr<IPin> m_Connected;     // the other pin
     CMediaType m_mt;               // type of the connection

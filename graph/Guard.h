@@ -4,7 +4,7 @@
 #include <new>
 #include <system_error>
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 #include "platform/api/Types.h"
 
 namespace kest {

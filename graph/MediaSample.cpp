@@ -3,11 +3,9 @@
 #include <new>
 #include <utility>
 
-#include "graph/MemAllocator.h"
-
 namespace kest {
 
-CMediaSample::CMediaSample(CMemAllocator& allocator, std::span<BYTE> buffer)
+CMediaSample::CMediaSample(IMemAllocator& allocator, std::span<BYTE> buffer)
     : m_allocator(allocator), m_buffer(buffer) {}
 
 void CMediaSample::HandOut() {

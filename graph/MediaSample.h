@@ -10,8 +10,6 @@
 
 namespace kest {
 
-class CMemAllocator;
-
 /// A buffer of a CMemAllocator with the properties of its contents. With the last reference it returns to the
 /// allocator.
 ///
@@ -20,7 +18,7 @@ class CMediaSample final : public IMediaSample {
 public:
     /// @param allocator  the allocator it returns to.
     /// @param buffer     its memory, owned by the allocator.
-    CMediaSample(CMemAllocator& allocator, std::span<BYTE> buffer);
+    CMediaSample(IMemAllocator& allocator, std::span<BYTE> buffer);
 
     /// Gives it the properties of a new one, and one reference.
     void HandOut();
@@ -59,7 +57,7 @@ private:
         LONGLONG llStop;
     };
 
-    CMemAllocator& m_allocator;                // it returns there; kept alive by it while in use
+    IMemAllocator& m_allocator;                // it returns there; kept alive by it while in use
     const std::span<BYTE> m_buffer;            // the memory
     std::atomic<ULONG> m_nRefs{0};             // 0 while free
     LONG m_nActualLength = 0;                  // bytes of the buffer in use

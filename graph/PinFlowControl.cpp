@@ -25,6 +25,24 @@ private:
 
 }  // namespace
 
+/// Counts a thread that waits, however its wait ends: the flush event stays set until the last is out.
+class CPinFlowControl::CWaiting {
+public:
+    explicit CWaiting(CPinFlowControl& flow) : m_flow(flow) {
+        CAutoLock lock(m_flow.m_cs);
+        ++m_flow.m_nWaiting;
+    }
+    ~CWaiting() {
+        CAutoLock lock(m_flow.m_cs);
+        if (--m_flow.m_nWaiting == 0 && !m_flow.m_bFlushing) m_flow.m_evFlush.Reset();
+    }
+    CWaiting(const CWaiting&) = delete;
+    CWaiting& operator=(const CWaiting&) = delete;
+
+private:
+    CPinFlowControl& m_flow;
+};
+
 HRESULT CPinFlowControl::Block(DWORD dwBlockFlags, HANDLE hEvent) {
     if (dwBlockFlags & ~AM_PIN_FLOW_CONTROL_BLOCK) return E_INVALIDARG;
     if (!dwBlockFlags) return hEvent ? E_INVALIDARG : Unblock();
@@ -47,14 +65,29 @@ HRESULT CPinFlowControl::BeginBlock(CEventRef notify, CEvent* pOwnNotify) {
     return S_OK;
 }
 
-/// Blocks and waits for the block, through an event of its own.
+/// Waits for an event of this pin. @return false when a flush or the stop event came first.
+bool CPinFlowControl::WaitFor(CEvent& event) {
+    const CWaiting waiting(*this);
+    CEvent* const apEvents[] = {&event, &m_evFlush, m_pStopEvent.load()};
+    return CEvent::WaitAny(std::span(apEvents).first(apEvents[2] ? 3 : 2)) == 0;
+}
+
+/// Blocks and waits for the block, through an event of its own. The block is called off when the wait ends
+/// otherwise, also by force; whoever sets the event does so under the lock, and so is out of it at the end.
 HRESULT CPinFlowControl::BlockAndWait() {
-    CEvent evBlocked;
-    if (const HRESULT hr = BeginBlock(CEventRef(), &evBlocked); FAILED(hr)) return hr;
-    CEvent* const apEvents[] = {&evBlocked, m_pStopEvent.load()};
-    if (CEvent::WaitAny(std::span(apEvents).first(apEvents[1] ? 2 : 1)) == 0) return S_OK;
-    Unblock();  // the stop event came first
-    return VFW_E_STATE_CHANGED;
+    struct CWaitedBlock {
+        ~CWaitedBlock() {
+            CAutoLock lock(flow.m_cs);
+            if (!bDone && flow.m_blockingThread == std::this_thread::get_id()) flow.Unblock();
+        }
+        CPinFlowControl& flow;
+        CEvent evBlocked{};
+        bool bDone = true;
+    } block{*this};
+    if (const HRESULT hr = BeginBlock(CEventRef(), &block.evBlocked); FAILED(hr)) return hr;
+    block.bDone = false;
+    block.bDone = WaitFor(block.evBlocked);
+    return block.bDone ? S_OK : VFW_E_STATE_CHANGED;
 }
 
 /// The last user is out, or there was none. Under m_cs.
@@ -91,10 +124,7 @@ HRESULT CPinFlowControl::StartUsing() {
                 return S_OK;
             }
         }
-        CEvent* const apEvents[] = {&m_evUnblock, m_pStopEvent.load()};
-        if (CEvent::WaitAny(std::span(apEvents).first(apEvents[1] ? 2 : 1)) != 0) {
-            return VFW_E_STATE_CHANGED;
-        }
+        if (!WaitFor(m_evUnblock)) return VFW_E_STATE_CHANGED;
     }
 }
 
@@ -104,14 +134,16 @@ void CPinFlowControl::StopUsing() {
     if (--m_nUsers == 0 && m_state == EState::Pending) CompleteBlock();
 }
 
-void CPinFlowControl::SetStopEvent(CEvent* pStopEvent) { m_pStopEvent = pStopEvent; }
-
 void CPinFlowControl::BeginFlush() {
-    if (CEvent* pStopEvent = m_pStopEvent) pStopEvent->Set();
+    CAutoLock lock(m_cs);
+    m_bFlushing = true;
+    m_evFlush.Set();
 }
 
 void CPinFlowControl::EndFlush() {
-    if (CEvent* pStopEvent = m_pStopEvent) pStopEvent->Reset();
+    CAutoLock lock(m_cs);
+    m_bFlushing = false;
+    if (m_nWaiting == 0) m_evFlush.Reset();
 }
 
 }  // namespace kest

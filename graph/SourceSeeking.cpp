@@ -1,5 +1,8 @@
 #include "graph/SourceSeeking.h"
 
+#include "graph/Guard.h"
+#include "graph/TimeArithmetic.h"
+
 namespace kest {
 
 CSourceSeeking::CSourceSeeking(IUnknown* pOuter, CCritSec* pLock)
@@ -85,25 +88,36 @@ HRESULT CSourceSeeking::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, L
             dwCurrentBits != AM_SEEKING_RelativePositioning)
             return E_INVALIDARG;
     }
-    {
-        CAutoLock lock(*m_pLock);
-        if (dwCurrentBits == AM_SEEKING_AbsolutePositioning) m_rtStart = *pCurrent;
-        if (dwCurrentBits == AM_SEEKING_RelativePositioning) m_rtStart += *pCurrent;
-        if (dwStopBits == AM_SEEKING_AbsolutePositioning) m_rtStop = *pStop;
-        if (dwStopBits == AM_SEEKING_IncrementalPositioning) m_rtStop = m_rtStart + *pStop;
-        if (dwStopBits == AM_SEEKING_RelativePositioning) m_rtStop += *pStop;
-    }
-    HRESULT hr = S_OK;
-    if (dwStopBits != 0) hr = ChangeStop();
-    if (dwCurrentBits != 0) hr = ChangeStart();
-    return hr;
+    return Guard([&] {
+        const bool bSeeks = dwCurrentBits != 0 && HasPositions();
+        REFERENCE_TIME rtStart = 0, rtStop = 0;
+        {
+            CAutoLock lock(*m_pLock);
+            rtStart = m_rtStart;
+            rtStop = m_rtStop;
+            if (bSeeks) {
+                const bool bAbsolute = dwCurrentBits == AM_SEEKING_AbsolutePositioning;
+                m_rtStart = rtStart = bAbsolute ? *pCurrent : SaturatedAdd(rtStart, *pCurrent);
+            }
+            if (dwStopBits == AM_SEEKING_AbsolutePositioning) rtStop = *pStop;
+            if (dwStopBits == AM_SEEKING_IncrementalPositioning) rtStop = SaturatedAdd(rtStart, *pStop);
+            if (dwStopBits == AM_SEEKING_RelativePositioning) rtStop = SaturatedAdd(rtStop, *pStop);
+            if (dwStopBits != 0) m_rtStop = rtStop;
+        }
+        HRESULT hr = S_OK;
+        if (dwStopBits != 0) hr = ChangeStop(rtStop);
+        if (bSeeks) hr = ChangeStart(rtStart);
+        return hr;
+    });
 }
 
 HRESULT CSourceSeeking::GetPositions(LONGLONG* pCurrent, LONGLONG* pStop) {
-    CAutoLock lock(*m_pLock);
-    if (pCurrent) *pCurrent = m_rtStart;
-    if (pStop) *pStop = m_rtStop;
-    return S_OK;
+    return Guard([&] {
+        CAutoLock lock(*m_pLock);
+        if (pCurrent) *pCurrent = m_rtStart;
+        if (pStop) *pStop = m_rtStop;
+        return S_OK;
+    });
 }
 
 HRESULT CSourceSeeking::GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest) {
@@ -116,7 +130,7 @@ HRESULT CSourceSeeking::GetAvailable(LONGLONG* pEarliest, LONGLONG* pLatest) {
 
 HRESULT CSourceSeeking::SetRate(double dRate) {
     m_dRateSeeking = dRate;
-    return ChangeRate();
+    return Guard([&] { return ChangeRate(dRate); });
 }
 
 HRESULT CSourceSeeking::GetRate(double* pdRate) {

@@ -8,11 +8,14 @@
 namespace kest {
 
 /// Base of a seeking object: keeps position, stop, duration and rate for one client side, in media time
-/// alone, and tells the derived class of changes.
+/// alone, and notifies the derived class of changes.
+///
+/// Positions are added with saturation: no value that a caller gives overflows.
 ///
 /// Locking: changes of the positions that belong together are made under the lock given at construction; the
-/// change notifications are called after it is released, on the caller's thread. The values are atomic, so a
-/// streaming thread may move the current position without the lock.
+/// change notifications are called after it is released, on the caller's thread, with the values that were
+/// set. The values are atomic, so a streaming thread may move the current position without the lock: what a
+/// notification is given is still what its caller asked for.
 class CSourceSeeking : public CImplements<CUnknown, IMediaSeeking> {
 public:
     /// @param pOuter  the object it is part of (a pin), or null.
@@ -36,14 +39,15 @@ public:
     HRESULT STDMETHODCALLTYPE SetTimeFormat(const GUID* pFormat) override;
     HRESULT STDMETHODCALLTYPE GetDuration(LONGLONG* pDuration) override;
     HRESULT STDMETHODCALLTYPE GetStopPosition(LONGLONG* pStop) override;
-    /// E_NOTIMPL: the position of the stream is the derived class's to tell.
+    /// E_NOTIMPL: only the derived class knows the position of the stream.
     HRESULT STDMETHODCALLTYPE GetCurrentPosition(LONGLONG* pCurrent) override;
     /// Media time to media time, the meaning of a missing format; E_INVALIDARG for others.
     HRESULT STDMETHODCALLTYPE ConvertTimeFormat(LONGLONG* pTarget, const GUID* pTargetFormat, LONGLONG Source,
                                                 const GUID* pSourceFormat) override;
     /// Moves current and stop position as the positioning bits say: absolute, relative to the old value or,
-    /// for the stop, relative to the new current position; then tells `ChangeStop` and `ChangeStart`.
-    /// Flags of 0 leave a position alone, and its pointer may be null.
+    /// for the stop, relative to the new current position; then calls `ChangeStop` and `ChangeStart`. Flags
+    /// of 0 leave a position alone, and its pointer may be null; so does a current position while there are
+    /// none (`HasPositions`).
     /// @return E_INVALIDARG for other positioning of the current position, or stop flags beyond the
     ///         positioning bits, with nothing changed; else the last notification's result.
     HRESULT STDMETHODCALLTYPE SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop,
@@ -59,10 +63,12 @@ public:
     HRESULT STDMETHODCALLTYPE GetPreroll(LONGLONG* pllPreroll) override;
 
 protected:
-    // The values have changed.
-    virtual HRESULT ChangeStart() = 0;
-    virtual HRESULT ChangeStop() = 0;
-    virtual HRESULT ChangeRate() = 0;
+    /// The values have been set, by a client.
+    virtual HRESULT ChangeStart(REFERENCE_TIME rtStart) = 0;
+    virtual HRESULT ChangeStop(REFERENCE_TIME rtStop) = 0;
+    virtual HRESULT ChangeRate(double dRate) = 0;
+    /// A current position can be sought; else `SetPositions` leaves it as it is.
+    virtual bool HasPositions() const { return true; }
 
     static constexpr REFERENCE_TIME kNoEnd = 0x7FFFFFFFFFFFFFFF / 2;  // stop and duration not known
 

@@ -1,6 +1,6 @@
 #include "graph/Unknown.h"
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 

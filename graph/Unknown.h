@@ -28,6 +28,8 @@ public:
     IUnknown* GetOwner() const { return m_pOwner; }
     /// Whether any object of this module is alive. A sample counts through the allocator that it keeps alive.
     static bool AnyAlive() { return s_nObjects != 0; }
+    /// This object's own IUnknown, without a reference added.
+    IUnknown* GetInnerUnknown() { return &m_inner; }
 
     /// Finds one of this object's own interfaces; the base has IUnknown alone. A derived class tests for its interfaces
     /// and leaves the rest to its base. Does not throw.

@@ -26,7 +26,8 @@ private:
     EExitCode m_nCode;
 };
 
-/// Runs a step on files. Throws CCommandError, with the file and the reason, when the system refuses it.
+/// Runs a step on files. Throws CCommandError, with the file and the reason, when the system reports an
+/// error.
 template <class Step>
 auto OrEnd(EExitCode nCode, Step step) {
     try {

@@ -11,15 +11,15 @@ struct ProbeOptions {
     std::string strFile;
     bool bJson = false;
 };
-/// Prints what the probe says of a file: class, name, bit rate, length, estimated duration.
+/// Prints what the probe finds out about a file: class, name, bit rate, length, estimated duration.
 void RunProbe(const ProbeOptions& options);
 
 struct FramesOptions {
     std::string strFile;
     bool bJson = false;
 };
-/// Lists every record that the demux core queues, the two end-of-stream records included. In order within
-/// each stream; the streams interleave as it comes.
+/// Lists every frame that the demuxer queues, and the record that ends each stream. In order within each
+/// stream; the streams interleave as they come.
 void RunFrames(const FramesOptions& options);
 
 struct SamplesOptions {
@@ -28,8 +28,8 @@ struct SamplesOptions {
     std::optional<double> dSeek;  // media time to begin at, seconds
     std::string strModule;        // module of the demultiplexer; empty: see LoadDemuxModule
 };
-/// Lists every sample and every announcement that leaves the output pins, with its times. In order within
-/// each pin; the pins interleave as it comes.
+/// Lists every sample and every event that leaves the output pins, with its times. In order within each pin;
+/// the pins interleave as they come.
 void RunSamples(const SamplesOptions& options);
 
 struct DemuxOptions {
@@ -42,10 +42,10 @@ struct DemuxOptions {
 /// Writes the payloads of the two elementary streams into a file each.
 void RunDemux(const DemuxOptions& options);
 
-/// Has the demultiplexer's module enter itself into the user's list of modules.
+/// Has the demultiplexer's module register itself in the user's list of modules.
 /// @param strModule  its file; empty: see LoadDemuxModule.
 void RunRegister(const std::string& strModule);
-/// Takes that module out of the list, also when its file is not there any more.
+/// Removes that module from the list, also when its file is not there any more.
 void RunUnregister(const std::string& strModule);
 
 }  // namespace kest

@@ -17,8 +17,8 @@
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
-constexpr int kReader = 0;               // the reader of a queue that the core made
+constexpr std::uint32_t kWatchMs = 100;  // how often progress is shown and interrupts are checked
+constexpr int kReader = 0;               // the reader of a queue that the demuxer made
 
 /// Empties one queue into the handler, on a thread of its own.
 class CStreamDrain {
@@ -29,7 +29,7 @@ public:
             Run();
             return 0;
         });
-        if (!bStarted) throw CCommandError(kExitBadInput, "the system gives no thread");
+        if (!bStarted) throw CCommandError(kExitBadInput, "cannot create a thread");
     }
     ~CStreamDrain() { m_thread.Terminate(0); }
 
@@ -83,7 +83,7 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
-        throw CCommandError(kExitBadInput, "the demultiplexer cannot be started");
+        throw CCommandError(kExitBadInput, input.path.string() + ": cannot start the demuxer");
     core.NewSegment(0, input.llLength);
     CEvent evFailed;
     CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
@@ -92,7 +92,8 @@ void RunCore(const Input& input, const FrameHandler& handler) {
     for (CStreamDrain* pDrain : {&video, &audio}) {
         CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
         while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
-            if (!core.IsRunning()) throw CCommandError(kExitBadInput, "the demultiplexer has ended early");
+            if (!core.IsRunning())
+                throw CCommandError(kExitBadInput, input.path.string() + ": no end of stream received");
             progress.Show(std::max(video.GetPosition(), audio.GetPosition()));
         }
     }

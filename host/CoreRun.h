@@ -10,15 +10,15 @@
 
 namespace kest {
 
-/// Takes one record that the core queued, with its payload. Called on a thread per stream; what it throws
+/// Takes one record that the demuxer queued, with its payload. Called on a thread per stream; what it throws
 /// ends the run.
 using FrameHandler =
     std::function<void(EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload)>;
 
-/// Runs the pull core over the whole input, hands every record of both streams to the handler, the
+/// Runs the demuxer over the whole input, passes every record of both streams to the handler, the
 /// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
 /// Throws what the handler threw, and CCommandError when the user interrupted it, the input could not be read
-/// to its end or the core could not be run.
+/// to its end or the demuxer could not be run.
 void RunCore(const Input& input, const FrameHandler& handler);
 
 }  // namespace kest

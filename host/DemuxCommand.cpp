@@ -38,7 +38,7 @@ public:
     void Flush() { m_file.Flush(); }
     void Commit() { m_file.Commit(); }
     void PrintSummary(EStream stream) const {
-        std::fprintf(stderr, "%s: %" PRIu64 " frames, %" PRIu64 " bytes -> %s\n", GetStreamName(stream),
+        std::fprintf(stderr, "%s: %" PRIu64 " samples, %" PRIu64 " bytes -> %s\n", GetStreamName(stream),
                      m_nSamples, m_file.GetSize(), m_path.c_str());
     }
 
@@ -56,11 +56,11 @@ void RunDemux(const DemuxOptions& options) {
     const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input.nVideoStreamType));
     const fs::path audioPath = OutputPath(options.strAudio, input, ".mp2");
     if (AreSamePlace(videoPath, audioPath)) {
-        throw CCommandError(kExitBadUsage, videoPath.string() + ": both streams cannot go into one file");
+        throw CCommandError(kExitBadUsage, videoPath.string() + ": cannot hold both streams");
     }
     for (const fs::path& path : {videoPath, audioPath}) {
         if (AreSamePlace(path, input.path))
-            throw CCommandError(kExitBadUsage, path.string() + ": is the input itself");
+            throw CCommandError(kExitBadUsage, path.string() + ": is the input file");
     }
 
     CWriting video(videoPath, options.bForce);

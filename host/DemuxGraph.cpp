@@ -15,7 +15,7 @@
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kWatchMs = 100;  // how often progress and interrupts are looked at
+constexpr std::uint32_t kWatchMs = 100;  // how often progress is shown and interrupts are checked
 constexpr double kTicksPerSecond = 1e7;
 constexpr auto kStallTime = std::chrono::milliseconds(900);  // between the last byte and giving up
 
@@ -46,41 +46,41 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& 
 void CDemuxGraph::Build(EPace pace) {
     CComPtr<IBaseFilter> pDemux;
     Require(m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(pDemux.Put())),
-            "the demultiplexer cannot be made");
-    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "the source cannot be added");
-    Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "the demultiplexer cannot be added");
-    Require(m_pGraph->AddFilter(m_pVideo.Get(), L"video"), "a sink cannot be added");
-    Require(m_pGraph->AddFilter(m_pAudio.Get(), L"audio"), "a sink cannot be added");
+            "cannot create the filter");
+    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
+    Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "cannot add the filter");
+    Require(m_pGraph->AddFilter(m_pVideo.Get(), L"video"), "cannot add a sink");
+    Require(m_pGraph->AddFilter(m_pAudio.Get(), L"audio"), "cannot add a sink");
     if (pace == EPace::FreeRun) {
         SetFreeRun(pDemux.Get());
     } else {
-        Require(m_pGraph->SetDefaultSyncSource(), "there is no clock");
+        Require(m_pGraph->SetDefaultSyncSource(), "no clock");
     }
     Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(pDemux.Get(), L"Input").Get()),
-            "the demultiplexer does not take it");
+            "cannot connect the filter's input");
     Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Video Output").Get(), m_pVideo->GetPin(0)),
-            "the video cannot be connected");
+            "cannot connect the video output");
     Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Audio Output").Get(), m_pAudio->GetPin(0)),
-            "the audio cannot be connected");
+            "cannot connect the audio output");
 }
 
 void CDemuxGraph::SetFreeRun(IBaseFilter* pDemux) {
-    constexpr const char* kRefusal = "the demultiplexer does not take its settings";
+    constexpr const char* kWhat = "cannot change the filter's settings";
     CComPtr<IDemuxSettings> pSettings;
     SEND_SETTINGS settings;
-    Require(pDemux->QueryInterface(kDemuxSettingsId, reinterpret_cast<void**>(pSettings.Put())), kRefusal);
-    Require(pSettings->get_SendSettings(&settings), kRefusal);
+    Require(pDemux->QueryInterface(kDemuxSettingsId, reinterpret_cast<void**>(pSettings.Put())), kWhat);
+    Require(pSettings->get_SendSettings(&settings), kWhat);
     settings.nDemuxOutput = kDemuxOutputFreeRun;
-    Require(pSettings->put_SendSettings(&settings), kRefusal);
+    Require(pSettings->put_SendSettings(&settings), kWhat);
 }
 
 void CDemuxGraph::Seek(double dSeconds) {
-    Require(m_pGraph->Pause(), "the graph cannot pause");
-    Require(m_pGraph->Seek(static_cast<REFERENCE_TIME>(dSeconds * kTicksPerSecond)), "cannot seek");
+    Require(m_pGraph->Pause(), "cannot pause the graph");
+    Require(m_pGraph->Seek(static_cast<REFERENCE_TIME>(dSeconds * kTicksPerSecond)), "not seekable");
 }
 
 void CDemuxGraph::RunToEnd() {
-    Require(m_pGraph->Run(), "the graph cannot run");
+    Require(m_pGraph->Run(), "cannot run the graph");
     WaitForEnd();
     const bool bDone = IsDone();
     m_pGraph->Stop();
@@ -88,7 +88,7 @@ void CDemuxGraph::RunToEnd() {
     m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
     CheckReadErrors(m_input);
-    if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": a stream does not end");
+    if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
 }
 
 void CDemuxGraph::WaitForEnd() {

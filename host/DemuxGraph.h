@@ -14,11 +14,11 @@
 namespace kest {
 
 /// The graph behind a command: a file, the demultiplexer, and a sink for each of its two streams. Operations
-/// throw CCommandError when the graph refuses.
+/// throw CCommandError when a step of the graph fails.
 class CDemuxGraph {
 public:
     enum class EPace {
-        Timed,    // samples have times, and the streams keep abreast
+        Timed,    // samples have times, and the stream that is ahead waits for the other
         FreeRun,  // samples without times, as fast as they are taken
     };
 
@@ -33,7 +33,7 @@ public:
     /// @param dSeconds  media time.
     void Seek(double dSeconds);
     /// Runs until both streams have ended, and stops. Shows progress on a terminal. Throws what a handler
-    /// threw, and CCommandError when the user interrupted it or a stream did not come to its end.
+    /// threw, and CCommandError when the user interrupted it or a stream did not end.
     void RunToEnd();
 
 private:

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleFile = "KestDemux2Filter.so";
 
-/// Where the module is when it lies beside the program; empty when the system does not tell.
+/// Where the module is when it lies beside the program; empty when that is not known.
 fs::path FindBesideProgram() {
     std::error_code error;
     fs::path program = fs::read_symlink("/proc/self/exe", error);
@@ -38,7 +38,7 @@ CModuleRegistry OpenModuleRegistry() {
 fs::path FindDemuxModule(const std::string& strGiven) {
     if (!strGiven.empty()) return strGiven;
     std::error_code ignored;
-    const fs::path beside = FindBesideProgram();
+    fs::path beside = FindBesideProgram();
     if (fs::exists(beside, ignored)) return beside;
     for (const fs::path& module : FindRegistered()) {
         if (fs::exists(module, ignored)) return module;

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "registration/LoadedModule.h"
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 
 namespace kest {
 
-/// The list of registered modules of this user. Throws CCommandError when the environment tells no place.
+/// The list of registered modules of this user. Throws CCommandError when the environment names no place.
 CModuleRegistry OpenModuleRegistry();
 
 /// Finds the module that makes the demultiplexer: the file given, else the one beside the program, else the

@@ -12,15 +12,13 @@ namespace kest {
 CComPtr<CFileReader> CFileReader::Open(const std::filesystem::path& path, std::error_code& error) {
     const int hFile =
         open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe without a writer must not block
+    error.clear();
     struct stat info {};
-    if (hFile < 0 || fstat(hFile, &info) != 0) {
-        error.assign(errno, std::generic_category());
-    } else if (S_ISDIR(info.st_mode)) {
+    if (hFile >= 0 && fstat(hFile, &info) == 0 && S_ISDIR(info.st_mode)) {
         error = std::make_error_code(std::errc::is_a_directory);
-    } else if (lseek(hFile, 0, SEEK_CUR) < 0) {
+    } else if (hFile < 0 || lseek(hFile, 0, SEEK_CUR) < 0) {
         error.assign(errno, std::generic_category());
     } else {
-        error.clear();
         return CComPtr<CFileReader>::Attach(new CFileReader(hFile));
     }
     if (hFile >= 0) close(hFile);

@@ -13,7 +13,7 @@ namespace kest {
 ///
 /// It serves `Length` and `SyncRead`, from any number of threads at once; the length is looked up at each
 /// call, so a file that grows is seen to grow. It has no queue of requests: `RequestAllocator`, `Request`,
-/// `WaitForNext` and `SyncReadAligned` return E_NOTIMPL.
+/// `WaitForNext` and `SyncReadAligned` return E_NOTIMPL. No operation of the interface throws.
 class CFileReader final : public IAsyncReader {
 public:
     /// Opens a file for reading.
@@ -42,7 +42,7 @@ public:
     HRESULT STDMETHODCALLTYPE EndFlush() override { return S_OK; }
 
     /// Position of the first byte that the system could not read, at the first failure; -1 while there was
-    /// none. Since the users of a source take a failure for its end, this is how to tell the two apart.
+    /// none. The users of a source take a failure for its end; this distinguishes the two.
     LONGLONG GetErrorPosition() const { return m_llErrorPosition; }
 
 private:

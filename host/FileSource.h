@@ -2,12 +2,14 @@
 
 #include <atomic>
 
+#include "graph/BaseFilter.h"
 #include "graph/BasePin.h"
 
 namespace kest {
 
 /// The source of a graph: a filter with one output pin, "Output", that does not deliver but lets the
-/// downstream filter read at any position (IAsyncReader on the pin). Reads may come from any thread.
+/// downstream filter read at any position (IAsyncReader on the pin). Reads may come from any thread. No
+/// operation of the pin's interface throws: all go straight to the reader.
 class CFileSource final : public CBaseFilter {
 public:
     /// @param pReader  where the bytes come from.
@@ -19,7 +21,7 @@ public:
     LONGLONG GetPosition() const { return m_output.GetPosition(); }
 
 private:
-    /// Reads through the reader that it was given and remembers how far they got.
+    /// Reads through the reader that it was given and remembers where the last read ended.
     class COutput final : public CImplements<CBasePin, IAsyncReader> {
     public:
         COutput(CFileSource* pFilter, CComPtr<IAsyncReader> pReader);

@@ -1,13 +1,14 @@
 #include "host/Graph.h"
 
 #include <algorithm>
-#include <ranges>
 #include <string_view>
+
+#include "graph/Guard.h"
 
 namespace kest {
 namespace {
 
-/// From the order to run to the first sample's time, 100 ns: what the filters need to get going.
+/// From the call of Run to the first sample's time, 100 ns: what the filters need to get going.
 constexpr REFERENCE_TIME kStartDelay = 100'000;
 
 template <class Interface>
@@ -17,7 +18,7 @@ CComPtr<Interface> Query(IUnknown* pObject, REFIID riid) {
     return pInterface;
 }
 
-/// Takes both ends of every connection of a filter apart.
+/// Disconnects both ends of every connection of a filter.
 void DisconnectPins(IBaseFilter* pFilter) {
     CComPtr<IEnumPins> pPins;
     if (FAILED(pFilter->EnumPins(pPins.Put()))) return;
@@ -30,7 +31,7 @@ void DisconnectPins(IBaseFilter* pFilter) {
     }
 }
 
-/// Makes a filter a stranger again: it keeps to no clock, no connection and no graph.
+/// Takes its connections, its clock and its graph from a stopped filter.
 void Dismiss(IBaseFilter* pFilter) {
     DisconnectPins(pFilter);
     pFilter->SetSyncSource(nullptr);  // which may be its own, and then keeps it alive
@@ -55,16 +56,20 @@ HRESULT CGraph::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
 HRESULT CGraph::AddFilter(IBaseFilter* pFilter, LPCWSTR pName) {
     if (!pFilter) return E_POINTER;
     if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
-    if (const HRESULT hr = pFilter->JoinFilterGraph(this, pName); FAILED(hr)) return hr;
-    m_apFilters.emplace_back(pFilter);
-    return pFilter->SetSyncSource(m_pClock.Get());
+    return Guard([&] {
+        m_apFilters.emplace_back(pFilter);  // first: it may find no memory
+        HRESULT hr = pFilter->JoinFilterGraph(this, pName);
+        if (SUCCEEDED(hr)) hr = pFilter->SetSyncSource(m_pClock.Get());
+        if (FAILED(hr)) RemoveFilter(pFilter);
+        return hr;
+    });
 }
 
 HRESULT CGraph::RemoveFilter(IBaseFilter* pFilter) {
     const auto it =
         std::ranges::find_if(m_apFilters, [pFilter](const auto& pOwn) { return pOwn.Get() == pFilter; });
     if (it == m_apFilters.end()) return VFW_E_NOT_IN_GRAPH;
-    pFilter->Stop();
+    Stop();
     Dismiss(pFilter);
     m_apFilters.erase(it);
     return S_OK;
@@ -126,8 +131,8 @@ HRESULT CGraph::SetDefaultSyncSource() {
 }
 
 HRESULT CGraph::Pause() {
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        const HRESULT hr = pFilter->Pause();
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        const HRESULT hr = (*it)->Pause();
         m_State = State_Paused;  // one filter is enough to be stopped again
         if (SUCCEEDED(hr)) continue;
         Stop();
@@ -148,8 +153,8 @@ HRESULT CGraph::Run() {
 }
 
 HRESULT CGraph::RunAll(REFERENCE_TIME rtStart) {
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        if (const HRESULT hr = pFilter->Run(rtStart); FAILED(hr)) return hr;
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        if (const HRESULT hr = (*it)->Run(rtStart); FAILED(hr)) return hr;
     }
     m_State = State_Running;
     return S_OK;
@@ -157,8 +162,8 @@ HRESULT CGraph::RunAll(REFERENCE_TIME rtStart) {
 
 HRESULT CGraph::Stop() {
     HRESULT hrFirst = S_OK;
-    for (const auto& pFilter : std::views::reverse(m_apFilters)) {
-        const HRESULT hr = pFilter->Stop();
+    for (auto it = m_apFilters.rbegin(); it != m_apFilters.rend(); ++it) {
+        const HRESULT hr = (*it)->Stop();
         if (FAILED(hr) && SUCCEEDED(hrFirst)) hrFirst = hr;
     }
     m_State = State_Stopped;

@@ -9,10 +9,11 @@ namespace kest {
 /// A small media graph: filters, the connections between them, their common state and clock.
 ///
 /// Filters are added from the source to the sinks; a change of state goes the other way, so that nobody
-/// delivers to a filter that is not ready, and a stop frees a thread that waits in a sink before its filter
-/// waits for that thread. One thread at a time uses it; the filters it holds run threads of their own.
+/// delivers to a filter that is not ready, and that a thread which waits in a sink returns before its own
+/// filter waits for it. One thread at a time uses the graph; its filters have threads of their own. No
+/// operation throws.
 ///
-/// The destructor stops the graph, takes the connections apart and lets the filters leave.
+/// The destructor stops the graph and removes the filters.
 class CGraph final : public CImplements<CUnknown, IFilterGraph, IGraphConfig> {
 public:
     CGraph() = default;
@@ -20,7 +21,7 @@ public:
 
     /// Connects an output pin with an input pin, on whatever type they agree.
     HRESULT Connect(IPin* pOutput, IPin* pInput) { return ConnectDirect(pOutput, pInput, nullptr); }
-    /// Makes all filters keep to this clock; null: to none. Only while stopped.
+    /// Gives all filters this clock; null: none. Only while stopped.
     HRESULT SetSyncSource(IReferenceClock* pClock);
 
     /// The states, for all filters; a failure stops the graph. `Run` from stopped pauses first.
@@ -35,18 +36,19 @@ public:
 
     // IFilterGraph
 
-    /// Adds a filter behind those that are there; it keeps to the graph's clock from then on.
+    /// Adds a filter behind those that are there and gives it the graph's clock. VFW_E_NOT_STOPPED,
+    /// E_OUTOFMEMORY, or what the filter returns: then it is in no graph.
     HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter* pFilter, LPCWSTR pName) override;
-    /// Stops and disconnects it first. VFW_E_NOT_IN_GRAPH.
+    /// Stops the whole graph, then disconnects the filter. VFW_E_NOT_IN_GRAPH.
     HRESULT STDMETHODCALLTYPE RemoveFilter(IBaseFilter* pFilter) override;
     /// E_NOTIMPL: no filter here asks who else is in the graph.
     HRESULT STDMETHODCALLTYPE EnumFilters(IEnumFilters** ppEnum) override;
     /// VFW_E_NOT_FOUND, with null.
     HRESULT STDMETHODCALLTYPE FindFilterByName(LPCWSTR pName, IBaseFilter** ppFilter) override;
     HRESULT STDMETHODCALLTYPE ConnectDirect(IPin* ppinOut, IPin* ppinIn, const AM_MEDIA_TYPE* pmt) override;
-    /// Takes a connection apart and makes it anew; VFW_E_NOT_CONNECTED.
+    /// Disconnects both ends and connects them again; VFW_E_NOT_CONNECTED.
     HRESULT STDMETHODCALLTYPE Reconnect(IPin* ppin) override;
-    /// One end of a connection; the other end takes a call of its own.
+    /// Disconnects one end; the other end needs a call of its own.
     HRESULT STDMETHODCALLTYPE Disconnect(IPin* ppin) override;
     /// The clock of the first filter that has one, else none (VFW_E_NO_CLOCK).
     HRESULT STDMETHODCALLTYPE SetDefaultSyncSource() override;

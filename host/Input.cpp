@@ -8,7 +8,7 @@
 namespace kest {
 namespace {
 
-[[noreturn]] void Refuse(const std::filesystem::path& path, const std::string& strReason) {
+[[noreturn]] void Fail(const std::filesystem::path& path, const std::string& strReason) {
     throw CCommandError(kExitBadInput, path.string() + ": " + strReason);
 }
 
@@ -28,22 +28,22 @@ const char* GetClassName(int nClass) {
 }
 
 Input OpenInput(const std::filesystem::path& path) {
-    if (path == "-") throw CCommandError(kExitBadUsage, "-: standard input is not taken; give a file");
+    if (path == "-") throw CCommandError(kExitBadUsage, "-: standard input is not seekable; give a file");
     Input input;
     input.path = path;
     std::error_code error;
     input.pReader = CFileReader::Open(path, error);
-    if (error == std::errc::invalid_seek) Refuse(path, "cannot be read at any position; give a file");
-    if (!input.pReader) Refuse(path, error.message());
+    if (error == std::errc::invalid_seek) Fail(path, "not seekable; give a file");
+    if (!input.pReader) Fail(path, error.message());
 
     CStreamTypeProbe probe;
     probe.SetReader(input.pReader.Get());
     input.nClass = probe.Probe();
     input.llLength = probe.GetTotalLength();
-    if (input.llLength == 0) Refuse(path, "the file is empty");
+    if (input.llLength == 0) Fail(path, "the file is empty");
     if (input.nClass == kClassNotRecognised) {
         CheckReadErrors(input);
-        Refuse(path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
+        Fail(path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
     }
     input.nVideoStreamType = probe.GetVideoStreamType();
     if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
@@ -52,13 +52,13 @@ Input OpenInput(const std::filesystem::path& path) {
 
 void RequireProgramStream(const Input& input) {
     if (input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12) return;
-    Refuse(input.path, "class " + std::to_string(input.nClass) + ", " + GetClassName(input.nClass) +
-                           "; missing: an MPEG-2 program stream");
+    Fail(input.path, "class " + std::to_string(input.nClass) + ", " + GetClassName(input.nClass) +
+                         "; missing: an MPEG-2 program stream");
 }
 
 void CheckReadErrors(const Input& input) {
     const std::int64_t llPosition = input.pReader->GetErrorPosition();
-    if (llPosition >= 0) Refuse(input.path, "cannot be read beyond byte " + std::to_string(llPosition));
+    if (llPosition >= 0) Fail(input.path, "cannot be read beyond byte " + std::to_string(llPosition));
 }
 
 std::filesystem::path DefaultOutput(const Input& input, const char* pszExtension) {

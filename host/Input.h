@@ -14,7 +14,7 @@ struct Input {
     CComPtr<CFileReader> pReader;
     std::int64_t llLength = 0;          // bytes
     int nClass = kClassNotRecognised;   // EStreamClass
-    std::uint32_t nBitRate = 0;         // bits per second; 0 when the stream does not tell
+    std::uint32_t nBitRate = 0;         // bits per second; 0 when it is not known
     std::uint8_t nVideoStreamType = 0;  // stream_type of a program stream's video
 };
 
@@ -22,11 +22,11 @@ struct Input {
 /// is not recognised.
 Input OpenInput(const std::filesystem::path& path);
 
-/// Throws CCommandError unless the input is a program stream that the demux core takes.
+/// Throws CCommandError unless the input is a program stream that the demuxer takes.
 void RequireProgramStream(const Input& input);
 
-/// Throws CCommandError when reading the input has failed anywhere so far; who reads it sees only an end
-/// there. To be called after a run, before its outputs are committed.
+/// Throws CCommandError when a read of the input has failed so far; the demuxer took the failure for the end.
+/// To be called after a run, before its outputs are committed.
 void CheckReadErrors(const Input& input);
 
 /// The input's name with another extension. Throws CCommandError when that would lie among the system's

@@ -5,16 +5,16 @@
 #include <array>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 
 namespace kest {
 
-CListing::CListing(bool bJson, const std::string& strHeading) : m_bJson(bJson) {
-    if (!bJson) Print(strHeading);
-}
+CListing::CListing(bool bJson, const std::string& strHeading)
+    : m_bJson(bJson), m_strHeading(bJson ? "" : strHeading + "\n") {}
 
 void CListing::Print(const std::string& strLine) {
-    const std::string strText = strLine + "\n";
     std::lock_guard lock(m_mutex);
+    const std::string strText = std::exchange(m_strHeading, "") + strLine + "\n";
     m_output.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
 }
 

@@ -14,7 +14,7 @@ namespace kest {
 class CListing {
 public:
     /// @param bJson      lines are JSON objects: there is no heading.
-    /// @param strHeading names of the columns.
+    /// @param strHeading names of the columns; comes with the first line.
     CListing(bool bJson, const std::string& strHeading);
 
     bool IsJson() const { return m_bJson; }
@@ -25,7 +25,8 @@ public:
 
 private:
     const bool m_bJson;
-    std::mutex m_mutex;  // one line at a time
+    std::mutex m_mutex;        // one line at a time
+    std::string m_strHeading;  // until it has been printed
     COutputFile m_output{"-", false};
 };
 

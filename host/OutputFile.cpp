@@ -22,8 +22,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
-constexpr int kInterruptLookMs = 50;  // how often a wait looks for an interrupt
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;  // whole pages
+constexpr std::size_t kLargeWrite = 8192;                     // bytes that are not worth collecting
+constexpr auto kMaxAge = std::chrono::milliseconds(20);       // of what was collected for a reader
+constexpr int kInterruptCheckMs = 50;                         // how often a wait checks for an interrupt
 
 void ThrowIfInterrupted() {
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
@@ -55,18 +57,35 @@ int RenameToFree(const fs::path& from, const fs::path& to) {
     return unlink(from.c_str());
 }
 
+/// The name by which a process reaches one of its open files.
+std::string DescriptorPath(int hFile) { return "/proc/self/fd/" + std::to_string(hFile); }
+
+/// Gives an open file without a name one that must be free.
+bool LinkToFree(int hFile, const fs::path& to) {
+    return linkat(AT_FDCWD, DescriptorPath(hFile).c_str(), AT_FDCWD, to.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+/// Creates a file without a name. @return -1 when the file system cannot, or could not name it later.
+int OpenUnnamed(const fs::path& folder) {
+    const int hFile = open(folder.c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0666);
+    if (hFile < 0 || access(DescriptorPath(hFile).c_str(), F_OK) == 0) return hFile;
+    close(hFile);
+    return -1;
+}
+
 }  // namespace
+
+// ---------------- opening
 
 COutputFile::COutputFile(const fs::path& path, bool bForce) : m_bForce(bForce), m_path(path) {
     m_buffer.reserve(kBufferSize);
     const auto info = StatOf(path);
-    m_bMayBlock = info && !S_ISREG(info->st_mode);
+    m_bLive = info && !S_ISREG(info->st_mode);
     if (path == "-") {
-        m_path = "standard output";
-        m_hFile = STDOUT_FILENO;
+        OpenStandardOutput();
         return;
     }
-    if (m_bMayBlock) {
+    if (m_bLive) {
         OpenSpecial(S_ISFIFO(info->st_mode));
         return;
     }
@@ -74,7 +93,7 @@ COutputFile::COutputFile(const fs::path& path, bool bForce) : m_bForce(bForce), 
         throw CCommandError(kExitBadOutput, path.string() + ": exists already; --force overwrites it");
     }
     m_target = FollowLinks(path);
-    OpenTemporary(info.has_value());
+    OpenRegular(info.has_value());
     if (info) fchmod(m_hFile, info->st_mode & 07777);
 }
 
@@ -83,77 +102,131 @@ COutputFile::~COutputFile() {
     if (!m_temporary.empty()) unlink(m_temporary.c_str());
 }
 
-/// A named pipe opens without waiting, so that an interrupt is seen while nobody reads it.
+/// Others may share the mode of what the program was given, so it is opened anew to be written without
+/// waiting. What cannot be opened anew (a socket, somebody else's pipe) is written to as it is.
+void COutputFile::OpenStandardOutput() {
+    m_path = "standard output";
+    if (m_bLive) {
+        m_hFile = open(DescriptorPath(STDOUT_FILENO).c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    }
+    if (m_hFile >= 0) return;
+    m_hFile = STDOUT_FILENO;
+    m_bMayBlock = m_bLive;
+}
+
+/// Opens and writes without waiting, so that an interrupt is seen while nobody reads.
 void COutputFile::OpenSpecial(bool bPipe) {
     for (;;) {
         m_hFile = open(m_path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-        if (m_hFile >= 0) break;
+        if (m_hFile >= 0) return;
         if (errno != EINTR && !(errno == ENXIO && bPipe)) Fail();
         ThrowIfInterrupted();
-        poll(nullptr, 0, kInterruptLookMs);
+        poll(nullptr, 0, kInterruptCheckMs);
     }
-    fcntl(m_hFile, F_SETFL, 0);  // blocking again; opened here, so nobody else shares the mode
 }
 
-void COutputFile::OpenTemporary(bool bExists) {
-    constexpr std::size_t kMaxStem = 200;  // leaves room for the rest of a name
-    constexpr int kMaxTries = 100;         // leftovers of programs that were killed
+void COutputFile::OpenRegular(bool bExists) {
     if (bExists && access(m_target.c_str(), W_OK) != 0) Fail();
+    const fs::path folder = m_target.parent_path();
+    m_hFile = OpenUnnamed(folder.empty() ? "." : folder);
+    if (m_hFile >= 0) return;
+    const bool bNamed = TakeTemporaryName([this](const fs::path& path) {
+        m_hFile = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        return m_hFile >= 0;
+    });
+    if (!bNamed) Fail();
+}
+
+/// Finds a free name beside the target.
+/// @param take  makes a file of that name; false, with errno EEXIST when the name is not free.
+template <class Take>
+bool COutputFile::TakeTemporaryName(Take take) {
+    constexpr std::size_t kMaxStem = 200;  // leaves room for the rest of a name
+    constexpr int kMaxTries = 100;         // what programs that were killed have left behind
     std::string strStem = ".";
     strStem.append(m_target.filename().string(), 0, kMaxStem);
     strStem.append(".part-").append(std::to_string(getpid()));
-    for (int i = 0; i < kMaxTries && m_hFile < 0; ++i) {
-        m_temporary = m_target.parent_path() / strStem;
-        if (i > 0) m_temporary += std::to_string(-i);
-        m_hFile = open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (m_hFile < 0 && errno != EEXIST) break;
+    for (int i = 0; i < kMaxTries; ++i) {
+        fs::path path = m_target.parent_path() / strStem;
+        if (i > 0) path += std::to_string(-i);
+        if (take(path)) {
+            m_temporary = std::move(path);
+            return true;
+        }
+        if (errno != EEXIST) break;
     }
-    if (m_hFile >= 0) return;
-    m_temporary.clear();
-    Fail();
+    return false;
 }
 
-void COutputFile::Write(std::span<const std::uint8_t> bytes) {
+// ---------------- writing
+
+void COutputFile::Write(Bytes bytes) {
     ThrowIfInterrupted();
     m_nSize += bytes.size();
-    while (!bytes.empty()) {
-        const auto piece = bytes.first(std::min(bytes.size(), kBufferSize - m_buffer.size()));
-        m_buffer.insert(m_buffer.end(), piece.begin(), piece.end());
-        bytes = bytes.subspan(piece.size());
-        if (m_buffer.size() == kBufferSize) WriteOut();
+    if (m_bLive && bytes.size() >= kLargeWrite) {
+        WriteCollected();
+        WriteOut(bytes);
+        return;
     }
+    while (!bytes.empty()) {
+        const Bytes part = bytes.first(std::min(bytes.size(), kBufferSize - m_buffer.size()));
+        m_buffer.insert(m_buffer.end(), part.begin(), part.end());
+        bytes = bytes.subspan(part.size());
+        if (m_buffer.size() == kBufferSize) WriteCollected();
+    }
+    if (m_bLive && std::chrono::steady_clock::now() - m_lastWrite > kMaxAge) WriteCollected();
 }
 
-/// Writes out the buffer. What may block, because somebody else has to read it, is written only when it takes
-/// bytes and in pieces that it then takes at once: an interrupt may go to any thread and end no call of this
-/// one.
-void COutputFile::WriteOut() {
-    std::span<const std::uint8_t> rest = m_buffer;
-    while (!rest.empty()) {
-        ThrowIfInterrupted();
-        std::size_t nPiece = rest.size();
-        if (m_bMayBlock) {
-            pollfd ready{m_hFile, POLLOUT, 0};
-            if (poll(&ready, 1, kInterruptLookMs) <= 0) continue;
-            nPiece = std::min<std::size_t>(nPiece, PIPE_BUF);
-        }
-        const ssize_t nWritten = write(m_hFile, rest.data(), nPiece);
-        if (nWritten < 0 && errno != EINTR && errno != EAGAIN) Fail();
-        if (nWritten > 0) rest = rest.subspan(static_cast<std::size_t>(nWritten));
-    }
+void COutputFile::WriteCollected() {
+    WriteOut(m_buffer);
     m_buffer.clear();
+    if (m_bLive) m_lastWrite = std::chrono::steady_clock::now();
+}
+
+/// Waits for a reader in short turns, for an interrupt may go to any thread and so end no call of this one. A
+/// write that may block is made when there is room, and of no more than that certainly takes.
+void COutputFile::WriteOut(Bytes bytes) {
+    pollfd room{m_hFile, POLLOUT, 0};
+    while (!bytes.empty()) {
+        ThrowIfInterrupted();
+        if (m_bMayBlock && poll(&room, 1, kInterruptCheckMs) <= 0) continue;
+        const std::size_t nMost = m_bMayBlock ? PIPE_BUF : bytes.size();
+        const ssize_t nWritten = write(m_hFile, bytes.data(), std::min(bytes.size(), nMost));
+        if (nWritten >= 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(nWritten));
+        } else if (errno == EAGAIN) {
+            poll(&room, 1, kInterruptCheckMs);
+        } else if (errno != EINTR) {
+            Fail();
+        }
+    }
 }
 
 void COutputFile::Flush() {
     if (m_hFile < 0) return;
-    WriteOut();
+    WriteCollected();
+    if (IsUnnamed()) return;  // it is there as long as it is open
     const int hFile = std::exchange(m_hFile, -1);
     if (hFile != STDOUT_FILENO && close(hFile) != 0) Fail();
 }
 
+// ---------------- taking its place
+
 void COutputFile::Commit() {
     Flush();
-    if (m_temporary.empty()) return;
+    if (m_target.empty()) return;
+    if (!IsUnnamed()) {
+        TakePlace();
+    } else if (!LinkToFree(m_hFile, m_target)) {
+        if (errno != EEXIST || !m_bForce) Fail();
+        if (!TakeTemporaryName([this](const fs::path& path) { return LinkToFree(m_hFile, path); })) Fail();
+        TakePlace();
+    }
+    m_target.clear();
+}
+
+/// Moves the file from its temporary name to its place.
+void COutputFile::TakePlace() {
     const int nResult =
         m_bForce ? std::rename(m_temporary.c_str(), m_target.c_str()) : RenameToFree(m_temporary, m_target);
     if (nResult != 0) Fail();

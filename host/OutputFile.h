@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <span>
@@ -8,11 +9,16 @@
 namespace kest {
 
 /// A file that a command writes. Operations throw CCommandError when the output cannot be written or the user
-/// interrupts the program.
+/// interrupts the program. One thread at a time uses it.
 ///
-/// A regular file comes into being under another name beside its place and takes the place in `Commit`: until
-/// then nothing is there, or the file that was there before; without `Commit` nothing is left behind. A
-/// symbolic link is followed and stays. Devices, pipes and standard output are written to as they are.
+/// A regular file has no name until `Commit`, where the file system can do that, and takes its place there:
+/// until then nothing is there, or the file that was there before, and a program that is killed leaves
+/// nothing behind. Other file systems get a hidden file beside the place, which is removed unless the program
+/// is killed. A symbolic link is followed and stays. Devices, pipes and standard output are written to as
+/// they are.
+///
+/// A file gets whole pages, many at a time. A device or pipe gets large spans of bytes as they come; small
+/// ones are collected, for 20 ms at most while more bytes come, since somebody may be reading them.
 ///
 /// Several outputs that belong together are first flushed, all of them, and then committed.
 class COutputFile {
@@ -27,7 +33,7 @@ public:
 
     /// Nothing can be written after `Flush`.
     void Write(std::span<const std::uint8_t> bytes);
-    /// Writes out what is buffered and closes the file.
+    /// Writes out what was collected.
     void Flush();
     /// `Flush`, and puts the file into its place.
     void Commit();
@@ -35,19 +41,29 @@ public:
     std::uint64_t GetSize() const { return m_nSize; }
 
 private:
+    using Bytes = std::span<const std::uint8_t>;
+
+    void OpenStandardOutput();
     void OpenSpecial(bool bPipe);
-    void OpenTemporary(bool bExists);
-    void WriteOut();
+    void OpenRegular(bool bExists);
+    template <class Take>
+    bool TakeTemporaryName(Take take);
+    bool IsUnnamed() const { return !m_target.empty() && m_temporary.empty(); }
+    void WriteCollected();
+    void WriteOut(Bytes bytes);
+    void TakePlace();
     [[noreturn]] void Fail() const;
 
     const bool m_bForce;
-    std::filesystem::path m_path;       // as messages name it
-    std::filesystem::path m_target;     // a regular file: its place, links followed
-    std::filesystem::path m_temporary;  // where it is written; empty when it is no regular file, or committed
-    int m_hFile = -1;                   // open until Flush
-    bool m_bMayBlock = false;           // a pipe or device: a write may wait for somebody else
-    std::vector<std::uint8_t> m_buffer;
-    std::uint64_t m_nSize = 0;
+    std::filesystem::path m_path;        // as messages name it
+    std::filesystem::path m_target;      // a regular file's place, links followed; empty once it is there
+    std::filesystem::path m_temporary;   // the name that the regular file has until then, if any
+    int m_hFile = -1;                    // open until Flush; a file without a name until Commit
+    bool m_bLive = false;                // a pipe or device: somebody may be reading it
+    bool m_bMayBlock = false;            // a write may wait for that reader
+    std::vector<std::uint8_t> m_buffer;  // what was collected
+    std::chrono::steady_clock::time_point m_lastWrite{};  // of what was collected, when live
+    std::uint64_t m_nSize = 0;                            // see GetSize
 };
 
 /// Both names lead to one and the same file, pipe or block device, "-" being standard output; for files that

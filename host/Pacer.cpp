@@ -21,7 +21,7 @@ void CPacer::Pace(EStream stream, REFERENCE_TIME rtStart, CEvent& evLeave) {
     Note(stream, rtStart, true, true);
     Progress& other = Of(stream == EStream::Video ? EStream::Audio : EStream::Video);
     CEvent* const apEvents[] = {&evLeave, &other.evChanged};
-    const auto deadline = steady_clock::now() + milliseconds(m_nPatienceMs);
+    const auto deadline = steady_clock::now() + milliseconds(m_nMaxWaitMs);
     while (other.bAwaited && (!other.bBegun || rtStart - other.rtLatest > kLead)) {
         const auto left = ceil<milliseconds>(deadline - steady_clock::now()).count();
         if (left <= 0) {

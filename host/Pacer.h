@@ -10,20 +10,20 @@
 
 namespace kest {
 
-/// Keeps two streams abreast that nobody plays: the one that is ahead waits for the other, by the start times
-/// of their samples. Without it a stream may come seconds before the other, which the demultiplexer takes for
-/// a broken stream.
+/// Keeps two streams together that nobody plays: the one that is ahead waits for the other, by the start
+/// times of their samples. Without it a stream may come seconds before the other, which the demultiplexer
+/// takes for a broken stream.
 ///
 /// Streams that begin, or begin anew after a flush, begin together: the first sample of one waits for the
-/// first of the other. A stream that has nothing to give for a while is not waited for until it gives
-/// something again. Each stream is paced on its own thread; everything else may be called from any thread.
+/// first of the other. A stream without samples for a while is not waited for until a sample of it comes
+/// again. Each stream is paced on its own thread; everything else may be called from any thread.
 class CPacer {
 public:
     static constexpr REFERENCE_TIME kLead = 5'000'000;  // 100 ns that a stream may be ahead
-    static constexpr std::uint32_t kPatienceMs = 300;
+    static constexpr std::uint32_t kMaxWaitMs = 300;
 
-    /// @param nPatienceMs  how long a stream is waited for.
-    explicit CPacer(std::uint32_t nPatienceMs = kPatienceMs) : m_nPatienceMs(nPatienceMs) {}
+    /// @param nMaxWaitMs  how long a stream is waited for.
+    explicit CPacer(std::uint32_t nMaxWaitMs = kMaxWaitMs) : m_nMaxWaitMs(nMaxWaitMs) {}
 
     /// A stream begins, or begins anew, at time 0: nothing of it has come yet.
     void Begin(EStream stream);
@@ -44,7 +44,7 @@ private:
     Progress& Of(EStream stream) { return m_aProgress[static_cast<std::size_t>(stream)]; }
     void Note(EStream stream, REFERENCE_TIME rtLatest, bool bBegun, bool bAwaited);
 
-    const std::uint32_t m_nPatienceMs;
+    const std::uint32_t m_nMaxWaitMs;
     std::array<Progress, 2> m_aProgress;  // by stream
 };
 

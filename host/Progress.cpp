@@ -12,7 +12,7 @@ namespace {
 constexpr auto kDrawInterval = std::chrono::milliseconds(100);
 constexpr int kBarWidth = 30;
 constexpr double kMega = 1e6;
-constexpr double kMaxLeft = 99 * 3600;  // seconds; more are not told
+constexpr double kMaxLeft = 99 * 3600;  // seconds; not more are shown
 
 }  // namespace
 

@@ -14,12 +14,12 @@ void RunRegister(const std::string& strModule) {
     if (SUCCEEDED(hr)) return;
     std::array<char, 80> szReason{};
     std::snprintf(szReason.data(), szReason.size(),
-                  ": the module cannot enter itself (0x%08" PRIX32 "; -v tells more)",
+                  ": cannot register the module (0x%08" PRIX32 "; -v shows more)",
                   static_cast<std::uint32_t>(hr));
     throw CCommandError(kExitBadOutput, strList + szReason.data());
 }
 
-// Not through the module, which may have gone or fit no more.
+// Not through the module, whose file may be gone or of another version.
 void RunUnregister(const std::string& strModule) {
     CModuleRegistry registry = OpenModuleRegistry();
     const std::filesystem::path found = FindDemuxModule(strModule);

@@ -1,5 +1,7 @@
 #include "host/Sink.h"
 
+#include "graph/Guard.h"
+
 namespace kest {
 namespace {
 
@@ -11,9 +13,11 @@ CSink::CSink(EStream stream, ISinkHandler& handler, CPacer& pacer, CEvent& evNot
     : CBaseFilter(nullptr, nullptr, &m_csPins, kSinkClass), m_input(this, stream, handler, pacer, evNotice) {}
 
 HRESULT CSink::Pause() {
-    CAutoLock lock(m_csPins);
-    m_input.m_evRun.Reset();
-    return CBaseFilter::Pause();
+    return Guard([this] {
+        CAutoLock lock(m_csPins);
+        m_input.m_evRun.Reset();
+        return CBaseFilter::Pause();
+    });
 }
 
 void CSink::RethrowError() {
@@ -56,7 +60,7 @@ HRESULT CSink::CInput::Inactive() {
 
 /// Calls the handler, with its lock held by the caller, and keeps what it throws.
 template <class Call>
-HRESULT CSink::CInput::Hand(Call call) {
+HRESULT CSink::CInput::CallHandler(Call call) {
     if (m_bFailed) return E_FAIL;
     ++m_nActivity;
     try {
@@ -71,15 +75,21 @@ HRESULT CSink::CInput::Hand(Call call) {
 }
 
 HRESULT CSink::CInput::Receive(IMediaSample* pSample) {
-    if (const HRESULT hr = CBaseInputPin::Receive(pSample); hr != S_OK) return hr;
-    if (!AwaitTurn(*pSample)) return GetRefusal();
-    std::lock_guard lock(m_handlerMutex);
-    if (m_evLeave.IsSignalled()) return GetRefusal();  // the flush or stop came before the lock
-    m_bEnded = false;
-    return Hand([&] { m_handler.OnSample(*pSample); });
+    return Guard([&] {
+        const HRESULT hr = CBaseInputPin::Receive(pSample);
+        return hr == S_OK ? Take(*pSample) : hr;
+    });
 }
 
-/// Waits until the graph runs and the other stream is abreast. @return false: it is to be let go.
+HRESULT CSink::CInput::Take(IMediaSample& sample) {
+    if (!AwaitTurn(sample)) return GetDropResult();
+    std::lock_guard lock(m_handlerMutex);
+    if (m_evLeave.IsSignalled()) return GetDropResult();  // the flush or stop came before the lock
+    m_bEnded = false;
+    return CallHandler([&] { m_handler.OnSample(sample); });
+}
+
+/// Waits until the graph runs and the other stream has caught up. @return false: the sample is to be dropped.
 bool CSink::CInput::AwaitTurn(IMediaSample& sample) {
     CEvent* const apEvents[] = {&m_evLeave, &m_evRun};
     if (CEvent::WaitAny(apEvents) == 0) return false;
@@ -88,47 +98,55 @@ bool CSink::CInput::AwaitTurn(IMediaSample& sample) {
     return true;
 }
 
-HRESULT CSink::CInput::GetRefusal() const { return m_bActive ? S_FALSE : VFW_E_WRONG_STATE; }
+HRESULT CSink::CInput::GetDropResult() const { return m_bActive ? S_FALSE : VFW_E_WRONG_STATE; }
 
 /// Taken during a flush too: that may come from the other stream's thread, and the end comes only once.
 HRESULT CSink::CInput::EndOfStream() {
-    if (const HRESULT hr = CheckStreaming(); FAILED(hr)) return hr;
-    std::lock_guard lock(m_handlerMutex);
-    const HRESULT hr = Hand([&] { m_handler.OnEndOfStream(); });
-    m_pacer.End(m_stream);
-    m_bEnded = true;
-    m_evNotice.Set();
-    return hr;
+    return Guard([this] {
+        if (const HRESULT hr = CheckStreaming(); FAILED(hr)) return hr;
+        std::lock_guard lock(m_handlerMutex);
+        const HRESULT hr = CallHandler([this] { m_handler.OnEndOfStream(); });
+        m_pacer.End(m_stream);
+        m_bEnded = true;
+        m_evNotice.Set();
+        return hr;
+    });
 }
 
 HRESULT CSink::CInput::NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop, double dRate) {
-    CBaseInputPin::NewSegment(tStart, tStop, dRate);
-    std::lock_guard lock(m_handlerMutex);
-    return Hand([&] { m_handler.OnNewSegment(tStart, tStop, dRate); });
+    return Guard([&] {
+        CBaseInputPin::NewSegment(tStart, tStop, dRate);
+        std::lock_guard lock(m_handlerMutex);
+        return CallHandler([&] { m_handler.OnNewSegment(tStart, tStop, dRate); });
+    });
 }
 
 HRESULT CSink::CInput::BeginFlush() {
-    {
-        CAutoLock lock(*m_pLock);
-        CBaseInputPin::BeginFlush();
-        m_evLeave.Set();
-    }
-    std::lock_guard lock(m_handlerMutex);
-    return Hand([&] { m_handler.OnBeginFlush(); });
+    return Guard([this] {
+        {
+            CAutoLock lock(*m_pLock);
+            CBaseInputPin::BeginFlush();
+            m_evLeave.Set();
+        }
+        std::lock_guard lock(m_handlerMutex);
+        return CallHandler([this] { m_handler.OnBeginFlush(); });
+    });
 }
 
 HRESULT CSink::CInput::EndFlush() {
-    HRESULT hr = S_OK;
-    {
-        std::lock_guard lock(m_handlerMutex);
-        hr = Hand([&] { m_handler.OnEndFlush(); });
-    }
-    CAutoLock lock(*m_pLock);
-    CBaseInputPin::EndFlush();
-    if (!m_bActive) return hr;
-    if (!m_bEnded) m_pacer.Begin(m_stream);
-    m_evLeave.Reset();
-    return hr;
+    return Guard([this] {
+        HRESULT hr = S_OK;
+        {
+            std::lock_guard lock(m_handlerMutex);
+            hr = CallHandler([this] { m_handler.OnEndFlush(); });
+        }
+        CAutoLock lock(*m_pLock);
+        CBaseInputPin::EndFlush();
+        if (!m_bActive) return hr;
+        if (!m_bEnded) m_pacer.Begin(m_stream);
+        m_evLeave.Reset();
+        return hr;
+    });
 }
 
 }  // namespace kest

@@ -3,13 +3,14 @@
 #include <exception>
 #include <mutex>
 
+#include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "host/Pacer.h"
 
 namespace kest {
 
-/// Takes what a sink receives. The calls of one sink come one at a time, though from several threads: a flush
-/// comes from whoever flushes. What a call throws ends the stream: see CSink.
+/// Receives what a sink receives. The calls of one sink come one at a time, though from several threads: a
+/// flush comes from the thread that flushes. A call that throws ends the stream: see CSink.
 class ISinkHandler {
 public:
     virtual void OnSample(IMediaSample& sample) = 0;
@@ -23,12 +24,13 @@ protected:
     ~ISinkHandler() = default;
 };
 
-/// The end of a stream in a graph: a filter with one input pin, "Input", that takes any type and hands
-/// everything to a handler, in the manner of a renderer. While paused it holds the sample that has come until
-/// it runs; a flush drops that sample and a stop lets it go. Between the beginning and the end of a flush,
-/// and while stopped, nothing is taken.
+/// The end of a stream in a graph: a filter with one input pin, "Input", that takes any type and passes
+/// everything to a handler, as a renderer would. While paused it holds the sample that has come until it
+/// runs; a flush or a stop drops that sample. Between the beginning and the end of a flush, and while
+/// stopped, nothing is taken.
 ///
-/// A handler that throws has its exception kept for `RethrowError`; the sink takes nothing more.
+/// What the handler throws is kept for `RethrowError`, and the sink takes nothing more. Other exceptions
+/// become result codes, see Guard.
 ///
 /// Locking: the handler is called under a lock of the pin's own, which is never held together with the object
 /// lock. The waits (for the run, for the other stream) are on events, without a lock.
@@ -36,7 +38,7 @@ class CSink final : public CBaseFilter {
 public:
     /// @param stream    which stream it takes.
     /// @param handler   must outlive the sink, as must all that follows.
-    /// @param pacer     keeps this stream abreast of the other.
+    /// @param pacer     lets this stream wait for the other.
     /// @param evNotice  set when the stream has ended or the handler has thrown.
     CSink(EStream stream, ISinkHandler& handler, CPacer& pacer, CEvent& evNotice);
 
@@ -44,7 +46,7 @@ public:
     CBasePin* GetPin(int n) override { return n == 0 ? &m_input : nullptr; }
     HRESULT STDMETHODCALLTYPE Pause() override;
 
-    /// The end of the stream has come, and no sample since. A flush does not take it back: the demultiplexer
+    /// The end of the stream has come, and no sample since. A flush does not undo it: the demultiplexer
     /// flushes both streams when one of them begins anew, though the other may have ended for good.
     bool HasEnded() const { return m_input.m_bEnded; }
     bool HasFailed() const { return m_input.m_bFailed; }
@@ -69,17 +71,18 @@ private:
         HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME tStart, REFERENCE_TIME tStop,
                                              double dRate) override;
 
+        HRESULT Take(IMediaSample& sample);
         bool AwaitTurn(IMediaSample& sample);
-        HRESULT GetRefusal() const;
+        HRESULT GetDropResult() const;
         template <class Call>
-        HRESULT Hand(Call call);
+        HRESULT CallHandler(Call call);
 
         const EStream m_stream;
         ISinkHandler& m_handler;
         CPacer& m_pacer;
         CEvent& m_evNotice;
         CEvent m_evRun;                      // the graph runs
-        CEvent m_evLeave{true, true};        // stopped or flushing: a sample that waits is let go
+        CEvent m_evLeave{true, true};        // stopped or flushing: a sample that waits is dropped
         std::atomic<bool> m_bActive{false};  // between Active and Inactive; written under the object lock
         std::atomic<bool> m_bEnded{false};   // the end of the stream has come
         std::atomic<bool> m_bFailed{false};  // the handler has thrown

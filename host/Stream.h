@@ -2,7 +2,7 @@
 
 namespace kest {
 
-/// The two streams that the demultiplexer gives.
+/// The two streams that the demultiplexer separates.
 enum class EStream { Video, Audio };
 
 /// What listings call a stream: "video" or "audio".

@@ -51,22 +51,22 @@ void ShowTexts(int nVerbosity) {
 void AddProbeCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<ProbeOptions>();
     CLI::App* pCommand =
-        AddFileCommand(app, "probe", "Tell what a file is", pOptions->strFile, "kestdemux probe movie.mpg");
+        AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile, "kestdemux probe movie.mpg");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object");
     pCommand->callback([pOptions] { RunProbe(*pOptions); });
 }
 
 void AddFramesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<FramesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame of both streams", pOptions->strFile,
-                                        "kestdemux frames movie.mpg --json");
+    CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame that the demuxer queues",
+                                        pOptions->strFile, "kestdemux frames movie.mpg --json");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 
 void AddSamplesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<SamplesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "samples", "List every sample that leaves the output pins",
+    CLI::App* pCommand = AddFileCommand(app, "samples", "List every sample and event of the output pins",
                                         pOptions->strFile, "kestdemux samples movie.mpg --seek 60");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
@@ -100,7 +100,7 @@ void AddListCommand(CLI::App& app, const char* pszName, const char* pszWhat, con
 
 /// Parses the command line and runs the command.
 int RunProgram(int argc, char** argv) {
-    CLI::App app("Takes MPEG program streams apart into their elementary streams.", "kestdemux");
+    CLI::App app("Separates MPEG program streams into their elementary streams.", "kestdemux");
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "kestdemux " KEST_VERSION);
@@ -114,9 +114,9 @@ int RunProgram(int argc, char** argv) {
     AddFramesCommand(app);
     AddSamplesCommand(app);
     AddDemuxCommand(app);
-    AddListCommand(app, "register", "Enter the demultiplexer into your list of modules",
+    AddListCommand(app, "register", "Add the demultiplexer to your list of modules",
                    "kestdemux register --module lib/KestDemux2Filter.so", RunRegister);
-    AddListCommand(app, "unregister", "Take it out of the list again", "kestdemux unregister", RunUnregister);
+    AddListCommand(app, "unregister", "Remove it from the list", "kestdemux unregister", RunUnregister);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

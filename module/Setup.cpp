@@ -25,7 +25,7 @@ const AMOVIESETUP_MEDIATYPE kVideoTypes[] = {
     {&MEDIATYPE_Video, &MEDIASUBTYPE_MPEG1Payload},
 };
 
-/// One of each pin, always there, connected to no filter in particular.
+/// A pin that the filter always has once, and that connects to any filter.
 template <std::size_t nTypes>
 constexpr AMOVIESETUP_PIN MakePin(LPCWSTR pszName, BOOL bRendered, BOOL bOutput,
                                   const AMOVIESETUP_MEDIATYPE (&types)[nTypes]) {

@@ -4,8 +4,8 @@
 
 namespace kest {
 
-/// Tells the host's registry what the filter is like: its name, how early it is tried for a stream, and its
-/// pins with their media types, in the order input, audio, video (the filter numbers its pins otherwise).
+/// The description of the filter for the host's registry: its name, its merit, and its pins with their media
+/// types in the order input, audio, video, which is not the order of the filter's own pin numbers.
 extern const AMOVIESETUP_FILTER kFilterSetup;
 
 }  // namespace kest

@@ -1,15 +1,12 @@
 #include "pins/AudioOutputPin.h"
 
-#include "pins/AudioDeliveryLoop.h"
-#include "pins/DeliveryThread.h"
 #include "platform/DebugText.h"
 
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kBlockSize = 32768;
-
-/// MPEG-1 audio, layer II: what every decoder behind this pin is told, whatever the stream turns out to be.
+/// MPEG-1 audio, layer II: what every decoder behind this pin is offered, whatever the stream turns out to
+/// be.
 CMediaType MakeAudioType() {
     MPEG1WAVEFORMAT format{};
     format.wfx.wFormatTag = WAVE_FORMAT_MPEG;
@@ -32,17 +29,17 @@ CMediaType MakeAudioType() {
 
 }  // namespace
 
-CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
-                                                     CCritSec* pLock, HRESULT* phr)
-    : CDemuxOutputPin(pFilter, pSite, pLock, phr, L"Audio Output", kBlockSize, {5, 65536}, /*bGate=*/false),
+CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite,
+                                                     CAvTiming& timing, CCritSec* pLock, HRESULT* phr)
+    : CDemuxOutputPin({.pin = EPin::Audio,
+                       .pszName = L"Audio Output",
+                       .nBlockSize = 32768,
+                       .nBuffers = 5,
+                       .nBufferSize = 65536,
+                       .bGate = false},
+                      pFilter, pSite, timing, pLock, phr),
       m_mtOffered(MakeAudioType()) {
     m_mt = m_mtOffered;
-}
-
-CKestDemux2AudioOutputPin::~CKestDemux2AudioOutputPin() { EndDelivery(); }
-
-std::unique_ptr<CDeliveryLoop> CKestDemux2AudioOutputPin::MakeDeliveryLoop() {
-    return std::make_unique<CAudioDeliveryLoop>(*this);
 }
 
 HRESULT CKestDemux2AudioOutputPin::CheckMediaType(const CMediaType& type) {

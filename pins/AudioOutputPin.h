@@ -8,9 +8,12 @@ namespace kest {
 class CKestDemux2AudioOutputPin final : public CDemuxOutputPin {
 public:
     /// @param pFilter, pSite  the filter.
+    /// @param timing          shared with the video pin.
     /// @param pLock           the filter's pin lock.
-    CKestDemux2AudioOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CCritSec* pLock, HRESULT* phr);
-    ~CKestDemux2AudioOutputPin() override;
+    /// @param phr             unchanged, or why the pin cannot be used; may be null.
+    CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing, CCritSec* pLock,
+                              HRESULT* phr);
+    ~CKestDemux2AudioOutputPin() override { EndDelivery(); }
 
     HRESULT CheckMediaType(const CMediaType& type) override;
     HRESULT GetMediaType(int n, CMediaType& type) override;
@@ -18,9 +21,6 @@ public:
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     /// E_NOTIMPL, with a debug text.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
-
-    bool IsVideo() const override { return false; }
-    std::unique_ptr<CDeliveryLoop> MakeDeliveryLoop() override;
 
 private:
     CMediaType m_mtOffered;  // the fixed type

@@ -1,83 +1,125 @@
 #include "pins/DeliveryLoop.h"
 
-#include <cinttypes>
-#include <cstdio>
+#include <utility>
 
+#include "graph/TimeArithmetic.h"
+#include "pins/AudioTimeline.h"
+#include "pins/VideoTimeline.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kNoSamplePauseMs = 10;
-constexpr std::uint32_t kResettingPauseMs = 100;
-constexpr std::int64_t kBrokenTicks = 90090;        // stamps further apart are broken
-constexpr std::uint64_t kLastStamp = 0x1FFFFFFFF;   // of a 33-bit counter
-constexpr std::uint64_t kWrapTicks = 20000;         // a wrap leads at most this far
-constexpr REFERENCE_TIME kWrapTime = 954437176777;  // kLastStamp in 100 ns, rounded down
+constexpr std::uint32_t kPauseMs = 10;                      // without a sample, a frame or a time base
+constexpr std::uint32_t kResettingPauseMs = 100;            // after a frame, while a reset is in progress
+constexpr DWORD kAudioBufferFlags = 0x100;                  // asked of the allocator with every audio sample
+constexpr REFERENCE_TIME kSegmentEnd = 0x7F00000000000000;  // of the segments that pins announce
 
-/// Marks a delivery as under way for the length of a block. The mark comes before the look whether the frame
-/// has been left behind, and a seek looks at the mark when it has left frames behind: one sees the other.
-class CUnderWay {
-public:
-    explicit CUnderWay(CEvent& evNotDelivering) : m_event(evNotDelivering) { m_event.Reset(); }
-    CUnderWay(const CUnderWay&) = delete;
-    CUnderWay& operator=(const CUnderWay&) = delete;
-    ~CUnderWay() { m_event.Set(); }
+constexpr DeliveryRules kVideoProgramStream = {.bEndsOnReadFailure = false,
+                                               .bEndsOnDeliveryFailure = false,
+                                               .bReadsFlags = true,
+                                               .bTakesPartInResets = true};
+constexpr DeliveryRules kVideoBasic = {.bEndsOnReadFailure = false,
+                                       .bEndsOnDeliveryFailure = true,
+                                       .bReadsFlags = false,
+                                       .bTakesPartInResets = true};
+constexpr DeliveryRules kVideoTransport = {.bEndsOnReadFailure = true,
+                                           .bEndsOnDeliveryFailure = true,
+                                           .bReadsFlags = false,
+                                           .bTakesPartInResets = true};
+constexpr DeliveryRules kVideoElementary = {.bEndsOnReadFailure = true,
+                                            .bEndsOnDeliveryFailure = true,
+                                            .bReadsFlags = false,
+                                            .bTakesPartInResets = false};
+constexpr DeliveryRules kAudioProgramStream = kVideoProgramStream;
+constexpr DeliveryRules kAudioOther = kVideoBasic;
+constexpr DeliveryRules kAudioPlain = {.bEndsOnReadFailure = false,
+                                       .bEndsOnDeliveryFailure = true,
+                                       .bReadsFlags = false,
+                                       .bTakesPartInResets = false};
 
-private:
-    CEvent& m_event;
-};
+const DeliveryRules& FindRules(EPin pin, ETimeline variant) {
+    const bool bVideo = pin == EPin::Video;
+    switch (variant) {
+        case ETimeline::ProgramStream: return bVideo ? kVideoProgramStream : kAudioProgramStream;
+        case ETimeline::Basic: return bVideo ? kVideoBasic : kAudioOther;
+        case ETimeline::JumpClamping:
+        case ETimeline::ClockFollowing: return bVideo ? kVideoTransport : kAudioOther;
+        default: return bVideo ? kVideoElementary : kAudioPlain;
+    }
+}
+
+std::unique_ptr<CTimeline> MakeTimeline(EPin pin, const WorkingMode& mode, bool bPush) {
+    if (pin == EPin::Video) return std::make_unique<CVideoTimeline>(mode);
+    return std::make_unique<CAudioTimeline>(mode, bPush);
+}
 
 }  // namespace
 
-CDeliveryLoop::CDeliveryLoop(CDemuxOutputPin& pin, const StreamConstants& constants)
-    : m_pin(pin), m_constants(constants) {}
-
-bool CDeliveryLoop::IsTimestampBroken(std::int64_t llStamp, std::int64_t llLast) {
-    return llStamp - llLast > kBrokenTicks || llLast - llStamp > kBrokenTicks;
-}
+CDeliveryLoop::CDeliveryLoop(const DeliveryContext& context, Control control)
+    : m_context(context),
+      m_control(control),
+      m_mode(FindWorkingMode(context.site.GetWorkingMode())),
+      m_variant(context.IsVideo() ? m_mode.videoTimeline : m_mode.audioTimeline),
+      m_rules(FindRules(context.pin, m_variant)),
+      m_pTimeline(MakeTimeline(context.pin, m_mode, context.site.IsPushSource())),
+      m_statistics(context, m_variant) {}
 
 std::int32_t CDeliveryLoop::Run() {
-    GetThread().WaitRun();
-    if (GetThread().IsStopping()) return -1;
-    GetTiming().bFirstTime = true;
-    GetTiming().rtLastStart = 0;
-    m_pMode = &FindWorkingMode(GetSite().GetWorkingMode());
-    m_rules = &SelectRules(*m_pMode);
-    BeginRun();
-    while (!Is(ETimeline::None) && Step() != EStep::End) {
+    if (IsStopping()) return -1;
+    UpdateOwn([this](PinTiming& own) {
+        own.bFirstTime = true;
+        own.rtLastStart = 0;
+        if (!m_context.IsVideo()) own.nAccessCount = 0;
+    });
+    m_context.gate.SetEnded(false);
+    if (Is(ETimeline::None)) {
+    } else if (!m_context.output.IsConnected()) {
+        m_control.evStop.Wait();
+    } else {
+        while (Step() != EStep::End) {
+        }
     }
-    OnEnd();
+    Trace(m_context.IsVideo() ? "CKestDemux2VideoOutputPin Stop!!! .\n"
+                              : "\n CKestDemux2AudioOutputPin Stop!!! .\n");
     return m_nExitCode;
 }
 
 /// The frame step: from an empty sample to a delivered one.
 CDeliveryLoop::EStep CDeliveryLoop::Step() {
-    GetThread().WaitRun();
-    if (GetThread().IsStopping()) return EStep::End;
+    m_control.evRun.Wait();
+    if (IsStopping()) return EStep::End;
     Frame frame;
     if (!TakeSample(frame)) {
-        SleepMs(kNoSamplePauseMs);
+        SleepMs(kPauseMs);
         return EStep::NextFrame;
     }
     if (const EStep step = ReadFrame(frame); step != EStep::GoOn) return step;
-    if (CountsBeforeDelivery()) ++GetTiming().nAccessCount;
-    frame.pSample->SetActualDataLength(frame.nLength);
-    m_llDataCount += frame.nLength;
-    if (GetSite().IsFreeRun() && !Is(ETimeline::ElementaryStream)) return DeliverFree(frame);
-    if (m_rules->bReadsFlags) {
+    if (m_context.IsVideo() && !Is(ETimeline::ElementaryStream)) {
+        UpdateOwn([](PinTiming& own) { ++own.nAccessCount; });
+    }
+    frame.pSample->SetActualDataLength(frame.taken.nLength);
+    m_statistics.CountFrame(frame.taken.nLength);
+    if (m_context.site.IsFreeRun() && !Is(ETimeline::ElementaryStream)) return DeliverFree(frame);
+    if (m_rules.bReadsFlags) {
         if (const EStep step = HandleFlags(frame); step != EStep::GoOn) return step;
     }
-    return ProcessFrame(frame);
+    Placement place;
+    if (const EStep step = PlaceFrame(frame, place); step != EStep::GoOn) return step;
+    return DeliverPlaced(frame, place);
 }
 
 // ---------------- getting a frame
 
+void CDeliveryLoop::TraceStep(const char* pszText) const {
+    if (!m_context.IsVideo() && Is(ETimeline::ProgramStream)) Trace("%s", pszText);
+}
+
 bool CDeliveryLoop::TakeSample(Frame& frame) {
     TraceStep("=======>Audio 1\n");
-    const HRESULT hr =
-        m_pin.GetDeliveryBuffer(frame.pSample.Put(), nullptr, nullptr, m_constants.dwBufferFlags);
+    const HRESULT hr = m_context.output.GetDeliveryBuffer(frame.pSample.Put(), nullptr, nullptr,
+                                                          m_context.IsVideo() ? 0 : kAudioBufferFlags);
     TraceStep("=======>Audio 1.2\n");
     if (FAILED(hr) && frame.pSample) {
         TraceStep("=======>pSample==NULL || hr<0\n***********\n******\n!!!!!!!!!\n!!!!!");
@@ -92,209 +134,278 @@ bool CDeliveryLoop::TakeSample(Frame& frame) {
 /// Reads the next frame. An empty block whose record says so is the end of the stream; it goes downstream
 /// even in free run.
 CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
-    if (m_rules->bReadsFlags) DropQueuedFrames(frame);
+    if (m_rules.bReadsFlags) DropQueuedFrames(frame);
     TraceStep("=======>Audio 2\n");
-    const BlockRead read =
-        m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, kInfinite);
-    frame.nLength = static_cast<int>(read.nLength);
-    frame.nGeneration = read.nGeneration;
-    if (frame.nLength > 0) {
+    frame.taken = m_context.frames.Read(frame.buffer, kInfinite);
+    const FRAME_INFO& info = frame.taken.info;
+    const int nLength = frame.taken.nLength;
+    if (nLength > 0) {
         TraceStep("=======>Audio 3\n");
-        frame.llStamp = GetStamp(frame.info);
+        frame.timed.llTimestamp = m_context.IsVideo() ? info.llPts : info.llDts;
+        frame.timed.bDiscontinuity = info.bDiscontinuity;
+        frame.timed.bytes = frame.buffer.first(static_cast<std::size_t>(nLength));
         return EStep::GoOn;
     }
     frame.pSample = nullptr;
-    if (frame.info.bEndOfStream) {
+    if (info.bEndOfStream) {
         EndStream(frame);
         return EStep::NextFrame;
     }
-    if (!read.IsTaken() && read.status != BlockRead::EStatus::Nothing) {
-        SleepMs(kNoSamplePauseMs);  // the queue is closed, and the stop will come
-    }
-    OnNothingRead();
-    return m_rules->bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
+    const bool bAudioProgram = !m_context.IsVideo() && Is(ETimeline::ProgramStream);
+    if (nLength < 0 || bAudioProgram) SleepMs(kPauseMs);  // a closed queue: the stop will come
+    return m_rules.bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
 }
 
 /// After a reset, drops everything that was queued before it; only an end of the stream is not lost, since no
 /// other may follow.
 void CDeliveryLoop::DropQueuedFrames(Frame& frame) {
     TraceStep("=======>Audio 1.5\n");
-    if (!GetTiming().bRestartPending.exchange(false)) return;
-    while (m_pin.GetFramesPending() > 0 && !GetThread().IsStopping()) {
-        const BlockRead read = m_pin.m_pFrameQueue->ReadEx(m_pin.m_bmHandle, frame.buffer, &frame.info, 0);
-        frame.nGeneration = read.nGeneration;
-        if (read.IsTaken() && frame.info.bEndOfStream) return EndStream(frame);
-        OnFrameDropped();
+    bool bPending = false;
+    UpdateOwn([&](PinTiming& own) { bPending = std::exchange(own.bRestartPending, false); });
+    while (bPending && m_context.frames.GetPending() > 0 && !IsStopping()) {
+        frame.taken = m_context.frames.Read(frame.buffer, 0);
+        if (frame.taken.info.bEndOfStream) return EndStream(frame);
+        if (!m_context.IsVideo()) SleepMs(kPauseMs);
     }
 }
 
-// ---------------- stamping
+/// The queue has been emptied, by a seek that is not the frame's own, since the frame was taken.
+bool CDeliveryLoop::IsStale(const Frame& frame) const {
+    if (frame.nKeptSeek) return *frame.nKeptSeek != m_context.pSeeking->GetSeekCount();
+    return m_context.frames.IsPast(frame.taken.nGeneration);
+}
 
-CDeliveryLoop::EStep CDeliveryLoop::ProcessFrame(Frame& frame) {
-    if (IsRestartDue()) {
-        if (const EStep step = RestartTiming(frame); step != EStep::GoOn) return step;
+// ---------------- record flags, free run
+
+CDeliveryLoop::EStep CDeliveryLoop::HandleFlags(Frame& frame) {
+    const FRAME_INFO& info = frame.taken.info;
+    if (info.bEndOfStream) {  // an end-of-stream record with bytes: they are no frame
+        EndStream(frame);
+        return EStep::NextFrame;
+    }
+    if (m_context.pSeeking && !IsStale(frame)) m_context.pSeeking->SetFilePos(info.llFilePos);
+    if (!info.bSegmentMarker) return EStep::GoOn;
+    if (m_context.IsVideo()) {
+        DeliverVideoMarker(frame);
     } else {
-        ContinueTiming(frame);
-        if (m_rules->bClampsJumps) ClampJump(frame);
+        DeliverAudioMarker(frame);
     }
-    if (Is(ETimeline::Basic) && m_pin.IsVideo() && GetTiming().rtStart < 0) GetTiming().rtStart = 0;
-    frame.pSample->SetSyncPoint(TRUE);
-    SetTimes(frame, GetTiming().rtStart);
-    GetTiming().rtLastStart = GetTiming().rtStart.load();
-    AfterStamping(frame);
-    if (m_rules->bRepairs) {
-        if (!RepairWrap(frame) && IsTimestampBroken(frame.llStamp, m_llLastStamp)) RepairBroken(frame);
-        ResetHook();
+    return EStep::NextFrame;
+}
+
+/// Passes the end of the stream downstream.
+void CDeliveryLoop::EndStream(const Frame& frame) {
+    m_context.gate.WaitForFlush(m_control.evStop);
+    std::optional<CDeliveryGate::CUnderWay> underWay;
+    {
+        CAutoLock lock(m_context.gate.GetFlushLock());  // the other pin's flush comes before or not at all
+        underWay.emplace(m_context.gate);
+        if (IsStale(frame)) return;
+        m_context.gate.SetEnded(true);
     }
-    CheckDrift(frame);
-    return DeliverStamped(frame);
+    m_context.output.DeliverEndOfStream();
+    if (!m_context.IsVideo()) return;
+    Trace(" $$$$ END OF FILE $$$\n");
+    DebugText(" $$$$ END OF FILE $$$\n");
 }
 
-bool CDeliveryLoop::IsRestartDue() {
-    return GetTiming().bFirstTime || (m_rules->bRestartsOnPending && GetTiming().bRestartPending);
+/// The next frame would restart the timing: this one does. @return whether it would.
+bool CDeliveryLoop::TakeFirstTime() {
+    bool bFirstTime = false;
+    UpdateOwn([&](PinTiming& own) { bFirstTime = std::exchange(own.bFirstTime, false); });
+    return bFirstTime;
 }
 
-void CDeliveryLoop::ContinueTiming(Frame& frame) {
-    frame.pSample->SetDiscontinuity(FALSE);
-    OnNormalTiming(frame);
-    m_dwDeliverTick = TickCount();
-    GetTiming().rtStart = ToStart(frame.llStamp);
-    // In 32 bits, on the low halves: a trace figure.
-    const auto nStream = static_cast<std::uint32_t>(GetTiming().rtStart);
-    m_nAhead = static_cast<std::int32_t>(nStream - (m_dwDeliverTick - m_dwStartTick) * 10000) / 10000;
-}
-
-/// Moves a start that jumps to one frame behind the last. A restart may jump: the audio goes on behind the
-/// later of the two pins.
-void CDeliveryLoop::ClampJump(Frame& frame) {
-    PinTiming& timing = GetTiming();
-    const REFERENCE_TIME rtJump = timing.rtStart - timing.rtLastStart;
-    if (rtJump <= m_constants.rtClampLimit && rtJump >= -m_constants.rtClampLimit) return;
-    timing.rtStart = timing.rtLastStart + m_constants.rtFrame;
-    frame.pSample->SetDiscontinuity(TRUE);
-}
-
-/// The 33-bit counter began anew: moves the time base back by its range.
-bool CDeliveryLoop::RepairWrap(Frame& frame) {
-    const auto nStamp = static_cast<std::uint64_t>(frame.llStamp);
-    const auto nLast = static_cast<std::uint64_t>(m_llLastStamp);
-    if (nStamp >= nLast || nStamp + kLastStamp - nLast >= kWrapTicks) return false;
-    GetTiming().rtTimeBase -= kWrapTime;
-    SetTimes(frame, ToStart(frame.llStamp));
-    GetTiming().rtLastStart = GetTiming().rtStart.load();
-    return true;
-}
-
-/// Places a frame whose stamp cannot be true one frame behind the last stamp.
-void CDeliveryLoop::RepairBroken(Frame& frame) {
-    frame.pSample->SetDiscontinuity(TRUE);
-    frame.pSample->SetPreroll(FALSE);
-    frame.pSample->SetSyncPoint(m_rules->bSyncPointWhenBroken);
-    m_llLastStamp += m_constants.llFrameTicks;
-    SetTimes(frame, ToStart(m_llLastStamp));
-    OnBrokenStamp();
-}
-
-void CDeliveryLoop::SetTimes(Frame& frame, REFERENCE_TIME rtStart) {
-    REFERENCE_TIME rtStop = rtStart + 1;
-    GetTiming().rtStart = rtStart;
-    GetTiming().rtStop = rtStop;
-    frame.pSample->SetTime(&rtStart, &rtStop);
-}
-
-void CDeliveryLoop::MarkRestart(Frame& frame) {
-    frame.pSample->SetPreroll(FALSE);
+/// A trick-play frame goes out at once and untimed.
+void CDeliveryLoop::DeliverVideoMarker(Frame& frame) {
+    constexpr double kMarkerRate = 10.0;
+    constexpr std::uint32_t kShowMs = 10;
+    const bool bShown = !frame.taken.info.bNoVideo;
+    if (!IsStale(frame) && TakeFirstTime()) Announce(frame, kMarkerRate);
+    frame.pSample->SetPreroll(!bShown);
+    Trace(bShown ? "** Video ** %d\n" : "** No Video ** %d\n",
+          static_cast<int>(m_context.frames.GetPending()));
+    if (bShown) SleepMs(kShowMs);
     frame.pSample->SetMediaType(nullptr);
     frame.pSample->SetDiscontinuity(TRUE);
+    Deliver(frame, /*bMayWithhold=*/false);
 }
 
-REFERENCE_TIME CDeliveryLoop::GetClockStreamTime() {
-    REFERENCE_TIME rtNow = 0;
-    return GetSite().GetClockTime(rtNow) ? rtNow - GetSite().GetStreamStart() : 0;
+/// The same; the segment is announced behind it.
+void CDeliveryLoop::DeliverAudioMarker(Frame& frame) {
+    constexpr double kMarkerRate = 2.0;
+    frame.pSample->SetDiscontinuity(TRUE);
+    Deliver(frame, /*bMayWithhold=*/false);
+    Trace("** Audio **\n");
+    if (!IsStale(frame) && TakeFirstTime()) Announce(frame, kMarkerRate);
+}
+
+/// Delivers a frame without times and without pacing.
+CDeliveryLoop::EStep CDeliveryLoop::DeliverFree(Frame& frame) {
+    if (m_context.IsVideo()) {
+        const HRESULT hr = Deliver(frame, /*bMayWithhold=*/false);
+        return hr != S_OK && m_rules.bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
+    }
+    if (!IsStale(frame) && TakeFirstTime()) frame.pSample->SetDiscontinuity(TRUE);
+    Deliver(frame, /*bMayWithhold=*/false);
+    UpdateOwn([](PinTiming& own) { ++own.nAccessCount; });
+    return EStep::NextFrame;
+}
+
+// ---------------- time
+
+/// Finds the frame's place, and makes its sample say so.
+CDeliveryLoop::EStep CDeliveryLoop::PlaceFrame(Frame& frame, Placement& place) {
+    std::uint32_t dwTick = TickCount();
+    for (;;) {
+        place = m_context.timing.Update([&](AvTimes& times) {
+            Placement found;
+            if (IsStale(frame)) {
+                found.request = ERequest::Drop;
+            } else {
+                found = m_pTimeline->Map(frame.timed, times);
+            }
+            return found;
+        });
+        if (place.request == ERequest::None) break;
+        if (!Fulfil(place.request, frame)) {
+            const bool bEnds = place.request == ERequest::AwaitTimeBase && IsStopping();
+            if (!bEnds || Is(ETimeline::ProgramStream))
+                return EStep::NextFrame;  // where the stop ends the loop
+            m_nExitCode = 0;
+            return EStep::End;
+        }
+        if (place.request != ERequest::AwaitTimeBase) dwTick = TickCount();
+    }
+    m_statistics.OnPlaced(place, frame.taken.nLength, dwTick);
+    ActOn(frame, place);
+    if (m_rules.bTakesPartInResets) ResetHook();
+
+    place.bSkipAhead = false;
+    place.traces.clear();
+    m_context.timing.Update([&](AvTimes& times) {
+        m_pTimeline->Finish(frame.timed, times, place);
+        if (m_rules.bTakesPartInResets) times.Of(m_context.pin).bReadyToReset = false;
+    });
+    if (!place.traces.empty()) Trace("%s", place.traces.c_str());
+    if (place.bSkipAhead) SkipAhead(frame);
+
+    REFERENCE_TIME rtStart = place.rtStart, rtStop = SaturatedAdd(rtStart, 1);
+    frame.pSample->SetTime(&rtStart, &rtStop);
+    frame.pSample->SetSyncPoint(place.bSyncPoint);
+    frame.pSample->SetDiscontinuity(place.bDiscontinuity);
+    frame.pSample->SetPreroll(place.bPreroll);
+    if (place.bRestart) frame.pSample->SetMediaType(nullptr);
+    return EStep::GoOn;
+}
+
+/// Does what must come before a frame can be placed. @return false: it is not to be placed.
+bool CDeliveryLoop::Fulfil(ERequest request, Frame& frame) {
+    switch (request) {
+        case ERequest::None: return true;
+        case ERequest::Drop: return false;
+        case ERequest::FlushOwn: Flush(frame, /*bBoth=*/false); return true;
+        case ERequest::FlushBoth: Flush(frame, /*bBoth=*/true); return true;
+        case ERequest::AwaitTimeBase: ++frame.timed.nBaseWaits; return !m_control.evStop.Wait(kPauseMs);
+        case ERequest::ReadClock: {
+            REFERENCE_TIME rtNow = 0;
+            const bool bClock = m_context.site.GetClockTime(rtNow);
+            frame.timed.rtClock = bClock ? SaturatedSubtract(rtNow, m_context.site.GetStreamStart()) : 0;
+            return true;
+        }
+    }
+    return false;
+}
+
+void CDeliveryLoop::Flush(Frame& frame, bool bBoth) {
+    auto IsFrameStale = [&] { return IsStale(frame); };
+    m_context.gate.Flush(IsFrameStale);
+    if (bBoth && m_context.pPeerGate) m_context.pPeerGate->FlushUnlessEnded(IsFrameStale);
+    frame.timed.bFlushed = true;
+}
+
+/// What others see of a frame's place, in the order of the rules.
+void CDeliveryLoop::ActOn(Frame& frame, const Placement& place) {
+    if (!place.debugText.empty()) DebugText("%s", place.debugText.c_str());
+    if (place.bAnnounce) Announce(frame, 1.0);
+    if (!place.traces.empty()) Trace("%s", place.traces.c_str());
+    if (place.bSkipAhead) SkipAhead(frame);
+    if (place.bAwaitAudio) AwaitAudio(frame, place);
+    if (place.bRequestReset && !IsStale(frame)) m_context.site.RequestReset();
+}
+
+/// Announces a segment, unless the frame that begins it is stale.
+void CDeliveryLoop::Announce(const Frame& frame, double dRate) {
+    m_context.gate.WaitForFlush(m_control.evStop);
+    const CDeliveryGate::CUnderWay underWay(m_context.gate);
+    if (!IsStale(frame)) m_context.output.DeliverNewSegment(0, kSegmentEnd, dRate);
+}
+
+void CDeliveryLoop::AwaitAudio(const Frame& frame, const Placement& place) {
+    while (CVideoTimeline::IsAudioBehind(m_context.timing.Get(), place.rtStart) && !IsStale(frame)) {
+        if (m_control.evStop.Wait(1)) return;
+    }
+}
+
+/// Seeks a little ahead; the frame at hand still goes out.
+void CDeliveryLoop::SkipAhead(Frame& frame) {
+    if (const auto nSeek = m_context.pSeeking->SkipAhead([&] { return IsStale(frame); }))
+        frame.nKeptSeek = nSeek;
 }
 
 // ---------------- delivery, resets
 
-CDeliveryLoop::EStep CDeliveryLoop::DeliverStamped(Frame& frame) {
-    if (m_rules->bRepairs) GetTiming().bReadyToReset = false;
-    if (m_pin.IsVideo() && m_rules->bReadsFlags) Trace("Before Deliver \n");
-    m_dwDeliverTick = TickCount();
-    const HRESULT hr = DeliverBracketed(frame, m_rules->bRepairs);
-    if (m_rules->bRepairs) GetTiming().bReadyToReset = true;
-    if (!CountsBeforeDelivery()) ++GetTiming().nAccessCount;
-    TraceStatistics(frame);
-    if (m_rules->bRepairs) {
+CDeliveryLoop::EStep CDeliveryLoop::DeliverPlaced(Frame& frame, const Placement& place) {
+    if (m_context.IsVideo() && Is(ETimeline::ProgramStream)) Trace("Before Deliver \n");
+    m_statistics.OnDeliver();
+    const HRESULT hr = Deliver(frame, m_rules.bTakesPartInResets);
+    UpdateOwn([this](PinTiming& own) {
+        if (m_rules.bTakesPartInResets) own.bReadyToReset = true;
+        if (!m_context.IsVideo() || Is(ETimeline::ElementaryStream)) ++own.nAccessCount;
+    });
+    m_statistics.Write(frame.timed, place);
+    if (m_rules.bTakesPartInResets) {
         ResetHook();
-        if (GetSite().IsResetting()) SleepMs(kResettingPauseMs);
+        if (m_context.site.IsResetting()) SleepMs(kResettingPauseMs);
     }
-    // Once a reset is requested the last stamp stays where the broken path put it.
-    if (!m_bResetRequested) m_llLastStamp = frame.llStamp;
-    return hr != S_OK && m_rules->bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
+    return hr != S_OK && m_rules.bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
 }
 
-/// A pin that is blocked and whose wait a flush or a stop ended is not delivered to. The stop is looked at
-/// behind that wait, since it may come during it.
-HRESULT CDeliveryLoop::DeliverBracketed(Frame& frame, bool bMayWithhold) {
-    WaitForFlush();
-    const CPinUse use(m_pin.GetFlowControl());
-    const CUnderWay underWay(m_pin.m_evNotDelivering);
+/// One delivery between start-using and stop-using; releases the sample. A pin that is blocked and whose wait
+/// a flush or a stop ended is not delivered to. The stop is tested behind that wait, since it may come during
+/// it.
+/// @param bMayWithhold  a frame that is withheld, or that a stop has overtaken, is only released.
+HRESULT CDeliveryLoop::Deliver(Frame& frame, bool bMayWithhold) {
+    m_context.gate.WaitForFlush(m_control.evStop);
+    const CPinUse use(m_context.flowControl);
+    const CDeliveryGate::CUnderWay underWay(m_context.gate);
     const bool bWithheld =
-        IsLeftBehind(frame) || (bMayWithhold && (IsWithheld() || GetThread().IsStopping()));
-    const HRESULT hr = use && !bWithheld ? m_pin.Deliver(frame.pSample.Get()) : S_OK;
+        IsStale(frame) || (bMayWithhold && (IsStopping() || m_pTimeline->IsWithheld(m_context.timing.Get())));
+    HRESULT hr = S_OK;
+    if (use && !bWithheld) {
+        m_context.gate.SetEnded(false);
+        hr = m_context.output.Deliver(frame.pSample.Get());
+    }
     frame.pSample = nullptr;
     return hr;
 }
 
-void CDeliveryLoop::WaitForFlush() {
-    constexpr std::uint32_t kLookMs = 10;  // how soon a stop is noticed
-    while (!m_pin.m_evNotFlushing.Wait(kLookMs) && !GetThread().IsStopping()) {
-    }
-}
-
-void CDeliveryLoop::EndStream(const Frame& frame) {
-    WaitForFlush();
-    const CUnderWay underWay(m_pin.m_evNotDelivering);
-    if (!IsLeftBehind(frame)) PassEnd();
-}
-
-/// The statistics line of a delivered frame.
-void CDeliveryLoop::TraceStatistics(const Frame& frame) {
-    if (!HasTraceSink()) return;
-    const std::int64_t llStart = GetTiming().rtStart, llClock = m_rtClock;
-    char szTimes[64] = "";  // which times stand in front depends on the variant
-    if (Is(ETimeline::ClockFollowing)) {
-        std::snprintf(szTimes, sizeof szTimes, "SC=%" PRId64 " ST=%" PRId64 " ", llClock, llStart);
-    } else if (Is(ETimeline::ProgramStream) || Is(ETimeline::JumpClamping)) {
-        const char* pszName = Is(ETimeline::ProgramStream) ? "ST" : "TS";
-        std::snprintf(szTimes, sizeof szTimes, "%s=%" PRId64 " ", pszName, llStart);
-    }
-    char szLead[48];
-    if (Is(ETimeline::ClockFollowing)) {
-        std::snprintf(szLead, sizeof szLead, "stime=%" PRId64, llClock);
-    } else {
-        std::snprintf(szLead, sizeof szLead, "td=%d", m_nAhead);
-    }
-    const std::uint32_t dwAfter = TickCount();
-    Trace("%s::AC=%5d Wbms=%2d Rbms=%2d %s%s=%" PRId64 " %s=%" PRId64 " DC=%" PRId64
-          " there=%ld  %s=%ld %s=%d %s\n",
-          m_constants.pszStream, GetTiming().nAccessCount.load(), GetFreeBlocks(), GetPending(), szTimes,
-          m_constants.pszStamp, frame.llStamp, m_constants.pszStep, frame.llStamp - m_llLastStamp,
-          m_llDataCount, static_cast<long>(m_dwDeliverTick), m_constants.pszAfter, static_cast<long>(dwAfter),
-          m_constants.pszInDelivery, static_cast<int>(dwAfter - m_dwDeliverTick), szLead);
-}
-
-void CDeliveryLoop::RequestReset() {
-    GetSite().RequestReset();
-    m_bResetRequested = true;
-}
-
 void CDeliveryLoop::ResetHook() {
-    if (!GetSite().IsResetting()) return;
-    if (GetPeerTiming().bReadyToReset) {
-        m_pin.WaitReadyToReset();
-    } else {
-        Trace(m_pin.IsVideo() ? "=======>Video is not ready to reset!!!\n"
+    if (!m_context.site.IsResetting()) return;
+    if (m_context.timing.Get(PeerOf(m_context.pin)).bReadyToReset) return WaitReadyToReset();
+    Trace(m_context.IsVideo() ? "=======>Video is not ready to reset!!!\n"
                               : "=======>Audio is not ready to reset!!!\n");
+}
+
+/// Parks the thread while a reset is in progress.
+void CDeliveryLoop::WaitReadyToReset() {
+    constexpr std::uint32_t kWaitMs = 100;
+    UpdateOwn([](PinTiming& own) { own.bReadyToReset = true; });
+    Trace(m_context.IsVideo() ? "Video is ready to reset\n" : "Audio is ready to reset\n");
+    while (m_context.site.IsResetting()) {
+        if (m_control.evStop.Wait(kWaitMs)) return;
+        Trace(m_context.IsVideo() ? "Video is ready  and waiting for 100ms\n"
+                                  : "Audio is ready and waited 100ms\n");
     }
 }
 

@@ -1,34 +1,33 @@
 #pragma once
 
+#include "pins/DeliveryContext.h"
 #include "plumbing/WorkerThread.h"
 
 namespace kest {
 
-class CDemuxOutputPin;
-
-/// The delivery thread of an output pin: its body is the pin's delivery loop.
+/// The delivery thread of an output pin: its body is a delivery loop.
 class CDeliveryThread final : public CWorkerThread {
 public:
-    /// @param pin  the pin that embeds it.
-    explicit CDeliveryThread(CDemuxOutputPin& pin) : m_pin(pin) {}
-    ~CDeliveryThread() { CloseThread(); }
+    explicit CDeliveryThread(const DeliveryContext& context) : m_context(context) {}
+    ~CDeliveryThread();
 
-    /// The stop rule: asks the thread to end and waits 1000 ms for it, while the filter is active up to eight
-    /// times 1000 ms more; then ends it by force and tells the filter.
+    /// The stop rule: asks the thread to end and waits for it, as long as the site's bound says (a second),
+    /// while the filter is active up to eight times that more; then ends it by force and notifies the filter.
+    /// A thread that waits downstream, for a sample or in a delivery, is brought back by a decommit and a
+    /// flush before.
     void Stop() override;
-
-    /// The thread must end.
-    bool IsStopping() const { return m_evStop.IsSignalled(); }
-    /// Waits for that. @return whether it must, after nTimeoutMs at the latest.
-    bool WaitStop(std::uint32_t nTimeoutMs) { return m_evStop.Wait(nTimeoutMs); }
-    /// Waits until the thread may run; for the thread itself.
-    void WaitRun() { m_evRun.Wait(); }
+    /// Asks the thread to end and returns at once.
+    void RequestStop() { CWorkerThread::Stop(); }
+    /// Ends the thread for good, as the stop rule does but without its waits.
+    void End();
 
 protected:
     std::int32_t ThreadProc() override;
 
 private:
-    CDemuxOutputPin& m_pin;
+    void EndByForce();
+
+    const DeliveryContext& m_context;
 };
 
 }  // namespace kest

@@ -7,7 +7,7 @@
 
 namespace kest {
 
-/// What the output pins ask of their filter. The filter implements it; tests put a made-up one in its place.
+/// What the output pins ask of their filter. The filter implements it; tests put a fake in its place.
 /// Flags may be read and requests made from any thread.
 class IDemuxFilterSite {
 public:
@@ -20,7 +20,7 @@ public:
     virtual bool IsPushSource() const = 0;
     /// Bits per second of the source, as the probe derived them; 0 when unknown.
     virtual std::uint32_t GetBitRate() const = 0;
-    /// Picture size to offer before the stream tells another, in pixels.
+    /// Picture size to offer before the stream has given one, in pixels.
     virtual int GetDefaultWidth() const = 0;
     virtual int GetDefaultHeight() const = 0;
 
@@ -28,6 +28,8 @@ public:
 
     /// Between the start of `Run` or `Pause` and the start of `Stop`.
     virtual bool IsActive() const = 0;
+    /// How long a delivery thread has to end, ms: see CDeliveryThread::Stop.
+    virtual std::uint32_t GetStopBoundMs() const { return 1000; }
     /// Samples are delivered without times and without pacing.
     virtual bool IsFreeRun() const = 0;
     /// The start time given to the last `Run`, 100 ns.

@@ -2,6 +2,8 @@
 
 #include <cinttypes>
 
+#include "graph/Guard.h"
+#include "graph/TimeArithmetic.h"
 #include "platform/DebugText.h"
 
 namespace kest {
@@ -23,7 +25,7 @@ HRESULT InSeconds(REFTIME* pSeconds, Get get) {
     return hr;
 }
 
-HRESULT SayYes(LONG* pCan) {
+HRESULT AnswerTrue(LONG* pCan) {
     if (!pCan) return E_POINTER;
     *pCan = OATRUE;
     return S_OK;
@@ -36,21 +38,44 @@ CPinSeeking::CPinSeeking(IUnknown* pOwner, CCritSec* pLock, IDemuxFilterSite* pS
     m_dwSeekingCaps = kCapabilities;
 }
 
-void CPinSeeking::Init(std::int64_t llLength, std::uint32_t nBitRate) {
+void CPinSeeking::Init(std::int64_t llLength) {
     m_dwSeekingCaps = kCapabilities;
     m_dRateSeeking = 1.0;
-    if (nBitRate == 0) return;
-    m_rtStop = m_rtDuration = llLength * kSecond / nBitRate * 8;
+    const std::uint32_t nBitRate = m_pDemuxFilter->GetBitRate();
+    if (nBitRate != 0) m_rtStop = m_rtDuration = MulDiv(MulDiv(llLength, kSecond, nBitRate), 8, 1);
 }
 
-void CPinSeeking::UpdatePosition(std::int64_t llFilePos, std::uint32_t nBitRate) {
-    if (nBitRate / 100 == 0) return;
-    m_rtStart = llFilePos * 800000 / (nBitRate / 100);
+void CPinSeeking::UpdatePosition() {
+    const std::uint32_t nHundreds = m_pDemuxFilter->GetBitRate() / 100;
+    if (nHundreds == 0) return;
+    m_rtStart = MulDiv(m_llFilePos, 800000, nHundreds);
     m_rtDuration = m_rtStop.load();
 }
 
+std::optional<std::uint32_t> CPinSeeking::SkipAhead(const std::function<bool()>& isStale) {
+    constexpr REFERENCE_TIME kStep = 1000000;
+    CAutoLock lock(m_csSeek);
+    if (!HasPositions() || isStale()) return std::nullopt;
+    REFERENCE_TIME rtStart = 0;
+    {
+        CAutoLock positions(*m_pLock);
+        m_rtStart = rtStart = SaturatedAdd(m_rtStart, kStep);
+    }
+    ChangeStart(rtStart);
+    return m_nSeeks;
+}
+
+HRESULT CPinSeeking::SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop,
+                                  DWORD dwStopFlags) {
+    return Guard([&] {
+        CAutoLock lock(m_csSeek);
+        return CSourceSeeking::SetPositions(pCurrent, dwCurrentFlags, pStop, dwStopFlags);
+    });
+}
+
 HRESULT CPinSeeking::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
-    if (riid == IID_IMediaPosition) return m_position.NonDelegatingQueryInterface(riid, ppv);
+    if (riid == IID_IMediaPosition || riid == IID_IDispatch)
+        return m_position.NonDelegatingQueryInterface(riid, ppv);
     return CSourceSeeking::NonDelegatingQueryInterface(riid, ppv);
 }
 
@@ -65,20 +90,20 @@ HRESULT CPinSeeking::GetCurrentPosition(LONGLONG* pCurrent) {
     return S_OK;
 }
 
-HRESULT CPinSeeking::ChangeStart() {
-    const REFERENCE_TIME rtStart = m_rtStart;
-    DebugText("==>Change current position =%" PRId64 " <===\n", static_cast<std::int64_t>(rtStart));
+HRESULT CPinSeeking::ChangeStart(REFERENCE_TIME rtStart) {
+    DebugText("==>Change current position =%" PRId64 " <===\n", std::int64_t{rtStart});
+    ++m_nSeeks;
     m_pDemuxFilter->SeekHook(rtStart);
     return S_OK;
 }
 
-HRESULT CPinSeeking::ChangeStop() {
-    m_pDemuxFilter->StopHook(m_rtStop);
+HRESULT CPinSeeking::ChangeStop(REFERENCE_TIME rtStop) {
+    m_pDemuxFilter->StopHook(rtStop);
     return S_OK;
 }
 
-HRESULT CPinSeeking::ChangeRate() {
-    m_pDemuxFilter->RateHook(m_dRateSeeking);
+HRESULT CPinSeeking::ChangeRate(double dRate) {
+    m_pDemuxFilter->RateHook(dRate);
     return S_OK;
 }
 
@@ -94,7 +119,9 @@ HRESULT CPinSeeking::CPosition::get_StopTime(REFTIME* pllTime) {
 HRESULT CPinSeeking::CPosition::get_PrerollTime(REFTIME* pllTime) {
     return InSeconds(pllTime, [this](LONGLONG* prt) { return m_seeking.GetPreroll(prt); });
 }
-HRESULT CPinSeeking::CPosition::CanSeekForward(LONG* pCanSeekForward) { return SayYes(pCanSeekForward); }
-HRESULT CPinSeeking::CPosition::CanSeekBackward(LONG* pCanSeekBackward) { return SayYes(pCanSeekBackward); }
+HRESULT CPinSeeking::CPosition::CanSeekForward(LONG* pCanSeekForward) { return AnswerTrue(pCanSeekForward); }
+HRESULT CPinSeeking::CPosition::CanSeekBackward(LONG* pCanSeekBackward) {
+    return AnswerTrue(pCanSeekBackward);
+}
 
 }  // namespace kest

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <optional>
+
 #include "graph/MediaPosition.h"
 #include "graph/SourceSeeking.h"
 #include "pins/DemuxFilterSite.h"
@@ -8,6 +11,12 @@ namespace kest {
 
 /// The seeking object of the video pin: answers IMediaSeeking and IMediaPosition, follows the delivered video
 /// with its current position, and hands seeks and rate changes to the filter.
+///
+/// Positions stand for places in the file by the source's bit rate. While that is not known (0) nothing can
+/// be sought: the position stays as it is.
+///
+/// Seeks come one at a time: the seek lock is held from the change of the position to the end of the filter's
+/// hook, and is taken before every other lock of the pins.
 class CPinSeeking final : public CSourceSeeking {
 public:
     /// @param pOwner  the outer object: the video pin.
@@ -17,15 +26,27 @@ public:
     /// Begins a source: full capabilities, rate 1.0, duration and stop from its length. A bit rate of 0
     /// leaves duration and stop unchanged.
     /// @param llLength  bytes.
-    void Init(std::int64_t llLength, std::uint32_t nBitRate);
-    /// Follows the video: the current position that a file offset stands for. Tells nobody. A bit rate below
-    /// 100 leaves it unchanged.
-    void UpdatePosition(std::int64_t llFilePos, std::uint32_t nBitRate);
+    void Init(std::int64_t llLength);
+    /// The file position of the last frame.
+    void SetFilePos(std::int64_t llFilePos) { m_llFilePos = llFilePos; }
+    std::int64_t GetFilePos() const { return m_llFilePos; }
+    /// Follows the video: the current position becomes the time that the file position stands for. Notifies
+    /// nobody. A bit rate below 100 leaves it unchanged.
+    void UpdatePosition();
+
+    /// Seeks 100 ms ahead of the current position.
+    /// @param isStale  asked with the seek lock held; true: another seek has been faster, there is none.
+    /// @return the number of the seek; empty: there was none.
+    std::optional<std::uint32_t> SkipAhead(const std::function<bool()>& isStale);
+    /// Counts the seeks; counted before the filter carries one out.
+    std::uint32_t GetSeekCount() const { return m_nSeeks; }
 
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
     /// Always the same: absolute, forwards and backwards seeking, stop position and duration.
     HRESULT STDMETHODCALLTYPE GetCapabilities(DWORD* pCapabilities) override;
     HRESULT STDMETHODCALLTYPE GetCurrentPosition(LONGLONG* pCurrent) override;
+    HRESULT STDMETHODCALLTYPE SetPositions(LONGLONG* pCurrent, DWORD dwCurrentFlags, LONGLONG* pStop,
+                                           DWORD dwStopFlags) override;
 
 private:
     /// The older position interface, in seconds; setting positions through it has no effect.
@@ -49,11 +70,15 @@ private:
         CPinSeeking& m_seeking;
     };
 
-    HRESULT ChangeStart() override;
-    HRESULT ChangeStop() override;
-    HRESULT ChangeRate() override;
+    HRESULT ChangeStart(REFERENCE_TIME rtStart) override;
+    HRESULT ChangeStop(REFERENCE_TIME rtStop) override;
+    HRESULT ChangeRate(double dRate) override;
+    bool HasPositions() const override { return m_pDemuxFilter->GetBitRate() != 0; }
 
-    IDemuxFilterSite* const m_pDemuxFilter;  // its seeking hooks are called
+    IDemuxFilterSite* const m_pDemuxFilter;    // its seeking hooks are called
+    CCritSec m_csSeek;                         // the seek lock
+    std::atomic<std::uint32_t> m_nSeeks{0};    // see GetSeekCount
+    std::atomic<std::int64_t> m_llFilePos{0};  // see SetFilePos
     CPosition m_position{*this};
 };
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "pins/DeliveryThread.h"
-#include "pins/VideoDeliveryLoop.h"
+#include "graph/Guard.h"
+#include "graph/TimeArithmetic.h"
 #include "pins/VideoMediaTypes.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
@@ -12,27 +12,28 @@
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kBlockSize = 163840;
 constexpr REFERENCE_TIME kFrameTime = 330000;  // one frame, 100 ns
 constexpr int kLiveWidth = 720;                // picture size offered for live input
 constexpr int kLiveHeight = 480;
 
 }  // namespace
 
-CKestDemux2VideoOutputPin::CKestDemux2VideoOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite,
-                                                     CCritSec* pLock, HRESULT* phr)
-    : CDemuxOutputPin(pFilter, pSite, pLock, phr, L"Video Output", kBlockSize, {6, 1327104}, /*bGate=*/true),
-      m_seeking(static_cast<IPin*>(this), &m_csSeeking, pSite) {}
-
-CKestDemux2VideoOutputPin::~CKestDemux2VideoOutputPin() { EndDelivery(); }
-
-std::unique_ptr<CDeliveryLoop> CKestDemux2VideoOutputPin::MakeDeliveryLoop() {
-    return std::make_unique<CVideoDeliveryLoop>(*this);
+CKestDemux2VideoOutputPin::CKestDemux2VideoOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite,
+                                                     CAvTiming& timing, CCritSec* pLock, HRESULT* phr)
+    : CDemuxOutputPin({.pin = EPin::Video,
+                       .pszName = L"Video Output",
+                       .nBlockSize = 163840,
+                       .nBuffers = 6,
+                       .nBufferSize = 1327104,
+                       .bGate = true},
+                      pFilter, pSite, timing, pLock, phr),
+      m_seeking(static_cast<IPin*>(this), &m_csSeeking, pSite) {
+    m_context.pSeeking = &m_seeking;
 }
 
 void CKestDemux2VideoOutputPin::CloseMemFiles() {
     CDemuxOutputPin::CloseMemFiles();
-    m_timing.rtTimeBase = kNoTimeBase;
+    m_timing.Update([](AvTimes& times) { times.video.rtTimeBase = kNoTimeBase; });
 }
 
 // ---------------- media types
@@ -73,23 +74,15 @@ void CKestDemux2VideoOutputPin::InitSeeking() {
     if (!m_pAsyncReader) return;
     LONGLONG llTotal = 0, llAvailable = 0;
     if (FAILED(m_pAsyncReader->Length(&llTotal, &llAvailable))) llTotal = 0;
-    m_pDemuxFilter->SetPositionsHook(m_llFilePos, llTotal);
-    m_seeking.Init(llTotal, m_pDemuxFilter->GetBitRate());
-}
-
-void CKestDemux2VideoOutputPin::SkipAhead() {
-    constexpr REFERENCE_TIME kStep = 1000000;
-    LONGLONG rtPosition = 0;
-    m_seeking.GetCurrentPosition(&rtPosition);
-    rtPosition += kStep;
-    m_seeking.SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
+    m_pDemuxFilter->SetPositionsHook(m_seeking.GetFilePos(), llTotal);
+    m_seeking.Init(llTotal);
 }
 
 // ---------------- delivery
 
 HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
     if (pSample->IsPreroll() == S_OK) return CDemuxOutputPin::Deliver(pSample);
-    m_seeking.UpdatePosition(m_llFilePos, m_pDemuxFilter->GetBitRate());
+    m_seeking.UpdatePosition();
     const HRESULT hr = CDemuxOutputPin::Deliver(pSample);
     m_pDemuxFilter->DoSingleStep();
     return hr;
@@ -107,7 +100,8 @@ HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void
         DebugText("CKestDemux2VideoOutputPin::NonDelegatingQueryInterface IMediaSeeking\n");
         return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     }
-    if (riid == IID_IMediaPosition) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
+    if (riid == IID_IMediaPosition || riid == IID_IDispatch)
+        return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     return CDemuxOutputPin::NonDelegatingQueryInterface(riid, ppv);
 }
 
@@ -116,17 +110,19 @@ HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void
 HRESULT CKestDemux2VideoOutputPin::Notify(IBaseFilter*, Quality q) {
     constexpr REFERENCE_TIME kTransportLate = -200000;
     constexpr REFERENCE_TIME kProgramLate = -310000;
-    switch (FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).lateness) {
-        case ELateness::MoveTimeBase: return NotifyElementaryStream(q);
-        case ELateness::TraceWhenLate:
-            if (q.Late <= kTransportLate || GetFramesPending() == 0) return E_NOTIMPL;
-            DebugText("===>Skipping frame\n");
-            return S_OK;
-        case ELateness::AcceptWhenLate:
-            return q.Late > kProgramLate && GetFramesPending() > 0 ? S_OK : E_NOTIMPL;
-        case ELateness::NotHandled: return E_NOTIMPL;
-    }
-    return E_NOTIMPL;
+    return Guard([&] {
+        switch (FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).lateness) {
+            case ELateness::MoveTimeBase: return NotifyElementaryStream(q);
+            case ELateness::TraceWhenLate:
+                if (q.Late <= kTransportLate || GetFramesPending() == 0) return E_NOTIMPL;
+                DebugText("===>Skipping frame\n");
+                return S_OK;
+            case ELateness::AcceptWhenLate:
+                return q.Late > kProgramLate && GetFramesPending() > 0 ? S_OK : E_NOTIMPL;
+            case ELateness::NotHandled: break;
+        }
+        return E_NOTIMPL;
+    });
 }
 
 /// Moves the time base of an elementary stream that is rendered too late, at most every 100 seconds.
@@ -144,14 +140,18 @@ HRESULT CKestDemux2VideoOutputPin::NotifyElementaryStream(const Quality& q) {
     if (nPending >= kEnoughPending) return S_OK;
     REFERENCE_TIME rtNow = 0;
     if (!m_pDemuxFilter->GetClockTime(rtNow)) return S_FALSE;
-    const REFERENCE_TIME rtBehind =
-        rtNow - m_pDemuxFilter->GetStreamStart() + m_timing.rtTimeBase - q.TimeStamp;
-    const std::uint32_t dwLastMove = s_dwLastMove;
-    if (rtBehind <= kBehindClock || (dwLastMove && TickCount() - dwLastMove <= kPauseMs)) return E_NOTIMPL;
-    const REFERENCE_TIME nFrames = (q.Late - nPending * kFrameTime) / kFrameTime;
-    m_timing.rtTimeBase -= dwLastMove ? kLaterMove : (nFrames - 1) * kFrameTime;
-    s_dwLastMove = std::max(TickCount(), 1u);
-    return E_NOTIMPL;
+    const REFERENCE_TIME rtStream = SaturatedSubtract(rtNow, m_pDemuxFilter->GetStreamStart());
+    return m_timing.Update([&](AvTimes& times) {
+        REFERENCE_TIME& rtBase = times.video.rtTimeBase;
+        const REFERENCE_TIME rtBehind = SaturatedSubtract(SaturatedAdd(rtStream, rtBase), q.TimeStamp);
+        const std::uint32_t dwLastMove = s_dwLastMove;
+        if (rtBehind > kBehindClock && (!dwLastMove || TickCount() - dwLastMove > kPauseMs)) {
+            const REFERENCE_TIME nFrames = (q.Late - nPending * kFrameTime) / kFrameTime;
+            rtBase = SaturatedSubtract(rtBase, dwLastMove ? kLaterMove : (nFrames - 1) * kFrameTime);
+            s_dwLastMove = std::max(TickCount(), 1u);
+        }
+        return E_NOTIMPL;
+    });
 }
 
 }  // namespace kest

@@ -9,24 +9,25 @@ namespace kest {
 class CKestDemux2VideoOutputPin final : public CDemuxOutputPin {
 public:
     /// @param pFilter, pSite  the filter.
+    /// @param timing          shared with the audio pin.
     /// @param pLock           the filter's pin lock.
-    CKestDemux2VideoOutputPin(CBaseFilter* pFilter, IDemuxFilterSite* pSite, CCritSec* pLock, HRESULT* phr);
-    ~CKestDemux2VideoOutputPin() override;
+    /// @param phr             unchanged, or why the pin cannot be used; may be null.
+    CKestDemux2VideoOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite, CAvTiming& timing, CCritSec* pLock,
+                              HRESULT* phr);
+    ~CKestDemux2VideoOutputPin() override { EndDelivery(); }
 
     /// Also forgets the time base.
     void CloseMemFiles() override;
 
     /// The seeking object behind the pin's and the filter's IMediaSeeking.
     CPinSeeking& GetSeeking() { return m_seeking; }
-    /// The input's reader, which tells the length of the source; null: none. Counted.
+    /// The input's reader, which knows the length of the source; null: none. Counted.
     void SetAsyncReader(IAsyncReader* pReader) { m_pAsyncReader = pReader; }
     /// Takes duration and stop position from the length of the source and its bit rate, and hands position
     /// and length to the filter. Without a reader it does nothing.
     void InitSeeking();
     /// The file position of the last frame, for the seeking position.
-    void SetFilePos(std::int64_t llFilePos) { m_llFilePos = llFilePos; }
-    /// Moves the seeking position 100 ms ahead, which seeks there.
-    void SkipAhead();
+    void SetFilePos(std::int64_t llFilePos) { m_seeking.SetFilePos(llFilePos); }
 
     HRESULT CheckMediaType(const CMediaType& type) override;
     HRESULT GetMediaType(int n, CMediaType& type) override;
@@ -37,19 +38,14 @@ public:
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
     /// Lateness handling by working mode. @return S_OK when the pin takes care of it, else E_NOTIMPL or,
-    /// without
-    ///         a clock, S_FALSE.
+    /// without a clock, S_FALSE.
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
-
-    bool IsVideo() const override { return true; }
-    std::unique_ptr<CDeliveryLoop> MakeDeliveryLoop() override;
 
 private:
     HRESULT NotifyElementaryStream(const Quality& q);
 
     CComPtr<IAsyncReader> m_pAsyncReader;  // of the input; null without a pull source
-    std::atomic<std::int64_t> m_llFilePos{0};
-    CCritSec m_csSeeking;  // the seeking object's lock
+    CCritSec m_csSeeking;                  // the seeking object's lock
     CPinSeeking m_seeking;
 };
 

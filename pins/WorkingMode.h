@@ -4,8 +4,8 @@
 
 namespace kest {
 
-/// What the filter is set up for: the kind of stream behind its input pin. The numbers 0 to 5 are those of the
-/// stream classes that the probe gives, and what hosts read in the shared status.
+/// What the filter is set up for: the kind of stream behind its input pin. The numbers 0 to 5 are those of
+/// the stream classes that the probe gives, and what hosts read in the shared status.
 enum class EWorkingMode : std::uint32_t {
     Mpeg4VideoEs = 0,     // MPEG-4 video elementary stream
     TransportMpeg4 = 1,   // transport stream with MPEG-4 video

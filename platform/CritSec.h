@@ -28,6 +28,8 @@ private:
     CCritSec() = default;
 
     void lock() { m_mutex.lock(); }
+    /// @return false when another thread holds it.
+    bool try_lock() { return m_mutex.try_lock(); }
     void unlock() { m_mutex.unlock(); }
 
 private:

@@ -2,26 +2,24 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 namespace {
 
-// One lock for all waits of the module: it guards the chain of waiters, and every thread sleeps with it. What changes
-// before it is taken is seen by a thread that tests under it before it sleeps, so no wake-up is lost.
-constinit std::mutex g_mutex;
-constinit CWaiter* g_pFirstWaiter = nullptr;
+// Guarded by the one lock for all waits of the module. A thread tests its events with the lock held before it sleeps,
+// and who signals one takes the lock after that to wake the thread: no wake-up is lost.
+CWaiter* g_pFirstWaiter = nullptr;
 
 }  // namespace
 
 /// A thread in a wait, in the chain for as long as this lives. Made and destroyed with the lock held.
 class CWaiter {
 public:
-    CWaiter(std::span<CEvent* const> apEvents, std::condition_variable& wake)
+    CWaiter(std::span<CEvent* const> apEvents, CCondition& wake)
         : m_apEvents(apEvents), m_wake(wake), m_pNext(g_pFirstWaiter) {
         if (m_pNext) m_pNext->m_pPrevious = this;
         g_pFirstWaiter = this;
@@ -37,17 +35,17 @@ public:
 
     /// Wakes the threads that wait for the event, which may be gone by now.
     static void WakeAll(const CEvent* pEvent) {
-        std::lock_guard lock(g_mutex);
+        std::lock_guard lock(CTermination::GetWaitMutex());
         for (CWaiter* pWaiter = g_pFirstWaiter; pWaiter; pWaiter = pWaiter->m_pNext) {
             if (std::ranges::find(pWaiter->m_apEvents, pEvent) != pWaiter->m_apEvents.end()) {
-                pWaiter->m_wake.notify_one();
+                pWaiter->m_wake.Notify();
             }
         }
     }
 
 private:
     const std::span<CEvent* const> m_apEvents;  // what it waits for
-    std::condition_variable& m_wake;            // what it sleeps on
+    CCondition& m_wake;                         // what it sleeps on
     CWaiter* m_pNext;                           // in the chain
     CWaiter* m_pPrevious = nullptr;             // in the chain
 };
@@ -80,28 +78,21 @@ int CEvent::WaitAny(std::span<CEvent* const> apEvents, std::uint32_t nTimeoutMs)
     if (const int nIndex = PassFirst(apEvents); nIndex >= 0 || nTimeoutMs == 0) return nIndex;
 
     // A thread that no CThread started brings nothing to sleep on, and must keep nothing of this module.
-    std::optional<std::condition_variable> ownWake;
-    CThreadControl* pControl = CurrentThreadControl();
-    std::condition_variable& wake = pControl ? pControl->wake : ownWake.emplace();
+    std::optional<CCondition> ownWake;
+    CTermination* pTermination = CurrentTermination();
+    CCondition& wake = pTermination ? pTermination->GetWake() : ownWake.emplace();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    std::unique_lock lock(g_mutex);
+    std::unique_lock lock(CTermination::GetWaitMutex());
     const CWaiter waiter(apEvents, wake);
     for (;;) {
         ThrowIfTerminated();
         if (const int nIndex = PassFirst(apEvents); nIndex >= 0) return nIndex;
         if (nTimeoutMs == kInfinite) {
-            wake.wait(lock);
-        } else if (wake.wait_until(lock, deadline) == std::cv_status::timeout) {
+            wake.Sleep(lock);
+        } else if (!wake.SleepUntil(lock, deadline)) {
             return PassFirst(apEvents);
         }
     }
-}
-
-void CThreadControl::RequestTermination(std::int32_t nCode) {
-    nTerminateCode = nCode;
-    bTerminate = true;
-    std::lock_guard lock(g_mutex);
-    wake.notify_one();
 }
 
 }  // namespace kest

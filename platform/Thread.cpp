@@ -9,35 +9,25 @@
 namespace kest {
 namespace {
 
-thread_local CThreadControl* t_pControl = nullptr;
-
 std::int32_t RunBody(const CThreadControl& control, const CThread::Body& body) {
     try {
         const std::int32_t nExitCode = body();
         // Interface code has turned the signal into a result code, and no wait followed that would throw it again.
-        return control.bTerminationThrown ? control.nTerminateCode.load() : nExitCode;
+        return control.termination.WasThrown() ? control.nTerminateCode.load() : nExitCode;
     } catch (const CThreadTermination&) {
         return control.nTerminateCode;
     }
 }
 
 void RunThread(const std::shared_ptr<CThreadControl>& pControl, const CThread::Body& body) {
-    t_pControl = pControl.get();
+    SetCurrentTermination(&pControl->termination);
     pControl->OnEnter();
     const std::int32_t nExitCode = RunBody(*pControl, body);
-    t_pControl = nullptr;
+    SetCurrentTermination(nullptr);
     pControl->OnLeave(nExitCode);
 }
 
 }  // namespace
-
-CThreadControl* CurrentThreadControl() { return t_pControl; }
-
-void CThreadControl::ThrowIfTerminated() {
-    if (!bTerminate || nHolds > 0 || std::uncaught_exceptions() > 0) return;
-    bTerminationThrown = true;
-    throw CThreadTermination();
-}
 
 bool CThread::Start(Body body) {
     CAutoLock owner(m_csOwner);
@@ -67,7 +57,8 @@ void CThread::Terminate(std::int32_t nExitCode, std::uint32_t nNoticeMs) {
     const CTerminationHold hold;
     const auto pControl = PresentControl();
     if (!pControl) return;
-    pControl->RequestTermination(nExitCode);
+    pControl->nTerminateCode = nExitCode;
+    pControl->termination.Request();
     while (!pControl->evEnded.Wait(nNoticeMs)) {
         DebugText("Thread %u is inside foreign code and must end; waiting\n", pControl->dwThreadId.load());
     }

@@ -2,49 +2,18 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
-#include "platform/ThreadControl.h"
+#include "platform/Termination.h"
 
 namespace kest {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long a reader tests before it sleeps: longer than a core at full speed takes for a frame.
-constexpr std::chrono::microseconds kSpinTime(10);
-/// How long a writer that has room waits for room for a batch.
+/// How long a side that may go on waits for a batch.
 constexpr std::uint32_t kBatchWaitMs = 2;
-/// A batch is this part of the capacity.
+/// A batch of room is this part of the capacity.
 constexpr std::uint32_t kBatchDivisor = 4;
-
-/// Lets the processor pass a moment cheaply inside a loop that tests.
-inline void PauseProcessor() {
-    for (int i = 0; i < 8; ++i) {
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
-        asm volatile("yield");
-#endif
-    }
-}
-
-/// Tests until `isReady()`, for kSpinTime at most. Not on a single core, where nothing can become ready
-/// meanwhile.
-template <class IsReady>
-bool SpinUntil(IsReady isReady) {
-    static const bool bSeveralCores = std::thread::hardware_concurrency() != 1;
-    if (!bSeveralCores) return false;
-    constexpr int kTestsPerClock = 4;
-    const auto end = Clock::now() + kSpinTime;
-    do {
-        for (int i = 0; i < kTestsPerClock; ++i) {
-            if (isReady()) return true;
-            PauseProcessor();
-        }
-    } while (Clock::now() < end);
-    return false;
-}
 
 }  // namespace
 
@@ -223,11 +192,13 @@ CBufferSides::ReadTurn CBufferSides::BeginRead(int nReader, std::uint32_t n, std
     if (!reader.bOpen) return {};
     ReadTurn turn{&reader, {}};
     auto IsReady = [&] { return reader.nPending >= n; };
-    auto HasChanged = [&] { return IsReady() || reader.nGeneration != nGeneration; };
-    if (!IsReady() && (nTimeoutMs == 0 || !SpinUntil(HasChanged)) &&
-        !Wait(reader, nGeneration, n, nTimeoutMs, IsReady)) {
-        return turn;
-    }
+    auto WaitForPending = [&](std::uint32_t nUnits, std::uint32_t nMs) {
+        return Wait(reader, nGeneration, nUnits, nMs, [&, nUnits] { return reader.nPending >= nUnits; });
+    };
+    // First for a batch, which comes soon where units come fast, and then for what is wanted.
+    if (!IsReady() && nTimeoutMs > kBatchWaitMs && m_nReadBatch > n)
+        WaitForPending(m_nReadBatch, kBatchWaitMs);
+    if (!IsReady() && !WaitForPending(n, nTimeoutMs)) return turn;
     turn.lock = std::unique_lock(reader.cs);
     if (reader.nGeneration != nGeneration || !IsReady()) turn.lock.unlock();
     return turn;

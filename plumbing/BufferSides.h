@@ -17,9 +17,9 @@ namespace kest {
 /// A side that waits resets its own event, tests once more and sleeps; the other sides set the event after
 /// every step that may help, when it is not set. So no wake-up is lost, and a transfer that nobody waits for
 /// makes no system call. Every wait ends when its side is closed or the buffer emptied, and by the
-/// termination signal of a thread that is ended by force. Two things save wake-ups: a reader that finds
-/// nothing tests for some microseconds before it sleeps, and a writer that was woken by the first room waits
-/// up to 2 ms for room for a batch.
+/// termination signal of a thread that is ended by force. To save
+/// wake-ups, a reader that finds nothing waits up to 2 ms for a batch before it waits for what it wants, and a
+/// writer that was woken by the first room waits up to 2 ms for room for a batch.
 ///
 /// Each side has a generation: the number of its closings and emptyings so far. An operation that began in
 /// one generation moves nothing in the next, even where the side was opened again meanwhile. One exception: a
@@ -59,8 +59,10 @@ protected:
         std::unique_lock<CCritSec> lock;  // the reader's; held when the units are there
     };
 
-    /// @param nUnits  the capacity.
-    explicit CBufferSides(std::uint32_t nUnits) : m_nUnits(nUnits) {}
+    /// @param nUnits      the capacity.
+    /// @param nReadBatch  units that are worth waking a reader for while they come fast; 0: those that it wants.
+    CBufferSides(std::uint32_t nUnits, std::uint32_t nReadBatch)
+        : m_nUnits(nUnits), m_nReadBatch(nReadBatch) {}
     ~CBufferSides() = default;
 
     // ---------------- opening and closing
@@ -116,6 +118,7 @@ protected:
     }
 
     const std::uint32_t m_nUnits;                     // the capacity
+    const std::uint32_t m_nReadBatch;                 // see the constructor
     Side m_writer;                                    // the write side
     mutable CCritSec m_csWrite;                       // see the lock order
     std::array<ReaderRecord, kMaxReaders> m_aReader;  // by number

@@ -7,7 +7,7 @@
 namespace kest {
 
 CRingBuffer::CRingBuffer(std::uint32_t nCapacity)
-    : CBufferSides(nCapacity), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
+    : CBufferSides(nCapacity, 0), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
 
 // ---------------- write side
 

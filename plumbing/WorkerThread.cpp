@@ -1,6 +1,7 @@
 #include "plumbing/WorkerThread.h"
 
 #include <chrono>
+#include <exception>
 
 #include "platform/DebugText.h"
 #include "platform/ThreadControl.h"
@@ -78,6 +79,9 @@ std::int32_t CWorkerThread::ThreadEntry() {
         return ThreadProc();
     } catch (const KestException&) {
         DebugText("\n *** Capture exception!!!\n");
+        return kExitException;
+    } catch (const std::exception& error) {  // memory is short: the thread ends, not the process
+        DebugText("A worker thread has ended: %s\n", error.what());
         return kExitException;
     }
 }

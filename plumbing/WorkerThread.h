@@ -26,7 +26,7 @@ class CWorkerThread {
 public:
     /// Exit codes that do not come from a body.
     static constexpr std::int32_t kExitKilled = 100;      // ended by force
-    static constexpr std::int32_t kExitException = -100;  // a KestException left the body
+    static constexpr std::int32_t kExitException = -100;  // an exception left the body
 
     CWorkerThread() = default;
     CWorkerThread(const CWorkerThread&) = delete;

@@ -1,14 +1,16 @@
 #include "registration/ClassFactory.h"
 
+#include <algorithm>
 #include <atomic>
-#include <exception>
 #include <memory>
 #include <new>
+
+#include "graph/Guard.h"
 
 namespace kest {
 namespace {
 
-std::atomic<LONG> g_nLocks{0};  // of LockServer, over all class objects of the module
+std::atomic<LONG> g_nLocks{0};  // by LockServer, through all class objects of the module
 
 /// The class object: makes instances of one class.
 class CClassFactory final : public CImplements<CUnknown, IClassFactory> {
@@ -19,11 +21,14 @@ public:
         if (riid == IID_IClassFactory) return GetInterface(static_cast<IClassFactory*>(this), ppv);
         return CUnknown::NonDelegatingQueryInterface(riid, ppv);
     }
-    /// E_NOINTERFACE when an aggregate asks for another interface than IUnknown; E_OUTOFMEMORY; what the
-    /// object's constructor says.
+    /// @return E_NOINTERFACE: an outer object asks for another interface than IUnknown, or the object lacks it;
+    ///         E_OUTOFMEMORY; the result of the object's constructor.
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppvObject) override;
+    /// An unlock without a lock is ignored, so that it does not undo the next lock.
     HRESULT STDMETHODCALLTYPE LockServer(BOOL fLock) override {
-        g_nLocks += fLock ? 1 : -1;
+        LONG nLocks = g_nLocks;
+        while (!g_nLocks.compare_exchange_weak(nLocks, std::max<LONG>(nLocks + (fLock ? 1 : -1), 0)))
+            continue;
         return S_OK;
     }
 
@@ -35,19 +40,14 @@ HRESULT CClassFactory::CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** p
     if (!ppvObject) return E_POINTER;
     *ppvObject = nullptr;
     if (pUnkOuter && !(riid == IID_IUnknown)) return E_NOINTERFACE;
-    try {
+    return Guard([&]() -> HRESULT {
         HRESULT hr = S_OK;
         std::unique_ptr<CUnknown> pNew(m_template.m_lpfnNew(pUnkOuter, &hr));
         if (FAILED(hr)) return hr;
         if (!pNew) return E_OUTOFMEMORY;
-        CUnknown* pObject = pNew.release();
-        pObject->NonDelegatingAddRef();
-        hr = pObject->NonDelegatingQueryInterface(riid, ppvObject);
-        pObject->NonDelegatingRelease();  // ends it unless the query took a reference
-        return hr;
-    } catch (const std::exception&) {
-        return E_OUTOFMEMORY;  // the system gave no memory, or no event or thread
-    }
+        const CComPtr<IUnknown> pObject(pNew.release()->GetInnerUnknown());
+        return pObject->QueryInterface(riid, ppvObject);
+    });
 }
 
 }  // namespace
@@ -59,6 +59,6 @@ HRESULT CreateClassObject(const CFactoryTemplate& classTemplate, REFIID riid, vo
     return pFactory ? CComPtr<IClassFactory>(pFactory)->QueryInterface(riid, ppv) : E_OUTOFMEMORY;
 }
 
-bool IsServerLocked() { return g_nLocks > 0; }
+bool IsServerLocked() { return g_nLocks != 0; }
 
 }  // namespace kest

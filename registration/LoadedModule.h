@@ -8,17 +8,17 @@
 
 namespace kest {
 
-/// A module that this program has loaded, for the classes it offers. Elsewhere than on Windows, where the
-/// system itself finds and loads modules.
+/// A module that this program has loaded, for the classes it offers. Not for Windows, where the system itself
+/// finds and loads modules.
 ///
-/// The module stays loaded as long as this object is there, and beyond that when something of it is still
-/// alive. Operations may come from any thread.
+/// The destructor unloads the module if none of its objects is alive; else it stays loaded until the process
+/// ends. Operations may come from any thread.
 class CLoadedModule {
 public:
     /// Loads a module.
-    /// @param path      its file.
-    /// @param strError  why it could not be loaded, in one line that names the file.
-    /// @return the module, or none.
+    /// @param path      its file, a regular one.
+    /// @param strError  on failure the file and the reason, in one line.
+    /// @return the module; null: it could not be loaded.
     static std::unique_ptr<CLoadedModule> Load(const std::filesystem::path& path, std::string& strError);
     ~CLoadedModule();
     CLoadedModule(const CLoadedModule&) = delete;
@@ -27,8 +27,7 @@ public:
     /// Makes an object of one of its classes. @return S_OK with a reference in *ppv;
     ///         CLASS_E_CLASSNOTAVAILABLE; E_NOINTERFACE; E_OUTOFMEMORY, with *ppv null.
     HRESULT CreateInstance(REFCLSID clsid, REFIID riid, void** ppv) const;
-    /// Has the module enter itself into the list of modules, or take itself out. @return S_OK;
-    ///         E_ACCESSDENIED; E_FAIL and other errors.
+    /// The module's DllRegisterServer and DllUnregisterServer; see CModule for results.
     HRESULT Register() const { return m_pfnRegister(); }
     HRESULT Unregister() const { return m_pfnUnregister(); }
 

@@ -2,25 +2,15 @@
 
 #include <exception>
 
+#include "graph/Guard.h"
 #include "platform/DebugText.h"
 
 namespace kest {
 namespace {
 
-void TellClasses(std::span<const CFactoryTemplate> templates, bool bLoading) {
+void InitialiseClasses(std::span<const CFactoryTemplate> templates, bool bLoading) {
     for (const CFactoryTemplate& each : templates) {
         if (each.m_lpfnInit) each.m_lpfnInit(bLoading, each.m_ClsID);
-    }
-}
-
-/// No exception leaves the module: a registration that runs out of something has failed.
-template <class Call>
-HRESULT Guard(Call call) {
-    try {
-        return call();
-    } catch (const std::exception& error) {
-        DebugText("The registration has failed: %s\n", error.what());
-        return E_FAIL;
     }
 }
 
@@ -28,15 +18,15 @@ HRESULT Guard(Call call) {
 
 CModule::CModule(std::span<const CFactoryTemplate> templates) : m_templates(templates) {
     try {
-        m_path = FindOwnModule();  // now: a path that is relative to the current folder would not stay true
+        m_path = FindOwnModule();  // now: the current folder, which the path may be relative to, may change
     } catch (const std::exception& error) {
-        DebugText("The module does not find its own file: %s\n", error.what());
+        DebugText("The module cannot find its own file: %s\n", error.what());
     }
     TurnOffThreadNotifications();
-    TellClasses(m_templates, true);
+    InitialiseClasses(m_templates, true);
 }
 
-CModule::~CModule() { TellClasses(m_templates, false); }
+CModule::~CModule() { InitialiseClasses(m_templates, false); }
 
 HRESULT CModule::GetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) const {
     if (!ppv) return E_POINTER;

@@ -7,13 +7,14 @@
 
 namespace kest {
 
-/// A module that hosts load: what stands behind its four exported functions. There is one of it, a static
-/// object: it comes and goes with the module and tells the classes so. What is alive is counted over the
-/// whole module.
+/// A module that hosts load: its four exported functions call the operations here, which throw nothing. A
+/// module has one static CModule, made when it is loaded and destroyed when it is unloaded. The counts of
+/// objects and locks are those of the whole module.
 ///
 /// Every operation may be called from any thread.
 class CModule {
 public:
+    /// Calls the initialisation function of each class.
     /// @param templates  the classes that the module offers; they outlive it.
     explicit CModule(std::span<const CFactoryTemplate> templates);
     ~CModule();
@@ -22,15 +23,16 @@ public:
 
     /// For DllGetClassObject: the class object of a class.
     /// @return S_OK with a reference in *ppv; CLASS_E_CLASSNOTAVAILABLE for a class that is not the module's;
-    ///         E_NOINTERFACE unless asked for IClassFactory or IUnknown; E_OUTOFMEMORY; E_POINTER.
+    ///         E_NOINTERFACE for another interface than IClassFactory and IUnknown; E_OUTOFMEMORY; E_POINTER.
     HRESULT GetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) const;
     /// For DllCanUnloadNow. @return S_FALSE while an object of the module is alive or the module is locked.
     HRESULT CanUnloadNow() const { return CUnknown::AnyAlive() || IsServerLocked() ? S_FALSE : S_OK; }
-    /// For DllRegisterServer: tells the host where the classes are and what the filters among them are like.
-    /// Registering again replaces what is there. @return S_OK; E_ACCESSDENIED; E_FAIL and the system's
-    /// errors.
+    /// For DllRegisterServer: enters the module's file, its classes and the descriptions of its filters into the
+    /// system's registry. Registering again replaces the earlier entries.
+    /// @return S_OK; E_ACCESSDENIED; HRESULT_FROM_WIN32(ERROR_DISK_FULL); E_OUTOFMEMORY; E_FAIL, also when the
+    ///         system does not give the module's file; on Windows other errors of the system.
     HRESULT Register() const;
-    /// For DllUnregisterServer: takes that back. @return S_OK, also when nothing was registered; as above.
+    /// For DllUnregisterServer: removes these entries. @return S_OK, also when there were none; as Register.
     HRESULT Unregister() const;
 
 private:
@@ -38,13 +40,14 @@ private:
     const std::span<const CFactoryTemplate> m_templates;  // see the constructor
 };
 
-// What CModule asks of the system.
+// The system's part of CModule, a source file each in posix/ and windows/. All but the second may throw.
 
-/// The file of the module that this code is in; empty when the system does not tell.
+/// The file of the module that this code is in, without links; empty when the system does not give it.
 std::filesystem::path FindOwnModule();
-/// Asks the system not to tell the module of threads that begin and end. A system may refuse: Windows does
-/// so to a module whose runtime keeps data for each thread and needs to be told.
+/// Turns off the system's calls into the module when threads begin and end. Windows keeps them on for a module
+/// whose runtime has data of its own for each thread.
 void TurnOffThreadNotifications();
+/// See CModule::Register and CModule::Unregister.
 HRESULT RegisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates);
 HRESULT UnregisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates);
 

@@ -4,7 +4,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '\n== %s\n' "$*"; }
 
-# Installs the packages that are not there yet, and says so; does nothing when all are. Fails when one cannot be
+# Installs the packages that are missing, and says so; does nothing when none is. Fails when one cannot be
 # installed: that ends a script, unless it asks.
 need_packages() {
     local package missing=() root=()
@@ -29,8 +29,8 @@ build() {
     cmake --build --preset "$1" --parallel "$(nproc)" -- --quiet
 }
 
-# Holds a module's file against what hosts expect: it offers four functions and, on Windows, needs no library but the
-# system's and tells its version.
+# Checks a module's file: it exports four functions, needs no library but the system's and, on Linux, the compiler's,
+# and on Windows has a version.
 check_module() { # file
     local expected='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer ' found headers
     if [[ $1 == *.dll ]]; then
@@ -41,6 +41,7 @@ check_module() { # file
         [ "$(tr -d '\0' <"$1" | grep -ac VS_VERSION_INFO)" = 0 ] || found+=version
     else
         found=$(nm -D --defined-only "$1" | awk '{ print $NF }' | sort | tr '\n' ' ')
+        found+=$(readelf -d "$1" | sed -nE '/NEEDED/s/.*\[(.*)\]/\1/p' | grep -vE '^(libstdc\+\+|libgcc_s|lib[cm]|ld-linux.*)\.so' || true)
     fi
     [ "$found" != "$expected" ] || return 0
     echo "$1 has: $found" >&2

@@ -1,13 +1,14 @@
-// Registration where the system has no list of modules: in the project's own.
+// Registration on systems that have no list of modules: in the project's own.
 #include <dlfcn.h>
 
-#include <cstdio>
+#include <cerrno>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "platform/DebugText.h"
 #include "registration/Module.h"
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 
 namespace kest {
 namespace {
@@ -43,14 +44,16 @@ std::string Describe(std::span<const CFactoryTemplate> templates) {
     return text.str();
 }
 
-HRESULT ToResult(const fs::filesystem_error& error) {
-    constexpr DWORD kDiskFull = 112;  // the system's error number for it
-    DebugText("The registration has failed: %s\n", error.what());
-    if (error.code() == std::errc::no_space_on_device) return HRESULT_FROM_WIN32(kDiskFull);
-    const bool bDenied = error.code() == std::errc::permission_denied ||
-                         error.code() == std::errc::operation_not_permitted ||
-                         error.code() == std::errc::read_only_file_system;
-    return bDenied ? E_ACCESSDENIED : E_FAIL;
+HRESULT ToResult(const std::error_code& error) {
+    constexpr DWORD kDiskFull = 112;  // Windows' error number
+    switch (error.value()) {
+        case ENOSPC:
+        case EDQUOT: return HRESULT_FROM_WIN32(kDiskFull);
+        case EACCES:
+        case EPERM:
+        case EROFS: return E_ACCESSDENIED;
+        default: return E_FAIL;
+    }
 }
 
 template <class Change>
@@ -59,8 +62,10 @@ HRESULT ChangeList(Change change) {
         CModuleRegistry registry;
         change(registry);
         return S_OK;
-    } catch (const fs::filesystem_error& error) {
-        return ToResult(error);
+    } catch (const std::runtime_error& error) {
+        DebugText("The registration has failed: %s\n", error.what());
+        const auto* pSystemError = dynamic_cast<const fs::filesystem_error*>(&error);
+        return pSystemError ? ToResult(pSystemError->code()) : E_FAIL;
     }
 }
 

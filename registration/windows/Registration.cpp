@@ -1,5 +1,5 @@
-// Registration with the system: each class as an in-process server in the registry, each filter in the
-// mapper's list besides.
+// Registration with Windows: each class as an in-process server in the registry, each filter with the filter
+// mapper too.
 #include <olectl.h>
 
 #include <array>
@@ -20,7 +20,7 @@ HMODULE FindOwnHandle() {
     return hModule;
 }
 
-/// Lets this thread use COM for the length of a block, unless it does so anyway.
+/// Initialises COM on this thread for the length of a block, unless it is initialised already.
 class CComUse {
 public:
     CComUse() : m_hr(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
@@ -42,15 +42,15 @@ std::wstring ClassKey(const CLSID& clsid) {
     return std::wstring(L"CLSID\\") + szGuid.data();
 }
 
-/// Sets a text of a key below HKEY_CLASSES_ROOT, which is made when it is missing.
-/// @param pszValue  name of the value; null: the key's own.
+/// Sets a text of a key below HKEY_CLASSES_ROOT; creates the key when it is missing.
+/// @param pszValue  name of the value; null: the default value.
 HRESULT SetText(const std::wstring& wszKey, LPCWSTR pszValue, const std::wstring& wszText) {
     const auto nBytes = static_cast<DWORD>((wszText.size() + 1) * sizeof(WCHAR));
     return HRESULT_FROM_WIN32(
         RegSetKeyValueW(HKEY_CLASSES_ROOT, wszKey.c_str(), pszValue, REG_SZ, wszText.c_str(), nBytes));
 }
 
-HRESULT EnterClass(const CFactoryTemplate& each, const std::wstring& wszModule) {
+HRESULT AddClass(const CFactoryTemplate& each, const std::wstring& wszModule) {
     const std::wstring wszKey = ClassKey(*each.m_ClsID);
     const std::wstring wszServer = wszKey + L"\\InprocServer32";
     HRESULT hr = SetText(wszKey, nullptr, each.m_Name);
@@ -100,7 +100,7 @@ HRESULT UnregisterFilter(IFilterMapper2& mapper, const AMOVIESETUP_FILTER& setup
     return hr == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ? S_OK : hr;
 }
 
-/// Hands the description of every filter among the classes to the mapper.
+/// Calls the operation with the mapper and the description of each filter among the classes.
 template <class Operation>
 HRESULT ForEachFilter(std::span<const CFactoryTemplate> templates, Operation operation) {
     const CComUse com;
@@ -116,7 +116,7 @@ HRESULT ForEachFilter(std::span<const CFactoryTemplate> templates, Operation ope
 
 }  // namespace
 
-// ---------------- what CModule asks
+// ---------------- the system's part of CModule
 
 std::filesystem::path FindOwnModule() {
     const HMODULE hModule = FindOwnHandle();
@@ -134,7 +134,7 @@ void TurnOffThreadNotifications() { DisableThreadLibraryCalls(FindOwnHandle()); 
 HRESULT RegisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates) {
     HRESULT hr = S_OK;
     for (const CFactoryTemplate& each : templates) {
-        if (SUCCEEDED(hr)) hr = EnterClass(each, module.wstring());
+        if (SUCCEEDED(hr)) hr = AddClass(each, module.wstring());
     }
     if (SUCCEEDED(hr)) hr = ForEachFilter(templates, RegisterFilter);
     return hr;

@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <deque>
-#include <string>
+#include <functional>
 
 #include "filter/KestDemux2Filter.h"
-#include "graph/MemAllocator.h"
+#include "graph/BaseFilter.h"
 #include "pins/DeliveryThread.h"
 #include "platform/Time.h"
 #include "support/CaptureTexts.h"
@@ -18,10 +17,19 @@
 
 namespace kest {
 
+/// A source in memory that calls the test when it is asked for its length: by a probe, and when the path starts.
+struct CHookedReader final : CMemoryReader {
+    using CMemoryReader::CMemoryReader;
+    HRESULT STDMETHODCALLTYPE Length(LONGLONG* pTotal, LONGLONG* pAvailable) override {
+        if (m_onLength) m_onLength();
+        return CMemoryReader::Length(pTotal, pAvailable);
+    }
+    std::function<void()> m_onLength;
+};
+
 /// A filter with one pin.
 template <class Pin>
-class CRigFilter : public CBaseFilter {
-public:
+struct CRigFilter final : CBaseFilter {
     CRigFilter() : CBaseFilter(L"Rig", nullptr, &m_csPins, CLSID{}) {}
     int GetPinCount() override { return 1; }
     CBasePin* GetPin(int) override { return &m_pin; }
@@ -30,9 +38,8 @@ public:
     Pin m_pin{this, &m_csPins};
 };
 
-/// An output pin that offers two types and, when it has one, a reader.
-class CReadPin final : public CBasePin {
-public:
+/// An output pin that offers a stream and, when it has one, a reader.
+struct CReadPin final : CBasePin {
     CReadPin(CBaseFilter* pFilter, CCritSec* pLock)
         : CBasePin(pFilter, pLock, nullptr, L"Output", PINDIR_OUTPUT) {}
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override {
@@ -41,8 +48,7 @@ public:
     }
     HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
     HRESULT GetMediaType(int n, CMediaType& type) override {
-        const GUID subtypes[] = {MEDIASUBTYPE_None, MEDIASUBTYPE_MPEG2_VIDEO};
-        return n < 2 ? type.Set(CMediaType(MEDIATYPE_Stream, subtypes[n])) : VFW_S_NO_MORE_ITEMS;
+        return n == 0 ? type.Set(CMediaType(MEDIATYPE_Stream)) : VFW_S_NO_MORE_ITEMS;
     }
     HRESULT CompleteConnect(IPin*) override { return m_hrComplete; }
     HRESULT STDMETHODCALLTYPE BeginFlush() override { return E_UNEXPECTED; }
@@ -52,106 +58,113 @@ public:
     HRESULT m_hrComplete = S_OK;        // how the last step of a connection ends
 };
 
-/// An input pin that takes everything at once or, when told to, keeps each sample from the first on until a
-/// flush has begun, and a while longer.
-class CCountPin final : public CBaseInputPin {
-public:
+/// An input pin that counts, and calls the test with every sample.
+struct CCountPin final : CBaseInputPin {
     CCountPin(CBaseFilter* pFilter, CCritSec* pLock) : CBaseInputPin(pFilter, pLock, nullptr, L"Input") {}
     HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample*) override {
         ++m_nSamples;
-        if (!m_bLingers) return S_OK;
-        m_bInside = true;
-        m_evFlush.Wait();
-        SleepMs(kLingerMs);
-        m_bInside = false;
+        if (m_onReceive) m_onReceive();
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE EndOfStream() override {
         m_evEnd.Set();
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE BeginFlush() override {
-        ++m_nFlushes;
-        m_evFlush.Set();
-        return CBaseInputPin::BeginFlush();
-    }
     HRESULT STDMETHODCALLTYPE EndFlush() override {
+        ++m_nFlushes;
         if (m_bInside) ++m_nHasty;
         return CBaseInputPin::EndFlush();
     }
+    /// Waits for the end of the stream. @return the samples since the last time.
+    int WaitForEnd() {
+        EXPECT_TRUE(m_evEnd.Wait(kTooLongMs)) << "no end of stream";
+        m_evEnd.Reset();
+        return m_nSamples.exchange(0);
+    }
 
-    std::atomic<int> m_nSamples{0};
-    std::atomic<int> m_nFlushes{0};
-    std::atomic<int> m_nHasty{0};         // flushes that ended while a sample was coming in
-    std::atomic<bool> m_bLingers{false};  // see above
-    std::atomic<bool> m_bInside{false};   // a sample is coming in, and lingers
-    CEvent m_evFlush;                     // a flush has begun
-    static constexpr std::uint32_t kLingerMs = 30;
+    std::function<void()> m_onReceive;                           // set while nothing is delivered
+    std::atomic<int> m_nSamples{0}, m_nFlushes{0}, m_nHasty{0};  // hasty: flushes that ended while m_bInside
+    std::atomic<bool> m_bInside{false};                          // m_onReceive says so
     CEvent m_evEnd;
 };
 
-class FilterTest : public ::testing::Test {
-protected:
-    FilterTest() {
+/// The neighbours, and the filter once it is created.
+struct CRig {
+    ~CRig() {
+        if (m_pFilter) m_pFilter->Stop(), Disconnect();
+    }
+    HRESULT Create() {
         HRESULT hr = S_OK;
         m_pFilter = static_cast<CKestDemux2Filter*>(CKestDemux2Filter::CreateInstance(nullptr, &hr));
-        EXPECT_EQ(S_OK, hr);
-        m_pInput = static_cast<CKestDemux2InputPin*>(m_pFilter->GetPin(0));
-        m_pVideo = static_cast<CKestDemux2VideoOutputPin*>(m_pFilter->GetPin(1));
-        m_pAudio = static_cast<CKestDemux2AudioOutputPin*>(m_pFilter->GetPin(2));
+        return hr;
     }
-    ~FilterTest() override {
-        m_pFilter->Stop();
-        for (CBasePin* pPin : std::initializer_list<CBasePin*>{&m_pSource->m_pin, m_pInput, m_pVideo,
-                                                               m_pAudio, &VideoSink(), &AudioSink()}) {
-            pPin->Disconnect();  // connected pins hold each other's filter
-        }
+    /// A real stream to connect to; it lives as long as the rig.
+    CHookedReader* Load(ByteVector bytes) {
+        return &m_readers.emplace_back(m_bytes.emplace_back(std::move(bytes)));
     }
-
-    /// A real stream to connect to; it lives as long as the test.
-    IAsyncReader* Load(const char* pszFile) {
-        m_bytes.push_back(ReadTestData(pszFile));
-        m_readers.emplace_back(m_bytes.back());
-        return &m_readers.back();
+    CHookedReader* Load(const char* pszFile) { return Load(ReadTestData(pszFile)); }
+    /// A program stream without frames. @param nMuxRate  of 400 bit/s.
+    CHookedReader* MakeStream(std::uint32_t nMuxRate) {
+        return Load(CProgramStreamBuilder().Pack(nMuxRate).Map({{0x02, 0xE0}}).Fill(40000).Get());
     }
     HRESULT Connect(IAsyncReader* pReader) {
         m_pSource->m_pin.m_pReader = pReader;
-        return m_pSource->m_pin.Connect(m_pInput, nullptr);
+        return m_pSource->m_pin.Connect(m_pFilter->GetPin(0), nullptr);
     }
+    HRESULT ConnectSink(int n) { return m_pFilter->GetPin(n + 1)->Connect(m_apSinks[n], nullptr); }
+    void ConnectAll(IAsyncReader* pReader) {
+        ASSERT_EQ(S_OK, Connect(pReader));
+        for (int n : {0, 1}) ASSERT_EQ(S_OK, ConnectSink(n));
+        StartSinks();
+    }
+    void StartSinks() {
+        for (auto& pFilter : m_apSinkFilters) pFilter->Pause();
+    }
+    /// Connected pins hold each other's filter.
     void Disconnect() {
-        EXPECT_EQ(S_OK, m_pSource->m_pin.Disconnect());
-        EXPECT_EQ(S_OK, m_pInput->Disconnect());
+        for (auto& pFilter : m_apSinkFilters) pFilter->Stop();
+        m_pSource->m_pin.Disconnect();
+        for (CBasePin* pPin : m_apSinks) pPin->Disconnect();
+        for (int n = 0; n < 3; ++n) m_pFilter->GetPin(n)->Disconnect();
     }
-    void ConnectSinks() {
-        ASSERT_EQ(S_OK, m_pVideo->Connect(&VideoSink(), nullptr));
-        ASSERT_EQ(S_OK, m_pAudio->Connect(&AudioSink(), nullptr));
+    HRESULT SetOutput(int nDemuxOutput) {
+        const SEND_SETTINGS settings{.nDemuxOutput = static_cast<std::uint32_t>(nDemuxOutput)};
+        return m_pFilter->put_SendSettings(&settings);
     }
-    CCountPin& VideoSink() { return m_pVideoSink->m_pin; }
-    CCountPin& AudioSink() { return m_pAudioSink->m_pin; }
     template <class Interface>
     CComPtr<Interface> Query(REFIID riid) {
         CComPtr<Interface> p;
         EXPECT_EQ(S_OK, m_pFilter->QueryInterface(riid, reinterpret_cast<void**>(p.Put())));
         return p;
     }
+    HRESULT Seek(LONGLONG llTime) {
+        return Query<IMediaSeeking>(IID_IMediaSeeking)->SetPositions(&llTime, 1, nullptr, 0);  // absolute
+    }
+    CKestDemux2InputPin& Input() { return static_cast<CKestDemux2InputPin&>(*m_pFilter->GetPin(0)); }
+    /// 0: video, 1: audio.
+    CDemuxOutputPin& Output(int n) { return static_cast<CDemuxOutputPin&>(*m_pFilter->GetPin(n + 1)); }
+    bool HasThread(int n) { return Output(n).GetDeliveryThread().IsRunning(); }
 
     std::deque<ByteVector> m_bytes;
-    std::deque<CMemoryReader> m_readers;
+    std::deque<CHookedReader> m_readers;
     CComPtr<CKestDemux2Filter> m_pFilter;
-    CKestDemux2InputPin* m_pInput;
-    CKestDemux2VideoOutputPin* m_pVideo;
-    CKestDemux2AudioOutputPin* m_pAudio;
     CComPtr<CRigFilter<CReadPin>> m_pSource{new CRigFilter<CReadPin>};
-    CComPtr<CRigFilter<CCountPin>> m_pVideoSink{new CRigFilter<CCountPin>};
-    CComPtr<CRigFilter<CCountPin>> m_pAudioSink{new CRigFilter<CCountPin>};
+    CComPtr<CRigFilter<CCountPin>> m_apSinkFilters[2]{CComPtr(new CRigFilter<CCountPin>),
+                                                      CComPtr(new CRigFilter<CCountPin>)};
+    CCountPin* const m_apSinks[2]{&m_apSinkFilters[0]->m_pin, &m_apSinkFilters[1]->m_pin};
 };
 
-/// How often a text occurs in another.
-inline int CountOf(const std::string& strText, const std::string& strPart) {
-    int n = 0;
-    for (auto i = strText.find(strPart); i != std::string::npos; i = strText.find(strPart, i + 1)) ++n;
-    return n;
-}
+struct FilterTest : ::testing::Test, CRig {
+    FilterTest() { EXPECT_EQ(S_OK, Create()); }
+    /// How often a text has been traced, over the life of the test.
+    int CountOf(const std::string& strPart) const {
+        const std::string strTexts = m_texts.TraceTexts();
+        int n = 0;
+        for (auto i = strTexts.find(strPart); i != std::string::npos; i = strTexts.find(strPart, i + 1)) ++n;
+        return n;
+    }
+    CCaptureTexts m_texts;
+};
 
 }  // namespace kest

@@ -1,189 +1,173 @@
 // Which threads run in which state and mode, what a stop and a reset leave, and seeks.
+#include <tuple>
+
 #include "FilterRig.h"
 
 namespace kest {
 namespace {
 
-using FilterStates = FilterTest;
+/// First time, restart pending and time base of an output pin.
+using Timing = std::tuple<bool, bool, REFERENCE_TIME>;
+const Timing kForgotten{true, false, kNoTimeBase}, kRestarted{true, true, kNoTimeBase},
+    kRuns{true, false, 77};
+
+struct FilterStates : FilterTest {
+    void EnterMode(int nMode) { ASSERT_EQ(S_OK, Input().SetWorkingMode(static_cast<EWorkingMode>(nMode))); }
+    static auto Fields(PinTiming& t) { return std::tie(t.bFirstTime, t.bRestartPending, t.rtTimeBase); }
+    bool AreTimings(const Timing& timing) {
+        AvTimes times = m_pFilter->GetAvTiming().Get();
+        return Fields(times.video) == timing && Fields(times.audio) == timing;
+    }
+    void SetTimings(const Timing& timing) {
+        m_pFilter->GetAvTiming().Update(
+            [&](AvTimes& times) { Fields(times.video) = Fields(times.audio) = timing; });
+    }
+};
 
 // Without a connection the threads of a mode wait for bytes that never come: their timing stays as it is put.
 TEST_F(FilterStates, ModeAndStateDecideWhichThreadsRun) {
-    struct {
-        char cCall;  // stop, pause, run
-        FILTER_STATE state;
-    } const calls[] = {
-        {'S', State_Stopped}, {'P', State_Paused},  {'P', State_Paused},  {'R', State_Running},
-        {'R', State_Running}, {'P', State_Paused},  {'S', State_Stopped}, {'R', State_Running},
-        {'S', State_Stopped}, {'S', State_Stopped},
-    };
-    for (std::uint32_t nMode = 0; nMode <= 6; ++nMode) {
-        m_pInput->SetWorkingMode(static_cast<EWorkingMode>(nMode));
-        for (const auto& call : calls) {
-            SCOPED_TRACE("mode " + std::to_string(nMode) + ", call " + call.cCall);
-            EXPECT_EQ(S_OK, call.cCall == 'S'   ? m_pFilter->Stop()
-                            : call.cCall == 'P' ? m_pFilter->Pause()
-                                                : m_pFilter->Run(4711));
+    for (int nMode = 0; nMode <= 6; ++nMode) {
+        EnterMode(nMode);
+        for (const char cCall : std::string("SPPRRPSRSS")) {  // stop, pause, run
+            const int n = cCall == 'S' ? 0 : cCall == 'P' ? 1 : 2;
+            EXPECT_EQ(S_OK, n == 0 ? m_pFilter->Stop() : n == 1 ? m_pFilter->Pause() : m_pFilter->Run(4711));
             FILTER_STATE state;
             m_pFilter->GetState(0, &state);
-            EXPECT_EQ(call.state, state);
-            const bool bActive = call.state != State_Stopped;
-            EXPECT_EQ(bActive, m_pFilter->IsActive());
-            EXPECT_EQ(bActive && nMode <= 5, m_pVideo->GetDeliveryThread().IsRunning());
-            EXPECT_EQ(bActive && nMode >= 1 && nMode <= 5, m_pAudio->GetDeliveryThread().IsRunning());
+            EXPECT_EQ(std::tuple(n, n > 0, n > 0 && nMode <= 5, n > 0 && nMode >= 1 && nMode <= 5),
+                      std::tuple(int{state}, m_pFilter->IsActive(), HasThread(0), HasThread(1)))
+                << "mode " << nMode << ", call " << cCall;
         }
     }
     EXPECT_EQ(4711, m_pFilter->GetStreamStart());
+    EnterMode(2);
+    ASSERT_EQ(S_OK, m_pFilter->Run(0));
+    m_pFilter = nullptr;  // while it is active
 }
 
-TEST_F(FilterStates, PausingLeavesTheTimingAndStoppingForgetsIt) {
-    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
+TEST_F(FilterStates, ResetRestartsTheTimingAndStopForgetsIt) {
+    EnterMode(2);
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    PinTiming& video = m_pVideo->GetTiming();
-    PinTiming& audio = m_pAudio->GetTiming();
-    video.rtTimeBase = 77;
-    audio.rtTimeBase = 77;
+    SetTimings(kRuns);
     m_pFilter->OnThreadKilled();
-    EXPECT_FALSE(m_pFilter->IsResetAllowed());
+    m_pFilter->RequestReset();
     ASSERT_EQ(S_OK, m_pFilter->Pause());
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    EXPECT_EQ(77, video.rtTimeBase);
-    EXPECT_EQ(77, audio.rtTimeBase);
-    EXPECT_TRUE(m_pFilter->IsThreadKilled());
-    ASSERT_EQ(S_OK, m_pFilter->Stop());
-    for (const PinTiming* pTiming : {&video, &audio}) {
-        EXPECT_TRUE(pTiming->bFirstTime);
-        EXPECT_EQ(kNoTimeBase, pTiming->rtTimeBase);
+    EXPECT_TRUE(AreTimings(kRuns));
+    EXPECT_EQ((ResetState{.bAllowed = false, .bRequested = true, .bThreadKilled = true}),
+              m_pFilter->GetResetState());
+    for (const bool bEnabled : {false, true}) {
+        m_pFilter->EnableReset(bEnabled);
+        m_pFilter->ResetDemux();
+        EXPECT_TRUE(AreTimings(bEnabled ? kRestarted : kRuns));
     }
-    EXPECT_TRUE(m_pFilter->IsResetAllowed());
-    EXPECT_FALSE(m_pFilter->IsThreadKilled());
-    EXPECT_FALSE(m_pFilter->IsResetNeeded());
+    EXPECT_TRUE(HasThread(0) && HasThread(1) && CountOf("waited for 100ms") == 0) << "no thread is stopped";
+    ASSERT_EQ(S_OK, m_pFilter->Stop());
+    EXPECT_TRUE(AreTimings(kForgotten)) << "a pending restart would cost the next run its first frames";
+    m_pFilter->ResetDemux();
+    EXPECT_TRUE(AreTimings(kForgotten)) << "nothing to reset in a stopped filter";
+    ASSERT_EQ(S_OK, m_pFilter->Run(0));
+    EXPECT_EQ(ResetState{}, m_pFilter->GetResetState()) << "the request was of the run before";
 }
 
 TEST_F(FilterStates, DemuxFunctionDecidesOnPacing) {
-    const struct {
-        std::uint32_t nDemuxOutput;
-        bool bFreeRun;
-    } cases[] = {{2, true}, {7, true}, {0, false}, {7, false}, {2, true}, {1, false}};
-    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
-    for (const auto& c : cases) {
-        m_pFilter->GetSendSettings().nDemuxOutput = c.nDemuxOutput;
+    EnterMode(2);
+    for (const auto& [nDemuxOutput, bFreeRun] :
+         {std::pair(2, true), {7, true}, {0, false}, {7, false}, {1, false}, {2, true}}) {
+        SetOutput(nDemuxOutput);
         ASSERT_EQ(S_OK, m_pFilter->Pause());
-        EXPECT_EQ(c.bFreeRun, m_pFilter->IsFreeRun());
+        EXPECT_EQ(bFreeRun, m_pFilter->IsFreeRun());
         ASSERT_EQ(S_OK, m_pFilter->Stop());
     }
-    m_pFilter->GetSendSettings().nDemuxOutput = 2;
-    ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    m_pFilter->Stop();
-    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(0));
+    EnterMode(0);
     EXPECT_FALSE(m_pFilter->IsFreeRun()) << "entering this mode ends it";
 }
 
-TEST_F(FilterStates, ResetOfAProgramStreamStopsNoThread) {
-    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(2));
+TEST_F(FilterStates, ResetWithoutDemuxerWaitsForThePinsAndRestartsTheirThreads) {
+    EnterMode(1);
+    SetOutput(kDemuxOutputAvEs);
+    m_pFilter->ResetDemux();
+    EXPECT_FALSE(HasThread(0) || HasThread(1)) << "the filter is stopped";
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    PinTiming& video = m_pVideo->GetTiming();
-    PinTiming& audio = m_pAudio->GetTiming();
-    for (PinTiming* pTiming : {&video, &audio}) {
-        pTiming->bFirstTime = false;
-        pTiming->rtTimeBase = 77;
+    {
+        CTestThread reset([&] { m_pFilter->ResetDemux(); });
+        EXPECT_TRUE(Eventually([&] { return CountOf("waited for 100ms") == 1; }));
+        m_pFilter->GetAvTiming().Update(
+            [](AvTimes& times) { times.video.bReadyToReset = times.audio.bReadyToReset = true; });
     }
-    CCaptureTexts texts;
-    m_pFilter->EnableReset(false);
-    m_pFilter->ResetDemux();
-    EXPECT_EQ(77, audio.rtTimeBase) << "resets are off";
-    m_pFilter->EnableReset(true);
-    m_pFilter->ResetDemux();
-    for (const PinTiming* pTiming : {&video, &audio}) {
-        EXPECT_TRUE(pTiming->bFirstTime && pTiming->bRestartPending);
-        EXPECT_EQ(kNoTimeBase, pTiming->rtTimeBase);
-    }
-    EXPECT_FALSE(m_pFilter->IsResetting());
-    EXPECT_TRUE(m_pVideo->GetDeliveryThread().IsRunning() && m_pAudio->GetDeliveryThread().IsRunning());
-    EXPECT_EQ(0, CountOf(texts.TraceTexts(), "waited for"));
-    EXPECT_EQ(0, CountOf(texts.TraceTexts(), "Stop")) << "of the core";
-}
-
-TEST_F(FilterStates, ResetWithoutCoreWaitsForThePinsAndRestartsTheirThreads) {
-    m_pInput->SetWorkingMode(static_cast<EWorkingMode>(1));
-    m_pFilter->GetSendSettings().nDemuxOutput = kDemuxOutputAvEs;
-    ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    CCaptureTexts texts;
-    m_pFilter->ResetDemux();
-    EXPECT_EQ(10, CountOf(texts.TraceTexts(), "ResetDemux waited for 100ms"));
-    EXPECT_EQ(1, CountOf(texts.TraceTexts(), "Vidoe Elementary timing info"));
-    EXPECT_TRUE(m_pVideo->GetDeliveryThread().IsRunning() && m_pAudio->GetDeliveryThread().IsRunning());
-    EXPECT_FALSE(m_pFilter->IsResetting());
+    EXPECT_GT(10, CountOf("waited for 100ms")) << "both pins are ready";
+    EXPECT_EQ(2, CountOf("Vidoe Elementary timing info")) << "of start and reset";
+    EXPECT_TRUE(HasThread(0) && HasThread(1));
+    EXPECT_EQ(ResetState{}, m_pFilter->GetResetState());
 }
 
 TEST_F(FilterStates, SeeksFlushDownstreamUnlessStopped) {
-    IAsyncReader* pReader = Load("ps_mpeg2_packs.mpg");
-    ASSERT_EQ(S_OK, Connect(pReader));
-    ConnectSinks();
-    const auto pSeeking = Query<IMediaSeeking>(IID_IMediaSeeking);
-    auto Seek = [&](LONGLONG llTime) {
-        return pSeeking->SetPositions(&llTime, AM_SEEKING_AbsolutePositioning, nullptr, 0);
-    };
+    ConnectAll(Load("ps_mpeg2_packs.mpg"));
     EXPECT_EQ(S_OK, Seek(10000000));
-    EXPECT_EQ(0, VideoSink().m_nFlushes);
-    m_pFilter->GetSendSettings().nDemuxOutput = kDemuxOutputFreeRun;
-    m_pVideoSink->Pause();
-    m_pAudioSink->Pause();
+    EXPECT_EQ(0, m_apSinks[0]->m_nFlushes);
+    SetOutput(kDemuxOutputFreeRun);
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    ASSERT_TRUE(VideoSink().m_evEnd.Wait(kTooLongMs));
-    ASSERT_TRUE(AudioSink().m_evEnd.Wait(kTooLongMs));
-    const int nFlushes = VideoSink().m_nFlushes, nWhole = VideoSink().m_nSamples;
-    VideoSink().m_evEnd.Reset();
-    VideoSink().m_nSamples = 0;
-
+    const int nWhole = m_apSinks[0]->WaitForEnd(), nFlushes = m_apSinks[0]->m_nFlushes;
     EXPECT_EQ(S_OK, Seek(10000000));  // 1 s: byte 225000 of 612376
-    EXPECT_TRUE(VideoSink().m_evEnd.Wait(kTooLongMs)) << "the end comes again";
-    EXPECT_LT(nFlushes, VideoSink().m_nFlushes);
-    EXPECT_LT(0, VideoSink().m_nSamples);
-    EXPECT_LT(VideoSink().m_nSamples, nWhole - nWhole / 4);
-    for (const LONGLONG llFar : {LONGLONG{0x7FFFFFFFFFFFFFFF}, LONGLONG{-1}}) EXPECT_EQ(S_OK, Seek(llFar));
+    const int nRest = m_apSinks[0]->WaitForEnd();
+    EXPECT_LT(nFlushes, m_apSinks[0]->m_nFlushes);
+    EXPECT_TRUE(0 < nRest && nRest < nWhole - nWhole / 4) << nRest;
+    EXPECT_EQ(S_OK, Seek(-10000000));
+    EXPECT_EQ(nWhole, m_apSinks[0]->WaitForEnd()) << "before the beginning is the beginning";
+}
+
+TEST_F(FilterStates, SeekWithoutBitRateChangesNothing) {
+    ConnectAll(MakeStream(0));
+    ASSERT_EQ(S_OK, m_pFilter->Pause());
+    EXPECT_EQ(S_OK, Seek(10000000));
+    EXPECT_EQ(0, m_apSinks[0]->m_nFlushes);
 }
 
 TEST_F(FilterStates, TheFlushOfASeekEndsBehindTheDeliveriesOfTheOldPlace) {
-    ASSERT_EQ(S_OK, Connect(Load("ps_mpeg2.mpg")));
-    ConnectSinks();
-    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) pSink->m_bLingers = true;
+    ConnectAll(Load("ps_mpeg2.mpg"));
+    std::atomic<bool> bSeeks{false};
+    for (CCountPin* pSink : m_apSinks) {
+        pSink->m_onReceive = [pSink, &bSeeks,
+                              nLinger = pSink == m_apSinks[0] ? 6 * kSettleMs : 3 * kSettleMs] {
+            if (bSeeks) return;
+            pSink->m_bInside = true;
+            EXPECT_TRUE(Eventually([&] { return bSeeks.load(); }));
+            SleepMs(nLinger);
+            pSink->m_bInside = false;
+        };
+    }
     ASSERT_EQ(S_OK, m_pFilter->Run(0));
-    EXPECT_TRUE(Eventually([&] { return VideoSink().m_bInside && AudioSink().m_bInside; }));
-    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) pSink->m_bLingers = false;
-    LONGLONG llCurrent = 0;
-    EXPECT_EQ(S_OK, Query<IMediaSeeking>(IID_IMediaSeeking)
-                        ->SetPositions(&llCurrent, AM_SEEKING_AbsolutePositioning, nullptr, 0));
-    for (CCountPin* pSink : {&VideoSink(), &AudioSink()}) EXPECT_EQ(0, pSink->m_nHasty);
+    EXPECT_TRUE(Eventually([&] { return m_apSinks[0]->m_bInside && m_apSinks[1]->m_bInside; }));
+    bSeeks = true;
+    EXPECT_EQ(S_OK, Seek(0));
+    for (CCountPin* pSink : m_apSinks) EXPECT_EQ(0, pSink->m_nHasty);
+    m_pFilter->Stop();
 }
 
-/// A graph that cannot be reconfigured while it runs, or can.
-struct CGraph final : IFilterGraph {
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        *ppv = riid == IID_IGraphConfig ? m_pConfig : nullptr;
-        return *ppv ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE AddFilter(IBaseFilter*, LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE RemoveFilter(IBaseFilter*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EnumFilters(IEnumFilters**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE FindFilterByName(LPCWSTR, IBaseFilter**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ConnectDirect(IPin*, IPin*, const AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Reconnect(IPin*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Disconnect(IPin*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetDefaultSyncSource() override { return E_NOTIMPL; }
-    void* m_pConfig = nullptr;
-};
-
-TEST_F(FilterStates, JoinsOnlyAGraphThatCanReconnect) {
-    CGraph graph;
-    EXPECT_EQ(E_NOINTERFACE, m_pFilter->JoinFilterGraph(&graph, L"Demux"));
-    EXPECT_EQ(nullptr, m_pFilter->GetFilterGraph());
-    graph.m_pConfig = static_cast<IFilterGraph*>(&graph);  // only counted, which works as well
-    EXPECT_EQ(S_OK, m_pFilter->JoinFilterGraph(&graph, L"Demux"));
-    EXPECT_EQ(&graph, m_pFilter->GetFilterGraph());
-    EXPECT_EQ(S_OK, m_pFilter->JoinFilterGraph(nullptr, nullptr));
-    EXPECT_EQ(nullptr, m_pFilter->GetFilterGraph());
+// One seek comes from another thread while Pause starts the path, one from a delivery thread that a Stop waits for.
+TEST_F(FilterStates, SeeksDuringStateChangesAreNeitherLostNorWaitedForByAStop) {
+    CHookedReader* pReader = Load("ps_mpeg2_packs.mpg");
+    ConnectAll(pReader);
+    std::deque<CTestThread> threads;
+    pReader->m_onLength = [&] {
+        threads.emplace_back([&] { EXPECT_EQ(S_OK, Seek(10000000)); });
+        SleepMs(kSettleMs);
+    };
+    CEvent evFirst, evGo;
+    m_apSinks[0]->m_onReceive = [&] {
+        if (evFirst.IsSignalled()) return;
+        evFirst.Set();
+        evGo.Wait(kTooLongMs);
+        Seek(0);
+    };
+    ASSERT_EQ(S_OK, m_pFilter->Pause());
+    threads.clear();
+    EXPECT_LT(0, m_apSinks[0]->m_nFlushes) << "the seek was lost";
+    ASSERT_TRUE(evFirst.Wait(kTooLongMs));
+    threads.emplace_back([&] { EXPECT_EQ(S_OK, m_pFilter->Stop()); });
+    EXPECT_TRUE(Eventually([&] { return !m_pFilter->IsActive(); }));
+    evGo.Set();
+    threads.clear();
+    EXPECT_EQ(0, CountOf("is safely quit")) << "a delivery thread had to be ended by force";
 }
 
 }  // namespace

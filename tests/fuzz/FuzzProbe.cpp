@@ -1,4 +1,4 @@
-// libFuzzer target: any block of bytes is classified without a fault.
+// libFuzzer target: any source is classified without a fault.
 #include "demux/StreamTypeProbe.h"
 #include "support/MemoryReader.h"
 

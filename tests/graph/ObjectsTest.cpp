@@ -1,173 +1,218 @@
-// Identity of aggregated objects, the seeking base, the clock, and the layout of the records.
+// Allocator, samples and clock, and what leaves an interface method when memory is short or the thread is ended by force:
+// a result code, and nothing else.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstddef>
-#include <limits>
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <list>
+#include <new>
 
 #include "graph/BaseReferenceClock.h"
-#include "graph/SourceSeeking.h"
 #include "platform/SystemEvent.h"
 #include "support/GraphPins.h"
 #include "support/TestThreads.h"
 
+thread_local int t_nUntilFailure = 0;  // the allocation of this thread that fails; 0: none
+
+void* operator new(std::size_t nBytes, const std::nothrow_t&) noexcept {
+    return t_nUntilFailure > 0 && --t_nUntilFailure == 0 ? nullptr : std::malloc(nBytes + 1);
+}
+void* operator new(std::size_t nBytes) {
+    if (void* p = ::operator new(nBytes, std::nothrow)) return p;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
 namespace kest {
 namespace {
 
-// Format blocks go to decoders as they are.
-static_assert(sizeof(VIDEOINFOHEADER) == 88 && offsetof(VIDEOINFOHEADER, bmiHeader) == 48);
-static_assert(offsetof(MPEG1VIDEOINFO, bSequenceHeader) == 96 && sizeof(MPEG1VIDEOINFO) == 104);
-static_assert(sizeof(MPEG2VIDEOINFO) == 136 && offsetof(MPEG2VIDEOINFO, dwSequenceHeader) == 132);
-static_assert(sizeof(WAVEFORMATEX) == 18 && sizeof(MPEG1WAVEFORMAT) == 40);
-
-template <class Interface>
-CComPtr<Interface> Query(IUnknown* pObject, REFIID riid) {
-    CComPtr<Interface> pFound;
-    pObject->QueryInterface(riid, reinterpret_cast<void**>(pFound.Put()));
-    return pFound;
+TEST(GraphAllocator, Properties) {
+    const auto pAllocator = MakeAllocator(0);
+    EXPECT_EQ(VFW_E_SIZENOTSET, pAllocator->Commit());
+    ALLOCATOR_PROPERTIES props{2, 100, 48, 10}, tooLarge{2, 0x7FFFFFFF, 1, 1};
+    EXPECT_EQ(VFW_E_BADALIGN, pAllocator->SetProperties(&props, &props));
+    EXPECT_EQ(E_INVALIDARG, pAllocator->SetProperties(&tooLarge, &tooLarge));
+    props.cbAlign = 64;
+    EXPECT_EQ(S_OK, pAllocator->SetProperties(&props, &props));
+    EXPECT_EQ(118, props.cbBuffer) << "prefix and buffer fill 128 together";
+    pAllocator->Commit();
+    const auto pSample = TakeSample(pAllocator.Get());
+    BYTE* pBuffer = nullptr;
+    pSample->GetPointer(&pBuffer);
+    EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(pBuffer - 10) % 64) << "the prefix begins aligned";
+    std::fill_n(pBuffer - 10, 128, BYTE{0xFF});  // the sanitizer watches the bounds
+    EXPECT_EQ(VFW_E_ALREADY_COMMITTED, pAllocator->SetProperties(&props, &props));
+    pAllocator->Decommit();
+    EXPECT_EQ(VFW_E_BUFFERS_OUTSTANDING, pAllocator->SetProperties(&props, &props));
 }
 
-class CTestSeeking : public CSourceSeeking {
-public:
-    explicit CTestSeeking(IUnknown* pOuter = nullptr) : CSourceSeeking(pOuter, &m_csSeeking) {}
-    HRESULT ChangeStart() override { return m_changes.push_back("start"), S_OK; }
-    HRESULT ChangeStop() override { return m_changes.push_back("stop"), S_FALSE; }
-    HRESULT ChangeRate() override { return m_changes.push_back("rate"), S_OK; }
-    CCritSec m_csSeeking;
-    Log m_changes;
-};
-
-TEST(GraphUnknown, AggregatedObjectHasTheOutersIdentityAndLife) {
-    struct COuter : CUnknown {
-        explicit COuter(bool& b) : bAlive(b) { bAlive = true; }
-        ~COuter() override { bAlive = false; }
-        HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override {
-            if (riid == IID_IMediaSeeking) return seeking.NonDelegatingQueryInterface(riid, ppv);
-            return CUnknown::NonDelegatingQueryInterface(riid, ppv);
-        }
-        bool& bAlive;
-        CTestSeeking seeking{GetOwner()};
-    };
-    bool bAlive = false;
-    CComPtr<IUnknown> pIdentity((new COuter(bAlive))->GetOwner());
-    auto pSeeking = Query<IMediaSeeking>(pIdentity.Get(), IID_IMediaSeeking);
-    ASSERT_TRUE(pSeeking);
-    EXPECT_EQ(pIdentity.Get(), Query<IUnknown>(pSeeking.Get(), IID_IUnknown).Get());
-    EXPECT_FALSE(Query<IUnknown>(pSeeking.Get(), IID_IPin));
-    EXPECT_EQ(E_POINTER, pIdentity->QueryInterface(IID_IUnknown, nullptr));
-    pIdentity = nullptr;
-    EXPECT_TRUE(bAlive) << "a reference to the part holds the whole";
-    pSeeking = nullptr;
-    EXPECT_FALSE(bAlive);
+TEST(GraphAllocator, SamplesReturnAsNewAndOutliveADecommit) {
+    auto pAllocator = MakeAllocator(2);
+    auto pFirst = TakeSample(pAllocator.Get()), pSecond = TakeSample(pAllocator.Get());
+    EXPECT_FALSE(TakeSample(pAllocator.Get()));
+    CMediaType type(MEDIATYPE_Video);
+    REFERENCE_TIME rtStart = 500, rtStop = 700;
+    pFirst->SetMediaType(&type);
+    pFirst->SetTime(&rtStart, nullptr);
+    EXPECT_EQ(VFW_S_NO_STOP_TIME, pFirst->GetTime(&rtStart, &rtStop));
+    EXPECT_EQ(501, rtStop);
+    EXPECT_EQ(VFW_E_BUFFER_OVERFLOW, pFirst->SetActualDataLength(101));
+    pAllocator->Decommit();
+    pFirst = nullptr;
+    ASSERT_EQ(S_OK, pAllocator->Commit()) << "with a sample still in use";
+    pFirst = TakeSample(pAllocator.Get());
+    AM_MEDIA_TYPE* pType = nullptr;
+    EXPECT_EQ(VFW_E_SAMPLE_TIME_NOT_SET, pFirst->GetTime(&rtStart, &rtStop));
+    EXPECT_EQ(S_FALSE, pFirst->GetMediaType(&pType));
+    pAllocator = nullptr;  // the samples keep it alive
+    EXPECT_EQ(100, pSecond->GetActualDataLength());
 }
 
-TEST(GraphUnknown, FilterAndPinsAreSeveralIdentitiesWithOneLife) {
-    CComPtr<CPinFilter> pFilter(new CPinFilter);
-    auto pIdentity = Query<IUnknown>(static_cast<IBaseFilter*>(pFilter.Get()), IID_IUnknown);
-    for (const IID& iid : {IID_IPersist, IID_IMediaFilter, IID_IBaseFilter, IID_IAMovieSetup}) {
-        auto pInterface = Query<IUnknown>(pIdentity.Get(), iid);
-        ASSERT_TRUE(pInterface);
-        EXPECT_EQ(pIdentity.Get(), Query<IUnknown>(pInterface.Get(), IID_IUnknown).Get());
+TEST(GraphAllocator, WaitEndsWithASampleADecommitOrByForce) {
+    for (const std::int32_t nExitCode : {S_OK, VFW_E_NOT_COMMITTED, HRESULT{77}}) {
+        const auto pAllocator = MakeAllocator(1);
+        auto pSample = TakeSample(pAllocator.Get());
+        CThread thread;
+        thread.Start(
+            [&] { return pAllocator->GetBuffer(CComPtr<IMediaSample>().Put(), nullptr, nullptr, 0); });
+        EXPECT_EQ(WAIT_TIMEOUT, thread.Wait(kSettleMs));
+        if (nExitCode == S_OK) pSample = nullptr;
+        if (nExitCode == VFW_E_NOT_COMMITTED) pAllocator->Decommit();
+        if (nExitCode == 77) thread.Terminate(77);
+        EXPECT_EQ(WAIT_OBJECT_0, thread.Wait(kTooLongMs));
+        EXPECT_EQ(nExitCode, thread.GetExitCode());
     }
-    CComPtr<IPin> pPin(&pFilter->m_sink);
-    EXPECT_TRUE(Query<IMemInputPin>(pPin.Get(), IID_IMemInputPin));
-    EXPECT_NE(pIdentity.Get(), Query<IUnknown>(pPin.Get(), IID_IUnknown).Get());
-    pIdentity = nullptr;
-    pFilter = nullptr;
-    PIN_INFO info;
-    ASSERT_EQ(S_OK, pPin->QueryPinInfo(&info)) << "the pin holds the filter";
-    EXPECT_STREQ(L"Input", info.achName);
-    info.pFilter->Release();
 }
 
-TEST(GraphSeeking, SetPositionsByFlags) {
-    struct {
-        const char* name;
-        DWORD dwCurrentFlags, dwStopFlags;
-        HRESULT hr;
-        LONGLONG llStart, llStop;  // from 100 and 1000, given 10 and 20
-        Log changes;
-    } const cases[] = {
-        {"none", 0, 0, S_OK, 100, 1000, {}},
-        {"absolute", 1, 1, S_OK, 10, 20, {"stop", "start"}},
-        {"relative", 2, 2, S_OK, 110, 1020, {"stop", "start"}},
-        {"stop from the new start", 2, 3, S_OK, 110, 130, {"stop", "start"}},
-        {"stop alone", 0, 1, S_FALSE, 100, 20, {"stop"}},
-        {"key frame for the start", 1 | AM_SEEKING_SeekToKeyFrame, 0, S_OK, 10, 1000, {"start"}},
-        {"key frame for the stop", 0, 1 | AM_SEEKING_SeekToKeyFrame, E_INVALIDARG, 100, 1000, {}},
-        {"incremental start", 3, 1, E_INVALIDARG, 100, 1000, {}},
-        {"flags without positioning", AM_SEEKING_SeekToKeyFrame, 0, E_INVALIDARG, 100, 1000, {}},
-    };
-    for (const auto& c : cases) {
-        CTestSeeking seeking;
-        LONGLONG llStart = 100, llStop = 1000;
-        seeking.SetPositions(&llStart, 1, &llStop, 1);
-        seeking.m_changes.clear();
-        llStart = 10, llStop = 20;
-        EXPECT_EQ(c.hr, seeking.SetPositions(&llStart, c.dwCurrentFlags, &llStop, c.dwStopFlags)) << c.name;
-        seeking.GetPositions(&llStart, &llStop);
-        EXPECT_EQ(c.llStart, llStart) << c.name;
-        EXPECT_EQ(c.llStop, llStop) << c.name;
-        EXPECT_EQ(c.changes, seeking.m_changes) << c.name;
+TEST(GraphAllocator, StressManyThreadsShareFewSamples) {
+    const auto pAllocator = MakeAllocator(2);
+    std::atomic<int> nInUse{0};
+    std::list<CTestThread> threads;
+    for (int n = 0; n < 4; ++n) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                CComPtr<IMediaSample> pSample;
+                ASSERT_EQ(S_OK, pAllocator->GetBuffer(pSample.Put(), nullptr, nullptr, 0));
+                ASSERT_LE(++nInUse, 2);
+                --nInUse;
+            }
+        });
     }
-    EXPECT_EQ(E_POINTER, CTestSeeking().SetPositions(nullptr, 1, nullptr, 0));
 }
-
-/// A clock whose time the test sets.
-class CTestClock : public CBaseReferenceClock {
-public:
-    ~CTestClock() override { EndAdvises(); }
-    REFERENCE_TIME GetPrivateTime() override { return m_rtNow; }
-    std::atomic<REFERENCE_TIME> m_rtNow{1000};
-};
 
 TEST(GraphClock, NeverGoesBack) {
-    CTestClock clock;
+    struct CTestClock final : CBaseReferenceClock {
+        REFERENCE_TIME GetPrivateTime() override { return rtNow; }
+        REFERENCE_TIME rtNow = 1000;
+    } clock;
     REFERENCE_TIME rt = 0;
     EXPECT_EQ(S_OK, clock.GetTime(&rt));
-    clock.m_rtNow = 900;
+    clock.rtNow = 900;
     EXPECT_EQ(S_FALSE, clock.GetTime(&rt));
     EXPECT_EQ(1000, rt);
-    clock.m_rtNow = 1001;
-    EXPECT_EQ(S_OK, clock.GetTime(&rt));
-    EXPECT_EQ(1001, rt);
 }
 
 TEST(GraphClock, AdvisesComeWhenTheirTimeHasCome) {
     constexpr REFERENCE_TIME kMs = 10000;
     CBaseReferenceClock clock;
-    CSystemEvent evSoon, evLater, evNever;
-    DWORD_PTR dwSoon = 0, dwLater = 0, dwNever = 0;
+    CSystemEvent evSoon, evNever, evTick(/*bManualReset=*/false);
+    DWORD_PTR dwSoon = 0, dwNever = 0, dwTick = 0;
     REFERENCE_TIME rtNow = 0, rtSoon = 0;
     clock.GetTime(&rtNow);
-    const auto Advise = [&](const CSystemEvent& event, LONGLONG nMs, DWORD_PTR& dwCookie) {
-        return clock.AdviseTime(rtNow, nMs * kMs, reinterpret_cast<DWORD_PTR>(event.GetHandle()), &dwCookie);
-    };
-    EXPECT_EQ(S_OK, Advise(evNever, 50, dwNever));
-    EXPECT_EQ(S_OK, Advise(evLater, 40, dwLater));
-    EXPECT_EQ(S_OK, Advise(evSoon, 10, dwSoon));
+    const auto Handle = [](auto& event) { return reinterpret_cast<DWORD_PTR>(event.GetHandle()); };
+    EXPECT_EQ(E_INVALIDARG, clock.AdviseTime(INT64_MAX, 1, Handle(evNever), &dwNever));
+    EXPECT_EQ(E_INVALIDARG, clock.AdvisePeriodic(1, 0, Handle(evTick), &dwTick));
+    EXPECT_EQ(S_OK, clock.AdviseTime(rtNow, 30 * kMs, Handle(evNever), &dwNever));
+    EXPECT_EQ(S_OK, clock.AdviseTime(rtNow, 10 * kMs, Handle(evSoon), &dwSoon));
     EXPECT_EQ(S_OK, clock.Unadvise(dwNever));
     ASSERT_TRUE(evSoon.Wait(kTooLongMs));
     clock.GetTime(&rtSoon);
     EXPECT_GE(rtSoon, rtNow + 10 * kMs);
-    ASSERT_TRUE(evLater.Wait(kTooLongMs));
     EXPECT_EQ(S_FALSE, clock.Unadvise(dwSoon)) << "served";
     EXPECT_FALSE(evNever.Wait(30));
+    ReleaseSemaphoreHandle(evTick.GetHandle());
+    if (!evTick.Wait(0)) GTEST_SKIP() << "an event is no semaphore here";
+    EXPECT_EQ(S_OK, clock.AdvisePeriodic(rtNow, 5 * kMs, Handle(evTick), &dwTick));
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(evTick.Wait(kTooLongMs));
 }
 
-TEST(GraphClock, RejectsAdvisesThatCannotCome) {
-    CTestClock clock;
-    const CSystemEvent event;
-    const auto hEvent = reinterpret_cast<DWORD_PTR>(event.GetHandle());
-    constexpr REFERENCE_TIME kMax = std::numeric_limits<REFERENCE_TIME>::max();
-    constexpr REFERENCE_TIME kMin = std::numeric_limits<REFERENCE_TIME>::min();
+/// Runs `step` with its first, second, ... allocation failing, until none does: it fails with E_OUTOFMEMORY and leaves
+/// everything as it was (`isAsBefore`), or does without the memory. `undo` follows every success.
+void ExpectSurvives(const std::function<HRESULT()>& step, const std::function<bool()>& isAsBefore,
+                    const std::function<void()>& undo) {
+    bool bFailed = true;
+    for (int n = 1; bFailed && n < 1000; ++n) {
+        t_nUntilFailure = n;
+        const HRESULT hr = step();
+        bFailed = std::exchange(t_nUntilFailure, 0) == 0;
+        EXPECT_TRUE(hr == S_OK || (bFailed && hr == E_OUTOFMEMORY)) << "allocation " << n << ": " << hr;
+        if (hr == S_OK) undo();
+        EXPECT_TRUE(isAsBefore()) << "allocation " << n;
+    }
+    EXPECT_FALSE(bFailed);
+}
+
+TEST(GraphInterface, ShortMemoryIsAResultThatChangesNothing) {
+    PinPair pins;
+    CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+    type.SetFormat(VIDEOINFOHEADER{});
+    pins.source.m_types = {type, type};
+    ExpectSurvives([&] { return pins.Connect(); }, [&] { return pins.AreApart(); },
+                   [&] { pins.Disconnect(); });
+
+    CComPtr<IEnumMediaTypes> pTypes;
+    pins.source.EnumMediaTypes(pTypes.Put());
+    AM_MEDIA_TYPE* apTypes[2];
+    ULONG nTypes = 0;
+    ExpectSurvives([&] { return pTypes->Next(2, apTypes, &nTypes); },
+                   [&] { return nTypes == 0 && pTypes->Skip(2) == S_OK && pTypes->Reset() == S_OK; },
+                   [&] {
+                       for (pTypes->Reset(); nTypes > 0;) DeleteMediaType(apTypes[--nTypes]);
+                   });
+
+    const std::wstring wszLong(100, L'x');
+    FILTER_INFO info;
+    ExpectSurvives([&] { return pins.pUp->JoinFilterGraph(nullptr, wszLong.c_str()); },
+                   [&] { return pins.pUp->QueryFilterInfo(&info), info.achName[0] != L'x'; },
+                   [&] { pins.pUp->JoinFilterGraph(nullptr, nullptr); });
+
+    const auto pAllocator = MakeAllocator(3);
+    pAllocator->Decommit();
+    ExpectSurvives([&] { return pAllocator->Commit(); }, [&] { return !TakeSample(pAllocator.Get()); },
+                   [&] { pAllocator->Decommit(); });
+    pAllocator->Commit();
+    const auto pSample = TakeSample(pAllocator.Get());
+    AM_MEDIA_TYPE* pNone = nullptr;
+    ExpectSurvives([&] { return pSample->SetMediaType(&type); },
+                   [&] { return pSample->GetMediaType(&pNone) == S_FALSE; },
+                   [&] { pSample->SetMediaType(nullptr); });
+
+    CBaseReferenceClock clock;
     DWORD_PTR dwCookie = 0;
-    EXPECT_EQ(E_INVALIDARG, clock.AdviseTime(1, 0, 0, &dwCookie));
-    EXPECT_EQ(E_INVALIDARG, clock.AdviseTime(5, -5, hEvent, &dwCookie));
-    EXPECT_EQ(E_INVALIDARG, clock.AdviseTime(kMax, 1, hEvent, &dwCookie));
-    EXPECT_EQ(E_INVALIDARG, clock.AdviseTime(kMin, kMin, hEvent, &dwCookie));
-    EXPECT_EQ(E_INVALIDARG, clock.AdvisePeriodic(1, 0, hEvent, &dwCookie));
-    EXPECT_EQ(E_INVALIDARG, clock.AdvisePeriodic(0, 1, hEvent, &dwCookie));
+    ExpectSurvives([&] { return clock.AdviseTime(INT64_MAX, 0, 1, &dwCookie); },
+                   [&] { return dwCookie == 0; }, [&] { clock.Unadvise(std::exchange(dwCookie, 0)); });
+}
+
+/// A caller that exceptions must not reach: one that does ends the process.
+void CallAsForeignCode(const std::function<void()>& call) noexcept { call(); }
+
+TEST(GraphInterface, ForcedEndPassesForeignCodeAsAResultAndIsNotLost) {
+    struct CWaitsAtItsEnd final : CUnknown {
+        ~CWaitsAtItsEnd() override { SleepMs(1); }
+    };
+    const auto pAllocator = MakeAllocator(1);
+    const auto pTaken = TakeSample(pAllocator.Get());
+    ExpectEndsByForce([&] {
+        CallAsForeignCode([&] {
+            CComPtr<IMediaSample> pSample;
+            EXPECT_EQ(E_ABORT, pAllocator->GetBuffer(pSample.Put(), nullptr, nullptr, 0));
+            CComPtr<IUnknown>((new CWaitsAtItsEnd)->GetOwner());
+            EXPECT_EQ(E_ABORT, pAllocator->GetBuffer(pSample.Put(), nullptr, nullptr, 0));
+        });
+        SleepMs(kTooLongMs);
+    });
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
-// The graph of the program by itself: a made-up filter delivers to a sink. What a sample may wait for, and
-// who lets it go.
+// The graph of the program by itself: a made-up filter delivers to a sink. What a sample waits for, and what
+// ends that wait.
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <future>
-#include <mutex>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "graph/BaseReferenceClock.h"
 #include "host/Graph.h"
 #include "host/Sink.h"
 #include "support/GraphPins.h"
@@ -15,12 +18,22 @@ namespace kest {
 namespace {
 
 using namespace std::chrono_literals;
+using Log = std::vector<std::string>;
 
-constexpr auto kShort = 30ms;  // long enough for a thread to get where it waits
+constexpr auto kShort = 20ms;  // long enough for a thread to come to its wait
 constexpr auto kLong = 10s;    // a hang
 constexpr REFERENCE_TIME kSecond = 10'000'000;
 
-/// Writes down what it is called with; throws at the sample that it is told to.
+template <class T>
+bool IsWaiting(std::future<T>& call) {
+    return call.wait_for(kShort) == std::future_status::timeout;
+}
+template <class T>
+bool HasReturned(std::future<T>& call) {
+    return call.wait_for(kLong) == std::future_status::ready;
+}
+
+/// Logs its calls; throws at a sample when it should.
 class CLogHandler final : public ISinkHandler {
 public:
     void OnSample(IMediaSample& sample) override {
@@ -38,6 +51,31 @@ public:
     bool m_bThrow = false;
 };
 
+/// Delivers on a thread of its own, and waits for that thread when it is stopped.
+class CDeliveringFilter final : public CPinFilter {
+public:
+    void Deliver(REFERENCE_TIME rtStart) {
+        m_delivery = std::async(std::launch::async, [this, rtStart] {
+            CComPtr<IMediaSample> pSample;
+            REFERENCE_TIME rt = rtStart, rtStop = rtStart + 1;
+            const HRESULT hr = m_source.GetDeliveryBuffer(pSample.Put(), nullptr, nullptr, 0);
+            if (FAILED(hr)) return hr;
+            pSample->SetTime(&rt, &rtStop);
+            return m_source.Deliver(pSample.Get());
+        });
+    }
+    HRESULT STDMETHODCALLTYPE Stop() override {
+        m_bHung = m_delivery.valid() && !HasReturned(m_delivery);
+        return CPinFilter::Stop();
+    }
+    HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock* pClock) override {
+        return pClock ? E_FAIL : CPinFilter::SetSyncSource(pClock);
+    }
+
+    std::future<HRESULT> m_delivery;
+    bool m_bHung = false;  // the last stop waited in vain
+};
+
 class SinkInGraph : public testing::Test {
 protected:
     void SetUp() override {
@@ -47,48 +85,37 @@ protected:
         ASSERT_EQ(S_OK, m_pGraph->Connect(&Output(), m_pSink->GetPin(0)));
     }
     CSourcePin& Output() { return m_pSource->m_source; }
-    /// Delivers a sample on a thread of its own.
-    std::future<HRESULT> Deliver(REFERENCE_TIME rtStart) {
-        return std::async(std::launch::async, [this, rtStart] {
-            CComPtr<IMediaSample> pSample;
-            REFERENCE_TIME rt = rtStart, rtStop = rtStart + 1;
-            const HRESULT hr = Output().GetDeliveryBuffer(pSample.Put(), nullptr, nullptr, 0);
-            if (FAILED(hr)) return hr;
-            pSample->SetTime(&rt, &rtStop);
-            return Output().Deliver(pSample.Get());
-        });
-    }
-    static bool IsWaiting(std::future<HRESULT>& delivery) {
-        return delivery.wait_for(kShort) == std::future_status::timeout;
-    }
-    static HRESULT Result(std::future<HRESULT>& delivery) {
-        return delivery.wait_for(kLong) == std::future_status::ready ? delivery.get() : kHangs;
+    void DeliverAndWait(REFERENCE_TIME rtStart) {
+        m_pSource->Deliver(rtStart);
+        EXPECT_TRUE(IsWaiting(m_pSource->m_delivery)) << rtStart;
     }
     static constexpr HRESULT kHangs = static_cast<HRESULT>(0x80000001);
+    HRESULT Result() { return HasReturned(m_pSource->m_delivery) ? m_pSource->m_delivery.get() : kHangs; }
+    HRESULT Deliver(REFERENCE_TIME rtStart) {
+        m_pSource->Deliver(rtStart);
+        return Result();
+    }
 
     CLogHandler m_handler;
     CPacer m_pacer{60'000};
     CEvent m_evNotice{false};
-    CComPtr<CPinFilter> m_pSource{new CPinFilter};
+    CComPtr<CDeliveringFilter> m_pSource{new CDeliveringFilter};
     CComPtr<CSink> m_pSink{new CSink(EStream::Video, m_handler, m_pacer, m_evNotice)};
-    CComPtr<CGraph> m_pGraph{new CGraph};  // last: it lets the filters go first
+    CComPtr<CGraph> m_pGraph{new CGraph};  // last: it removes the filters first
 };
 
 TEST_F(SinkInGraph, HoldsASampleWhilePausedAndTakesNoneWhileStopped) {
     ASSERT_EQ(S_OK, m_pGraph->Pause());
-    auto delivery = Deliver(1);
-    EXPECT_TRUE(IsWaiting(delivery));
+    DeliverAndWait(1);
     ASSERT_EQ(S_OK, m_pGraph->Run());
-    EXPECT_EQ(S_OK, Result(delivery));
+    EXPECT_EQ(S_OK, Result());
     ASSERT_EQ(S_OK, m_pGraph->Pause());
-    delivery = Deliver(2);
-    EXPECT_TRUE(IsWaiting(delivery)) << "a pause while running holds again";
+    DeliverAndWait(2);
     ASSERT_EQ(S_OK, m_pGraph->Stop());
-    EXPECT_EQ(VFW_E_WRONG_STATE, Result(delivery));
+    EXPECT_EQ(VFW_E_WRONG_STATE, Result());
     ASSERT_EQ(S_OK, m_pGraph->Run());
     EXPECT_EQ(S_OK, Output().DeliverEndOfStream());
-    EXPECT_TRUE(m_evNotice.IsSignalled());
-    EXPECT_TRUE(m_pSink->HasEnded());
+    EXPECT_TRUE(m_evNotice.IsSignalled() && m_pSink->HasEnded());
     m_pGraph->Stop();
     EXPECT_EQ(VFW_E_WRONG_STATE, Output().DeliverEndOfStream());
     EXPECT_EQ((Log{"sample 1", "eos"}), m_handler.m_log);
@@ -96,97 +123,80 @@ TEST_F(SinkInGraph, HoldsASampleWhilePausedAndTakesNoneWhileStopped) {
 
 TEST_F(SinkInGraph, AFlushDropsWhatIsHeld) {
     ASSERT_EQ(S_OK, m_pGraph->Pause());
-    auto delivery = Deliver(1);
-    EXPECT_TRUE(IsWaiting(delivery));
+    DeliverAndWait(1);
     Output().DeliverBeginFlush();
-    EXPECT_EQ(S_FALSE, Result(delivery));
-    delivery = Deliver(2);
-    EXPECT_EQ(S_FALSE, Result(delivery)) << "nothing is taken during a flush";
+    EXPECT_EQ(S_FALSE, Result());
+    EXPECT_EQ(S_FALSE, Deliver(2)) << "nothing is taken during a flush";
     Output().DeliverEndFlush();
     Output().DeliverNewSegment(0, 100, 1.0);
-    delivery = Deliver(3);
-    EXPECT_TRUE(IsWaiting(delivery));
+    DeliverAndWait(3);
     ASSERT_EQ(S_OK, m_pGraph->Run());
-    EXPECT_EQ(S_OK, Result(delivery));
+    EXPECT_EQ(S_OK, Result());
     EXPECT_EQ((Log{"begin", "end", "segment", "sample 3"}), m_handler.m_log);
 }
 
-TEST_F(SinkInGraph, WaitsForTheOtherStreamUntilStopped) {
+TEST_F(SinkInGraph, AStopAndARemovalBeginAtTheSinkThatASampleWaitsIn) {
     m_pacer.Begin(EStream::Audio);
     ASSERT_EQ(S_OK, m_pGraph->Run());
-    auto delivery = Deliver(kSecond);
-    EXPECT_TRUE(IsWaiting(delivery));
+    DeliverAndWait(kSecond);  // for the other stream
     ASSERT_EQ(S_OK, m_pGraph->Stop());
-    EXPECT_TRUE(FAILED(Result(delivery)));
+    EXPECT_TRUE(FAILED(Result()));
+    ASSERT_EQ(S_OK, m_pGraph->Pause());
+    DeliverAndWait(kSecond);  // for the run
+    ASSERT_EQ(S_OK, m_pGraph->RemoveFilter(m_pSource.Get()));
+    EXPECT_FALSE(m_pSource->m_bHung);
+    EXPECT_TRUE(m_pSink->IsStopped() && !Output().IsConnected() && !m_pSource->GetFilterGraph());
     EXPECT_EQ(Log{}, m_handler.m_log);
 }
 
 TEST_F(SinkInGraph, AHandlerThatThrowsEndsTheStream) {
     ASSERT_EQ(S_OK, m_pGraph->Run());
     m_handler.m_bThrow = true;
-    auto delivery = Deliver(1);
-    EXPECT_EQ(E_FAIL, Result(delivery));
-    EXPECT_TRUE(m_evNotice.IsSignalled());
-    EXPECT_TRUE(m_pSink->HasFailed());
+    EXPECT_EQ(E_FAIL, Deliver(1));
+    EXPECT_TRUE(m_evNotice.IsSignalled() && m_pSink->HasFailed());
     m_handler.m_bThrow = false;
-    delivery = Deliver(2);
-    EXPECT_EQ(E_FAIL, Result(delivery));
+    EXPECT_EQ(E_FAIL, Deliver(2));
     EXPECT_THROW(m_pSink->RethrowError(), std::runtime_error);
 }
 
-TEST_F(SinkInGraph, TheGraphKnowsItsFiltersAndLetsThemGo) {
-    CComPtr<IBaseFilter> pFound;
-    EXPECT_EQ(S_OK, m_pGraph->FindFilterByName(L"sink", pFound.Put()));
-    EXPECT_EQ(m_pSink.Get(), pFound.Get());
-    EXPECT_EQ(VFW_E_NOT_FOUND, m_pGraph->FindFilterByName(L"tap", pFound.Put()));
+TEST_F(SinkInGraph, AFilterThatFailsIsNotStartedOrNotAdded) {
     EXPECT_EQ(S_OK, m_pGraph->Reconnect(m_pSink->GetPin(0)));
-    EXPECT_TRUE(Output().IsConnected());
-    EXPECT_EQ(VFW_E_NO_CLOCK, m_pGraph->SetDefaultSyncSource());
-    EXPECT_EQ(E_NOTIMPL, m_pGraph->Seek(0));
     Output().m_hrActive = E_OUTOFMEMORY;
     EXPECT_EQ(E_OUTOFMEMORY, m_pGraph->Run());
-    EXPECT_TRUE(m_pSink->IsStopped()) << "a failure stops those that were started";
-    m_pGraph = nullptr;
-    EXPECT_FALSE(Output().IsConnected());
-    EXPECT_EQ(nullptr, m_pSink->GetFilterGraph());
+    EXPECT_TRUE(m_pSink->IsStopped()) << "a failure stops the filters that were started";
+    ASSERT_EQ(S_OK, m_pGraph->RemoveFilter(m_pSource.Get()));
+    const CComPtr<IReferenceClock> pClock(new CBaseReferenceClock);
+    ASSERT_EQ(S_OK, m_pGraph->SetSyncSource(pClock.Get()));
+    EXPECT_EQ(E_FAIL, m_pGraph->AddFilter(m_pSource.Get(), L"source"));
+    CComPtr<IBaseFilter> pFound;
+    EXPECT_EQ(VFW_E_NOT_FOUND, m_pGraph->FindFilterByName(L"source", pFound.Put()));
+    EXPECT_EQ(nullptr, m_pSource->GetFilterGraph());
 }
 
-TEST(Pacer, LetsTheStreamThatIsAheadWait) {
+TEST(Pacer, LetsTheStreamThatIsAheadWaitAndBothBeginTogether) {
     CPacer pacer(60'000);
     CEvent evLeave;
-    auto pace = [&](REFERENCE_TIME rtStart) {
+    const auto Pace = [&](REFERENCE_TIME rtStart) {
         return std::async(std::launch::async, [&, rtStart] { pacer.Pace(EStream::Audio, rtStart, evLeave); });
     };
-    auto first = pace(CPacer::kLead);  // waits for the first of the other, and no longer
-    pacer.Pace(EStream::Video, 0, evLeave);
-    EXPECT_EQ(first.wait_for(kLong), std::future_status::ready);
     const struct {
-        const char* name;
+        const char* pszWhat;
+        REFERENCE_TIME rtStart;
         std::function<void()> release;
     } cases[] = {
-        {"the other catches up", [&] { pacer.Pace(EStream::Video, kSecond, evLeave); }},
-        {"the other ends", [&] { pacer.End(EStream::Video); }},
-        {"it is let go", [&] { evLeave.Set(); }},
+        {"the first sample of the other, though that is not ahead", -kSecond,
+         [&] { pacer.Pace(EStream::Video, -kSecond, evLeave); }},
+        {"the other catches up", kSecond, [&] { pacer.Pace(EStream::Video, kSecond, evLeave); }},
+        {"the other ends", kSecond, [&] { pacer.End(EStream::Video); }},
+        {"a flush or stop", kSecond, [&] { evLeave.Set(); }},
     };
     for (const auto& c : cases) {
-        pacer.Begin(EStream::Video);
-        auto audio = pace(kSecond);
-        EXPECT_EQ(audio.wait_for(kShort), std::future_status::timeout) << c.name;
-        c.release();
-        EXPECT_EQ(audio.wait_for(kLong), std::future_status::ready) << c.name;
-    }
-}
-
-TEST(Pacer, StreamsBeginTogether) {
-    CPacer pacer(60'000);
-    CEvent evLeave;
-    for (int nBeginning = 0; nBeginning < 2; ++nBeginning) {
         pacer.Begin(EStream::Audio);
         pacer.Begin(EStream::Video);
-        auto video = std::async(std::launch::async, [&] { pacer.Pace(EStream::Video, -kSecond, evLeave); });
-        EXPECT_EQ(video.wait_for(kShort), std::future_status::timeout) << "not ahead, but alone";
-        pacer.Pace(EStream::Audio, -kSecond, evLeave);
-        EXPECT_EQ(video.wait_for(kLong), std::future_status::ready);
+        auto audio = Pace(c.rtStart);
+        EXPECT_TRUE(IsWaiting(audio)) << c.pszWhat;
+        c.release();
+        EXPECT_TRUE(HasReturned(audio)) << c.pszWhat;
     }
 }
 

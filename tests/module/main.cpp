@@ -1,71 +1,171 @@
-// Tests of the module as a host meets it: registered, found, connected and run by the system's own media
-// graph. Nothing of the module's sources is used here.
+// Tests of the module as a host meets it: registered, found, connected and run by the system's own media graph. Nothing
+// of the module's sources is used here.
 //
-//     module_tests CASE [ARGUMENT...]
+//     module_tests CASE FILE [ARGUMENT]
 //
-// A case that passes prints what it reports and ends with 0; one that fails prints one line on standard error
-// and ends with 1. A wrong call ends with 2.
+// A case that passes prints what it reports and ends with 0; one that fails prints one line on standard error and ends
+// with 1. After each case nothing of the module may be alive.
 #include <fcntl.h>
 #include <io.h>
-#include <objbase.h>
 
 #include <cstdio>
 #include <map>
-#include <string_view>
-#include <vector>
 
-#include "Cases.h"
-#include "Check.h"
+#include "ModuleGraph.h"
 
 namespace kest {
-
-std::string ToText(HRESULT hr) {
-    std::string strText = "0x12345678";
-    std::snprintf(strText.data(), strText.size() + 1, "0x%08lx", static_cast<unsigned long>(hr));
-    return strText;
-}
-
 namespace {
 
-struct Case {
-    std::string (*pRun)(Arguments);
-    std::size_t nArguments;  // at least
-};
+constexpr REFERENCE_TIME kSecond = 10'000'000;  // 100 ns
+constexpr DWORD kQuietMs = 200;
+constexpr int kStarts = 100;
 
-const std::map<std::wstring_view, Case> kCases = {
-    {L"registered", {CheckRegistered, 1}},
-    {L"unregistered", {CheckUnregistered, 0}},
-    {L"loading", {CheckLoading, 3}},
-    {L"samples", {ListSamples, 1}},
-    {L"starts", {CheckStarts, 1}},
-    {L"states", {CheckStates, 1}},
-    {L"intelligent", {CheckIntelligentConnection, 1}},
-    {L"decoder", {CheckAudioDecoder, 1}},
-};
-
-int Run(std::span<const std::wstring> words) {
-    const auto it = words.empty() ? kCases.end() : kCases.find(words[0]);
-    if (it == kCases.end() || words.size() - 1 < it->second.nArguments) {
-        std::fputs("module_tests CASE [ARGUMENT...]\n", stderr);
-        return 2;
-    }
-    _setmode(_fileno(stdout), _O_BINARY);  // lines end as everywhere
-    RequireOk(CoInitializeEx(nullptr, COINIT_MULTITHREADED), "the system's objects cannot be used");
-    const std::string strReport = it->second.pRun(words.subspan(1));
-    if (!strReport.empty()) std::printf("%s\n", strReport.c_str());
-    CoUninitialize();
-    return 0;
+bool CanUnloadModule() {
+    const HMODULE hModule = GetModuleHandleW(L"KestDemux2Filter.dll");
+    const FARPROC pFound = hModule ? GetProcAddress(hModule, "DllCanUnloadNow") : nullptr;
+    Require(pFound != nullptr, "the module is not loaded");
+    return reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(pFound))() == S_OK;
 }
+
+/// The bytes of the first samples of both streams.
+std::string GetBeginning(CModuleGraph& graph) {
+    const CRecorder& recorder = graph.GetRecorder();
+    return GetBytes(recorder.GetSamples(kAudio).at(0)) + GetBytes(recorder.GetSamples(kVideo).at(0));
+}
+
+/// No sample comes for a while.
+void RequireQuiet(CModuleGraph& graph, const std::string& strState) {
+    const CRecorder& recorder = graph.GetRecorder();
+    const auto audio = recorder.GetSamples(kAudio), video = recorder.GetSamples(kVideo);
+    Sleep(kQuietMs);
+    Require(recorder.GetSamples(kAudio) == audio && recorder.GetSamples(kVideo) == video,
+            "samples come while the graph is " + strState);
+}
+
+// ---------------- the cases; each returns its report
+
+/// Every sample of a file, pin after pin, as `kestdemux samples --json` lists them.
+/// @param wszSeconds  where to begin; empty: at the beginning, without a seek.
+std::string ListSamples(const std::wstring& wszFile, const std::wstring& wszSeconds) {
+    CModuleGraph graph;
+    graph.Build(wszFile);
+    if (!wszSeconds.empty()) {
+        graph.Pause();  // each renderer holds a sample then: what comes next is of the new place
+        graph.Seek(static_cast<REFERENCE_TIME>(std::stod(wszSeconds) * kSecond));
+    }
+    graph.RunToEnd();
+    graph.Stop();
+    std::string strList;
+    for (const EStream stream : {kAudio, kVideo}) {
+        for (const auto& strSample : graph.GetRecorder().GetSamples(stream)) strList += strSample + "\n";
+    }
+    return strList;
+}
+
+/// Starts and stops: of three starts the first is stopped at once, the second when it is paused, the third, after a
+/// seek, when samples come, which are those of the file's beginning.
+std::string CheckStarts(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    graph.Build(wszFile);
+    std::string strBeginning;
+    for (int i = 0; i < kStarts; ++i) {
+        graph.GetRecorder().Begin();
+        if (i % 3 != 0) graph.Pause();
+        if (i % 3 == 2) graph.Seek(0);
+        if (i % 3 != 1) graph.Run();
+        if (i % 3 == 2) {
+            graph.GetRecorder().RequireSamples(1);
+            if (strBeginning.empty()) strBeginning = GetBeginning(graph);
+            Require(GetBeginning(graph) == strBeginning, "a start is not at the beginning");
+        }
+        graph.Stop();
+    }
+    graph.Pause();
+    graph.Seek(0);
+    graph.RunToEnd();
+    return std::to_string(kStarts) + " starts\n";
+}
+
+/// Pauses, runs and stops; goes on where it was stopped; seeks while it runs.
+std::string CheckStates(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    graph.Build(wszFile);
+    graph.Pause();
+    graph.GetRecorder().RequireSamples(1);
+    RequireQuiet(graph, "paused");
+    Require(!CanUnloadModule(), "the module may be unloaded while a graph holds it");
+    graph.Run();
+    graph.GetRecorder().RequireSamples(10);
+    const std::string strBeginning = GetBeginning(graph);
+    graph.Stop();
+    RequireQuiet(graph, "stopped");
+
+    graph.GetRecorder().Begin();
+    graph.Run();
+    graph.GetRecorder().RequireSamples(1);
+    Require(GetBeginning(graph) != strBeginning, "the graph does not go on where it was stopped");
+
+    REFERENCE_TIME rtTarget = 0, rtPosition = 0;
+    RequireOk(graph.GetSeeking().GetDuration(&rtTarget), "the duration");
+    rtTarget /= 2;
+    const ULONGLONG nSeekTick = GetTickCount64();
+    graph.Seek(rtTarget);
+    graph.GetRecorder().RequireSamples(3);
+    RequireOk(graph.GetSeeking().GetCurrentPosition(&rtPosition), "the position");
+    const auto rtPassed = static_cast<REFERENCE_TIME>(GetTickCount64() - nSeekTick) * 10'000;
+    Require(rtTarget > kSecond && rtPosition >= rtTarget && rtPosition <= rtTarget + rtPassed + kSecond / 10,
+            "the position after a seek to " + std::to_string(rtTarget) + " is " + std::to_string(rtPosition));
+    graph.RunToEnd();
+    return {};
+}
+
+/// The host finds the filter by its merit when it is given a file.
+std::string CheckMerit(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    graph.BuildByHost(wszFile);
+    graph.RunToEnd();
+    graph.GetRecorder().RequireSamples(2);
+    return "found by its merit\n";
+}
+
+/// The host's audio decoder, where it has one, makes PCM of what the audio pin delivers.
+std::string CheckDecoder(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    CComPtr<IBaseFilter> pDecoder;
+    CoCreateInstance(CLSID_CMpegAudioCodec, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(pDecoder.Put()));
+    graph.Build(wszFile, pDecoder);
+    graph.RunToEnd();
+    graph.GetRecorder().RequireSamples(2);
+    if (!pDecoder) return "no audio decoder\n";
+    return "audio decoder: " + std::to_string(graph.GetRecorder().GetSamples(kAudio).size()) + " samples\n";
+}
+
+/// The filter does not accept a file that is no stream for it.
+std::string CheckNoStream(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    Require(graph.Open(wszFile) == VFW_E_NO_ACCEPTABLE_TYPES, "another result than that no type is accepted");
+    return {};
+}
+
+const std::map<std::wstring, std::string (*)(const std::wstring&, const std::wstring&)> kCases = {
+    {L"samples", ListSamples}, {L"starts", CheckStarts},   {L"states", CheckStates},
+    {L"merit", CheckMerit},    {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
+};
 
 }  // namespace
 }  // namespace kest
 
 int wmain(int argc, wchar_t** argv) {
-    const std::vector<std::wstring> words(argv + 1, argv + argc);
     try {
-        return kest::Run(words);
+        kest::Require(argc >= 3 && kest::kCases.contains(argv[1]), "module_tests CASE FILE [ARGUMENT]");
+        _setmode(_fileno(stdout), _O_BINARY);  // lines end as everywhere
+        kest::RequireOk(CoInitializeEx(nullptr, COINIT_MULTITHREADED), "the system's objects");
+        const std::string strReport = kest::kCases.at(argv[1])(argv[2], argc > 3 ? argv[3] : L"");
+        kest::Require(kest::CanUnloadModule(), "something of the module is alive after its graph");
+        std::fputs(strReport.c_str(), stdout);
+        return 0;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "module_tests: %ls: %s\n", words[0].c_str(), error.what());
+        std::fprintf(stderr, "module_tests: %s\n", error.what());
         return 1;
     }
 }

@@ -69,7 +69,7 @@ TEST(WorkerThread, CanBeDestroyedByAThreadThatIsEndedByForce) {
         {
             CTestWorker worker([] { return SleepMs(kTooLongMs), 1; });
             worker.Restart();
-            while (!CurrentThreadControl()->bTerminate) Spin(1000);
+            while (!CurrentTermination()->IsRequested()) Spin(1000);
         }
         SleepMs(0);
     });

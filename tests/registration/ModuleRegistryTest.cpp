@@ -1,12 +1,14 @@
 // The user's list of modules, as several programs at once read and change it.
-#include "registration/posix/ModuleRegistry.h"
+#include "registration/ModuleRegistry.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <set>
+#include <list>
 
+#include "registration/Module.h"
 #include "support/TestThreads.h"
 
 namespace kest {
@@ -14,99 +16,76 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr CLSID kClass = {0x01234567, 0x89AB, 0xCDEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
-constexpr const char* kClassLine = "class {01234567-89AB-CDEF-0123-456789ABCDEF} A class\n";
+const std::string kClassLine = "class {00000000-0000-0000-C000-000000000046} A class\n";
+using Paths = std::vector<fs::path>;
 
 class ModuleRegistry : public testing::Test {
 protected:
+    ModuleRegistry() { fs::create_directories(m_file.parent_path()); }
     ~ModuleRegistry() override { fs::remove_all(m_dir); }
-
     std::string Text() const {
-        std::ifstream file(m_registry.GetFile());
+        std::ifstream file(m_file);
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
     const fs::path m_dir = fs::temp_directory_path() / ("kest_registry_test." + std::to_string(getpid()));
-    CModuleRegistry m_registry{m_dir / "data" / "modules"};
+    const fs::path m_file = m_dir / "kestdemux2/modules";
+    CModuleRegistry m_registry{m_file};
 };
 
-TEST_F(ModuleRegistry, AnEntryComesAndGoesAndTheLastIsFoundFirst) {
-    EXPECT_TRUE(m_registry.Find(kClass).empty());
-    EXPECT_FALSE(m_registry.Remove("/one.so"));
-    m_registry.Add("/one.so", kClassLine);
-    m_registry.Add("/other.so", "class {01234567-89AB-CDEF-0123-000000000000} Another\nmerit 0x1\n");
-    m_registry.Add("/a b.so", std::string("merit 0x2\n") + kClassLine);
-    EXPECT_EQ(m_registry.Find(kClass), (std::vector<fs::path>{"/a b.so", "/one.so"}));
-    m_registry.Add("/one.so", kClassLine);
-    EXPECT_EQ(m_registry.Find(kClass), (std::vector<fs::path>{"/one.so", "/a b.so"}));
-    EXPECT_TRUE(m_registry.Remove("/a b.so"));
-    EXPECT_FALSE(m_registry.Remove("/a b.so"));
-    EXPECT_EQ(Text(),
-              "module /other.so\nclass {01234567-89AB-CDEF-0123-000000000000} Another\nmerit 0x1\n"
-              "module /one.so\n" +
-                  std::string(kClassLine));
-    m_registry.Remove("/one.so");
-    m_registry.Remove("/other.so");
-    EXPECT_FALSE(fs::exists(m_registry.GetFile()));
-}
-
-TEST_F(ModuleRegistry, WhatCannotBeEnteredLeavesTheListAsItWas) {
-    m_registry.Add("/one.so", kClassLine);
-    const std::string strBefore = Text();
-    EXPECT_THROW(m_registry.Add("relative.so", kClassLine), fs::filesystem_error);
-    EXPECT_THROW(m_registry.Add("/line\nbreak.so", kClassLine), fs::filesystem_error);
-    fs::create_directory(m_registry.GetFile().string() + ".new");  // in the way of the new file
-    EXPECT_THROW(m_registry.Add("/two.so", kClassLine), fs::filesystem_error);
-    EXPECT_EQ(Text(), strBefore);
-    CModuleRegistry folder(m_dir / "data");  // is a folder: neither read nor removed
-    EXPECT_THROW(folder.Find(kClass), fs::filesystem_error);
-    EXPECT_THROW(folder.Remove("/one.so"), fs::filesystem_error);
-    std::ofstream(m_dir / "file") << "no folder";
-    EXPECT_THROW(CModuleRegistry(m_dir / "file" / "modules").Add("/one.so", ""), fs::filesystem_error);
-}
-
-TEST_F(ModuleRegistry, KeepsWhatSomebodyElseHasWritten) {
-    m_registry.Add("/one.so", kClassLine);
-    fs::rename(m_registry.GetFile(), m_dir / "real");
-    fs::create_symlink(m_dir / "real", m_registry.GetFile());
-    std::ofstream(m_dir / "real") << "# mine\n\nmodule \nmodule relative.so\n"
-                                  << kClassLine << "module /two.so\r\n"
-                                  << kClassLine << "module /three.so\nclass";
-    EXPECT_EQ(m_registry.Find(kClass), std::vector<fs::path>{"/two.so"});
-    m_registry.Add("/four.so", kClassLine);
-    EXPECT_EQ(m_registry.Find(kClass), (std::vector<fs::path>{"/four.so", "/two.so"}));
-    for (const char* pszModule : {"", "relative.so", "/two.so", "/three.so", "/four.so"}) {
-        EXPECT_TRUE(m_registry.Remove(pszModule)) << pszModule;
+TEST_F(ModuleRegistry, ReadsAndKeepsWhatSomebodyElseHasWritten) {
+    const std::string strNul("/a\0b", 4), strNoUtf8 = "/a b\xFF.so";
+    fs::create_symlink(m_dir / "real", m_file);
+    std::ofstream(m_file) << "# mine\n\nmodule \nmodule relative.so\n" + kClassLine + "module " + strNul +
+                                 "\n" + kClassLine + "module /2.so\r\n" + kClassLine +
+                                 "module /3.so\nclass {00";
+    EXPECT_EQ(m_registry.Find(IID_IUnknown), Paths{"/2.so"});
+    m_registry.Add(strNoUtf8, kClassLine.substr(0, 44) + "\n");  // a class without a name
+    EXPECT_EQ(m_registry.Find(IID_IUnknown), (Paths{strNoUtf8, "/2.so"}));
+    m_registry.Add("/2.so", kClassLine + "merit 0x1\n");
+    EXPECT_EQ(m_registry.Find(IID_IUnknown), (Paths{"/2.so", strNoUtf8}));
+    for (const fs::path& module : Paths{"", "relative.so", strNul, "/3.so", strNoUtf8}) {
+        EXPECT_TRUE(m_registry.Remove(module) && !m_registry.Remove(module)) << module;
     }
-    EXPECT_TRUE(fs::is_symlink(m_registry.GetFile()));
-    EXPECT_EQ(Text(), "# mine\n\n");
+    EXPECT_TRUE(fs::is_symlink(m_file));
+    EXPECT_EQ(Text(), "# mine\n\nmodule /2.so\n" + kClassLine + "merit 0x1\n");
 }
 
-TEST_F(ModuleRegistry, LosesNothingBetweenTwoWritersAndShowsNoHalfList) {
-    constexpr int kWriters = 4, kModules = 40;
-    std::atomic<bool> bEnd{false};
-    {
-        CTestThread reader([&] {  // the list is empty now and then
-            while (!bEnd) EXPECT_NO_THROW(EXPECT_LE(m_registry.Find(kClass).size(), kWriters));
+TEST_F(ModuleRegistry, WhatCannotBeReadOrWrittenIsReportedAndLeavesTheListAsItWas) {
+    m_registry.Add("/one.so", kClassLine);
+    for (const fs::path& module : Paths{"relative.so", "/line\nend.so", "/line.so\r"}) {
+        EXPECT_THROW(m_registry.Add(module, kClassLine), fs::filesystem_error) << module;
+    }
+    EXPECT_THROW(CModuleRegistry("/dev/zero").Find(IID_IUnknown), fs::filesystem_error);
+    fs::create_symlink("/dev/full", m_file.string() + ".new");  // where the new list is written
+    unsetenv("HOME");
+    for (const auto& [data, hr] :
+         {std::pair(m_dir, HRESULT_FROM_WIN32(112)), std::pair(m_file, E_FAIL),
+          std::pair(fs::path("/sys"), E_ACCESSDENIED), std::pair(fs::path("a"), E_FAIL)}) {
+        setenv("XDG_DATA_HOME", data.c_str(), 1);
+        EXPECT_EQ(RegisterModule("/two.so", {}), hr) << data;
+    }
+    EXPECT_EQ(Text(), "module /one.so\n" + kClassLine);
+    fs::remove(m_file);
+    mkfifo(m_file.c_str(), 0600);
+    EXPECT_TRUE(m_registry.Find(IID_IUnknown).empty());  // and does not wait for a writer
+}
+
+TEST_F(ModuleRegistry, StressLosesNothingBetweenWritersAndShowsNoHalfList) {
+    std::list<CTestThread> threads;
+    for (const std::string strOwn : {"/a", "/b", "/c", "/d"}) {
+        threads.emplace_back([&, strOwn] {
+            for (int i = 0; i < 25; ++i) {
+                m_registry.Add(strOwn + std::to_string(i), kClassLine);
+                EXPECT_LE(m_registry.Find(IID_IUnknown).size(), 8);
+                EXPECT_EQ(m_registry.Remove(strOwn + std::to_string(i - 1)), i > 0);
+            }
         });
-        std::vector<std::unique_ptr<CTestThread>> writers;
-        for (int w = 0; w < kWriters; ++w) {
-            writers.push_back(std::make_unique<CTestThread>([this, w] {
-                CModuleRegistry own(m_registry.GetFile());
-                for (int i = 0; i < kModules; ++i) {
-                    const std::string strModule = "/" + std::to_string(w) + "." + std::to_string(i);
-                    own.Add(strModule, kClassLine);
-                    if (i == kModules - 1) break;
-                    EXPECT_TRUE(own.Remove(strModule));
-                }
-            }));
-        }
-        writers.clear();
-        bEnd = true;
     }
-    const auto found = m_registry.Find(kClass);
-    EXPECT_EQ(std::set<fs::path>(found.begin(), found.end()),
-              (std::set<fs::path>{"/0.39", "/1.39", "/2.39", "/3.39"}));
+    threads.clear();
+    Paths found = m_registry.Find(IID_IUnknown);
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, (Paths{"/a24", "/b24", "/c24", "/d24"}));
 }
 
 }  // namespace

@@ -1,72 +1,72 @@
+// Runs the program-stream demuxer over bytes: its parser alone, without a thread, or the whole of it.
 #pragma once
 
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "demux/Mpeg2PsPullDemux.h"
 #include "platform/Time.h"
+#include "support/MemoryReader.h"
 #include "support/ProgramStreamBuilder.h"
 
 namespace kest {
 
-/// One record that a core queued.
+/// One record that a demuxer queued.
 struct Frame {
     FRAME_INFO info{};
     ByteVector payload;
 
     friend bool operator==(const Frame& a, const Frame& b) {
-        return a.info.llPts == b.info.llPts && a.info.llDts == b.info.llDts &&
-               a.info.llFilePos == b.info.llFilePos && a.info.bDiscontinuity == b.info.bDiscontinuity &&
-               a.info.bEndOfStream == b.info.bEndOfStream && a.payload == b.payload;
+        return std::memcmp(&a.info, &b.info, sizeof(FRAME_INFO)) == 0 && a.payload == b.payload;
     }
 };
 
 struct Frames {
-    std::vector<Frame> video;
-    std::vector<Frame> audio;
+    std::vector<Frame> video, audio;
 };
 
-/// Takes the next record of a queue that a core made. None when none comes for nTimeoutMs; a read that a
-/// restart of the core broke off is repeated.
+/// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
+/// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
-    Frame frame;
-    frame.payload.resize(queue.GetBlockSize());
+    static thread_local ByteVector block(524288);
+    FRAME_INFO info{};
     const std::uint32_t nBegin = TickCount();
     do {
-        const BlockRead read = queue.ReadEx(0, frame.payload, &frame.info, nTimeoutMs);
-        if (read.nLength > 0 || (read.IsTaken() && frame.info.bEndOfStream)) {
-            frame.payload.resize(read.nLength);
-            return frame;
-        }
+        const BlockRead read = queue.ReadEx(0, block, &info, nTimeoutMs);
+        if (read.IsTaken()) return Frame{info, {block.begin(), block.begin() + read.nLength}};
     } while (TickCount() - nBegin < nTimeoutMs);
     return std::nullopt;
 }
 
-/// Takes all records of both queues up to the end-of-stream records; what is there when nothing has come for
-/// nQuietMs otherwise.
-inline Frames TakeAll(KestMpeg2PsDemux& core, std::uint32_t nQuietMs = 2000) {
-    auto TakeStream = [nQuietMs](CBlockMemFileEx& queue, std::vector<Frame>& frames) {
-        while (auto frame = TakeFrame(queue, nQuietMs)) {
-            frames.push_back(std::move(*frame));
-            if (frames.back().info.bEndOfStream) break;
+/// The parser over a source in memory.
+class CParserRig {
+public:
+    explicit CParserRig(Bytes bytes) : m_reader(bytes) {
+        m_source.SetReader(&m_reader);
+        m_source.SetEnd(static_cast<std::int64_t>(bytes.size()));
+        m_source.Open();
+        m_input.SetSource(&m_source, true);
+        for (CFrameOutput* pOutput : {&m_video, &m_audio}) {
+            pOutput->Attach(nullptr);
+            pOutput->OpenSides();
         }
-    };
-    Frames frames;
-    std::thread audio([&] { TakeStream(core.GetAudioQueue(), frames.audio); });
-    TakeStream(core.GetVideoQueue(), frames.video);
-    audio.join();
-    return frames;
-}
+        m_parser.Begin();
+    }
+    /// Parses until the source has nothing more.
+    Frames Run() {
+        Frames frames;
+        while (m_parser.ParseUnit() != EParsed::NoData) {
+            if (auto frame = TakeFrame(m_video.GetQueue(), 0)) frames.video.push_back(*frame);
+            if (auto frame = TakeFrame(m_audio.GetQueue(), 0)) frames.audio.push_back(*frame);
+        }
+        return frames;
+    }
 
-/// Runs the pull core over a source from its beginning to llEnd.
-inline Frames RunPullCore(IAsyncReader& reader, std::int64_t llEnd) {
-    KestMpeg2PsPullDemux core;
-    core.SetReader(&reader);
-    core.Open(nullptr, nullptr, nullptr);
-    core.NewSegment(0, llEnd);
-    core.Resume();
-    return TakeAll(core);
-}
+    CMemoryReader m_reader;
+    CPulledSource m_source;
+    CStreamInput m_input;
+    CFrameOutput m_video{{524288, 524288, 2}}, m_audio{{65536, 32768, 2}};
+    CMpeg2PsParser m_parser{m_input, m_video, m_audio};
+};
 
 }  // namespace kest

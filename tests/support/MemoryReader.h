@@ -11,15 +11,13 @@
 
 namespace kest {
 
-/// A pull source in memory; lives on the stack of its test.
-class CMemoryReader final : public IAsyncReader {
+/// A pull source in memory; lives on the stack of its test. Tests derive others from it.
+class CMemoryReader : public IAsyncReader {
 public:
     explicit CMemoryReader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
 
-    /// Ends the source before its bytes do; they come to light when it is moved on. Any thread.
+    /// Ends the source before its bytes do; they appear when the end is moved. Any thread.
     void SetEnd(std::size_t nEnd) { m_nEnd = nEnd; }
-    /// Reads that touch this offset or anything behind it fail.
-    void FailFrom(std::int64_t llOffset) { m_llFailFrom = llOffset; }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
@@ -33,7 +31,6 @@ public:
     HRESULT STDMETHODCALLTYPE SyncReadAligned(IMediaSample*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) override {
         if (llPosition < 0 || lLength < 0) return E_INVALIDARG;
-        if (m_llFailFrom >= 0 && llPosition + lLength > m_llFailFrom) return E_FAIL;
         const std::size_t nEnd = std::min(m_bytes.size(), m_nEnd.load());
         const auto nBegin = std::min(static_cast<std::size_t>(llPosition), nEnd);
         const auto nCount = std::min(static_cast<std::size_t>(lLength), nEnd - nBegin);
@@ -48,9 +45,8 @@ public:
     HRESULT STDMETHODCALLTYPE EndFlush() override { return S_OK; }
 
 private:
-    std::span<const std::uint8_t> m_bytes;
+    const std::span<const std::uint8_t> m_bytes;
     std::atomic<std::size_t> m_nEnd{SIZE_MAX};
-    std::int64_t m_llFailFrom = -1;
 };
 
 }  // namespace kest

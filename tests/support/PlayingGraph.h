@@ -1,4 +1,4 @@
-// A demultiplexer in a playing graph: a real stream, and two sinks that count.
+// A demultiplexer in a graph: a real stream, and two sinks that count.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,16 +10,16 @@
 #include "host/Graph.h"
 #include "host/Sink.h"
 #include "support/TestData.h"
+#include "support/TestThreads.h"
 
 namespace kest {
 
-/// Counts what arrives.
+/// Counts the ends of the stream.
 class CCounter final : public ISinkHandler {
 public:
-    void OnSample(IMediaSample&) override { ++m_nSamples; }
+    void OnSample(IMediaSample&) override {}
     void OnEndOfStream() override { ++m_nEnds; }
 
-    std::atomic<int> m_nSamples{0};
     std::atomic<int> m_nEnds{0};
 };
 
@@ -46,6 +46,11 @@ public:
         return pPin;
     }
 
+    /// Waits until both streams have ended. False when that takes too long.
+    bool HasPlayed() {
+        return Eventually([this] { return m_video.m_nEnds > 0 && m_audio.m_nEnds > 0; });
+    }
+
     void Seek(REFERENCE_TIME rt) {
         CComPtr<IMediaSeeking> pSeeking;
         m_pDemux->QueryInterface(IID_IMediaSeeking, reinterpret_cast<void**>(pSeeking.Put()));
@@ -59,7 +64,7 @@ public:
     CComPtr<CFileSource> m_pSource;
     CComPtr<CSink> m_pVideo{new CSink(EStream::Video, m_video, m_pacer, m_evNotice)};
     CComPtr<CSink> m_pAudio{new CSink(EStream::Audio, m_audio, m_pacer, m_evNotice)};
-    CComPtr<CGraph> m_pGraph{new CGraph};  // last: it stops before the others go
+    CComPtr<CGraph> m_pGraph{new CGraph};  // last: it stops before the others are gone
 };
 
 }  // namespace kest

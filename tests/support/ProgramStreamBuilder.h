@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace kest {
@@ -30,11 +32,9 @@ public:
     }
 
     /// @param nMuxRate  program_mux_rate, in units of 50 bytes per second.
-    CProgramStreamBuilder& Pack(std::uint32_t nMuxRate = 25200, std::uint8_t nStuffing = 0) {
-        Code(0xBA).Bytes({0x44, 0x00, 0x04, 0x00, 0x04, 0x01});
-        Bytes({static_cast<std::uint8_t>(nMuxRate >> 14), static_cast<std::uint8_t>(nMuxRate >> 6),
-               static_cast<std::uint8_t>(nMuxRate << 2 | 3), static_cast<std::uint8_t>(0xF8 | nStuffing)});
-        return Fill(nStuffing);
+    CProgramStreamBuilder& Pack(std::uint32_t nMuxRate = 25200) {
+        Code(0xBA).Bytes({0x44, 0x00, 0x04, 0x00, 0x04, 0x01, static_cast<std::uint8_t>(nMuxRate >> 14)});
+        return Word((nMuxRate << 2 | 3) & 0xFFFF).Bytes({0xF8});
     }
     CProgramStreamBuilder& Section(std::uint8_t nId, std::size_t nLength) {
         return Code(nId).Word(nLength).Fill(nLength);
@@ -47,40 +47,62 @@ public:
                 .Word(entry.descriptors.size())
                 .Bytes(entry.descriptors);
         }
-        Code(0xBC).Word(10 + info.size() + body.m_bytes.size());
-        Bytes({static_cast<std::uint8_t>(bCurrent ? 0xE1 : 0x61), 0xFF}).Word(info.size()).Bytes(info);
-        return Word(body.m_bytes.size()).Bytes(body.m_bytes).Bytes({0xDE, 0xAD, 0xBE, 0xEF});
+        Code(0xBC).Word(10 + info.size() + body.Size()).Word(bCurrent ? 0xE1FF : 0x61FF);
+        Word(info.size()).Bytes(info).Word(body.Size()).Bytes(body.m_bytes);
+        return Bytes({0xDE, 0xAD, 0xBE, 0xEF});
     }
-    /// A PES packet; with a DTS only when it differs from the PTS.
+    /// A PES packet with or without timestamps.
     CProgramStreamBuilder& Pes(std::uint8_t nId, const ByteVector& payload,
                                std::optional<std::int64_t> llPts = {},
                                std::optional<std::int64_t> llDts = {}) {
-        ByteVector header;
-        std::uint8_t nFlags = 0;
-        if (llPts) {
-            nFlags = llDts ? 0xC0 : 0x80;
-            AddStamp(header, llDts ? 3 : 2, *llPts);
-            if (llDts) AddStamp(header, 1, *llDts);
-        }
-        Code(nId).Word(3 + header.size() + payload.size());
-        Bytes({0x80, nFlags, static_cast<std::uint8_t>(header.size())});
-        return Bytes(header).Bytes(payload);
+        const std::size_t nHeader = llDts ? 10 : llPts ? 5 : 0;
+        Code(nId).Word(3 + nHeader + payload.size());
+        Word(llDts ? 0x80C0 : llPts ? 0x8080 : 0x8000).Bytes({static_cast<std::uint8_t>(nHeader)});
+        if (llPts) Timestamp(llDts ? 3 : 2, *llPts);
+        if (llDts) Timestamp(1, *llDts);
+        return Bytes(payload);
     }
 
     const ByteVector& Get() const { return m_bytes; }
     std::size_t Size() const { return m_bytes.size(); }
 
 private:
-    static void AddStamp(ByteVector& to, int nPrefix, std::int64_t llStamp) {
-        const auto n = static_cast<std::uint64_t>(llStamp);
-        to.push_back(static_cast<std::uint8_t>(nPrefix << 4 | (n >> 29 & 0x0E) | 1));
-        to.push_back(static_cast<std::uint8_t>(n >> 22));
-        to.push_back(static_cast<std::uint8_t>((n >> 14 & 0xFE) | 1));
-        to.push_back(static_cast<std::uint8_t>(n >> 7));
-        to.push_back(static_cast<std::uint8_t>((n << 1 & 0xFE) | 1));
+    void Timestamp(int nPrefix, std::int64_t llTimestamp) {
+        const auto n = static_cast<std::uint64_t>(llTimestamp);
+        Bytes({static_cast<std::uint8_t>(nPrefix << 4 | (n >> 29 & 0x0E) | 1)});
+        Word((n >> 14 | 1) & 0xFFFF).Word((n << 1 | 1) & 0xFFFF);
     }
 
     ByteVector m_bytes;
 };
+
+/// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a
+/// multiple of 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01
+/// 01 01, v:4x1 one without timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD.
+inline ByteVector Stream(const std::string& strText) {
+    CProgramStreamBuilder b;
+    std::istringstream words(strText);
+    for (std::string word; words >> word;) {
+        const std::size_t nColon = word.find(':'), nSlash = word.find('/'), nTimes = word.find('x');
+        if (nColon != std::string::npos) {
+            std::optional<std::int64_t> llPts, llDts;
+            if (nColon > 1) llPts = std::stoll(word.substr(1));
+            if (nSlash != std::string::npos) llDts = std::stoll(word.substr(nSlash + 1));
+            const std::size_t nPayload =
+                nTimes != std::string::npos ? std::stoul(word.substr(nColon + 1)) : 0;
+            const ByteVector payload(nPayload,
+                                     static_cast<std::uint8_t>(nPayload ? word[nTimes + 1] - '0' : 0));
+            const int nId = word[0] == 'v' ? 0xE0 : word[0] == 'd' ? 0xBD : word[0] - 'a' + 0xC0;
+            b.Pes(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
+        } else if (word == "pack") {
+            b.Pack();
+        } else if (word[0] == '*' || word[0] == '|') {
+            b.Fill(word[0] == '*' ? std::stoul(word.substr(1)) : 187 - (b.Size() + 187) % 188);
+        } else {
+            b.Bytes({static_cast<std::uint8_t>(std::stoul(word, nullptr, 16))});
+        }
+    }
+    return b.Get();
+}
 
 }  // namespace kest

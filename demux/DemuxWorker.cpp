@@ -1,0 +1,163 @@
+#include "demux/DemuxWorker.h"
+
+#include "platform/DebugText.h"
+
+namespace kest {
+
+CDemuxWorker::CDemuxWorker(const DemuxSizes& sizes)
+    : m_video(sizes.video), m_audio(sizes.audio), m_sizes(sizes) {}
+
+void CDemuxWorker::EndThread() {
+    if (IsRunning()) Stop();
+    CloseThread();
+}
+
+// ---------------- opening and ending
+
+int CDemuxWorker::Open(CRingBuffer* pStreamBuffer, CBlockMemFileEx* pVideoQueue,
+                       CBlockMemFileEx* pAudioQueue) {
+    int nResult = 0;
+    try {
+        m_pushed.Attach(pStreamBuffer, m_sizes.nRingSize, m_sizes.nMaxChunk);
+        m_video.Attach(pVideoQueue);
+        m_audio.Attach(pAudioQueue);
+        nResult = OpenSides();
+        m_bOpen = nResult == 0;
+        if (m_bOpen) StartThread();
+    } catch (...) {
+        Detach();
+        throw;
+    }
+    if (!m_bOpen) Detach();
+    return nResult;
+}
+
+int CDemuxWorker::OpenSides() {
+    m_video.OpenSides();
+    m_audio.OpenSides();
+    m_pulled.Open();
+    return m_pushed.OpenSides();
+}
+
+void CDemuxWorker::CloseSides() {
+    m_pulled.Close();
+    m_pushed.CloseSides();
+    m_video.CloseSides();
+    m_audio.CloseSides();
+}
+
+/// Undoes what an `Open` that failed has done.
+void CDemuxWorker::Detach() {
+    if (m_bOpen.exchange(false)) CloseSides();
+    m_pushed.Detach();
+    m_video.Detach();
+    m_audio.Detach();
+}
+
+void CDemuxWorker::Stop() {
+    CWorkerThread::Stop();
+    if (!m_bOpen) return;
+    CloseSides();
+    if (WaitForThread(m_sizes.nStopBoundMs) == WAIT_TIMEOUT) EndByForce();
+    OpenSides();
+    m_pParser->Reset();
+}
+
+/// A thread inside a read of a foreign reader comes to no wait that would end it: the reader is asked to give
+/// the read up.
+void CDemuxWorker::EndByForce() {
+    const bool bPulling = IsPulling();
+    if (bPulling) m_pulled.BeginFlush();
+    KillThread();
+    if (bPulling) m_pulled.EndFlush();
+}
+
+// ---------------- requests of other threads
+
+int CDemuxWorker::PushData(Bytes data) {
+    if (!m_bOpen || IsPulling()) return 0;
+    return m_pushed.Write(data, [this] { return IsRunning(); });
+}
+
+void CDemuxWorker::Reset() {
+    if (!m_bOpen) return;
+    std::lock_guard lock(m_requestMutex);
+    m_bReset = true;
+    if (!IsPulling()) m_pushed.Flush();
+}
+
+// The flag first: what the thread is about to queue is of the old segment. Under the lock: were the queues
+// emptied after the thread has taken the request, frames of the new segment would be lost.
+void CDemuxWorker::RequestSegment(std::int64_t llStart) {
+    if (!m_bOpen) return;
+    std::lock_guard lock(m_requestMutex);
+    m_llSegmentPos = llStart;
+    m_bNewSegment = true;
+    if (!IsPulling()) m_pushed.Flush();
+    m_video.GetQueue().Reset();
+    m_audio.GetQueue().Reset();
+}
+
+void CDemuxWorker::HonourRequests() {
+    if (!m_bReset && !m_bNewSegment) return;
+    std::lock_guard lock(m_requestMutex);
+    m_bReset = false;
+    m_input.Drop();
+    m_pushed.Accept();
+    m_pParser->Reset();
+    if (m_bNewSegment.exchange(false)) BeginSegment();
+}
+
+/// Under m_requestMutex.
+void CDemuxWorker::BeginSegment() {
+    m_input.SeekTo(m_llSegmentPos);
+    m_bEndSent = false;
+    m_video.GetQueue().Reset();
+    m_audio.GetQueue().Reset();
+    Trace("==> New Segment <==\n");
+}
+
+// ---------------- the thread
+
+std::int32_t CDemuxWorker::ThreadProc() {
+    m_evRun.Wait();
+    if (m_evStop.IsSignalled() || !m_bOpen) return -1;
+    BeginRun();
+    while (m_evRun.Wait() && !m_evStop.IsSignalled()) {
+        HonourRequests();
+        switch (m_pParser->ParseUnit()) {
+            case EParsed::Unit: m_bEndSent = false; break;
+            case EParsed::Searching: break;
+            case EParsed::NoData: OnNoData(); break;
+        }
+    }
+    return 0;
+}
+
+/// A pulled source is read from where the last segment was asked to begin. What was pushed already stays. A
+/// reset that was requested before the run has nothing to reset.
+void CDemuxWorker::BeginRun() {
+    std::lock_guard lock(m_requestMutex);
+    const bool bPulling = IsPulling();
+    m_input.SetSource(bPulling ? static_cast<CByteSource*>(&m_pulled) : &m_pushed, bPulling);
+    m_pushed.Accept();
+    m_pParser->Begin();
+    m_bReset = false;
+    m_bEndSent = false;
+    if (bPulling) m_bNewSegment = true;
+}
+
+/// A pulled source that has nothing more ends both streams, once until there is data again; unless it is
+/// being left for another place.
+void CDemuxWorker::OnNoData() {
+    constexpr std::uint32_t kPauseMs = 10;
+    if (m_evStop.IsSignalled() || m_bReset || m_bNewSegment) return;
+    if (IsPulling() && !m_bEndSent) {
+        m_audio.QueueEnd(m_bNewSegment);
+        m_video.QueueEnd(m_bNewSegment);
+        m_bEndSent = true;
+    }
+    m_evStop.Wait(kPauseMs);
+}
+
+}  // namespace kest

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "demux/FrameOutput.h"
+#include "demux/PulledSource.h"
+#include "demux/PushedSource.h"
+#include "demux/StreamInput.h"
+#include "demux/StreamParser.h"
+#include "plumbing/WorkerThread.h"
+
+namespace kest {
+
+/// In what the demuxers of the stream families differ, beside their parsers.
+struct DemuxSizes {
+    std::uint32_t nRingSize;  // bytes of a ring that the demuxer makes itself
+    std::uint32_t nMaxChunk;  // largest read and write that is declared to the ring
+    FrameOutputSizes video;
+    FrameOutputSizes audio;
+    std::uint32_t nStopBoundMs;  // time that the thread has to end before it is ended by force
+};
+
+/// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and
+/// the loop that calls the family's parser.
+///
+/// A run lasts from `Resume` (behind `Open` or `Restart`) to `Stop`. `PushData`, `Reset` and the operations
+/// of CWorkerThread may be called from any thread; `Open` and destruction as `Restart`. A demuxer that is not
+/// open (`Open` was not called, failed or threw) takes no pushed data and no requests, and its thread ends at
+/// once. Lock order: m_requestMutex, then those of source and queues.
+class CDemuxWorker : public CWorkerThread {
+public:
+    /// Attaches ring and queues, opens the demuxer's sides and starts the thread, which holds until `Resume`.
+    /// Called once. When it fails, or throws for want of memory, the demuxer is as before.
+    /// @param pStreamBuffer  where pushed bytes come from; none: the demuxer makes its own ring, for
+    ///                       `PushData`.
+    /// @param pVideoQueue    where the video frames go, its write side opened by its owner; none: the demuxer
+    ///                       makes its own, with the writer and a reader (handle 0) open.
+    /// @param pAudioQueue    the same for audio.
+    /// @return 0, or the ring's error.
+    int Open(CRingBuffer* pStreamBuffer, CBlockMemFileEx* pVideoQueue, CBlockMemFileEx* pAudioQueue);
+    /// Writes stream bytes into the demuxer's own ring, waiting for room as long as the thread is alive. One
+    /// thread at a time.
+    /// @return the byte count, or 0 when the thread has ended or the demuxer does not take pushed bytes.
+    int PushData(Bytes data);
+    /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
+    /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
+    /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be
+    /// queued.
+    void Reset();
+    /// Ends the thread and makes the demuxer ready for `Restart`: whoever waits on its ring or on queues that
+    /// it made gives up, and these are empty afterwards. A thread that has not ended within the bound is
+    /// ended by force; a reader that it waits in is flushed until it has come back.
+    void Stop() override;
+
+    /// The queues in use; only while the demuxer is open.
+    CBlockMemFileEx& GetVideoQueue() { return m_video.GetQueue(); }
+    CBlockMemFileEx& GetAudioQueue() { return m_audio.GetQueue(); }
+
+protected:
+    explicit CDemuxWorker(const DemuxSizes& sizes);
+    ~CDemuxWorker() = default;
+    /// Ends the thread for good. Called by the destructor of every class of which objects are made: the
+    /// thread uses the object as long as it runs.
+    void EndThread();
+
+    /// Takes the parser of the family, which works on the three members below. Called once, by the
+    /// constructor.
+    /// @return the parser.
+    template <class Parser>
+    Parser& SetParser(std::unique_ptr<Parser> pParser) {
+        Parser& parser = *pParser;
+        m_pParser = std::move(pParser);
+        return parser;
+    }
+    /// Chooses the source of the runs that follow. @param pReader  borrowed; none: what is pushed.
+    void SetReader(IAsyncReader* pReader) { m_pulled.SetReader(pReader); }
+    /// The byte after the last one of a pulled source.
+    void SetEnd(std::int64_t llEnd) { m_pulled.SetEnd(llEnd); }
+    /// Asks for a restart at an offset of the source, and empties both queues. Any thread.
+    void RequestSegment(std::int64_t llStart);
+
+    CStreamInput m_input;  // what the parser parses
+    CFrameOutput m_video;  // where its frames go
+    CFrameOutput m_audio;
+
+private:
+    std::int32_t ThreadProc() final;
+    void BeginRun();
+    void HonourRequests();
+    void BeginSegment();
+    void OnNoData();
+    bool IsPulling() const { return m_pulled.HasReader(); }
+    int OpenSides();
+    void CloseSides();
+    void Detach();
+    void EndByForce();
+
+    const DemuxSizes m_sizes;
+    CPushedSource m_pushed;                    // the input's source without a reader
+    CPulledSource m_pulled;                    // and with one
+    std::unique_ptr<CStreamParser> m_pParser;  // see SetParser
+    std::atomic<bool> m_bOpen{false};          // ring and queues are attached
+    bool m_bEndSent = false;                 // the present run of empty results has its end-of-stream records
+    std::mutex m_requestMutex;               // keeps a request and its carrying out apart
+    std::atomic<bool> m_bReset{false};       // a reset is requested
+    std::atomic<bool> m_bNewSegment{false};  // a restart is requested
+    std::int64_t m_llSegmentPos = 0;         // where the last one requested is to begin; under m_requestMutex
+};
+
+}  // namespace kest

@@ -1,0 +1,28 @@
+#include "demux/PulledSource.h"
+
+#include <limits>
+
+namespace kest {
+namespace {
+
+constexpr std::int64_t kBlockSize = 16384;  // bytes of one read
+constexpr std::int64_t kLastPosition = std::numeric_limits<std::int64_t>::max() - kBlockSize;
+
+}  // namespace
+
+std::uint32_t CPulledSource::Fetch(const FetchRequest& request) {
+    const std::int64_t llPosition = request.llPosition, llEnd = m_llEnd;
+    if (llPosition < 0 || llPosition > kLastPosition) return 0;
+    if (Read(request, kBlockSize)) return kBlockSize;
+    if (llEnd <= llPosition) return 0;
+    const std::int64_t llRest = llEnd - llPosition;
+    const bool bLast = llRest < kBlockSize && llRest >= request.nWanted;
+    return bLast && Read(request, llRest) ? static_cast<std::uint32_t>(llRest) : 0;
+}
+
+bool CPulledSource::Read(const FetchRequest& request, std::int64_t llLength) {
+    return m_bOpen && m_pReader.load()->SyncRead(request.llPosition, static_cast<LONG>(llLength),
+                                                 request.room.data()) == S_OK;
+}
+
+}  // namespace kest

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "demux/ByteSource.h"
+#include "platform/api/AsyncReader.h"
+
+namespace kest {
+
+/// A source that the demuxer reads itself, in blocks of 16384 bytes.
+///
+/// The last, partial block of a source is read only as far as an end position says, and only when it has all
+/// that the parser asked for. `Fetch` belongs to the demuxer's thread, the rest may come from any.
+class CPulledSource final : public CByteSource {
+public:
+    /// The reader, or none. Borrowed; it must outlive the run that reads it.
+    void SetReader(IAsyncReader* pReader) { m_pReader = pReader; }
+    bool HasReader() const { return m_pReader != nullptr; }
+    /// The byte after the last one of the source; 0 or below: not known.
+    void SetEnd(std::int64_t llEnd) { m_llEnd = llEnd; }
+
+    /// While it is closed, nothing is read and every fetch brings nothing.
+    void Open() { m_bOpen = true; }
+    void Close() { m_bOpen = false; }
+    /// Makes the reader give up a read that it is in, until `EndFlush`. Only when it has one.
+    void BeginFlush() { m_pReader.load()->BeginFlush(); }
+    void EndFlush() { m_pReader.load()->EndFlush(); }
+
+    std::uint32_t Fetch(const FetchRequest& request) override;
+
+private:
+    bool Read(const FetchRequest& request, std::int64_t llLength);
+
+    std::atomic<IAsyncReader*> m_pReader{nullptr};  // borrowed; none: the demuxer does not read itself
+    std::atomic<std::int64_t> m_llEnd{0};           // see SetEnd
+    std::atomic<bool> m_bOpen{false};               // see Open
+};
+
+}  // namespace kest

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "demux/BigEndian.h"
+#include "demux/ByteSource.h"
+
+namespace kest {
+
+/// The bytes of a stream as a parser takes them: in order, as many at a time as it asks for, in place. They
+/// are fetched from a source into a linear buffer, which is neither refilled nor moved before it has too few.
+///
+/// Used by one thread.
+class CStreamInput {
+public:
+    static constexpr std::uint32_t kMaxPeek = 65536;  // most bytes that can be asked for at a time
+
+    CStreamInput();
+
+    /// The source to fetch from; borrowed. What is unread is dropped.
+    /// @param bPositioned  the source's positions have a meaning.
+    void SetSource(CByteSource* pSource, bool bPositioned);
+    /// Drops what is unread and goes on at this offset of the source.
+    void SeekTo(std::int64_t llPosition);
+    /// Drops what is unread and goes on behind it.
+    void Drop() { m_nBegin = m_nEnd = 0; }
+
+    /// The next n bytes, 1 to kMaxPeek, without taking them; valid until the next call of another operation
+    /// but `Skip`. None when they cannot be had: then nothing changes but that more may have been fetched.
+    Bytes Peek(std::uint32_t n) {
+        if (m_nEnd - m_nBegin < n && !Fill(n)) return {};
+        return {m_pStorage.get() + m_nBegin, n};
+    }
+    /// Takes n bytes; no more than were peeked at.
+    void Skip(std::uint32_t n) { m_nBegin += n; }
+    /// Takes the next n bytes; otherwise as `Peek`.
+    Bytes Read(std::uint32_t n) {
+        const Bytes bytes = Peek(n);
+        m_nBegin += static_cast<std::uint32_t>(bytes.size());
+        return bytes;
+    }
+    /// Offset in the source of the byte nBefore bytes before the next one; 0 in a source without positions.
+    std::int64_t GetPosition(std::uint32_t nBefore) const {
+        return m_bPositioned ? m_llEnd - (m_nEnd - m_nBegin) - nBefore : 0;
+    }
+
+private:
+    static constexpr std::uint32_t kCapacity = 4 * kMaxPeek;
+    static constexpr std::uint32_t kLeastRoom = kMaxPeek;  // of a fetch
+
+    bool Fill(std::uint32_t n);
+    void MakeRoom();
+
+    std::unique_ptr<std::uint8_t[]> m_pStorage;  // kCapacity bytes
+    std::uint32_t m_nBegin = 0;                  // index of the first unread byte
+    std::uint32_t m_nEnd = 0;                    // index behind the last one
+    std::int64_t m_llEnd = 0;                    // offset in the source of the byte to be fetched next
+    CByteSource* m_pSource = nullptr;            // borrowed
+    bool m_bPositioned = false;                  // see SetSource
+};
+
+}  // namespace kest

@@ -1,0 +1,27 @@
+#pragma once
+
+namespace kest {
+
+/// What one step of a parser came to.
+enum class EParsed {
+    Unit,       // a structure of the stream, or a place where one should be
+    Searching,  // no structure yet, bytes were skipped
+    NoData,     // the input has nothing more for now
+};
+
+/// Parses the streams of one family: bytes from a stream input in, frames into frame outputs. It knows of
+/// no thread; a demuxer's worker calls it step by step.
+class CStreamParser {
+public:
+    virtual ~CStreamParser() = default;
+
+    /// A run begins: back to the state of a new parser.
+    virtual void Begin() = 0;
+    /// Parses the next structure, or skips bytes in search of it: a bounded number.
+    virtual EParsed ParseUnit() = 0;
+    /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What
+    /// the stream said about itself stays.
+    virtual void Reset() = 0;
+};
+
+}  // namespace kest

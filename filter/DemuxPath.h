@@ -1,0 +1,113 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "demux/Mpeg2PsPullDemux.h"
+#include "net/SendSettings.h"
+#include "pins/AudioOutputPin.h"
+#include "pins/AvTiming.h"
+#include "pins/VideoOutputPin.h"
+#include "pins/WorkingMode.h"
+#include "platform/Event.h"
+
+namespace kest {
+
+/// The path of the bytes through the filter: the demuxer of the working mode, the frame queues and delivery
+/// threads of the output pins. Starts, resumes, stops, resets and seeks them together, in an order that never
+/// leaves one waiting for another that has ended.
+///
+/// Every family of demuxers is one row of a table, which says how it is made and what its start needs; the rest
+/// is the same for all. The demuxer of the present mode exists as long as the mode is set.
+///
+/// Locking: no lock of its own. `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
+/// for a path that is stopped; `Start` to `Seek` come from one thread at a time, which holds no lock that a
+/// delivery thread takes. The filter ensures both. `GetWorkingMode` and `IsFreeRun` may be called at any time.
+class CDemuxPath {
+public:
+    /// @param videoPin, audioPin  the output pins; they outlive the path.
+    /// @param timing              of both pins; the same.
+    /// @param settings            their demux function counts at the next start.
+    CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin, CAvTiming& timing,
+               const SEND_SETTINGS& settings);
+
+    // ---- connection
+
+    EWorkingMode GetWorkingMode() const { return m_nWorkingMode; }
+    const WorkingMode& Mode() const { return FindWorkingMode(m_nWorkingMode); }
+    /// Makes the demuxer of a mode and enters the mode. The demuxers of other families stay.
+    /// @return E_OUTOFMEMORY, with no mode and no demuxer of the family, when memory or a thread is missing.
+    HRESULT EnterMode(EWorkingMode mode);
+    /// Gives demuxer and video pin the reader of a source that begins, or takes it back from them.
+    /// @param pReader  null: none. Borrowed by the demuxer until it is taken back.
+    void SetReader(IAsyncReader* pReader);
+    /// Lets a stop end what deliveries on blocked pins wait for, as long as the filter is in a graph.
+    void SetInGraph(bool bInGraph);
+
+    // ---- threads
+
+    /// The output pins that the working mode delivers through, the video pin first.
+    std::span<CDemuxOutputPin* const> DeliveringPins() const;
+    /// The delivery threads are there.
+    bool IsRunning() const;
+    /// Samples are delivered without times and without pacing.
+    bool IsFreeRun() const { return m_bFreeRun; }
+    /// Takes over the demux function of the settings; an unknown one changes nothing.
+    void ApplyDemuxOutput();
+
+    /// Starts the threads with empty queues; the timing begins with the next frames.
+    /// @return E_OUTOFMEMORY when a thread is missing: `Stop` must follow.
+    HRESULT Start();
+    /// Lets threads that are held run on.
+    void Resume();
+    /// Ends the threads, each by force when its bound has passed, and forgets the timing. A delivery on a
+    /// blocked pin gives up.
+    void Stop();
+    /// Ends the threads for good, however long that takes.
+    void End();
+
+    // ---- while the threads run
+
+    /// Has a demuxer that can do so by itself drop what is on its way; the timing begins anew.
+    /// @return false, with nothing done, without such a demuxer.
+    bool ResetCore();
+    /// Waits up to a second until the delivery threads are between two deliveries, then ends all threads and
+    /// starts them again. @return as `Start`.
+    HRESULT RestartThreads();
+    /// Asks for a restart of the demuxer at a byte position. @param llLength  bytes of the source.
+    void NewSegment(std::int64_t llPosition, std::int64_t llLength);
+    /// The same, in a flush of both output pins.
+    void Seek(std::int64_t llPosition);
+
+private:
+    struct Family;
+    class CFlush;
+    static const Family kFamilies[];
+
+    const Family& GetFamily() const;
+    CWorkerThread* Core() const;
+    HRESULT StartThreads();
+    void WaitForPins();
+
+    // What the rows of the table are made of.
+    HRESULT CreatePsDemux();
+    CWorkerThread* PsCore() const { return m_pPsDemux.get(); }
+    void InitSeeking();
+    void SelectTsTimeReference();
+    void BeginElementaryStream();
+
+    CKestDemux2VideoOutputPin& m_videoPin;                 // see the constructor
+    CKestDemux2AudioOutputPin& m_audioPin;                 // see the constructor
+    const std::array<CDemuxOutputPin*, 2> m_apOutputPins;  // the same two, video first
+    CAvTiming& m_timing;                                   // see the constructor
+    const SEND_SETTINGS& m_settings;                       // see the constructor
+    CEvent m_evAbort{true, false};                         // from Stop to Start; ends waits of deliveries
+    std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see EnterMode
+    std::atomic<bool> m_bFreeRun{false};                           // see IsFreeRun
+    std::unique_ptr<KestMpeg2PsPullDemux> m_pPsDemux;              // demuxer of modes 2 and 4, once made
+};
+
+}  // namespace kest

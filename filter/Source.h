@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+
+#include "demux/StreamTypeProbe.h"
+#include "graph/PullPin.h"
+
+namespace kest {
+
+/// The source behind the filter's input pin: its reader, the class of its stream and its bit rate.
+///
+/// Locking: changed under the filter's pin lock, while no thread of the path runs. Others read it under that
+/// lock, or while the filter is not stopped. `IsPushSource` may be called at any time.
+class CSource {
+public:
+    /// Takes the reader (IAsyncReader) of an upstream pin. Without one the source is a push source.
+    /// @return S_OK, also for a push source; VFW_E_ALREADY_CONNECTED while a reader is held.
+    HRESULT Connect(IPin* pUpstream);
+    /// Gives the reader back; the bit rate stays.
+    void Disconnect();
+    /// The upstream pin cannot be read, or there is none.
+    bool IsPushSource() const { return m_bPushSource; }
+    /// The reader, from the attempt to connect to the disconnection; else null.
+    CComPtr<IAsyncReader> GetReader() const { return m_PullPin.GetReader(); }
+
+    /// Reads the beginning of the source. @return 2, 4 or 6 (not recognised) of EStreamClass.
+    int ClassifyStream();
+    /// Bits per second of the last program stream that was classified; 0 before.
+    std::uint32_t GetBitRate() const { return m_Probe.GetBitRate(); }
+    /// The byte that a media time (100 ns) stands for, rt * bit rate / 8 / 10000000 rounded down. A time before
+    /// the beginning is the beginning, one beyond the last file position is that position.
+    /// @return nothing while the bit rate is unknown.
+    std::optional<std::int64_t> FindPosition(REFERENCE_TIME rt) const;
+
+private:
+    CPullPin m_PullPin;                     // holds the reader
+    CStreamTypeProbe m_Probe;               // classifies the stream; knows its bit rate
+    std::atomic<bool> m_bPushSource{true};  // see IsPushSource
+};
+
+}  // namespace kest

@@ -1,0 +1,192 @@
+// What the demuxers share, with threads: the program-stream demuxer stands for all.
+#include "demux/DemuxWorker.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "support/CaptureTexts.h"
+#include "support/CoreRunner.h"
+#include "support/TestThreads.h"
+
+// Arrays, such as the storage of ring and queues, can be had only while this is not 0.
+static std::atomic<int> g_nArraysLeft{-1};
+void* operator new[](std::size_t n) {
+    void* p = g_nArraysLeft == 0 ? nullptr : std::malloc(n);
+    if (!p) throw std::bad_alloc();
+    if (g_nArraysLeft > 0) --g_nArraysLeft;
+    return p;
+}
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+
+namespace kest {
+namespace {
+
+/// Video packets of 1014 bytes, numbered from nFirst by their PTS and their payload; and padding.
+ByteVector Pictures(int nCount, int nFirst = 0) {
+    CProgramStreamBuilder b;
+    for (int i = nFirst; i < nFirst + nCount; ++i)
+        b.Pes(0xE0, ByteVector(1000, static_cast<std::uint8_t>(i)), i);
+    return b.Section(0xBE, 2000).Get();
+}
+
+/// A source without end that counts what is read of it, and can be made to hold its readers until it is
+/// flushed.
+struct CEndlessReader : CMemoryReader {
+    explicit CEndlessReader(bool b = false) : CMemoryReader({}), bHold(b) {}
+    HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG, LONG lLength, BYTE* pBuffer) override {
+        while (bHold) std::this_thread::yield();
+        std::memset(pBuffer, 0xAA, static_cast<std::size_t>(lLength));
+        ++nReads;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE BeginFlush() override { return bHold = false, S_OK; }
+    std::atomic<bool> bHold;  // no wait of ours, that would end by force
+    std::atomic<int> nReads{0};
+};
+
+/// Opens a demuxer and lets it run; with a reader it pulls.
+void Start(KestMpeg2PsPullDemux& core, IAsyncReader* pReader = nullptr,
+           CBlockMemFileEx* pVideoQueue = nullptr) {
+    core.SetReader(pReader);
+    ASSERT_EQ(core.Open(nullptr, pVideoQueue, nullptr), 0);
+    core.Resume();
+}
+
+/// The next frame of the video. None: the end of the stream.
+std::optional<Frame> Take(KestMpeg2PsPullDemux& core) {
+    auto frame = TakeFrame(core.GetVideoQueue(), kTooLongMs);
+    EXPECT_TRUE(frame);
+    return frame && !frame->info.bEndOfStream ? frame : std::nullopt;
+}
+
+template <class Round>
+void RunForASecond(Round round) {
+    const auto nBegin = TickCount();
+    for (int i = 0; TickCount() - nBegin < 1000 && !testing::Test::HasFailure(); ++i) round(i);
+}
+
+TEST(DemuxWorker, EndsItsStreamsOnceEachTimeTheSourceRunsDry) {
+    const ByteVector bytes = Pictures(100);
+    CMemoryReader reader(bytes);
+    reader.SetEnd(0);
+    KestMpeg2PsPullDemux core;
+    Start(core, &reader);
+    std::int64_t llNext = 0;
+    auto TakeToTheEnd = [&] {
+        for (std::optional<Frame> frame; (frame = Take(core)); llNext = frame->info.llPts + 1) {
+            EXPECT_GE(frame->info.llPts, llNext);
+            EXPECT_EQ(frame->info.llFilePos, 1014 * frame->info.llPts);
+        }
+        EXPECT_TRUE(TakeFrame(core.GetAudioQueue(), kTooLongMs)->info.bEndOfStream);
+        EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 30)) << "once is enough";
+    };
+    for (std::size_t nBlocks = 0; nBlocks <= 3; ++nBlocks) {
+        reader.SetEnd(nBlocks * 16384);
+        TakeToTheEnd();  // it goes on where it ran dry
+        EXPECT_GE(llNext, static_cast<std::int64_t>(15 * nBlocks));
+    }
+    reader.SetEnd(SIZE_MAX);
+    for (const int nStart : {40, 98, 10}) {
+        if (nStart == 98) {  // of a stopped demuxer, a reset has nothing to reset
+            core.Stop();
+            core.Reset();
+            core.Restart();
+        }
+        core.NewSegment(nStart * 1014, static_cast<std::int64_t>(bytes.size()));
+        core.Resume();
+        const auto frame = Take(core);
+        EXPECT_TRUE(frame && frame->info.llPts == nStart && frame->info.bDiscontinuity) << nStart;
+        llNext = nStart + 1;
+        TakeToTheEnd();
+        EXPECT_EQ(llNext, 99);
+    }
+}
+
+TEST(DemuxWorker, StopEndsReadingStress) {
+    CEndlessReader reader;
+    KestMpeg2PsPullDemux core;
+    Start(core, &reader);
+    RunForASecond([&](int i) {
+        core.Resume();
+        if (i % 3 == 1) core.NewSegment(i);
+        if (i % 3 == 2) core.Reset();
+        Spin(i % 977 * 10);
+        const int nReads = reader.nReads;
+        core.Stop();
+        EXPECT_LE(reader.nReads - nReads, 10000) << "the source is read on";
+        EXPECT_NE(core.GetExitCode(), CWorkerThread::kExitKilled);
+        core.Restart();
+    });
+}
+
+TEST(DemuxWorker, NothingPushedAfterASeekOrAResetIsLostStress) {
+    KestMpeg2PsPullDemux core;
+    Start(core);
+    RunForASecond([&](int i) {
+        core.PushData(Bytes(Pictures(2, 100)).first(1014 + i % 3000));  // so that it waits inside, or not yet
+        Spin(i % 977 * 10);
+        i % 2 ? core.NewSegment(0) : core.Reset();
+        core.PushData(Pictures(5));
+        std::optional<Frame> frame = Take(core);
+        while (i % 2 == 0 && frame && frame->info.llPts >= 4) frame = Take(core);  // ended before the reset
+        for (int k = 0; k < 4; ++k) {
+            if (k > 0) frame = Take(core);
+            ASSERT_TRUE(frame && frame->info.llPts == k) << "in round " << i;
+            ASSERT_EQ(frame->payload, ByteVector(1000, static_cast<std::uint8_t>(k)));
+        }
+    });
+}
+
+TEST(DemuxWorker, TakesMoreThanItsRingHoldsUntilItIsStopped) {
+    const ByteVector bytes = Pictures(3000);
+    KestMpeg2PsPullDemux core;
+    Start(core);
+    CTestThread pusher([&] { EXPECT_EQ(core.PushData(bytes), static_cast<int>(bytes.size())); });
+    for (int i = 0; i < 2999; ++i) ASSERT_EQ(Take(core).value().info.llPts, i);
+    pusher.Join();
+    core.Stop();
+    EXPECT_EQ(core.PushData(bytes), 0);
+}
+
+TEST(DemuxWorker, StopEndsAThreadThatWaitsForOthers) {
+    const ByteVector bytes = Pictures(20);
+    CMemoryReader reader(bytes);
+    CEndlessReader holding(true);
+    CBlockMemFileEx video(4096, 2, sizeof(FRAME_INFO));
+    video.WOpen(), video.ROpen();
+    CCaptureTexts texts;
+    KestMpeg2PsPullDemux core(/*nStopBoundMs=*/20);
+    Start(core, &reader, &video);
+    ASSERT_TRUE(Eventually([&] { return video.GetFreeBlocks() == 0; }));
+    core.Stop();  // nobody closes the queue
+    EXPECT_EQ(core.GetExitCode(), CWorkerThread::kExitKilled);
+    core.SetReader(&holding);
+    core.Restart();
+    core.Resume();
+    SleepMs(kSettleMs);
+    core.Stop();
+    EXPECT_EQ(texts.DebugTexts(), "") << "the reader was flushed, so nobody waited for foreign code";
+}
+
+TEST(DemuxWorker, IsAsBeforeWhenItCannotBeOpened) {
+    KestMpeg2PsPullDemux core;
+    for (const int nArrays : {0, 1, 3, 4, 6}) {  // of one for the ring, three for each queue
+        g_nArraysLeft = nArrays;
+        EXPECT_THROW(core.Open(nullptr, nullptr, nullptr), std::bad_alloc) << nArrays;
+        g_nArraysLeft = -1;
+        core.Reset();
+        core.NewSegment(0);
+        core.Restart();
+        core.Resume();
+        core.Stop();
+    }
+    CRingBuffer tooSmall(16);
+    EXPECT_LT(core.Open(&tooSmall, nullptr, nullptr), 0);
+    EXPECT_EQ(core.Open(nullptr, nullptr, nullptr), 0);
+}
+
+}  // namespace
+}  // namespace kest
