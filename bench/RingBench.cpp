@@ -12,19 +12,19 @@ namespace {
 constexpr std::uint32_t kCapacity = 2 * 1024 * 1024;  // of the demux cores' buffers
 constexpr std::uint32_t kMaxChunk = 32768;
 
-/// Writes and reads pieces of state.range(0) bytes.
+/// Writes and reads chunks of state.range(0) bytes.
 void RingTransfer(benchmark::State& state) {
-    const auto nPiece = static_cast<std::size_t>(state.range(0));
+    const auto nChunk = static_cast<std::size_t>(state.range(0));
     CRingBuffer ring(kCapacity);
     ring.OpenWriter(kMaxChunk);
     const int nReader = ring.OpenReader(kMaxChunk);
     std::thread reader([&] {
-        std::vector<std::uint8_t> piece(nPiece);
-        while (ring.Read(nReader, piece) > 0) benchmark::DoNotOptimize(piece.data());
+        std::vector<std::uint8_t> chunk(nChunk);
+        while (ring.Read(nReader, chunk) > 0) benchmark::DoNotOptimize(chunk.data());
     });
-    const std::vector<std::uint8_t> piece(nPiece, 0x47);
-    for (auto _ : state) ring.WriteWait(piece);
-    state.SetBytesProcessed(static_cast<std::int64_t>(nPiece) *
+    const std::vector<std::uint8_t> chunk(nChunk, 0x47);
+    for (auto _ : state) ring.WriteWait(chunk);
+    state.SetBytesProcessed(static_cast<std::int64_t>(nChunk) *
                             static_cast<std::int64_t>(state.iterations()));
     ring.CloseAll();
     reader.join();

@@ -196,8 +196,10 @@ CBufferSides::ReadTurn CBufferSides::BeginRead(int nReader, std::uint32_t n, std
         return Wait(reader, nGeneration, nUnits, nMs, [&, nUnits] { return reader.nPending >= nUnits; });
     };
     // First for a batch, which comes soon where units come fast, and then for what is wanted.
-    if (!IsReady() && nTimeoutMs > kBatchWaitMs && m_nReadBatch > n)
+    if (!IsReady() && nTimeoutMs > kBatchWaitMs && m_nReadBatch > n) {
         WaitForPending(m_nReadBatch, kBatchWaitMs);
+        if (nTimeoutMs != kInfinite) nTimeoutMs -= kBatchWaitMs;
+    }
     if (!IsReady() && !WaitForPending(n, nTimeoutMs)) return turn;
     turn.lock = std::unique_lock(reader.cs);
     if (reader.nGeneration != nGeneration || !IsReady()) turn.lock.unlock();

@@ -17,9 +17,9 @@ namespace kest {
 /// A side that waits resets its own event, tests once more and sleeps; the other sides set the event after
 /// every step that may help, when it is not set. So no wake-up is lost, and a transfer that nobody waits for
 /// makes no system call. Every wait ends when its side is closed or the buffer emptied, and by the
-/// termination signal of a thread that is ended by force. To save
-/// wake-ups, a reader that finds nothing waits up to 2 ms for a batch before it waits for what it wants, and a
-/// writer that was woken by the first room waits up to 2 ms for room for a batch.
+/// termination signal of a thread that is ended by force. To save wake-ups, a reader that finds nothing waits
+/// up to 2 ms for a batch before it waits for what it wants, and a writer that was woken by the first room
+/// waits up to 2 ms for room for a batch.
 ///
 /// Each side has a generation: the number of its closings and emptyings so far. An operation that began in
 /// one generation moves nothing in the next, even where the side was opened again meanwhile. One exception: a

@@ -6,9 +6,9 @@
 
 namespace kest {
 
-/// A byte buffer of fixed capacity in which one frame is gathered: bytes are added behind what it holds, read
-/// in place from its start, and dropped from its front. It never wraps and never grows; what does not fit is
-/// refused whole. Used by one thread.
+/// A byte buffer of fixed capacity in which one frame is assembled: bytes are added behind what it holds, read
+/// in place from its start, and dropped from its front. It never wraps and never grows; bytes that do
+/// not all fit are not added at all. Used by one thread.
 class CFrameAccumulator {
 public:
     /// @param nCapacity  bytes; the block is allocated here and never again.

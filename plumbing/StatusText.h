@@ -12,7 +12,7 @@ public:
     explicit CStatusText(std::span<char> buffer) : m_buffer(buffer) {
         if (!m_buffer.empty()) m_buffer[0] = '\0';
     }
-    /// Appends one piece of text; printf's format.
+    /// Appends text in printf's format.
     [[gnu::format(printf, 2, 3)]] void Add(const char* pszFormat, ...);
 
 private:

@@ -9,7 +9,7 @@
 namespace kest {
 
 /// Base of every long-running worker: a thread with a run event and a stop event, through which its owner
-/// holds, resumes and ends it without breaking off its work.
+/// holds, resumes and ends it without interrupting its work.
 ///
 /// A derived class supplies `ThreadProc`, usually a stronger `Stop` that also unblocks what the body waits
 /// on, and ends its thread in its own destructor (`CloseThread`), before its members go.
@@ -21,7 +21,8 @@ namespace kest {
 ///
 /// `Resume`, `Pause`, `Stop`, `IsRunning` and `WaitForThread` may be called from any thread. `StartThread`,
 /// `Restart`, `KillThread`, `CloseThread` and destruction belong to one control thread at a time, never to
-/// the worker itself. No lock is taken here.
+/// the worker itself. No lock is taken here. These operations throw nothing, also on a thread that is being
+/// ended by force: they finish, and its next wait ends it. So destructors may wait for a worker.
 class CWorkerThread {
 public:
     /// Exit codes that do not come from a body.
@@ -39,8 +40,7 @@ public:
     /// Makes the body hold at its next wait on the run event.
     virtual void Pause();
 
-    /// Starts the thread with the events as they are. A thread that cannot be had is not reported:
-    /// `IsRunning` tells.
+    /// Starts the thread with the events as they are. `IsRunning` shows whether the system gave one.
     void StartThread();
     /// Replaces the thread with a fresh one that holds until `Resume`. The old one is asked to end and, when
     /// it has not after 10 ms, ended by force.

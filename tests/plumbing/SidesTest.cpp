@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kRecord = 40;   // bytes of a record, which is what the tests write and read
-constexpr std::uint32_t kRecords = 9;   // records that fill the buffer
+constexpr std::uint32_t kRecords = 15;  // records that fill the buffer
 constexpr std::uint64_t kTorn = ~0ull;  // the number of a record that is not one
 constexpr int kReaders = CBufferSides::kMaxReaders;
 constexpr int kLastRound = 1 << 30;
