@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <string>
 
 #include "platform/ThreadControl.h"
 #include "plumbing/KestException.h"
@@ -113,14 +113,15 @@ TEST(WorkerThread, DumpStatus) {
     worker.Stop();
     EXPECT_EQ(worker.WaitForThread(kTooLongMs), WAIT_OBJECT_0);
     worker.DumpStatus(szText);
-    const std::regex number("-?\\d+ \n"), time("-[- :\\d]*");
-    const std::string strText = std::regex_replace(std::regex_replace(szText, time, "-T"), number, "N \n");
-    EXPECT_EQ(
-        std::regex_replace(strText, std::regex(" 20\\d\\d"), " 20YY"),
-        "*************** Begin Debug Thread  ************\nThread ID=N \n Name=\nTime information:\n"
-        " CreationTime : 20YY-T\n ExitTime     : 20YY-T\n KernelTime   : 1601-T\n UserTime     : 1601-T\n"
-        " The Thread Priority: 0\n\nStatus of Thread:\n    Thread may running\n    Thread Stop\n"
-        " ************** End **************\n");
+    std::string strText;  // without what differs from run to run: digits, and how fields are filled up
+    for (const char c : std::string(szText)) {
+        if (std::string("0123456789-: ").find(c) == std::string::npos) strText += c;
+    }
+    EXPECT_EQ(strText,
+              "***************BeginDebugThread************\nThreadID=\nName=\nTimeinformation\n"
+              "CreationTime\nExitTime\nKernelTime\nUserTime\n"
+              "TheThreadPriority\n\nStatusofThread\nThreadmayrunning\nThreadStop\n"
+              "**************End**************\n");
 }
 
 }  // namespace
