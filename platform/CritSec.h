@@ -20,6 +20,8 @@ public:
     ~CCritSec() { DeleteCriticalSection(&m_cs); }
 
     void lock() { EnterCriticalSection(&m_cs); }
+    /// @return false when another thread holds it.
+    bool try_lock() { return TryEnterCriticalSection(&m_cs) != FALSE; }
     void unlock() { LeaveCriticalSection(&m_cs); }
 
 private:
@@ -28,7 +30,6 @@ private:
     CCritSec() = default;
 
     void lock() { m_mutex.lock(); }
-    /// @return false when another thread holds it.
     bool try_lock() { return m_mutex.try_lock(); }
     void unlock() { m_mutex.unlock(); }
 
