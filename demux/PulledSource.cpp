@@ -1,11 +1,13 @@
 #include "demux/PulledSource.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace kest {
 namespace {
 
-constexpr std::int64_t kBlockSize = 16384;  // bytes of one read
+constexpr std::int64_t kBlockSize = 16384;
+constexpr std::int64_t kMostBlocks = 4;  // of one read; the room of a request takes as many
 constexpr std::int64_t kLastPosition = std::numeric_limits<std::int64_t>::max() - kBlockSize;
 
 }  // namespace
@@ -13,6 +15,10 @@ constexpr std::int64_t kLastPosition = std::numeric_limits<std::int64_t>::max() 
 std::uint32_t CPulledSource::Fetch(const FetchRequest& request) {
     const std::int64_t llPosition = request.llPosition, llEnd = m_llEnd;
     if (llPosition < 0 || llPosition > kLastPosition) return 0;
+    const std::int64_t llBlocks = std::min((llEnd - llPosition) / kBlockSize, kMostBlocks);
+    if (llBlocks > 1 && Read(request, llBlocks * kBlockSize)) {
+        return static_cast<std::uint32_t>(llBlocks * kBlockSize);
+    }
     if (Read(request, kBlockSize)) return kBlockSize;
     if (llEnd <= llPosition) return 0;
     const std::int64_t llRest = llEnd - llPosition;

@@ -19,6 +19,7 @@ struct DeliveryContext {
     CFrameQueue& frames;                 // where the frames come from
     CDeliveryGate& gate;                 // keeps deliveries and flushes apart
     CPinFlowControl& flowControl;        // keeps deliveries and reconnections apart
+    CEvent& evActive;                    // auto-reset; set when the pin's allocator has been committed
     CPinSeeking* pSeeking = nullptr;     // follows the video; null for the audio pin
     CDeliveryGate* pPeerGate = nullptr;  // of the other pin
 

@@ -92,7 +92,8 @@ CDeliveryLoop::EStep CDeliveryLoop::Step() {
     if (IsStopping()) return EStep::End;
     Frame frame;
     if (!TakeSample(frame)) {
-        SleepMs(kPauseMs);
+        CEvent* const apEvents[] = {&m_control.evStop, &m_context.evActive};
+        CEvent::WaitAny(apEvents, kPauseMs);
         return EStep::NextFrame;
     }
     if (const EStep step = ReadFrame(frame); step != EStep::GoOn) return step;
@@ -152,7 +153,7 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
         return EStep::NextFrame;
     }
     const bool bAudioProgram = !m_context.IsVideo() && Is(ETimeline::ProgramStream);
-    if (nLength < 0 || bAudioProgram) SleepMs(kPauseMs);  // a closed queue: the stop will come
+    if (nLength < 0 || bAudioProgram) m_control.evStop.Wait(kPauseMs);  // a closed queue: the stop will come
     return m_rules.bEndsOnReadFailure ? EStep::End : EStep::NextFrame;
 }
 

@@ -16,7 +16,8 @@ CDemuxOutputPin::CDemuxOutputPin(const Traits& traits, CPinOwner* pFilter, IDemu
                 .timing = timing,
                 .frames = m_frames,
                 .gate = m_gate,
-                .flowControl = m_flowControl},
+                .flowControl = m_flowControl,
+                .evActive = m_evActive},
       m_nBuffers(traits.nBuffers),
       m_nBufferSize(traits.nBufferSize),
       m_frames(traits.nBlockSize) {
@@ -52,7 +53,14 @@ HRESULT CDemuxOutputPin::Block(DWORD dwBlockFlags, HANDLE hEvent) {
     return Guard([&] { return m_flowControl.Block(dwBlockFlags, hEvent); });
 }
 
-// ---------------- connection
+// ---------------- connection and start
+
+// The delivery thread is started first and finds no samples until now.
+HRESULT CDemuxOutputPin::Active() {
+    const HRESULT hr = CBaseOutputPin::Active();
+    m_evActive.Set();
+    return hr;
+}
 
 HRESULT CDemuxOutputPin::DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) {
     if (!IsConnected()) return E_UNEXPECTED;

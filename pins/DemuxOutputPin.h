@@ -59,6 +59,7 @@ public:
     /// owned.
     void SetStopEvent(CEvent* pStopEvent) { m_flowControl.SetStopEvent(pStopEvent); }
 
+    HRESULT Active() override;
     HRESULT DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) override;
     HRESULT DeliverBeginFlush() override;
     HRESULT DeliverEndFlush() override;
@@ -95,6 +96,7 @@ private:
     const LONG m_nBufferSize;                     // the same
     CFrameQueue m_frames;                         // frames of the demuxer
     CDeliveryGate m_gate{*this};                  // keeps deliveries and flushes apart
+    CEvent m_evActive{/*bManualReset=*/false};    // ends the delivery thread's pause without samples
     CDeliveryThread m_deliveryThread{m_context};  // last: it uses the others
 };
 
