@@ -15,14 +15,13 @@ constexpr std::int64_t kLastPosition = std::numeric_limits<std::int64_t>::max() 
 std::uint32_t CPulledSource::Fetch(const FetchRequest& request) {
     const std::int64_t llPosition = request.llPosition, llEnd = m_llEnd;
     if (llPosition < 0 || llPosition > kLastPosition) return 0;
-    const std::int64_t llBlocks = std::min((llEnd - llPosition) / kBlockSize, kMostBlocks);
+    const std::int64_t llRest = llEnd > llPosition ? llEnd - llPosition : 0;
+    const std::int64_t llBlocks = std::min(llRest / kBlockSize, kMostBlocks);
     if (llBlocks > 1 && Read(request, llBlocks * kBlockSize)) {
         return static_cast<std::uint32_t>(llBlocks * kBlockSize);
     }
     if (Read(request, kBlockSize)) return kBlockSize;
-    if (llEnd <= llPosition) return 0;
-    const std::int64_t llRest = llEnd - llPosition;
-    const bool bLast = llRest < kBlockSize && llRest >= request.nWanted;
+    const bool bLast = llRest > 0 && llRest < kBlockSize && llRest >= request.nWanted;
     return bLast && Read(request, llRest) ? static_cast<std::uint32_t>(llRest) : 0;
 }
 

@@ -11,8 +11,8 @@ namespace kest {
 /// A source that the demuxer reads itself, in blocks of 16384 bytes.
 ///
 /// As long as an end position says that they are there, several blocks are read at once, and one by one when
-/// that fails. The last, partial block of a source is read only as far as an end position says, and only when it has all
-/// that the parser asked for. `Fetch` belongs to the demuxer's thread, the rest may come from any.
+/// that fails. The last, partial block of a source is read only as far as an end position says, and only when
+/// it has all that the parser asked for. `Fetch` belongs to the demuxer's thread, the rest may come from any.
 class CPulledSource final : public CByteSource {
 public:
     /// The reader, or none. Borrowed; it must outlive the run that reads it.
