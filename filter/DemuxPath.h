@@ -7,7 +7,7 @@
 #include <span>
 
 #include "demux/Mpeg2PsPullDemux.h"
-#include "net/SendSettings.h"
+#include "control/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/AvTiming.h"
 #include "pins/VideoOutputPin.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "net/SendSettings.h"
+#include "control/SendSettings.h"
 #include "platform/api/Unknown.h"
 
 namespace kest {

@@ -1,6 +1,6 @@
 #include "filter/InputPin.h"
 
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "filter/DemuxSettings.h"
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "host/CommandError.h"
 #include "host/DemuxModule.h"
 #include "host/Interrupts.h"

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "host/CommandError.h"
 
 namespace kest {

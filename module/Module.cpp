@@ -1,7 +1,7 @@
 // The module KestDemux2Filter: the classes it offers, and its four exported functions.
 #include "registration/Module.h"
 
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "filter/KestDemux2Filter.h"
 #include "module/Setup.h"
 

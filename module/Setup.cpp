@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 #include "pins/VideoMediaTypes.h"
 
 namespace kest {

@@ -1,6 +1,6 @@
 // What the filter connects to and when, the mode it enters by that, and its interfaces.
 #include "FilterRig.h"
-#include "filter/Identifiers.h"
+#include "control/Identifiers.h"
 
 namespace kest {
 namespace {

@@ -1,4 +1,4 @@
-// The filter's own identifiers.
+// The module's own identifiers.
 #pragma once
 
 #include "platform/api/Types.h"
@@ -7,6 +7,10 @@ namespace kest {
 
 /// The class of the filter.
 constexpr CLSID kFilterClass = {0xF7DB4970, 0x3AB8, 0x8BC1, {0x2F, 0xD6, 0xD8, 0x23, 0x31, 0xF2, 0x00, 0x00}};
+
+/// The class of the filter's property page.
+constexpr CLSID kPropertyPageClass = {
+    0x1C9AC4CC, 0xAA0D, 0x4A2C, {0xB1, 0xB2, 0x21, 0x19, 0xD9, 0xCD, 0x25, 0xFE}};
 
 /// Subtype of MEDIATYPE_Stream: a program stream with MPEG-4 video.
 constexpr GUID kSubtypeMpeg4ProgramStream = {
