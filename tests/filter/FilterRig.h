@@ -152,7 +152,7 @@ struct CRig {
     /// Delivers bytes to the input pin as one sample.
     HRESULT Push(std::span<const std::uint8_t> bytes) {
         CComPtr<IMemAllocator> pAllocator(new CMemAllocator);
-        ALLOCATOR_PROPERTIES props{1, std::max(1, static_cast<LONG>(bytes.size())), 1, 0};
+        ALLOCATOR_PROPERTIES props{1, std::max<LONG>(1, static_cast<LONG>(bytes.size())), 1, 0};
         CComPtr<IMediaSample> pSample;
         BYTE* pBuffer = nullptr;
         if (FAILED(pAllocator->SetProperties(&props, &props)) || FAILED(pAllocator->Commit()) ||
