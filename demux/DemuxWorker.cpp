@@ -18,7 +18,7 @@ int CDemuxWorker::Open(CRingBuffer* pStreamBuffer, CBlockMemFileEx* pVideoQueue,
                        CBlockMemFileEx* pAudioQueue) {
     int nResult = 0;
     try {
-        m_pushed.Attach(pStreamBuffer, m_sizes.nRingSize, m_sizes.nMaxChunk);
+        m_pushed.Attach(pStreamBuffer, m_sizes.nRingSize, m_sizes.nMaxChunk, m_sizes.nReadUnit);
         m_video.Attach(pVideoQueue);
         m_audio.Attach(pAudioQueue);
         nResult = OpenSides();

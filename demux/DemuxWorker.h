@@ -19,9 +19,11 @@ namespace kest {
 struct DemuxSizes {
     std::uint32_t nRingSize;  // bytes of a ring that the demuxer makes itself
     std::uint32_t nMaxChunk;  // largest read and write that is declared to the ring
+    std::uint32_t nReadUnit;  // the ring is read in multiples of this number of bytes
     FrameOutputSizes video;
     FrameOutputSizes audio;
-    std::uint32_t nStopBoundMs;  // time that the thread has to end before it is ended by force
+    std::uint32_t
+        nStopBoundMs;  // time that the thread has to end before it is ended by force; kInfinite: no limit
 };
 
 /// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and

@@ -40,9 +40,14 @@ public:
     /// Adds bytes, at least one, to the frame; with its first bytes it waits without limit for a free block.
     /// Bytes that would make the frame longer than it may be are left out, all of them.
     void Append(Bytes payload);
+    /// Whether the frame may have n bytes more.
+    bool HasRoom(std::size_t n) const { return n <= m_sizes.nMaxFrame - m_nFill; }
+    /// Bytes of the frame, with those that its block has no room for.
+    std::uint32_t GetFill() const { return m_nFill; }
     /// The frame has no bytes.
     bool IsEmpty() const { return m_nFill == 0; }
-    /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one.
+    /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one. For a frame
+    /// without bytes it waits without limit for a free block.
     void Queue(const FRAME_INFO& info);
     /// Drops the frame and puts an end-of-stream record into the queue, waiting without limit for a free
     /// block.
@@ -57,7 +62,7 @@ private:
     std::unique_ptr<CBlockMemFileEx> m_pOwnQueue;  // set when the output made it
     CBlockMemFileEx* m_pQueue = nullptr;           // the queue in use
     BlockWrite m_block;                            // where the frame is, as far as it fits; none: it is lost
-    std::uint32_t m_nFill = 0;                     // bytes of the frame, with those that do not fit
+    std::uint32_t m_nFill = 0;                     // see GetFill
 };
 
 }  // namespace kest

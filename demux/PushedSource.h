@@ -22,7 +22,9 @@ public:
     /// @param pRing      where others write, its write side opened by its owner; none: the source makes its
     ///                   own of nCapacity bytes, for `Write`.
     /// @param nMaxChunk  largest write and read, bytes.
-    void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk);
+    /// @param nReadUnit  the ring is read in multiples of this number of bytes, which divides nMaxChunk.
+    void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk,
+                std::uint32_t nReadUnit);
     /// Lets go of the ring; its sides are closed.
     void Detach();
     /// Opens the demuxer's read side, and the write side of a ring of its own.
@@ -50,6 +52,7 @@ private:
     std::unique_ptr<CRingBuffer> m_pOwnRing;  // set when the source made it
     CRingBuffer* m_pRing = nullptr;           // the ring in use
     std::uint32_t m_nMaxChunk = 0;            // see Attach
+    std::uint32_t m_nReadUnit = 1;            // see Attach
     int m_nReader = -1;                       // the read side
     std::mutex m_mutex;                       // keeps a flush and a fetch apart
     std::atomic<bool> m_bFlushed{false};      // flushed since the last `Accept`

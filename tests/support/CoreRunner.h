@@ -1,9 +1,10 @@
-// Runs the program-stream demuxer over bytes: its parser alone, without a thread, or the whole of it.
+// Runs demuxers over bytes: their parsers alone, without a thread, or the whole of the program stream's.
 #pragma once
 
 #include <optional>
 #include <vector>
 
+#include "demux/Mpeg1SystemParser.h"
 #include "demux/Mpeg2PsPullDemux.h"
 #include "platform/Time.h"
 #include "support/MemoryReader.h"
@@ -38,10 +39,11 @@ inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTim
     return std::nullopt;
 }
 
-/// The parser over a source in memory.
-class CParserRig {
+/// A parser over a source in memory, with a demuxer's sizes of the video frames.
+template <class Parser, std::uint32_t nMaxVideoFrame, std::uint32_t nVideoBlock>
+class CParserRigOf {
 public:
-    explicit CParserRig(Bytes bytes) : m_reader(bytes) {
+    explicit CParserRigOf(Bytes bytes) : m_reader(bytes) {
         m_source.SetReader(&m_reader);
         m_source.SetEnd(static_cast<std::int64_t>(bytes.size()));
         m_source.Open();
@@ -65,8 +67,10 @@ public:
     CMemoryReader m_reader;
     CPulledSource m_source;
     CStreamInput m_input;
-    CFrameOutput m_video{{524288, 524288, 2}}, m_audio{{65536, 32768, 2}};
-    CMpeg2PsParser m_parser{m_input, m_video, m_audio};
+    CFrameOutput m_video{{nMaxVideoFrame, nVideoBlock, 2}}, m_audio{{65536, 32768, 2}};
+    Parser m_parser{m_input, m_video, m_audio};
 };
+using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
+using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
 
 }  // namespace kest
