@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "demux/ElementaryStreamFramer.h"
 #include "demux/Mpeg1SystemParser.h"
 #include "demux/Mpeg2PsPullDemux.h"
 #include "platform/Time.h"
@@ -25,6 +26,24 @@ struct Frame {
 struct Frames {
     std::vector<Frame> video, audio;
 };
+
+/// The frames in the words of `Stream`; a ! in the place of the : is a discontinuity.
+inline std::string Describe(const Frames& frames) {
+    std::string text;
+    for (const auto* pFrames : {&frames.video, &frames.audio}) {
+        for (const Frame& frame : *pFrames) {
+            text += (pFrames == &frames.video ? 'v' : 'a') + std::to_string(frame.info.llPts);
+            if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
+            text += frame.info.bDiscontinuity ? "!" : ":";
+            for (std::size_t i = 0, n = 0; i < frame.payload.size(); i += n) {
+                for (n = 1; i + n < frame.payload.size() && frame.payload[i + n] == frame.payload[i];) ++n;
+                text += std::to_string(n) + "x" + std::to_string(frame.payload[i]) + ",";
+            }
+            text.back() = ' ';
+        }
+    }
+    return text;
+}
 
 /// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
 /// new segment breaks off is repeated.
@@ -72,5 +91,18 @@ public:
 };
 using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
 using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
+
+/// The units of an elementary stream that comes in parts of this size.
+inline std::vector<Frame> FrameUnits(Bytes data, std::size_t nPart) {
+    std::vector<Frame> units;
+    CElementaryStreamFramer framer;
+    CBlockMemFileEx queue(524288, 512, sizeof(FRAME_INFO));
+    queue.WOpen(), queue.ROpen();
+    for (; !data.empty(); data = data.subspan(std::min(nPart, data.size()))) {
+        framer.Push(data.first(std::min(nPart, data.size())), queue);
+        while (auto unit = TakeFrame(queue, 0)) units.push_back(*unit);
+    }
+    return units;
+}
 
 }  // namespace kest
