@@ -129,7 +129,7 @@ std::optional<CMpeg1SystemParser::PacketHeader> CMpeg1SystemParser::ReadPacketHe
 /// @param pEnded  timestamps of the frame that ends before them; null: it goes on.
 /// @return false when the input has not all of the payload.
 bool CMpeg1SystemParser::OnVideoPayload(std::uint32_t n, const PesTimestamps* pEnded) {
-    if (pEnded && (pEnded->llPts != kNone || pEnded->llDts != kNone)) {
+    if (pEnded && (pEnded->llPts != kNoTimestamps.llPts || pEnded->llDts != kNoTimestamps.llDts)) {
         FRAME_INFO info{};
         info.llPts = pEnded->llPts;
         info.llDts = pEnded->llDts;
@@ -149,7 +149,8 @@ bool CMpeg1SystemParser::OnVideoPayload(std::uint32_t n, const PesTimestamps* pE
 
 /// Collects the audio's payload up to the next timestamp; otherwise as OnVideoPayload.
 bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pEnded) {
-    if (pEnded && pEnded->llPts != kNone) m_audioFramer.Push(m_audioPackets.GetBytes(), pEnded->llPts);
+    if (pEnded && pEnded->llPts != kNoTimestamps.llPts)
+        m_audioFramer.Push(m_audioPackets.GetBytes(), pEnded->llPts);
     if (pEnded) m_audioPackets.Reset();
     if (!m_audioPackets.HasRoom(n)) {
         m_audioPackets.Reset();

@@ -35,9 +35,6 @@ public:
     const CSequenceHeaderCapture& GetSequenceHeader() const { return m_sequenceHeader; }
 
 private:
-    static constexpr std::int64_t kNone = -1;  // no timestamp
-    static constexpr PesTimestamps kNoTimestamps = {kNone, kNone};
-
     struct PacketHeader {
         std::int64_t nSize = 0;                   // bytes behind the packet's length
         std::optional<PesTimestamps> timestamps;  // none: the packet has none
