@@ -21,7 +21,8 @@ struct DemuxSizes {
     std::uint32_t nMaxChunk;  // largest read and write that is declared to the ring
     FrameOutputSizes video;
     FrameOutputSizes audio;
-    std::uint32_t nStopBoundMs;  // time that the thread has to end before it is ended by force
+    std::uint32_t
+        nStopBoundMs;  // time that the thread has to end before it is ended by force; kInfinite: no limit
 };
 
 /// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and
@@ -46,6 +47,9 @@ public:
     /// thread at a time.
     /// @return the byte count, or 0 when the thread has ended or the demuxer does not take pushed bytes.
     int PushData(Bytes data);
+    /// All that was pushed has been taken as far as it can be: the thread waits for more than there is, or has
+    /// ended. The thread that pushes asks this.
+    bool IsStarved() const { return !IsRunning() || m_pushed.IsStarved(); }
     /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
     /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
     /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be

@@ -42,8 +42,16 @@ void CPushedSource::Flush() {
     m_pRing->Flush();
 }
 
+/// @return whether n bytes came.
+bool CPushedSource::WaitForData(std::uint32_t n) {
+    m_nAwaited = n;
+    const bool bCame = m_pRing->WaitForData(m_nReader, n, kInfinite) > 0;
+    m_nAwaited = 0;
+    return bCame;
+}
+
 std::uint32_t CPushedSource::Fetch(const FetchRequest& request) {
-    if (m_bFlushed || m_pRing->WaitForData(m_nReader, request.nMissing, kInfinite) <= 0) return 0;
+    if (m_bFlushed || !WaitForData(request.nMissing)) return 0;
     std::lock_guard lock(m_mutex);
     if (m_bFlushed) return 0;
     const std::size_t nTaken =

@@ -35,6 +35,8 @@ public:
     /// @return the byte count; 0 when they are not wanted any more, or the ring is not the source's own.
     template <class IsWanted>
     int Write(Bytes data, IsWanted isWanted);
+    /// A fetch waits for more than the ring holds. For the thread that writes.
+    bool IsStarved() const { return m_nAwaited > m_pRing->GetAvailable(m_nReader); }
     /// Drops what the ring holds. What is written from now on is fetched only after `Accept`: so that the
     /// demuxer can forget what it has before it meets what comes after.
     void Flush();
@@ -46,13 +48,15 @@ public:
 
 private:
     int WriteChunk(Bytes chunk);
+    bool WaitForData(std::uint32_t n);
 
-    std::unique_ptr<CRingBuffer> m_pOwnRing;  // set when the source made it
-    CRingBuffer* m_pRing = nullptr;           // the ring in use
-    std::uint32_t m_nMaxChunk = 0;            // see Attach
-    int m_nReader = -1;                       // the read side
-    std::mutex m_mutex;                       // keeps a flush and a fetch apart
-    std::atomic<bool> m_bFlushed{false};      // flushed since the last `Accept`
+    std::unique_ptr<CRingBuffer> m_pOwnRing;   // set when the source made it
+    CRingBuffer* m_pRing = nullptr;            // the ring in use
+    std::uint32_t m_nMaxChunk = 0;             // see Attach
+    int m_nReader = -1;                        // the read side
+    std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that a fetch waits for at present
+    std::mutex m_mutex;                        // keeps a flush and a fetch apart
+    std::atomic<bool> m_bFlushed{false};       // flushed since the last `Accept`
 };
 
 template <class IsWanted>
