@@ -123,14 +123,17 @@ std::int32_t CDemuxWorker::ThreadProc() {
     m_evRun.Wait();
     if (m_evStop.IsSignalled() || !m_bOpen) return -1;
     BeginRun();
-    while (m_evRun.Wait() && !m_evStop.IsSignalled()) {
+    for (bool bEnded = false; !bEnded && m_evRun.Wait() && !m_evStop.IsSignalled();) {
         HonourRequests();
         switch (m_pParser->ParseUnit()) {
             case EParsed::Unit: m_bEndSent = false; break;
             case EParsed::Searching: break;
             case EParsed::NoData: OnNoData(); break;
+            case EParsed::Ended: bEnded = true; break;
+            case EParsed::Failed: return -1;
         }
     }
+    m_pParser->End();
     return 0;
 }
 

@@ -51,6 +51,14 @@ void CFrameOutput::Queue(const FRAME_INFO& info) {
     Drop();
 }
 
+void CFrameOutput::QueueFrame(Bytes frame, const PesTimestamps& timestamps) {
+    FRAME_INFO info{};
+    info.llPts = timestamps.llPts;
+    info.llDts = timestamps.llDts;
+    Append(frame);
+    Queue(info);
+}
+
 void CFrameOutput::QueueEnd(const std::atomic<bool>& bSuperseded) {
     Drop();
     FRAME_INFO info{};

@@ -6,6 +6,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/FrameInfo.h"
+#include "demux/PesHeader.h"
 #include "plumbing/BlockMemFile.h"
 
 namespace kest {
@@ -20,8 +21,8 @@ struct FrameOutputSizes {
 /// The output of one elementary stream: assembles its frames straight in the blocks of its queue.
 ///
 /// A frame that was begun before the queue was last emptied belongs to what was emptied, and is dropped; so
-/// is a frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueEnd` and `Drop` belong to
-/// the demuxer's thread, the rest to its owner's.
+/// is a frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueFrame`, `QueueEnd` and
+/// `Drop` belong to the demuxer's thread, the rest to its owner's.
 class CFrameOutput {
 public:
     explicit CFrameOutput(const FrameOutputSizes& sizes) : m_sizes(sizes) {}
@@ -49,6 +50,8 @@ public:
     /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one. For a frame
     /// without bytes it waits without limit for a free block.
     void Queue(const FRAME_INFO& info);
+    /// Queues a frame, of at least one byte, that is complete already.
+    void QueueFrame(Bytes frame, const PesTimestamps& timestamps);
     /// Drops the frame and puts an end-of-stream record into the queue, waiting without limit for a free
     /// block.
     /// @param bSuperseded  set, before the queue is emptied, by whoever asks for another place of the stream:
