@@ -50,24 +50,24 @@ CMediaType MakeMpeg2VideoType() {
     return type;
 }
 
-CMediaType MakeMpeg1VideoType() {
+CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header) {
+    const Mpeg1SequenceFields fields = ParseSequenceHeader(header);
     MPEG1VIDEOINFO format{};
-    format.hdr.rcSource = {0, 0, 352, 240};
-    format.hdr.dwBitRate = 1500000;
+    format.hdr.rcSource = {0, 0, fields.horizontal_size, fields.vertical_size};
+    format.hdr.dwBitRate = fields.nBitRate;
     format.hdr.AvgTimePerFrame = kFrameTime;
     format.hdr.bmiHeader.biSize = kBitmapHeaderSize;
-    format.hdr.bmiHeader.biWidth = 352;
-    format.hdr.bmiHeader.biHeight = 240;
+    format.hdr.bmiHeader.biWidth = fields.horizontal_size;
+    format.hdr.bmiHeader.biHeight = fields.vertical_size;
     format.hdr.bmiHeader.biXPelsPerMeter = 1347;
     format.hdr.bmiHeader.biYPelsPerMeter = 2000;
     format.dwStartTimeCode = 4097;
-    format.cbSequenceHeader = kDefaultSequenceHeader.size();
+    format.cbSequenceHeader = static_cast<DWORD>(header.size());
 
     // The sequence header stands where the record ends in a one-byte array.
     std::array<BYTE, 244> block{};
     std::memcpy(block.data(), &format, sizeof format);
-    std::copy(kDefaultSequenceHeader.begin(), kDefaultSequenceHeader.end(),
-              block.begin() + offsetof(MPEG1VIDEOINFO, bSequenceHeader));
+    std::copy(header.begin(), header.end(), block.begin() + offsetof(MPEG1VIDEOINFO, bSequenceHeader));
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG1Packet);
     type.SetFormatType(FORMAT_MPEGVideo);
     type.SetFormat(block);

@@ -82,6 +82,29 @@ TEST_F(Intake, PushedStreamIsPlayedCountedDumpedAndForwarded) {
     EXPECT_EQ(m_stream.size(), status.settings.llBytesSent);
 }
 
+TEST_F(Intake, EveryClassOfStreamIsPlayed) {
+    // File, class, samples of video and audio: what the demuxer queues before it is stopped. The audio of the
+    // system stream is mono, which its framing does not lock to.
+    const std::tuple<const char*, int, int, int> cases[] = {{"ps_mpeg4.mpg", kClassProgramMpeg4, 89, 123},
+                                                            {"ts_mpeg2.ts", kClassTransportMpeg12, 88, 114},
+                                                            {"ts_mpeg4.ts", kClassTransportMpeg4, 88, 109},
+                                                            {"sys_mpeg1.mpg", kClassMpeg1System, 89, 0},
+                                                            {"es_mpeg4.m4v", kClassMpeg4VideoEs, 89, 0}};
+    for (const auto& [pszFile, nClass, nVideo, nAudio] : cases) {
+        SetOutput(kDemuxOutputFreeRun);
+        ConnectPushed(nClass);
+        Start();
+        EXPECT_TRUE(PushAll(ReadTestData(pszFile)));
+        EXPECT_EQ(S_OK, Input().EndOfStream());
+        EXPECT_EQ(nVideo, m_apSinks[0]->WaitForEnd()) << pszFile;
+        if (nClass != kClassMpeg4VideoEs) {
+            EXPECT_EQ(nAudio, m_apSinks[1]->WaitForEnd()) << pszFile;
+        }
+        EXPECT_EQ(S_OK, m_pFilter->Stop());
+        Disconnect();
+    }
+}
+
 TEST_F(Intake, WithoutDemultiplexingTheBytesAreOnlyForwarded) {
     ConnectPushed(kClassProgramMpeg12);
     Control()->put_DisableDemux(1);
