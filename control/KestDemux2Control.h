@@ -25,7 +25,7 @@ constexpr std::size_t kDumpFileNameSize = 260;
 /// Results of the dump file's setters, as they are (no HRESULT of failure: the caller compares).
 enum : HRESULT {
     kInvalidName = 123,  // empty, or it cannot be converted to or from the system's narrow text
-    kNameTooLong = 206,  // more than 260 characters
+    kNameTooLong = 206,  // IFileSinkFilter::SetFileName: more than 260 characters
 };
 
 /// The filter's settings and its state. Every method may be called from any thread, in every state of the
@@ -70,9 +70,10 @@ struct IKestDemux2Control : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE put_DisableDemux(std::uint8_t bOff) = 0;
     /// Off also closes the dump file.
     virtual HRESULT STDMETHODCALLTYPE put_EnableDump(std::uint8_t bOn) = 0;
-    /// Opens the dump file, replacing one of that name; dumping begins with put_EnableDump. Closes the one that
-    /// is open. @param pszName  as in get_DumpFileName.
-    /// @return kInvalidName, kNameTooLong; HRESULT_FROM_WIN32 of the system's error: the name before stays.
+    /// Opens the dump file, in the place of the one that is open; what stands under the name is replaced. Dumping
+    /// begins with put_EnableDump. @param pszName  as in get_DumpFileName, at most 260 characters.
+    /// @return kInvalidName; HRESULT_FROM_WIN32 of the system's error (errno elsewhere than on Windows). What is not
+    ///         0 leaves name and file as they were.
     virtual HRESULT STDMETHODCALLTYPE put_DumpFileName(const char* pszName) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_Sending(std::uint8_t bOn) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_LocalView(std::uint8_t bOn) = 0;
@@ -86,13 +87,14 @@ struct IKestDemux2Control : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE put_DemuxOutput(std::uint32_t nOutput) = 0;
     /// The media type that the audio output pin offers. @return E_OUTOFMEMORY.
     virtual HRESULT STDMETHODCALLTYPE put_AudioMediaType(const AM_MEDIA_TYPE* pType) = 0;
-    /// On releases one video sample and holds the next ones, one of which each further call releases; off lets
-    /// all go.
+    /// On releases one video sample and holds the next ones, one of which each further call releases; off
+    /// releases a sample that waits.
     virtual HRESULT STDMETHODCALLTYPE put_EnableSingleStep(std::uint8_t bOn) = 0;
-    /// The playback rate. @return what the filter says of it.
+    /// The playback rate. @return E_INVALIDARG: none that can be played.
     virtual HRESULT STDMETHODCALLTYPE put_Rate(double dRate) = 0;
     /// Makes ports and addresses take effect and posts the status record under the shared name, unless one that
-    /// nobody has taken stands there.
+    /// nobody has taken stands there. The filter adopts the record itself with the next sample that comes in,
+    /// flags included: set everything first, then apply.
     virtual HRESULT STDMETHODCALLTYPE ApplySendSettings() = 0;
     /// Whether the last decision found a reset necessary.
     virtual HRESULT STDMETHODCALLTYPE get_NeedReset(std::uint8_t* pbNeeded) = 0;
@@ -108,7 +110,7 @@ protected:
     ~IKestDemux2Control() = default;
 };
 
-/// What goes beyond the filter's ways of old: each is off or neutral in a new filter, so that a host that does
+/// Extensions: each is off or neutral in a new filter, so that a host that does
 /// not know of it sees no difference. Values, defaults and the moment of effect: see the table in
 /// SwitchTable.h.
 enum class ESwitch : std::uint32_t {

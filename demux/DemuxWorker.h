@@ -91,6 +91,8 @@ protected:
     void SetReader(IAsyncReader* pReader) { m_pulled.SetReader(pReader); }
     /// The byte after the last one of a pulled source.
     void SetEnd(std::int64_t llEnd) { m_pulled.SetEnd(llEnd); }
+    /// A reset is requested, and the thread has not carried it out.
+    bool IsResetPending() const { return m_bReset; }
     /// Asks for a restart at an offset of the source, and empties both queues. Any thread.
     void RequestSegment(std::int64_t llStart);
 

@@ -13,8 +13,9 @@ class KestMpeg2PsDemux : public CDemuxWorker {
 public:
     void Stop() override;
 
-    /// An MPEG_program_end_code was met since the start or the last reset. Any thread.
-    bool HasMetEndCode() const { return m_parser.HasMetEndCode(); }
+    /// An MPEG_program_end_code was met since the start or the last reset, be it that the thread has still to carry
+    /// that out. Any thread.
+    bool HasMetEndCode() const { return m_parser.HasMetEndCode() && !IsResetPending(); }
 
 protected:
     /// @param nStopBoundMs  see DemuxSizes.

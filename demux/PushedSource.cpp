@@ -22,7 +22,7 @@ void CPushedSource::Detach() {
 int CPushedSource::OpenSides() {
     if (m_pOwnRing) m_pOwnRing->OpenWriter(m_nMaxChunk);
     m_nReader = m_pRing->OpenReader(m_nMaxChunk);
-    return std::min(m_nReader, 0);
+    return std::min(m_nReader.load(), 0);
 }
 
 void CPushedSource::CloseSides() {

@@ -62,7 +62,7 @@ private:
     CRingBuffer* m_pRing = nullptr;            // the ring in use
     std::uint32_t m_nMaxChunk = 0;             // see Attach
     std::uint32_t m_nReadUnit = 1;             // see Attach
-    int m_nReader = -1;                        // the read side
+    std::atomic<int> m_nReader{-1};            // the read side
     const CPushGate* m_pGate = nullptr;        // see SetGate; none: never held
     std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that Fetch waits for; 0: it does not wait
     std::mutex m_mutex;                        // keeps a flush and a fetch apart

@@ -159,7 +159,8 @@ HRESULT CDemuxControl::put_DumpFileName(const char* pszName) {
     if (!pszName) return E_POINTER;
     return Guard([&]() -> HRESULT {
         const auto strName = ToWide(pszName);
-        return strName ? m_parts.dump.Open(*strName) : kInvalidName;
+        const HRESULT hr = strName ? m_parts.dump.Open(*strName) : kInvalidName;
+        return hr == kNameTooLong ? kInvalidName : hr;
     });
 }
 

@@ -277,7 +277,9 @@ void CDemuxPath::HoldFeed() {
 
 // In the order of the stream: what the demuxer has not parsed may still become frames, and those that are
 // queued, samples.
-bool CDemuxPath::IsDelivered() const {
+bool CDemuxPath::IsDelivered() {
+    const CPushGate::CInside inside(m_feedGate);
+    if (m_feedGate.IsHeld()) return false;
     const auto pins = DeliveringPins();
     return (!Core() || Core()->HasTakenAll()) &&
            std::all_of(pins.begin(), pins.end(),
@@ -285,15 +287,20 @@ bool CDemuxPath::IsDelivered() const {
 }
 
 void CDemuxPath::DeliverEnd() {
-    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->DeliverEnd();
+    for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->DeliverEnd();
 }
 
-bool CDemuxPath::NeedsReset() const {
-    return Mode().family == ECoreFamily::Program && m_pPsDemux && m_pPsDemux->HasMetEndCode();
+bool CDemuxPath::NeedsReset() {
+    const CPushGate::CInside inside(m_feedGate);
+    return !m_feedGate.IsHeld() && Mode().family == ECoreFamily::Program && m_pPsDemux &&
+           m_pPsDemux->HasMetEndCode();
 }
 
 bool CDemuxPath::IsOutOfBalance() const {
     constexpr std::uint32_t kAlmostEmpty = 10, kAlmostFull = 90;  // percent
+    const AvTimes times = m_timing.Get();
+    const bool bDraining = times.video.bRestartPending || times.audio.bRestartPending;
+    if (Mode().family == ECoreFamily::Program && bDraining) return false;
     if (!m_videoPin.IsConnected() || !m_audioPin.IsConnected()) return false;
     auto Fill = [](const CDemuxOutputPin& pin) {
         return pin.GetFramesPending() * 100 / pin.GetFrameCapacity();

@@ -84,14 +84,14 @@ public:
     /// that feeds; with the pin lock held, or while connections cannot change.
     void HoldFeed();
     void ReleaseFeed() { m_feedGate.Release(); }
-    /// All that was fed has left the output pins, as far as it can without more.
-    bool IsDelivered() const;
+    /// All that was fed has left the output pins, as far as it can without more. False while the feed is held.
+    bool IsDelivered();
     /// Passes the end of the stream downstream, on the video pin first.
     void DeliverEnd();
     /// The demuxer has met something behind which only a reset goes on.
-    bool NeedsReset() const;
+    bool NeedsReset();
     /// One frame queue is almost full while the other is almost empty: audio and video have lost each other. Only
-    /// with both output pins connected.
+    /// with both output pins connected, and when the frames from before the last reset have been dropped.
     bool IsOutOfBalance() const;
 
     // ---- while the threads run

@@ -14,7 +14,9 @@ HRESULT CDumpFile::Open(std::wstring_view strName) {
     constexpr std::size_t kLongestName = 260;
     if (strName.size() > kLongestName) return kNameTooLong;
     const auto strNarrow = ToNarrow(strName);
-    if (!strNarrow || strNarrow->empty() || strNarrow->find('\0') != std::string::npos) return kInvalidName;
+    if (!strNarrow || strNarrow->empty() || strNarrow->size() > kLongestName ||
+        strNarrow->find('\0') != std::string::npos)
+        return kInvalidName;
     std::wstring strCopy(strName);
     CAutoLock lock(m_csDump);
     if (strCopy == m_strDumpFile) m_file.Close();  // the system may refuse a second opening
@@ -40,7 +42,7 @@ HRESULT CDumpFile::WriteDump(std::span<const std::uint8_t> data) {
         CAutoLock lock(m_csDump);
         hr = Append(data);
         bFirst = hr != 0 && !m_bFailed;
-        m_bFailed = hr != 0;
+        m_bFailed = m_bFailed || hr != 0;
     }
     if (bFirst) {
         DebugText(

@@ -23,7 +23,8 @@ public:
     /// Opens the file in the place of the one that is open; one that is there is replaced.
     /// @param strName  at most 260 characters.
     /// @return 0; 123: the name is empty or cannot be converted to the system's narrow text; 206: it is longer;
-    ///         HRESULT_FROM_WIN32 of the system's error. What is not 0 leaves the name before, and its file open.
+    ///         HRESULT_FROM_WIN32 of the system's error. What is not 0 leaves the name before, and its file open;
+    ///         only the file of the same name is closed first.
     HRESULT Open(std::wstring_view strName);
     /// Ends the dump of this run. The name stays.
     void CloseDumpFile();

@@ -47,6 +47,7 @@ HRESULT CKestDemux2InputPin::CheckMediaType(const CMediaType&) {
     return Guard([this] {
         Trace("==>CheckMediaType\n");
         CAutoLock lock(*m_pLock);
+        if (!m_pFilter->MayChangeConnections()) return IsConnected() ? S_OK : VFW_E_NOT_STOPPED;
         if (IsConnected()) return S_OK;  // the path may be reading the source that a probe would read
         return ApplyStreamClass(ClassifySource());
     });
@@ -141,25 +142,28 @@ HRESULT CKestDemux2InputPin::EndOfStream() {
     });
 }
 
-// ---------------- flushing: the hold with the pin lock, since the path may change without it
+// ---------------- flushing
 
-HRESULT CKestDemux2InputPin::BeginFlush() {
-    return Guard([this] {
+/// Does a step of a flush while no sample is being received.
+template <class Step>
+HRESULT CKestDemux2InputPin::WithoutSample(Step step) {
+    return Guard([&] {
         std::optional<CIntake::CHold> hold;
         {
-            CAutoLock lock(*m_pLock);
+            CAutoLock lock(*m_pLock);  // without it the path may change
             hold.emplace(m_parts.intake);
         }
         CAutoLock lock(m_csReceive);
-        return CBaseInputPin::BeginFlush();
+        return step();
     });
 }
 
+HRESULT CKestDemux2InputPin::BeginFlush() {
+    return WithoutSample([this] { return CBaseInputPin::BeginFlush(); });
+}
+
 HRESULT CKestDemux2InputPin::EndFlush() {
-    return Guard([this] {
-        CAutoLock lock(m_csReceive);
-        return CBaseInputPin::EndFlush();
-    });
+    return WithoutSample([this] { return CBaseInputPin::EndFlush(); });
 }
 
 }  // namespace kest

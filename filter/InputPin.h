@@ -39,7 +39,7 @@ public:
         CDemuxPath& path;             // the path that the source's bytes take
         CIntake& intake;              // what becomes of samples
         CUdpSender& sender;           // its settings are published with the working mode
-        CStatusPublisher& publisher;  // where
+        CStatusPublisher& publisher;  // shows it to other processes
         const CSwitches& switches;    // AdmitAll, PushStreamClass
     };
     /// @param pFilter  owner of the pin.
@@ -61,7 +61,8 @@ public:
     HRESULT CompleteConnect(IPin* pReceivePin) override;
     /// Classifies the stream and enters its mode. A connected pin has done so: it accepts.
     HRESULT CheckMediaType(const CMediaType& type) override;
-    /// 0: the preferred type of the last accepted stream; 1: any type. None while there is nothing to classify.
+    /// 0: the preferred type of the last accepted stream; 1: any type. None for a source that cannot be read while
+    /// PushStreamClass is 6.
     HRESULT GetMediaType(int n, CMediaType& type) override;
 
     /// Takes a sample: first the reset check, then the intake. Waits while there is no room.
@@ -78,6 +79,8 @@ public:
 private:
     void CheckAndResetDemux();
     int ClassifySource();
+    template <class Step>
+    HRESULT WithoutSample(Step step);
 
     const Parts m_parts;       // see Parts
     CMediaType m_mtPreferred;  // see GetMediaType

@@ -7,13 +7,14 @@
 namespace kest {
 
 bool CIntake::Take(std::span<const std::uint8_t> data) {
-    if (m_nHolds != 0) return false;
+    const CPushGate::CInside inside(m_gate);
+    if (m_gate.IsHeld()) return false;
     m_llBytesReceived += data.size();
     m_dump.WriteDump(data);
     if (const auto posted = m_publisher.TakePosted()) m_sender.AdoptSettings(&*posted);
     Forward(data);
     if (!m_sender.GetSettingsPtr()->Get(&SEND_SETTINGS::bDisableDemux)) m_path.Feed(data);
-    return m_nHolds == 0;
+    return !m_gate.IsHeld();
 }
 
 void CIntake::Forward(std::span<const std::uint8_t> data) {
@@ -24,15 +25,15 @@ void CIntake::Forward(std::span<const std::uint8_t> data) {
 }
 
 CIntake::CHold::CHold(CIntake& intake) : m_intake(intake) {
-    ++m_intake.m_nHolds;
     m_intake.m_sender.HoldPush();
     m_intake.m_path.HoldFeed();
+    m_intake.m_gate.Hold([] {});  // the other two have ended what it may wait for
 }
 
 CIntake::CHold::~CHold() {
+    m_intake.m_gate.Release();
     m_intake.m_path.ReleaseFeed();
     m_intake.m_sender.ReleasePush();
-    --m_intake.m_nHolds;
 }
 
 }  // namespace kest

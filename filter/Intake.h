@@ -33,8 +33,11 @@ public:
     /// Bytes that have come in.
     std::uint64_t GetBytesReceived() const { return m_llBytesReceived; }
 
-    /// Ends the waits of the other operations, and lets none begin, for the length of a block. Not for the thread
-    /// that delivers.
+    /// Counts the CHolds so far.
+    std::uint32_t CountHolds() const { return m_gate.CountHolds(); }
+
+    /// Ends the operations above that are under way, and lets none begin, for the length of a block. Not for the
+    /// thread that delivers; with the pin lock held, or while connections cannot change.
     class CHold {
     public:
         explicit CHold(CIntake& intake);
@@ -54,17 +57,19 @@ private:
     CStatusPublisher& m_publisher;                    // the filter's
     CDumpFile& m_dump;                                // the filter's
     std::atomic<std::uint64_t> m_llBytesReceived{0};  // see GetBytesReceived
-    std::atomic<int> m_nHolds{0};                     // CHolds alive
+    CPushGate m_gate;                                 // of Take
 };
 
 template <class IsOver>
 bool CIntake::WaitUntilDelivered(IsOver isOver) {
     constexpr std::uint32_t kPollMs = 10;
+    const std::uint32_t nHolds = CountHolds();
+    auto IsHeld = [&] { return m_gate.IsHeld() || CountHolds() != nHolds; };
     while (!m_path.IsDelivered()) {
-        if (m_nHolds != 0 || isOver()) return false;
+        if (IsHeld() || isOver()) return false;
         SleepMs(kPollMs);
     }
-    return m_nHolds == 0 && !isOver();
+    return !IsHeld() && !isOver();
 }
 
 }  // namespace kest

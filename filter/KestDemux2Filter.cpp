@@ -49,8 +49,7 @@ CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
     BeginServices();
 }
 
-/// The sender runs as long as the filter is there. What cannot be had is done without: nothing is forwarded, or
-/// published.
+/// The sender runs as long as the filter is there. Failures are ignored: nothing is forwarded, or published, then.
 void CKestDemux2Filter::BeginServices() {
     Guard([this] {
         m_UdpSender.Open();
@@ -144,7 +143,7 @@ HRESULT CKestDemux2Filter::EnterPaused() {
     m_path.ApplyDemuxOutput();
     if (!m_path.IsRunning()) {
         UsePath();
-        m_resets.m_bResetRequest = false;  // of the run before
+        m_resets.m_bResetRequest = m_resets.m_bNeedReset = false;  // of the run before
         if (const HRESULT hr = m_path.Start(); FAILED(hr)) return hr;
     }
     const HRESULT hr = CBaseFilter::Pause();
@@ -274,6 +273,12 @@ bool CKestDemux2Filter::GetClockTime(REFERENCE_TIME& rtNow) {
 void CKestDemux2Filter::OnThreadKilled() {
     m_resets.m_bResetAllowed = false;
     m_resets.m_bThreadKilled = true;
+}
+
+// A flush of the input ends the wait too: the sample was made of what is flushed away.
+void CKestDemux2Filter::DoSingleStep(const std::function<bool()>& isOver) {
+    const std::uint32_t nHolds = m_intake.CountHolds();
+    m_singleStep.DoSingleStep([&] { return isOver() || m_intake.CountHolds() != nHolds; });
 }
 
 // ---------------- seeking hooks, for a stream that can be sought in

@@ -30,15 +30,18 @@ namespace kest {
 /// times; destroyed.
 ///
 /// Interfaces: IBaseFilter and its family, IKestDemux2Control, IKestDemux2Control2, ISpecifyPropertyPages,
-/// IFileSinkFilter, IReferenceClock, IMediaSeeking, IMediaPosition (with IDispatch). Their methods return E_OUTOFMEMORY when memory or a thread is missing, and the filter stays
-/// usable.
+/// IFileSinkFilter, IReferenceClock, IMediaSeeking, IMediaPosition (with IDispatch). Their methods return
+/// E_OUTOFMEMORY when memory or a thread is missing, and the filter stays usable.
 ///
 /// Locking: m_csState is held through `Run`, `Pause`, `Stop`, `ResetDemux` and seeks, m_csPins through
 /// connections and the base's part of the state changes, m_csJoin through `JoinFilterGraph`. Order: m_csState
 /// or m_csJoin, the audio pin's flush lock, the video pin's flush lock; and m_csState or m_csJoin, m_csPins.
 /// Delivery threads take m_csPins (for the clock) and the flush locks: nobody waits for one with these held but
 /// for a second at most. A delivery thread that seeks takes m_csState, unless a stop begins: see SeekHook. The
-/// demuxer's thread takes none of these locks. Connections are refused from the start of the path to the end of
+/// demuxer's thread takes none of these locks. The thread of an upstream pin takes the input pin's receive lock
+/// around each sample, with none of the others; it takes m_csState before that lock, for a reset, and m_csPins
+/// behind it. Who holds m_csState or m_csPins does not wait for the receive lock, but holds the intake (CIntake::
+/// CHold), which comes at once. Connections are refused from the start of the path to the end of
 /// the stop, whatever the state reads meanwhile. Flags that threads share are atomic.
 class CKestDemux2Filter final : public CBaseFilter, public IDemuxFilterSite, public IResetSite {
 public:
@@ -109,7 +112,7 @@ public:
     /// unknown, a seek changes nothing.
     HRESULT SeekHook(REFERENCE_TIME rt) override;
     HRESULT RateHook(double dRate) override;
-    void DoSingleStep(const std::function<bool()>& isOver) override { m_singleStep.DoSingleStep(isOver); }
+    void DoSingleStep(const std::function<bool()>& isOver) override;
 
 private:
     void BeginServices();

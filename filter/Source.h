@@ -28,8 +28,9 @@ public:
     /// Reads the beginning of the source. @param bAdmitAll  every class is admitted, not program streams alone.
     /// @return the class (EStreamClass) of a stream that is admitted; else 6.
     int ClassifyStream(bool bAdmitAll);
-    /// Bits per second of the last program stream that was classified; 0 before.
-    std::uint32_t GetBitRate() const { return m_Probe.GetBitRate(); }
+    /// Bits per second of the last program stream that was classified; 0 before, and for a push source, whose
+    /// stream is another.
+    std::uint32_t GetBitRate() const { return m_bPushSource ? 0 : m_Probe.GetBitRate(); }
     /// The byte that a media time (100 ns) stands for, rt * bit rate / 8 / 10000000 rounded down. A time before
     /// the beginning is the beginning, one beyond the last file position is that position.
     /// @return nothing while the bit rate is unknown.

@@ -10,24 +10,32 @@ constexpr std::int32_t kSize = sizeof(SHARED_STATUS);
 }  // namespace
 
 bool CStatusPublisher::Open() {
+    CAutoLock lock(m_cs);
     return m_StatusFile.IsOpen() ||
            m_StatusFile.Open(MEMFILE_CREATE, nullptr, kSharedStatusName, nullptr, kSize, 0) >= 1;
 }
 
-SHARED_STATUS CStatusPublisher::Update(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings) {
+void CStatusPublisher::Close() {
     CAutoLock lock(m_cs);
+    m_StatusFile.Close();
+}
+
+/// Under m_cs.
+const SHARED_STATUS& CStatusPublisher::Update(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings) {
     m_SharedStatus.nWorkingMode = nWorkingMode;
     m_SharedStatus.settings = settings;
     return m_SharedStatus;
 }
 
 void CStatusPublisher::Publish(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings) {
-    const SHARED_STATUS status = Update(nWorkingMode, settings);
+    CAutoLock lock(m_cs);
+    const SHARED_STATUS& status = Update(nWorkingMode, settings);
     if (IsPublished()) m_StatusFile.Write(&status, kSize);
 }
 
 void CStatusPublisher::Post(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings) {
-    const SHARED_STATUS status = Update(nWorkingMode, settings);
+    CAutoLock lock(m_cs);
+    const SHARED_STATUS& status = Update(nWorkingMode, settings);
     if (IsPublished()) m_StatusFile.WriteSignal(&status, kSize);
 }
 
@@ -49,8 +57,10 @@ SHARED_STATUS CStatusPublisher::Get() const {
 }
 
 bool CStatusPublisher::TakeRemote(SHARED_STATUS& status) {
+    CAutoLock lock(m_cs);
     if (m_StatusReader.Open(MEMFILE_OPEN, nullptr, kSharedStatusName, nullptr, kSize, 0) < 1) return false;
     m_StatusReader.WaitRead(&status, kSize);
+    m_StatusReader.Close();  // or the name would live on here
     return true;
 }
 

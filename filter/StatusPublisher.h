@@ -19,7 +19,7 @@ public:
     /// is published already.
     bool Open();
     /// Takes the status away. Others who publish under the name stay.
-    void Close() { m_StatusFile.Close(); }
+    void Close();
 
     /// Takes over a status and writes it.
     void Publish(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings);
@@ -37,10 +37,10 @@ public:
     bool TakeRemote(SHARED_STATUS& status);
 
 private:
-    SHARED_STATUS Update(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings);
+    const SHARED_STATUS& Update(std::uint32_t nWorkingMode, const SEND_SETTINGS& settings);
     bool IsPublished() const { return m_StatusFile.IsOpen() && m_StatusFile.IsCreator(); }
 
-    mutable CCritSec m_cs;         // guards m_SharedStatus
+    mutable CCritSec m_cs;         // held through every operation that others could see half done
     SHARED_STATUS m_SharedStatus;  // see Get
     CNamedMemFile m_StatusFile;    // where the status is published
     CNamedMemFile m_StatusReader;  // what TakeRemote opens

@@ -14,8 +14,8 @@ HRESULT CBaseInputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
 }
 
 HRESULT CBaseInputPin::CheckStreaming() {
+    if (IsStopped()) return VFW_E_WRONG_STATE;  // first: connections change in this state alone
     if (!IsConnected()) return VFW_E_NOT_CONNECTED;
-    if (IsStopped()) return VFW_E_WRONG_STATE;
     if (m_bFlushing) return S_FALSE;
     return m_bRunTimeError ? VFW_E_RUNTIME_ERROR : S_OK;
 }

@@ -10,7 +10,7 @@ namespace kest {
 /// samples. A derived class overrides `Receive`, which begins with the base's or with `CheckStreaming`.
 ///
 /// Locking: the allocator is guarded by the object lock. `Receive` takes no lock; a derived class that must keep it
-/// apart from flushes and stops has its own receive lock, taken after the object lock.
+/// apart from flushes and stops has its own receive lock, taken before the object lock.
 class CBaseInputPin : public CImplements<CBasePin, IMemInputPin> {
 public:
     CBaseInputPin(CPinOwner* pFilter, CCritSec* pLock, HRESULT* phr, LPCWSTR pszName);

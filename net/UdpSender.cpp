@@ -53,7 +53,9 @@ int CUdpSender::Open() {
     m_pRing->OpenWriter(kPieceSize);
     m_nReader = m_pRing->OpenReader(kPieceSize);
     StartThread();
-    return 0;
+    if (IsRunning()) return 0;
+    m_pRing.reset();  // nobody would read it
+    return -1;
 }
 
 int CUdpSender::Close() {
@@ -98,8 +100,12 @@ void CUdpSender::UpdateAddresses() {
 }
 
 void CUdpSender::AdoptSettings(const SEND_SETTINGS* pSettings) {
+    SEND_SETTINGS settings = *pSettings;  // of another process: flags are 0 or 1 here
+    for (std::uint8_t* pbFlag : {&settings.bLocalView, &settings.bDisableDemux, &settings.bSending}) {
+        *pbFlag = *pbFlag != 0;
+    }
     CAutoLock lock(m_cs);
-    SetSettings(pSettings);
+    SetSettings(&settings);
     UpdateAddresses();
 }
 

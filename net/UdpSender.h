@@ -30,7 +30,8 @@ enum : int {
 /// datagram that cannot be sent is left out; a trace text says so, once a second at most.
 ///
 /// Flags and chunk size take effect with the next chunk. Addresses and ports take effect with
-/// `UpdateAddresses` or `AdoptSettings`: who sets them field by field switches the flags on behind that.
+/// `UpdateAddresses` or `AdoptSettings`: to set them field by field, set them, call
+/// `UpdateAddresses`, and then switch the flags on.
 ///
 /// Use: construct, `Open`, `Resume`, and then `Push` for all that comes in, from one thread at a time. All
 /// but `Open`, `Close`, `StartThread` and destruction may be called from any thread meanwhile. At destruction
@@ -47,7 +48,7 @@ public:
 
     /// Makes socket and ring and starts the thread, which holds until `Resume`.
     /// @return 0; UDP_E_ALREADY_OPEN, UDP_E_WSASTARTUP; the system's error when there is no socket, -1 when
-    ///         there is no memory for the ring: it counts as open then, and `Push` takes nothing.
+    ///         there is no memory for the ring or no thread: it counts as open then, and `Push` takes nothing.
     int Open();
     /// Gives the socket back; ring and thread stay, and `Open` is possible again. @return 0.
     int Close();

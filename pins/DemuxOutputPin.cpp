@@ -32,13 +32,21 @@ void CDemuxOutputPin::EndDelivery() noexcept {
     });
 }
 
+// The thread is the upstream pin's: it keeps the downstream pin alive, since nothing keeps the filter from being
+// stopped and disconnected meanwhile.
 void CDemuxOutputPin::DeliverEnd() {
+    CComPtr<IPin> pPeer;
+    {
+        CAutoLock lock(*m_pLock);
+        pPeer = GetConnected();
+    }
+    if (!pPeer) return;
     {
         CAutoLock lock(m_gate.GetFlushLock());  // a flush of others comes before or not at all
-        if (!IsConnected() || m_gate.HasEnded()) return;
+        if (m_gate.HasEnded()) return;
         m_gate.SetEnded(true);
     }
-    DeliverEndOfStream();
+    pPeer->EndOfStream();
 }
 
 void CDemuxOutputPin::ROpenMemFile() {

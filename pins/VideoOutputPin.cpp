@@ -84,8 +84,8 @@ void CKestDemux2VideoOutputPin::InitSeeking() {
 HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
     if (pSample->IsPreroll() == S_OK) return CDemuxOutputPin::Deliver(pSample);
     m_seeking.UpdatePosition();
-    const HRESULT hr = CDemuxOutputPin::Deliver(pSample);
     const std::uint32_t nFlushes = m_context.gate.CountFlushes();
+    const HRESULT hr = CDemuxOutputPin::Deliver(pSample);
     m_pDemuxFilter->DoSingleStep(
         [&] { return IsDeliveryStopping() || m_context.gate.CountFlushes() != nFlushes; });
     return hr;

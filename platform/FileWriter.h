@@ -18,8 +18,8 @@ public:
     CFileWriter& operator=(CFileWriter&& other) noexcept;
 
     /// Makes the file, in the place of one that is there; closes the one that is open. On Windows nobody else can
-    /// open it meanwhile. A file system without room for a byte is found out here. Writing to a pipe does not
-    /// wait: what it does not take is an error.
+    /// open it meanwhile. A file system without room for a new file's first byte is an error, and so is a pipe, whose reader
+    /// would hold the writer up.
     /// @param strName  in the system's narrow text.
     DWORD Create(const std::string& strName);
     /// Appends all of the bytes.

@@ -1,12 +1,28 @@
 #include "platform/FileWriter.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
 
 namespace kest {
+namespace {
+
+/// Whether a new file has room for a byte. @return 0 or the error.
+int FindRoom(int hFile) {
+    const int nError = posix_fallocate(hFile, 0, 1);
+    if (nError == ENOSPC || nError == EDQUOT || nError == EFBIG) return nError;
+    return ftruncate(hFile, 0) == 0 ? 0 : errno;
+}
+
+bool IsPipe(int hFile) {
+    struct stat status;
+    return fstat(hFile, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+}  // namespace
 
 CFileWriter::CFileWriter(CFileWriter&& other) noexcept : m_hFile(std::exchange(other.m_hFile, kNone)) {}
 
@@ -18,13 +34,15 @@ CFileWriter& CFileWriter::operator=(CFileWriter&& other) noexcept {
 DWORD CFileWriter::Create(const std::string& strName) {
     constexpr mode_t kMode = 0666;
     Close();
-    const int hFile = open(strName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, kMode);
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+    const int hNew = open(strName.c_str(), kFlags | O_EXCL, kMode);
+    const int hFile = hNew >= 0 ? hNew : open(strName.c_str(), kFlags | O_TRUNC, kMode);
     if (hFile < 0) return static_cast<DWORD>(errno);
-    const int nError = posix_fallocate(hFile, 0, 1);  // fails in other ways for what is no regular file
-    const bool bFull = nError == ENOSPC || nError == EDQUOT || nError == EFBIG;
-    if (bFull || (nError == 0 && ftruncate(hFile, 0) != 0)) {
+    const int nError = hNew >= 0 ? FindRoom(hNew) : IsPipe(hFile) ? ESPIPE : 0;
+    if (nError != 0) {
         close(hFile);
-        return static_cast<DWORD>(bFull ? nError : EIO);
+        if (hNew >= 0) unlink(strName.c_str());
+        return static_cast<DWORD>(nError);
     }
     m_hFile = hFile;
     return 0;

@@ -169,7 +169,8 @@ CNamedMemory::EResult CNamedMemory::Attach(const char* pszName, std::uint64_t nS
     pObject->folder = OpenFolder();
     const std::uint64_t nFileSize = (nSize + 7) / 8 * 8 + sizeof(Trailer);
     if (!pObject->folder || !pObject->Hold(nFileSize, bCreate)) return EResult::NoMapping;
-    if (pObject->file.GetSize() < nFileSize || !pObject->Map()) return EResult::NoView;
+    const std::uint64_t nActual = pObject->file.GetSize();
+    if (nActual < nFileSize || nActual % sizeof(Trailer) != 0 || !pObject->Map()) return EResult::NoView;
     m_pObject = std::move(pObject);
     return EResult::Done;
 }

@@ -9,9 +9,11 @@ std::optional<std::string> ToNarrow(std::wstring_view strWide) {
     if (strWide.empty()) return std::string();
     std::string strNarrow(strWide.size() * kMostBytes, '\0');
     BOOL bLost = FALSE;  // a character that the code page does not have: the name would be another
+    const bool bUtf8 = GetACP() == CP_UTF8;  // where the system wants other arguments
     const int nBytes =
-        WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, strWide.data(), static_cast<int>(strWide.size()),
-                            strNarrow.data(), static_cast<int>(strNarrow.size()), nullptr, &bLost);
+        WideCharToMultiByte(CP_ACP, bUtf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS, strWide.data(),
+                            static_cast<int>(strWide.size()), strNarrow.data(),
+                            static_cast<int>(strNarrow.size()), nullptr, bUtf8 ? nullptr : &bLost);
     if (nBytes == 0 || bLost) return std::nullopt;
     strNarrow.resize(static_cast<std::size_t>(nBytes));
     return strNarrow;

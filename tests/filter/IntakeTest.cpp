@@ -229,6 +229,9 @@ TEST_F(Intake, ResetIsDecidedByRequestsEndCodeAndFillLevels) {
         EXPECT_EQ(nDecision != 0, m_pFilter->GetResetState().bNeeded);
         m_pFilter->ResetDemux();
         EXPECT_FALSE(m_pFilter->GetResetState().bNeeded);
+        EXPECT_EQ(0, m_pFilter->CheckNeedReset()) << "the old frames are still to be dropped";
+        m_pFilter->GetAvTiming().Update(
+            [](AvTimes& times) { times.video.bRestartPending = times.audio.bRestartPending = false; });
     }
     for (int n : {0, 1}) Output(n).GetFrameQueue().Reset();
     Release();
@@ -237,6 +240,7 @@ TEST_F(Intake, ResetIsDecidedByRequestsEndCodeAndFillLevels) {
     EXPECT_EQ(S_OK, Push(endCode));
     EXPECT_TRUE(Eventually([&] { return m_pFilter->CheckNeedReset() == -1; }));
     EXPECT_EQ(S_OK, Push(std::span(m_stream).first(100)));
+    EXPECT_EQ(0, m_pFilter->CheckNeedReset()) << "once, also before the demuxer has carried it out";
     EXPECT_LT(0, CountOf(" Do reset demux filter here!!!!! \n"));
     EXPECT_TRUE(Eventually([&] { return m_pFilter->CheckNeedReset() == 0; }));
 }
