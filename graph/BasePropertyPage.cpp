@@ -9,6 +9,8 @@ namespace {
 
 constexpr SIZE kDefaultSize = {340, 150};  // pixels, of a dialog that cannot be measured
 
+INT_PTR CALLBACK HandleNothing(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
+
 }  // namespace
 
 CBasePropertyPage::~CBasePropertyPage() {
@@ -57,9 +59,8 @@ HRESULT CBasePropertyPage::GetPageInfo(PROPPAGEINFO* pPageInfo) {
 }
 
 SIZE CBasePropertyPage::MeasureDialog() const {
-    const DLGPROC pfnNothing = [](HWND, UINT, WPARAM, LPARAM) -> INT_PTR { return FALSE; };
     const HWND hwnd =
-        CreateDialogW(GetModuleInstance(), MAKEINTRESOURCEW(m_nDialog), GetDesktopWindow(), pfnNothing);
+        CreateDialogW(GetModuleInstance(), MAKEINTRESOURCEW(m_nDialog), GetDesktopWindow(), HandleNothing);
     RECT rect{};
     if (!hwnd) return kDefaultSize;
     GetWindowRect(hwnd, &rect);
