@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <string>
 
-#include "filter/DemuxSettings.h"
 #include "control/Identifiers.h"
+#include "control/KestDemux2Control.h"
 #include "host/CommandError.h"
 #include "host/DemuxModule.h"
 #include "host/Interrupts.h"
@@ -66,12 +66,9 @@ void CDemuxGraph::Build(EPace pace) {
 
 void CDemuxGraph::SetFreeRun(IBaseFilter* pDemux) {
     constexpr const char* kWhat = "cannot change the filter's settings";
-    CComPtr<IDemuxSettings> pSettings;
-    SEND_SETTINGS settings;
-    Require(pDemux->QueryInterface(kDemuxSettingsId, reinterpret_cast<void**>(pSettings.Put())), kWhat);
-    Require(pSettings->get_SendSettings(&settings), kWhat);
-    settings.nDemuxOutput = kDemuxOutputFreeRun;
-    Require(pSettings->put_SendSettings(&settings), kWhat);
+    CComPtr<IKestDemux2Control> pControl;
+    Require(pDemux->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(pControl.Put())), kWhat);
+    Require(pControl->put_DemuxOutput(kDemuxOutputFreeRun), kWhat);
 }
 
 void CDemuxGraph::Seek(double dSeconds) {
