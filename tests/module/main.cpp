@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <map>
 
-#include "ModuleGraph.h"
+#include "PageCases.h"
 
 namespace kest {
 namespace {
@@ -150,6 +150,7 @@ std::string CheckNoStream(const std::wstring& wszFile, const std::wstring&) {
 const std::map<std::wstring, std::string (*)(const std::wstring&, const std::wstring&)> kCases = {
     {L"samples", ListSamples}, {L"starts", CheckStarts},   {L"states", CheckStates},
     {L"merit", CheckMerit},    {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
+    {L"page", CheckPage},      {L"show", ShowPage},
 };
 
 }  // namespace

@@ -35,13 +35,14 @@ inline HWND FindChild(HWND hwndParent, const std::string& strClass, const std::s
     return nullptr;
 }
 
-/// Answers a modal dialog that the next call opens: its message loop calls an action with the dialog again and again
-/// until that says that it is done. After three seconds the dialog is cancelled.
+/// Answers a modal dialog that the next call opens: the dialog's message loop calls an action with it again and again
+/// until that says that it is done. After some time the dialog is cancelled.
 class CModalAnswer {
 public:
-    /// @param action  gets the newest dialog of this thread; true: it has answered.
-    CModalAnswer(HWND hwndOwner, std::function<bool(HWND)> action)
-        : m_hwndOwner(hwndOwner), m_action(std::move(action)) {
+    /// @param action   gets the dialog; true: it has answered.
+    /// @param nMostMs  when the dialog is cancelled.
+    explicit CModalAnswer(std::function<bool(HWND)> action, DWORD nMostMs = 5000)
+        : m_action(std::move(action)), m_nEndTick(GetTickCount64() + nMostMs) {
         s_pCurrent = this;
         m_nTimer = SetTimer(nullptr, 0, 20, OnTimer);
     }
@@ -51,19 +52,23 @@ public:
     bool IsDone() const { return m_bDone; }
 
 private:
-    static void CALLBACK OnTimer(HWND, UINT, UINT_PTR, DWORD) { s_pCurrent->Poll(); }
-    void Poll() {
-        const HWND hwnd = GetLastActivePopup(m_hwndOwner);
-        if (m_bDone || hwnd == m_hwndOwner || !IsWindowVisible(hwnd)) return;
-        m_bDone = m_action(hwnd);
-        if (!m_bDone && ++m_nTries > 150) PostMessageW(hwnd, WM_COMMAND, IDCANCEL, 0);
+    static void CALLBACK OnTimer(HWND, UINT, UINT_PTR, DWORD) {
+        if (!s_pCurrent->m_bDone) EnumThreadWindows(GetCurrentThreadId(), OnWindow, 0);
+    }
+    /// Polls a dialog; @return whether to go on with the thread's next window.
+    static BOOL CALLBACK OnWindow(HWND hwnd, LPARAM) {
+        constexpr ATOM kDialogClass = 32770;
+        if (GetClassWord(hwnd, GCW_ATOM) != kDialogClass || !IsWindowVisible(hwnd)) return TRUE;
+        s_pCurrent->m_bDone = s_pCurrent->m_action(hwnd);
+        const bool bTooLate = !s_pCurrent->m_bDone && GetTickCount64() > s_pCurrent->m_nEndTick;
+        if (bTooLate) PostMessageW(hwnd, WM_COMMAND, IDCANCEL, 0);
+        return FALSE;
     }
 
     inline static CModalAnswer* s_pCurrent = nullptr;
-    const HWND m_hwndOwner;
     const std::function<bool(HWND)> m_action;
+    const ULONGLONG m_nEndTick;
     UINT_PTR m_nTimer = 0;
-    int m_nTries = 0;
     bool m_bDone = false;
 };
 

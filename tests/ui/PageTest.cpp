@@ -5,10 +5,34 @@
 #include <filesystem>
 #include <fstream>
 
-#include "PageFrame.h"
+#include "FakeControl.h"
+#include "support/PageFrame.h"
+#include "ui/DemuxPropertyPage.h"
 
 namespace kest {
 namespace {
+
+CComPtr<IPropertyPage> CreatePage() {
+    HRESULT hr = S_OK;
+    const CComPtr<IUnknown> pUnknown(CDemuxPropertyPage::CreateInstance(nullptr, &hr)->GetOwner());
+    CComPtr<IPropertyPage> pPage;
+    pUnknown->QueryInterface(IID_PPV_ARGS(pPage.Put()));
+    return pPage;
+}
+
+/// The frame with a page for a filter of settings alone.
+class CFakeFrame : public CPageFrame {
+public:
+    CFakeFrame() : CFakeFrame(new CFakeControl) {}
+    /// What the setters have been called with since the last time.
+    std::string TakeCalls() const { return std::exchange(filter.strCalls, {}); }
+
+    CFakeControl& filter;
+
+private:
+    explicit CFakeFrame(CFakeControl* pFilter)
+        : CPageFrame(CreatePage(), pFilter->GetOwner()), filter(*pFilter) {}
+};
 
 SEND_SETTINGS With(void (*pfnChange)(SEND_SETTINGS&)) {
     SEND_SETTINGS settings;
@@ -31,9 +55,9 @@ TEST(Page, ShowsTheSettingsAndKeepsDemultiplexingOnWhileNothingIsSent) {
          "234.5.6.7 -1 [-2147483648] - x - - - [-] - a.ts "},
     };
     for (const Case& each : kCases) {
-        CPageFrame frame;
-        each.pfnChange(frame.pFilter->settings);
-        frame.pFilter->strDumpFile = "a.ts";
+        CFakeFrame frame;
+        each.pfnChange(frame.filter.settings);
+        frame.filter.strDumpFile = "a.ts";
         EXPECT_EQ(each.strShown, frame.Open().Describe());
         EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
         EXPECT_EQ("", frame.TakeCalls()) << "opening the page has changed the filter";
@@ -70,14 +94,14 @@ TEST(Page, AppliesWhatEachControlWasSetTo) {
         {[](auto& frame) { frame.Click(219), frame.Click(220), frame.Click(219); }, [](auto&) {}},
     };
     for (const Case& each : kCases) {
-        CPageFrame frame;
+        CFakeFrame frame;
         SCOPED_TRACE(&each - kCases);
         each.pfnAct(frame.Open());
         EXPECT_EQ("", frame.TakeCalls());
         EXPECT_EQ(S_OK, frame.pPage->IsPageDirty());
         EXPECT_LT(0, frame.nDirty);
         EXPECT_EQ(S_OK, frame.pPage->Apply());
-        EXPECT_EQ(With(each.pfnChange), frame.pFilter->settings);
+        EXPECT_EQ(With(each.pfnChange), frame.filter.settings);
         EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
         frame.TakeCalls();
         EXPECT_EQ(S_OK, frame.pPage->Apply());
@@ -90,8 +114,8 @@ TEST(Page, AppliesInOrderAndTheDumpOnlyWhenItsSwitchWasChanged) {
     constexpr const char* kSettings =
         "Sending 0 SendAddress 117835242 LocalView 0 LocalPort 5454 SendPort 1 DisableDemux 0 DemuxOutput 0 "
         "Apply ";
-    CPageFrame frame;
-    frame.pFilter->settings.bDisableDemux = 1;
+    CFakeFrame frame;
+    frame.filter.settings.bDisableDemux = 1;
     frame.Open().Type(209, "1");
     const auto Apply = [&] { return frame.pPage->Apply(), frame.TakeCalls(); };
     EXPECT_EQ(kSettings, Apply());
@@ -103,21 +127,21 @@ TEST(Page, AppliesInOrderAndTheDumpOnlyWhenItsSwitchWasChanged) {
     frame.Click(221);
     EXPECT_EQ("EnableDump 0 ", frame.TakeCalls());
     EXPECT_EQ(std::string(kSettings) + "EnableDump 0 ", Apply());
-    EXPECT_EQ("", frame.pFilter->strDumpFile) << "the name went without a change of the switch";
+    EXPECT_EQ("", frame.filter.strDumpFile) << "the name went without a change of the switch";
 }
 
 TEST(Page, CutsALongFileName) {
     for (const std::size_t nLength : {259, 260, 300}) {
-        CPageFrame frame;
+        CFakeFrame frame;
         frame.Open().Type(223, std::string(nLength, 'n'));
         frame.Click(221);
         frame.pPage->Apply();
-        EXPECT_EQ(std::string(259, 'n'), frame.pFilter->strDumpFile);
+        EXPECT_EQ(std::string(259, 'n'), frame.filter.strDumpFile);
     }
 }
 
 TEST(Page, KeepsEditsWhileItIsClosedAndAppliesNothingByItself) {
-    CPageFrame frame;
+    CFakeFrame frame;
     frame.Open().Type(209, "1234");
     frame.Click(218);
     const HWND hwndOld = frame.GetDialog();
@@ -133,7 +157,7 @@ TEST(Page, KeepsEditsWhileItIsClosedAndAppliesNothingByItself) {
 }
 
 TEST(Page, OnlyTheListedNotificationsOfAnActivePageChangeAnything) {
-    CPageFrame frame;
+    CFakeFrame frame;
     frame.Open();
     for (const int nNotification : {EN_SETFOCUS, EN_UPDATE, EN_MAXTEXT}) {
         for (WORD nControl = 200; nControl < 215; ++nControl) {
@@ -150,11 +174,11 @@ TEST(Page, BrowseChangesTheNameThatGoesWithTheNextSwitch) {
     std::filesystem::create_directories(folder);
     const std::string strFile = (folder / "chosen.ts").string();
     std::ofstream(strFile) << "x";
-    CPageFrame frame;
-    frame.pFilter->strDumpFile = "old.ts";
+    CFakeFrame frame;
+    frame.filter.strDumpFile = "old.ts";
     frame.Open();
     const auto Browse = [&](WPARAM nButton) {
-        CModalAnswer answer(frame.hwnd, [&](HWND hwnd) {
+        CModalAnswer answer([&](HWND hwnd) {
             const HWND hwndName = FindChild(hwnd, "Edit", "*.*");
             if (!hwndName) return false;
             SetWindowTextA(hwndName, strFile.c_str());
@@ -171,14 +195,14 @@ TEST(Page, BrowseChangesTheNameThatGoesWithTheNextSwitch) {
     EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
     frame.Click(221);
     frame.pPage->Apply();
-    EXPECT_EQ(strFile, frame.pFilter->strDumpFile);
+    EXPECT_EQ(strFile, frame.filter.strDumpFile);
     std::filesystem::current_path(
         std::filesystem::temp_directory_path());  // the dialog has gone into the folder
     std::filesystem::remove_all(folder);
 }
 
 TEST(Page, RefusesWhatComesOutOfOrder) {
-    CPageFrame frame;
+    CFakeFrame frame;
     IPropertyPage& page = *frame.pPage;
     const RECT rect{};
     const CComPtr<IUnknown> pNoFilter((new CUnknown)->GetOwner());
@@ -201,7 +225,7 @@ TEST(Page, RefusesWhatComesOutOfOrder) {
 
 TEST(Page, ReleasedWhileOpenItLeavesNoWindowAndNoReference) {
     {
-        CPageFrame frame;
+        CFakeFrame frame;
         frame.Open().Click(219);
         const HWND hwndDialog = frame.GetDialog();
         frame.pPage->SetPageSite(nullptr);

@@ -1,35 +1,34 @@
 #pragma once
 
-#include "FakeControl.h"
+#include <ocidl.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "platform/ComPtr.h"
 #include "platform/windows/ModuleInstance.h"
 #include "support/Windows.h"
-#include "ui/DemuxPropertyPage.h"
 
 namespace kest {
 
-/// A property frame of the smallest kind: a window, the site, and one page for a fake filter.
+/// A property frame of the smallest kind: a window, the site, and one property page of the filter.
 class CPageFrame : public IPropertyPageSite {
 public:
-    CPageFrame() {
-        HRESULT hr = S_OK;
-        CDemuxPropertyPage::CreateInstance(nullptr, &hr)
-            ->NonDelegatingQueryInterface(IID_IPropertyPage, reinterpret_cast<void**>(pPage.Put()));
+    CPageFrame(CComPtr<IPropertyPage> pNewPage, CComPtr<IUnknown> pPageObject)
+        : pPage(std::move(pNewPage)), pObject(std::move(pPageObject)) {
         pPage->SetPageSite(this);
     }
     ~CPageFrame() {
         if (pPage) pPage->SetPageSite(nullptr);
         pPage = nullptr;
-        DestroyWindow(hwnd);
     }
 
-    HRESULT Connect() {
-        IUnknown* pObject = pFilter->GetOwner();
-        return pPage->SetObjects(1, &pObject);
-    }
     /// Connects and activates the page.
     CPageFrame& Open() {
         const RECT rect{5, 5, 385, 255};
-        Connect();
+        IUnknown* pTheObject = pObject.Get();
+        pPage->SetObjects(1, &pTheObject);
         pPage->Activate(hwnd, &rect, FALSE);
         PumpMessages();
         return *this;
@@ -65,13 +64,9 @@ public:
         }
         return strAll;
     }
-    /// What the setters have been called with since the last time.
-    std::string TakeCalls() const { return std::exchange(pFilter->strCalls, {}); }
-
-    CComPtr<CFakeControl> pFilter = CComPtr<CFakeControl>(new CFakeControl);
     CComPtr<IPropertyPage> pPage;
-    const HWND hwnd = CreateWindowExW(0, L"Static", L"Frame", WS_POPUP | WS_VISIBLE, 0, 0, 400,
-                                      300, nullptr, nullptr, GetModuleInstance(), nullptr);
+    const CComPtr<IUnknown> pObject;  // the filter
+    const HWND hwnd = GetFrameWindow();
     int nDirty = 0;  // reports of a change
 
     // IPropertyPageSite; the frame is no counted object
@@ -90,6 +85,12 @@ public:
     HRESULT STDMETHODCALLTYPE TranslateAccelerator(MSG*) override { return E_NOTIMPL; }
 
 private:
+    /// One window for all: without a window manager a new one takes seconds.
+    static HWND GetFrameWindow() {
+        static const HWND s_hwnd = CreateWindowExW(0, L"Static", L"Frame", WS_POPUP | WS_VISIBLE, 0, 0, 400,
+                                                   300, nullptr, nullptr, GetModuleInstance(), nullptr);
+        return s_hwnd;
+    }
     void TypeInto(HWND hwndEdit, const std::string& strText) const {
         SetFocus(hwndEdit);
         SetWindowTextA(hwndEdit, strText.c_str());
