@@ -28,7 +28,7 @@ inline void OpenFrame(IKestDemux2Control& filter, std::function<bool(HWND)> acti
     CAUUID pages{};
     RequireOk(pPages->GetPages(&pages), "the pages of the filter");
     Require(pages.cElems == 1 && pages.pElems[0] == kPropertyPageClass, "the filter names other pages");
-    const HWND hwndOwner = CreateWindowExW(0, L"Static", L"", WS_POPUP | WS_VISIBLE, 0, 0, 10, 10, nullptr,
+    const HWND hwndOwner = CreateWindowExW(0, L"Static", L"", WS_POPUP, 0, 0, 10, 10, nullptr,
                                            nullptr, nullptr, nullptr);
     const CModalAnswer answer(std::move(action), nMostMs);
     IUnknown* pObject = &filter;
