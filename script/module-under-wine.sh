@@ -20,7 +20,7 @@ test_module_under_wine() {
     module_case decoder tests/data/ps_mpeg2_44100.mpg
     local page="property page: skipped: there is no display"
     if has_display; then
-        module_case page "$wine_folder/dump.ts"
+        module_case page none
         page="property page $(report page)"
     fi
     register_module /u

@@ -5,33 +5,26 @@
 #include <filesystem>
 #include <fstream>
 
-#include "FakeControl.h"
-#include "support/PageFrame.h"
-#include "ui/DemuxPropertyPage.h"
+#include "PageFrame.h"
 
 namespace kest {
 namespace {
 
-CComPtr<IPropertyPage> CreatePage() {
-    HRESULT hr = S_OK;
-    const CComPtr<IUnknown> pUnknown(CDemuxPropertyPage::CreateInstance(nullptr, &hr)->GetOwner());
-    CComPtr<IPropertyPage> pPage;
-    pUnknown->QueryInterface(IID_PPV_ARGS(pPage.Put()));
-    return pPage;
-}
-
-/// The frame with a page for a filter of settings alone.
-class CFakeFrame : public CPageFrame {
+/// A folder for dump files, removed at the end.
+class CDumpFolder {
 public:
-    CFakeFrame() : CFakeFrame(new CFakeControl) {}
-    /// What the setters have been called with since the last time.
-    std::string TakeCalls() const { return std::exchange(filter.strCalls, {}); }
-
-    CFakeControl& filter;
+    CDumpFolder() { std::filesystem::create_directories(m_path); }
+    ~CDumpFolder() {
+        std::filesystem::current_path(m_path.parent_path());  // the file dialog goes into the folder
+        std::filesystem::remove_all(m_path);
+    }
+    CDumpFolder(const CDumpFolder&) = delete;
+    CDumpFolder& operator=(const CDumpFolder&) = delete;
+    std::string GetFile(const std::string& strName) const { return (m_path / strName).string(); }
 
 private:
-    explicit CFakeFrame(CFakeControl* pFilter)
-        : CPageFrame(CreatePage(), pFilter->GetOwner()), filter(*pFilter) {}
+    const std::filesystem::path m_path =
+        std::filesystem::temp_directory_path() / "kest_page" / std::string(90, 'p');
 };
 
 SEND_SETTINGS With(void (*pfnChange)(SEND_SETTINGS&)) {
@@ -42,25 +35,29 @@ SEND_SETTINGS With(void (*pfnChange)(SEND_SETTINGS&)) {
 
 TEST(Page, ShowsTheSettingsAndKeepsDemultiplexingOnWhileNothingIsSent) {
     struct Case {
-        void (*pfnChange)(SEND_SETTINGS&);
+        void (*pfnSet)(IKestDemux2Control&);
         std::string strShown;
     };
     const Case kCases[] = {
-        {[](SEND_SETTINGS&) {}, "234.5.6.7 8100 [5454] - x - - - [-] - a.ts "},
-        {[](SEND_SETTINGS& s) { s.bSending = s.bDisableDemux = s.bLocalView = 1, s.nDemuxOutput = 2; },
-         "234.5.6.7 8100 5454 x - - x x x - a.ts "},
-        {[](SEND_SETTINGS& s) { s.bDisableDemux = 1, s.nDemuxOutput = 7; },
-         "234.5.6.7 8100 [5454] - - - - - [-] - a.ts "},
-        {[](SEND_SETTINGS& s) { s.nSendPort = 0xFFFFFFFF, s.nLocalPort = 0x80000000; },
-         "234.5.6.7 -1 [-2147483648] - x - - - [-] - a.ts "},
+        {[](auto&) {}, "234.5.6.7 8100 [5454] - x - - - [-] -  "},
+        {[](auto& filter) {
+             filter.put_Sending(1), filter.put_DisableDemux(1), filter.put_LocalView(1),
+                 filter.put_DemuxOutput(2);
+             filter.put_EnableDump(1);
+         },
+         "234.5.6.7 8100 5454 x - - x x x x  "},
+        {[](auto& filter) { filter.put_DisableDemux(1), filter.put_DemuxOutput(7); },
+         "234.5.6.7 8100 [5454] - - - - - [-] -  "},
+        {[](auto& filter) { filter.put_SendPort(0xFFFFFFFF), filter.put_LocalPort(0x80000000); },
+         "234.5.6.7 -1 [-2147483648] - x - - - [-] -  "},
     };
     for (const Case& each : kCases) {
-        CFakeFrame frame;
-        each.pfnChange(frame.filter.settings);
-        frame.filter.strDumpFile = "a.ts";
+        CPageFrame frame;
+        each.pfnSet(*frame.pFilter);
+        const SEND_SETTINGS before = frame.GetSettings();
         EXPECT_EQ(each.strShown, frame.Open().Describe());
         EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
-        EXPECT_EQ("", frame.TakeCalls()) << "opening the page has changed the filter";
+        EXPECT_EQ(before, frame.GetSettings()) << "opening the page has changed the filter";
     }
 }
 
@@ -94,54 +91,78 @@ TEST(Page, AppliesWhatEachControlWasSetTo) {
         {[](auto& frame) { frame.Click(219), frame.Click(220), frame.Click(219); }, [](auto&) {}},
     };
     for (const Case& each : kCases) {
-        CFakeFrame frame;
+        CPageFrame frame;
         SCOPED_TRACE(&each - kCases);
         each.pfnAct(frame.Open());
-        EXPECT_EQ("", frame.TakeCalls());
+        EXPECT_EQ(SEND_SETTINGS{}, frame.GetSettings());
         EXPECT_EQ(S_OK, frame.pPage->IsPageDirty());
         EXPECT_LT(0, frame.nDirty);
         EXPECT_EQ(S_OK, frame.pPage->Apply());
-        EXPECT_EQ(With(each.pfnChange), frame.filter.settings);
+        EXPECT_EQ(With(each.pfnChange), frame.GetSettings());
         EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
-        frame.TakeCalls();
+        frame.pFilter->put_LocalPort(1);
         EXPECT_EQ(S_OK, frame.pPage->Apply());
-        EXPECT_EQ("", frame.TakeCalls()) << "what was applied is applied again";
+        EXPECT_EQ(1u, frame.GetSettings().nLocalPort) << "what was applied is applied again";
     }
 }
 
-// The order matters: demultiplexing that comes on again takes the published status away before it would be posted.
-TEST(Page, AppliesInOrderAndTheDumpOnlyWhenItsSwitchWasChanged) {
-    constexpr const char* kSettings =
-        "Sending 0 SendAddress 117835242 LocalView 0 LocalPort 5454 SendPort 1 DisableDemux 0 DemuxOutput 0 "
-        "Apply ";
-    CFakeFrame frame;
-    frame.filter.settings.bDisableDemux = 1;
-    frame.Open().Type(209, "1");
-    const auto Apply = [&] { return frame.pPage->Apply(), frame.TakeCalls(); };
-    EXPECT_EQ(kSettings, Apply());
+// Demultiplexing that comes on again takes the published status away before it would be posted; while it is off the
+// settings are posted.
+TEST(Page, AppliesTheSwitchOfTheDemultiplexerBeforeTheStatusIsPosted) {
+    CPageFrame frame;
+    SHARED_STATUS status;
+    frame.Open().Click(219);
+    frame.Click(220);
+    frame.pPage->Apply();
+    EXPECT_EQ(S_OK, frame.pFilter->get_RemoteStatus(&status));
+    EXPECT_EQ(frame.GetSettings(), status.settings);
+    frame.Click(219);
+    frame.pPage->Apply();
+    EXPECT_EQ(0, frame.GetSettings().bDisableDemux) << "off without sending";
+    SHARED_STATUS unread;
+    frame.pFilter->get_RemoteStatus(&unread);
+    EXPECT_EQ(SHARED_STATUS{}, unread) << "the status was posted";
+}
+
+TEST(Page, SwitchesTheDumpAtOnceAndAppliesItsNameOnlyAfterASwitch) {
+    const CDumpFolder folder;
+    const std::string strFirst = folder.GetFile("a.ts"), strSecond = folder.GetFile("b.ts");
+    CPageFrame frame;
+    frame.Open().Type(223, strFirst);
+    frame.pPage->Apply();
+    EXPECT_EQ("", frame.GetDump()) << "the name went without a change of the switch";
     frame.Click(221);
-    EXPECT_EQ("EnableDump 1 ", frame.TakeCalls()) << "the switch waits";
-    EXPECT_EQ(std::string(kSettings) + "DumpFileName EnableDump 1 ", Apply());
-    frame.Type(223, "b.ts");
-    EXPECT_EQ(kSettings, Apply());
+    EXPECT_EQ("*", frame.GetDump()) << "the switch waits";
+    frame.pPage->Apply();
+    EXPECT_EQ("*" + strFirst, frame.GetDump());
+    frame.Type(223, strSecond);
+    frame.pPage->Apply();
+    EXPECT_EQ("*" + strFirst, frame.GetDump());
     frame.Click(221);
-    EXPECT_EQ("EnableDump 0 ", frame.TakeCalls());
-    EXPECT_EQ(std::string(kSettings) + "EnableDump 0 ", Apply());
-    EXPECT_EQ("", frame.filter.strDumpFile) << "the name went without a change of the switch";
+    EXPECT_EQ(strFirst, frame.GetDump());
+    frame.pFilter->put_EnableDump(1);
+    frame.pPage->Apply();
+    EXPECT_EQ(strFirst, frame.GetDump()) << "Apply does not switch it off again";
+    frame.pFilter->put_EnableDump(1);
+    frame.Click(218);
+    frame.pPage->Apply();
+    EXPECT_EQ("*" + strFirst, frame.GetDump()) << "Apply of an untouched switch";
 }
 
 TEST(Page, CutsALongFileName) {
+    const CDumpFolder folder;
+    const std::string strBegin = folder.GetFile("");
     for (const std::size_t nLength : {259, 260, 300}) {
-        CFakeFrame frame;
-        frame.Open().Type(223, std::string(nLength, 'n'));
+        CPageFrame frame;
+        frame.Open().Type(223, strBegin + std::string(nLength - strBegin.size(), 'n'));
         frame.Click(221);
         frame.pPage->Apply();
-        EXPECT_EQ(std::string(259, 'n'), frame.filter.strDumpFile);
+        EXPECT_EQ("*" + strBegin + std::string(259 - strBegin.size(), 'n'), frame.GetDump());
     }
 }
 
 TEST(Page, KeepsEditsWhileItIsClosedAndAppliesNothingByItself) {
-    CFakeFrame frame;
+    CPageFrame frame;
     frame.Open().Type(209, "1234");
     frame.Click(218);
     const HWND hwndOld = frame.GetDialog();
@@ -153,11 +174,11 @@ TEST(Page, KeepsEditsWhileItIsClosedAndAppliesNothingByItself) {
     frame.pPage->Deactivate();
     EXPECT_EQ(S_OK, frame.pPage->SetObjects(0, nullptr));
     EXPECT_EQ(E_UNEXPECTED, frame.pPage->SetObjects(0, nullptr));
-    EXPECT_EQ("", frame.TakeCalls());
+    EXPECT_EQ(SEND_SETTINGS{}, frame.GetSettings());
 }
 
 TEST(Page, OnlyTheListedNotificationsOfAnActivePageChangeAnything) {
-    CFakeFrame frame;
+    CPageFrame frame;
     frame.Open();
     for (const int nNotification : {EN_SETFOCUS, EN_UPDATE, EN_MAXTEXT}) {
         for (WORD nControl = 200; nControl < 215; ++nControl) {
@@ -170,12 +191,10 @@ TEST(Page, OnlyTheListedNotificationsOfAnActivePageChangeAnything) {
 }
 
 TEST(Page, BrowseChangesTheNameThatGoesWithTheNextSwitch) {
-    const auto folder = std::filesystem::temp_directory_path() / "kest_page";
-    std::filesystem::create_directories(folder);
-    const std::string strFile = (folder / "chosen.ts").string();
+    const CDumpFolder folder;
+    const std::string strFile = folder.GetFile("chosen.ts");
     std::ofstream(strFile) << "x";
-    CFakeFrame frame;
-    frame.filter.strDumpFile = "old.ts";
+    CPageFrame frame;
     frame.Open();
     const auto Browse = [&](WPARAM nButton) {
         CModalAnswer answer([&](HWND hwnd) {
@@ -189,20 +208,17 @@ TEST(Page, BrowseChangesTheNameThatGoesWithTheNextSwitch) {
         EXPECT_TRUE(answer.IsDone()) << "no file dialog with the name *.*";
     };
     Browse(IDCANCEL);
-    EXPECT_EQ("old.ts", GetText(frame.GetControl(223)));
+    EXPECT_EQ("", GetText(frame.GetControl(223)));
     Browse(IDOK);
     EXPECT_EQ(strFile, GetText(frame.GetControl(223)));
     EXPECT_EQ(S_FALSE, frame.pPage->IsPageDirty());
     frame.Click(221);
     frame.pPage->Apply();
-    EXPECT_EQ(strFile, frame.filter.strDumpFile);
-    std::filesystem::current_path(
-        std::filesystem::temp_directory_path());  // the dialog has gone into the folder
-    std::filesystem::remove_all(folder);
+    EXPECT_EQ("*" + strFile, frame.GetDump());
 }
 
 TEST(Page, RefusesWhatComesOutOfOrder) {
-    CFakeFrame frame;
+    CPageFrame frame;
     IPropertyPage& page = *frame.pPage;
     const RECT rect{};
     const CComPtr<IUnknown> pNoFilter((new CUnknown)->GetOwner());
@@ -225,7 +241,7 @@ TEST(Page, RefusesWhatComesOutOfOrder) {
 
 TEST(Page, ReleasedWhileOpenItLeavesNoWindowAndNoReference) {
     {
-        CFakeFrame frame;
+        CPageFrame frame;
         frame.Open().Click(219);
         const HWND hwndDialog = frame.GetDialog();
         frame.pPage->SetPageSite(nullptr);

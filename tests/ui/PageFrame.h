@@ -1,22 +1,25 @@
 #pragma once
 
-#include <ocidl.h>
-
 #include <algorithm>
 #include <array>
 #include <string>
 
-#include "platform/ComPtr.h"
+#include "filter/KestDemux2Filter.h"
 #include "platform/windows/ModuleInstance.h"
 #include "support/Windows.h"
+#include "ui/DemuxPropertyPage.h"
 
 namespace kest {
 
-/// A property frame of the smallest kind: a window, the site, and one property page of the filter.
+/// A property frame of the smallest kind: a window, the site, and the property page of a filter.
 class CPageFrame : public IPropertyPageSite {
 public:
-    CPageFrame(CComPtr<IPropertyPage> pNewPage, CComPtr<IUnknown> pPageObject)
-        : pPage(std::move(pNewPage)), pObject(std::move(pPageObject)) {
+    CPageFrame() {
+        HRESULT hr = S_OK;
+        const CComPtr<IUnknown> pNewPage(CDemuxPropertyPage::CreateInstance(nullptr, &hr)->GetOwner());
+        const CComPtr<IUnknown> pNewFilter(CKestDemux2Filter::CreateInstance(nullptr, &hr)->GetOwner());
+        pNewPage->QueryInterface(IID_PPV_ARGS(pPage.Put()));
+        pNewFilter->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(pFilter.Put()));
         pPage->SetPageSite(this);
     }
     ~CPageFrame() {
@@ -27,11 +30,31 @@ public:
     /// Connects and activates the page.
     CPageFrame& Open() {
         const RECT rect{5, 5, 385, 255};
-        IUnknown* pTheObject = pObject.Get();
-        pPage->SetObjects(1, &pTheObject);
+        IUnknown* pObject = pFilter.Get();
+        pPage->SetObjects(1, &pObject);
         pPage->Activate(hwnd, &rect, FALSE);
         PumpMessages();
         return *this;
+    }
+    /// What the filter has.
+    SEND_SETTINGS GetSettings() const {
+        SEND_SETTINGS settings;
+        pFilter->get_Sending(&settings.bSending);
+        pFilter->get_DisableDemux(&settings.bDisableDemux);
+        pFilter->get_DemuxOutput(&settings.nDemuxOutput);
+        pFilter->get_SendPort(&settings.nSendPort);
+        pFilter->get_SendAddress(&settings.dwSendAddr);
+        pFilter->get_LocalView(&settings.bLocalView);
+        pFilter->get_LocalPort(&settings.nLocalPort);
+        return settings;
+    }
+    /// The dump file's name in the filter, with an asterisk before it while dumping is on.
+    std::string GetDump() const {
+        std::array<char, kDumpFileNameSize> szName{};
+        std::uint8_t bOn = 0;
+        pFilter->get_DumpFileName(szName.data());
+        pFilter->get_EnableDump(&bOn);
+        return (bOn ? "*" : "") + std::string(szName.data());
     }
     HWND GetDialog() const { return GetWindow(hwnd, GW_CHILD); }
     HWND GetControl(int nControl) const { return GetDlgItem(GetDialog(), nControl); }
@@ -64,8 +87,9 @@ public:
         }
         return strAll;
     }
+
     CComPtr<IPropertyPage> pPage;
-    const CComPtr<IUnknown> pObject;  // the filter
+    CComPtr<IKestDemux2Control> pFilter;
     const HWND hwnd = GetFrameWindow();
     int nDirty = 0;  // reports of a change
 
