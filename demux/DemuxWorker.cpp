@@ -18,7 +18,7 @@ int CDemuxWorker::Open(CRingBuffer* pStreamBuffer, CBlockMemFileEx* pVideoQueue,
                        CBlockMemFileEx* pAudioQueue) {
     int nResult = 0;
     try {
-        m_pushed.Attach(pStreamBuffer, m_sizes.nRingSize, m_sizes.nMaxChunk);
+        m_pushed.Attach(pStreamBuffer, m_sizes.nRingSize, m_sizes.nMaxChunk, m_sizes.nReadUnit);
         m_video.Attach(pVideoQueue);
         m_audio.Attach(pAudioQueue);
         nResult = OpenSides();
@@ -123,7 +123,7 @@ std::int32_t CDemuxWorker::ThreadProc() {
     m_evRun.Wait();
     if (m_evStop.IsSignalled() || !m_bOpen) return -1;
     BeginRun();
-    while (m_evRun.Wait() && !m_evStop.IsSignalled()) {
+    for (bool bEnded = false; !bEnded && m_evRun.Wait() && !m_evStop.IsSignalled();) {
         HonourRequests();
         switch (m_pParser->ParseUnit()) {
             case EParsed::Unit:
@@ -131,8 +131,11 @@ std::int32_t CDemuxWorker::ThreadProc() {
                 break;
             case EParsed::Searching: break;
             case EParsed::NoData: OnNoData(); break;
+            case EParsed::Ended: bEnded = true; break;
+            case EParsed::Failed: return -1;
         }
     }
+    m_pParser->End();
     return 0;
 }
 

@@ -19,9 +19,11 @@ namespace kest {
 struct DemuxSizes {
     std::uint32_t nRingSize;  // bytes of a ring that the demuxer makes itself
     std::uint32_t nMaxChunk;  // largest read and write that is declared to the ring
+    std::uint32_t nReadUnit;  // the ring is read in multiples of this number of bytes
     FrameOutputSizes video;
     FrameOutputSizes audio;
-    std::uint32_t nStopBoundMs;  // time that the thread has to end before it is ended by force
+    std::uint32_t
+        nStopBoundMs;  // time that the thread has to end before it is ended by force; kInfinite: no limit
 };
 
 /// A demuxer's thread and all that the stream families share: input, outputs, requests of other threads, and
@@ -50,9 +52,11 @@ public:
     void SetPushGate(const CPushGate& gate) { m_pushed.SetGate(gate); }
     /// Lets a `PushData` that waits see that its gate is held.
     void WakePush() { m_pushed.WakeWrite(); }
-    /// The thread has taken what there is: of a pulled source to its end, of what was pushed all that it can
-    /// parse without more.
-    bool HasTakenAll() const { return IsPulling() ? m_bEndSent.load() : m_pushed.IsStarved(); }
+    /// The thread has taken what there is, or has ended: of a pulled source to its end, of what was pushed all that
+    /// it can parse without more. For the thread that pushes.
+    bool HasTakenAll() const {
+        return !IsRunning() || (IsPulling() ? m_bEndSent.load() : m_pushed.IsStarved());
+    }
     /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
     /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
     /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be

@@ -32,7 +32,7 @@ void CFrameOutput::CloseSides() {
 }
 
 void CFrameOutput::Append(Bytes payload) {
-    if (payload.size() > m_sizes.nMaxFrame - m_nFill) return;
+    if (!HasRoom(payload.size())) return;
     if (IsEmpty()) m_block = m_pQueue->BeginBlock(kInfinite);
     if (m_nFill < m_block.storage.size()) {
         const std::size_t nFits = std::min(payload.size(), m_block.storage.size() - m_nFill);
@@ -42,12 +42,21 @@ void CFrameOutput::Append(Bytes payload) {
 }
 
 void CFrameOutput::Queue(const FRAME_INFO& info) {
+    if (IsEmpty()) m_block = m_pQueue->BeginBlock(kInfinite);
     const auto nBlockSize = static_cast<std::uint32_t>(m_block.storage.size());
     if (nBlockSize > 0 && m_nFill > nBlockSize) {
         Trace("Frame of %u bytes is cut to its block of %u bytes\n", m_nFill, nBlockSize);
     }
     if (nBlockSize > 0) m_pQueue->CommitBlock(m_block, std::min(m_nFill, nBlockSize), &info);
     Drop();
+}
+
+void CFrameOutput::QueueFrame(Bytes frame, const PesTimestamps& timestamps) {
+    FRAME_INFO info{};
+    info.llPts = timestamps.llPts;
+    info.llDts = timestamps.llDts;
+    Append(frame);
+    Queue(info);
 }
 
 void CFrameOutput::QueueEnd(const std::atomic<bool>& bSuperseded) {

@@ -6,6 +6,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/FrameInfo.h"
+#include "demux/PesHeader.h"
 #include "plumbing/BlockMemFile.h"
 
 namespace kest {
@@ -20,8 +21,8 @@ struct FrameOutputSizes {
 /// The output of one elementary stream: assembles its frames straight in the blocks of its queue.
 ///
 /// A frame that was begun before the queue was last emptied belongs to what was emptied, and is dropped; so
-/// is a frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueEnd` and `Drop` belong to
-/// the demuxer's thread, the rest to its owner's.
+/// is a frame whose queue was closed when it was begun. `Append`, `Queue`, `QueueFrame`, `QueueEnd` and
+/// `Drop` belong to the demuxer's thread, the rest to its owner's.
 class CFrameOutput {
 public:
     explicit CFrameOutput(const FrameOutputSizes& sizes) : m_sizes(sizes) {}
@@ -40,10 +41,17 @@ public:
     /// Adds bytes, at least one, to the frame; with its first bytes it waits without limit for a free block.
     /// Bytes that would make the frame longer than it may be are left out, all of them.
     void Append(Bytes payload);
+    /// Whether the frame may have n bytes more.
+    bool HasRoom(std::size_t n) const { return n <= m_sizes.nMaxFrame - m_nFill; }
+    /// Bytes of the frame, with those that its block has no room for.
+    std::uint32_t GetFill() const { return m_nFill; }
     /// The frame has no bytes.
     bool IsEmpty() const { return m_nFill == 0; }
-    /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one.
+    /// Gives the frame, cut to its block, to the readers of the queue, and begins an empty one. For a frame
+    /// without bytes it waits without limit for a free block.
     void Queue(const FRAME_INFO& info);
+    /// Queues a frame, of at least one byte, that is complete already.
+    void QueueFrame(Bytes frame, const PesTimestamps& timestamps);
     /// Drops the frame and puts an end-of-stream record into the queue, waiting without limit for a free
     /// block.
     /// @param bSuperseded  set, before the queue is emptied, by whoever asks for another place of the stream:
@@ -57,7 +65,7 @@ private:
     std::unique_ptr<CBlockMemFileEx> m_pOwnQueue;  // set when the output made it
     CBlockMemFileEx* m_pQueue = nullptr;           // the queue in use
     BlockWrite m_block;                            // where the frame is, as far as it fits; none: it is lost
-    std::uint32_t m_nFill = 0;                     // bytes of the frame, with those that do not fit
+    std::uint32_t m_nFill = 0;                     // see GetFill
 };
 
 }  // namespace kest

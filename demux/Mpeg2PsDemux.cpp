@@ -8,6 +8,7 @@ namespace {
 constexpr DemuxSizes SizesWithBound(std::uint32_t nStopBoundMs) {
     return {.nRingSize = 2 * 1024 * 1024,
             .nMaxChunk = 65536,
+            .nReadUnit = 1,
             .video = {.nMaxFrame = 524288, .nBlockSize = 524288, .nBlockCount = 6},
             .audio = {.nMaxFrame = 65536, .nBlockSize = 32768, .nBlockCount = 32},
             .nStopBoundMs = nStopBoundMs};

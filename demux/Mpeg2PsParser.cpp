@@ -41,7 +41,7 @@ EParsed CMpeg2PsParser::ParseUnit() {
         case kProgramStreamMapId: ParsePsm(); break;
         case kPackHeaderId: ParsePackHeader(); break;
         case kSystemHeaderId:
-        case kPaddingStreamId: SkipSection(); break;
+        case kPaddingStreamId: m_input.SkipSection(); break;
         case kProgramEndId: m_bEndCode = true; break;
         case CStreamMaps::kAudio: ParsePes(m_audio); break;
         case CStreamMaps::kVideo: ParsePes(m_video); break;
@@ -89,13 +89,6 @@ void CMpeg2PsParser::ParsePackHeader() {
     if (header.empty()) return;
     if (const unsigned nStuffing = header[9] & 0x07; nStuffing > 0)
         m_input.Read(nStuffing);  // pack_stuffing_length
-}
-
-/// Skips a structure that begins with its 16-bit length.
-void CMpeg2PsParser::SkipSection() {
-    const Bytes length = m_input.Read(2);
-    if (length.empty()) return;
-    if (const unsigned nLength = Read16(length, 0); nLength > 0) m_input.Read(nLength);
 }
 
 void CMpeg2PsParser::ParsePsm() {

@@ -50,7 +50,6 @@ private:
 
     ESync Resync();
     void ParsePackHeader();
-    void SkipSection();
     void ParsePsm();
     void ParsePes(ElementaryStream& stream);
     void BeginFrame(ElementaryStream& stream, const PesTimestamps& timestamps, std::uint32_t nHeaderSize);

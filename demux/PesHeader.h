@@ -13,6 +13,9 @@ struct PesTimestamps {
     std::int64_t llDts;  // the PTS when the packet carries no DTS
 };
 
+/// No timestamps: all ones.
+constexpr PesTimestamps kNoTimestamps = {.llPts = -1, .llDts = -1};
+
 /// Reads the timestamps of a PES header (ISO/IEC 13818-1 2.4.3.6).
 /// @param nPtsDtsFlags  PTS_DTS_flags: 2 = PTS, 3 = PTS and DTS, else none.
 /// @param header        the PES_header_data_length bytes behind that length field.

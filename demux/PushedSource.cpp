@@ -6,10 +6,12 @@
 
 namespace kest {
 
-void CPushedSource::Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk) {
+void CPushedSource::Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk,
+                           std::uint32_t nReadUnit) {
     if (!pRing) m_pOwnRing = std::make_unique<CRingBuffer>(nCapacity);
     m_pRing = pRing ? pRing : m_pOwnRing.get();
     m_nMaxChunk = nMaxChunk;
+    m_nReadUnit = nReadUnit;
 }
 
 void CPushedSource::Detach() {
@@ -65,11 +67,13 @@ bool CPushedSource::WaitForBytes(std::uint32_t n) {
 }
 
 std::uint32_t CPushedSource::Fetch(const FetchRequest& request) {
-    if (m_bFlushed || !WaitForBytes(request.nMissing)) return 0;
+    const std::uint32_t nNeeded = (request.nMissing + m_nReadUnit - 1) / m_nReadUnit * m_nReadUnit;
+    if (m_bFlushed || !WaitForBytes(nNeeded)) return 0;
     std::lock_guard lock(m_mutex);
     if (m_bFlushed) return 0;
-    const std::size_t nTaken =
+    std::size_t nTaken =
         std::min<std::size_t>({m_pRing->GetAvailable(m_nReader), request.room.size(), m_nMaxChunk});
+    nTaken -= nTaken % m_nReadUnit;
     if (nTaken == 0) return 0;
     return static_cast<std::uint32_t>(
         std::max(0, m_pRing->ReadTimed(m_nReader, request.room.first(nTaken), 0)));

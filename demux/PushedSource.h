@@ -23,7 +23,9 @@ public:
     /// @param pRing      where others write, its write side opened by its owner; none: the source makes its
     ///                   own of nCapacity bytes, for `Write`.
     /// @param nMaxChunk  largest write and read, bytes.
-    void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk);
+    /// @param nReadUnit  the ring is read in multiples of this number of bytes, which divides nMaxChunk.
+    void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk,
+                std::uint32_t nReadUnit);
     /// Lets go of the ring; its sides are closed.
     void Detach();
     /// Opens the demuxer's read side, and the write side of a ring of its own.
@@ -59,6 +61,7 @@ private:
     std::unique_ptr<CRingBuffer> m_pOwnRing;   // set when the source made it
     CRingBuffer* m_pRing = nullptr;            // the ring in use
     std::uint32_t m_nMaxChunk = 0;             // see Attach
+    std::uint32_t m_nReadUnit = 1;             // see Attach
     int m_nReader = -1;                        // the read side
     const CPushGate* m_pGate = nullptr;        // see SetGate; none: never held
     std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that Fetch waits for; 0: it does not wait

@@ -17,6 +17,13 @@ void CStreamInput::SeekTo(std::int64_t llPosition) {
     m_llEnd = llPosition;
 }
 
+bool CStreamInput::SkipSection() {
+    const Bytes length = Read(2);
+    if (length.empty()) return false;
+    const unsigned nLength = Read16(length, 0);
+    return nLength == 0 || !Read(nLength).empty();
+}
+
 /// Fetches until n bytes are unread. @return whether they are.
 bool CStreamInput::Fill(std::uint32_t n) {
     if (!m_pSource || n > kMaxPeek) return false;

@@ -32,6 +32,10 @@ public:
         if (m_nEnd - m_nBegin < n && !Fill(n)) return {};
         return {m_pStorage.get() + m_nBegin, n};
     }
+    /// The next n bytes and those behind them that have been fetched already; otherwise as `Peek`.
+    Bytes PeekFetched(std::uint32_t n) {
+        return Peek(n).empty() ? Bytes{} : Bytes{m_pStorage.get() + m_nBegin, m_nEnd - m_nBegin};
+    }
     /// Takes n bytes; no more than were peeked at.
     void Skip(std::uint32_t n) { m_nBegin += n; }
     /// Takes the next n bytes; otherwise as `Peek`.
@@ -40,6 +44,8 @@ public:
         m_nBegin += static_cast<std::uint32_t>(bytes.size());
         return bytes;
     }
+    /// Takes a structure that begins with its length, 16 bits. @return whether all of it could be had.
+    bool SkipSection();
     /// Offset in the source of the byte nBefore bytes before the next one; 0 in a source without positions.
     std::int64_t GetPosition(std::uint32_t nBefore) const {
         return m_bPositioned ? m_llEnd - (m_nEnd - m_nBegin) - nBefore : 0;

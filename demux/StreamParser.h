@@ -7,6 +7,8 @@ enum class EParsed {
     Unit,       // a structure of the stream, or a place where one should be
     Searching,  // no structure yet, bytes were skipped
     NoData,     // the input has nothing more for now
+    Ended,      // the parser does not go on: the run is over
+    Failed,     // the same, before there was anything to parse
 };
 
 /// Parses the streams of one family: bytes from a stream input in, frames into frame outputs. It knows of
@@ -17,8 +19,11 @@ public:
 
     /// A run begins: back to the state of a new parser.
     virtual void Begin() = 0;
-    /// Parses the next structure, or skips bytes in search of it: a bounded number.
+    /// Parses the next structure, or skips bytes in search of it: a bounded number, except as long as the input
+    /// has no structure at all.
     virtual EParsed ParseUnit() = 0;
+    /// A run that has not failed is over: what is complete without more input is queued.
+    virtual void End() {}
     /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What
     /// the stream said about itself stays.
     virtual void Reset() = 0;

@@ -11,9 +11,12 @@ constexpr std::uint8_t kProgramEndId = 0xB9;    // MPEG_program_end_code
 constexpr std::uint8_t kPackHeaderId = 0xBA;    // pack_start_code
 constexpr std::uint8_t kSystemHeaderId = 0xBB;  // system_header_start_code
 constexpr std::uint8_t kProgramStreamMapId = 0xBC;
+constexpr std::uint8_t kPrivateStream1Id = 0xBD;
 constexpr std::uint8_t kPaddingStreamId = 0xBE;
+constexpr std::uint8_t kPrivateStream2Id = 0xBF;
 constexpr std::uint8_t kFirstAudioStreamId = 0xC0;
 constexpr std::uint8_t kFirstVideoStreamId = 0xE0;
+constexpr std::uint8_t kFirstReservedDataId = 0xF0;  // of an MPEG-1 stream, ISO/IEC 11172-1 table 1
 
 // stream_type values, ISO/IEC 13818-1 table 2-34.
 constexpr std::uint8_t kStreamTypeMpeg1Video = 0x01;

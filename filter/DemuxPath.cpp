@@ -1,6 +1,7 @@
 #include "filter/DemuxPath.h"
 
 #include <algorithm>
+#include <type_traits>
 
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
@@ -34,20 +35,40 @@ HRESULT StartDelivery(CDemuxOutputPin& pin) {
 
 // ---------------- families of demuxers
 
-/// In what the handling of a family differs from that of the others.
+/// In what the handling of a family differs from that of the others. Null: nothing is to be done.
 struct CDemuxPath::Family {
-    HRESULT (CDemuxPath::*Create)();  // makes the demuxer; null: the path begins at the frame queues
-    CDemuxWorker* (CDemuxPath::*Core)() const;  // the demuxer
-    void (CDemuxPath::*BeforeStart)();          // before any thread starts
-    void (CDemuxPath::*BeforeDelivery)();       // the demuxer is held, the delivery threads are not yet there
+    HRESULT (CDemuxPath::*Create)();            // makes what the family needs
+    CDemuxWorker* (CDemuxPath::*Core)() const;  // the demuxer; null: the path begins at the frame queues
+    HRESULT (CDemuxPath::*BeforeStart)();       // before any thread starts
+    HRESULT (CDemuxPath::*BeforeDelivery)();    // the demuxer is held, the delivery threads are not yet there
+    bool (CDemuxPath::*Feed)(Bytes piece);      // takes some of the bytes that are pushed
 };
 
 // By ECoreFamily.
 constinit const CDemuxPath::Family CDemuxPath::kFamilies[] = {
-    /* None      */ {nullptr, nullptr, &CDemuxPath::BeginElementaryStream, nullptr},
-    /* Transport */ {nullptr, nullptr, nullptr, &CDemuxPath::SelectTsTimeReference},
-    /* Program   */ {&CDemuxPath::CreatePsDemux, &CDemuxPath::PsCore, &CDemuxPath::InitSeeking, nullptr},
-    /* Mpeg1     */ {nullptr, nullptr, nullptr, nullptr},
+    /* None */ {.Create = &CDemuxPath::CreateFramer,
+                .Core = nullptr,
+                .BeforeStart = &CDemuxPath::BeginElementaryStream,
+                .BeforeDelivery = nullptr,
+                .Feed = &CDemuxPath::FeedFramer},
+    /* Transport */
+    {.Create = &CDemuxPath::Create<&CDemuxPath::m_pTsDemux>,
+     .Core = &CDemuxPath::CoreIn<&CDemuxPath::m_pTsDemux>,
+     .BeforeStart = nullptr,
+     .BeforeDelivery = &CDemuxPath::SelectTsTimeReference,
+     .Feed = &CDemuxPath::FeedCore},
+    /* Program */
+    {.Create = &CDemuxPath::Create<&CDemuxPath::m_pPsDemux>,
+     .Core = &CDemuxPath::CoreIn<&CDemuxPath::m_pPsDemux>,
+     .BeforeStart = &CDemuxPath::InitSeeking,
+     .BeforeDelivery = nullptr,
+     .Feed = &CDemuxPath::FeedCore},
+    /* Mpeg1 */
+    {.Create = &CDemuxPath::Create<&CDemuxPath::m_pMpeg1Demux>,
+     .Core = &CDemuxPath::CoreIn<&CDemuxPath::m_pMpeg1Demux>,
+     .BeforeStart = nullptr,
+     .BeforeDelivery = nullptr,
+     .Feed = &CDemuxPath::FeedCore},
 };
 
 const CDemuxPath::Family& CDemuxPath::GetFamily() const {
@@ -60,35 +81,60 @@ CDemuxWorker* CDemuxPath::Core() const {
     return pfnCore ? (this->*pfnCore)() : nullptr;
 }
 
-/// Replaces the program-stream demuxer by a new one.
-HRESULT CDemuxPath::CreatePsDemux() {
-    m_pPsDemux.reset();  // ends its thread before the next one writes to the same queues
-    auto pDemux = std::make_unique<KestMpeg2PsPullDemux>();
+/// Replaces the family's demuxer by a new one.
+template <auto pDemuxMember>
+HRESULT CDemuxPath::Create() {
+    auto& pMember = this->*pDemuxMember;
+    using Demux = typename std::remove_reference_t<decltype(pMember)>::element_type;
+    pMember.reset();  // ends its thread before the next one writes to the same queues
+    auto pDemux = std::make_unique<Demux>();
     pDemux->SetPushGate(m_feedGate);
-    Trace("CreateMpeg2PSInstance <-----------------!!!!!!\n");
+    if constexpr (std::is_same_v<Demux, KestMpeg2PsPullDemux>) {
+        Trace("CreateMpeg2PSInstance <-----------------!!!!!!\n");
+    }
     const int nError = pDemux->Open(nullptr, &m_videoPin.GetFrameQueue(), &m_audioPin.GetFrameQueue());
     if (nError != 0 || !pDemux->IsRunning()) return E_OUTOFMEMORY;
-    m_pPsDemux = std::move(pDemux);
+    pMember = std::move(pDemux);
     return S_OK;
 }
 
-void CDemuxPath::InitSeeking() { m_videoPin.InitSeeking(); }
+HRESULT CDemuxPath::CreateFramer() {
+    if (!m_pFramer) m_pFramer = std::make_unique<CElementaryStreamFramer>();
+    m_pFramer->Reset();
+    return S_OK;
+}
 
-/// Only traced so far: there is no transport-stream demuxer that would follow.
-void CDemuxPath::SelectTsTimeReference() {
+HRESULT CDemuxPath::InitSeeking() {
+    m_videoPin.InitSeeking();
+    return S_OK;
+}
+
+HRESULT CDemuxPath::SelectTsTimeReference() {
     const auto nOutput = m_settings.Get(&SEND_SETTINGS::nDemuxOutput);
+    int nError = 0;
     if (nOutput == kDemuxOutputPes || nOutput == kDemuxOutputFreeRun) {
+        nError = m_pTsDemux->UsePtsDtsTiming();
         Trace("Transport demux core uses PTS/DTS as time reference\n");
     } else {
         Trace("Transport demux core uses Vidoe Elementary timing info as time reference\n");
+        nError = m_pTsDemux->UseElementaryTiming();
     }
+    return nError == 0 ? S_OK : E_OUTOFMEMORY;
 }
 
-void CDemuxPath::BeginElementaryStream() {
+HRESULT CDemuxPath::BeginElementaryStream() {
     m_timing.Update([](AvTimes& times) {
         times.video.nAccessCount = 0;
         times.video.bFirstTime = true;
     });
+    return S_OK;
+}
+
+bool CDemuxPath::FeedCore(Bytes piece) { return Core()->PushData(piece) > 0; }
+
+bool CDemuxPath::FeedFramer(Bytes piece) {
+    m_pFramer->Push(piece, m_videoPin.GetFrameQueue());
+    return true;
 }
 
 // ---------------- connection
@@ -155,11 +201,13 @@ HRESULT CDemuxPath::Start() {
 /// first frames find their readers in place.
 HRESULT CDemuxPath::StartThreads() {
     const Family& family = GetFamily();
-    if (family.BeforeStart) (this->*family.BeforeStart)();
+    HRESULT hr = family.BeforeStart ? (this->*family.BeforeStart)() : S_OK;
+    if (FAILED(hr)) return hr;
     if (Core() && !RestartWorker(*Core())) return E_OUTOFMEMORY;
-    if (family.BeforeDelivery) (this->*family.BeforeDelivery)();
+    if (family.BeforeDelivery) hr = (this->*family.BeforeDelivery)();
+    if (FAILED(hr)) return hr;
     for (CDemuxOutputPin* pPin : DeliveringPins()) {
-        if (const HRESULT hr = StartDelivery(*pPin); FAILED(hr)) return hr;
+        if (hr = StartDelivery(*pPin); FAILED(hr)) return hr;
     }
     if (Core()) Core()->Resume();
     return S_OK;
@@ -176,9 +224,18 @@ void CDemuxPath::Stop() {
     m_evAbort.Set();
     for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->StopDelivery();
     for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->CloseMemFiles();
-    if (Core()) Core()->Stop();
+    StopCore();
     for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->GetDeliveryThread().Stop();
     m_timing.Forget();
+}
+
+/// A stop makes the demuxer forget the sequence header, which the video pin's next connection is to know.
+void CDemuxPath::StopCore() {
+    if (!Core()) return;
+    if (m_pMpeg1Demux && m_pMpeg1Demux->GetSequenceHeader().HasChanged()) {
+        m_sequenceHeader.Capture(m_pMpeg1Demux->GetSequenceHeader().Get());
+    }
+    Core()->Stop();
 }
 
 // The demuxer's thread writes to the pins' queues, and each delivery thread uses the other pin too.
@@ -188,25 +245,33 @@ void CDemuxPath::End() {
         pPin->StopDelivery();
         pPin->CloseMemFiles();
     }
+    m_pTsDemux.reset();
     m_pPsDemux.reset();
+    m_pMpeg1Demux.reset();
     for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->EndDelivery();
 }
 
 // ---------------- bytes that are pushed
 
-void CDemuxPath::Feed(std::span<const std::uint8_t> data) {
+void CDemuxPath::Feed(Bytes data) {
     constexpr std::size_t kPieceSize = 2048;
     const CPushGate::CInside inside(m_feedGate);
-    while (!m_feedGate.IsHeld() && Core() && !data.empty()) {
-        const auto piece = data.first(std::min(data.size(), kPieceSize));
-        if (Core()->PushData(piece) < 1) return;
+    if (m_nWorkingMode == EWorkingMode::None) return;
+    const auto pfnFeed = GetFamily().Feed;
+    while (!m_feedGate.IsHeld() && !data.empty()) {
+        const Bytes piece = data.first(std::min(data.size(), kPieceSize));
+        if (!(this->*pfnFeed)(piece)) return;
         data = data.subspan(piece.size());
     }
 }
 
 void CDemuxPath::HoldFeed() {
     m_feedGate.Hold([this] {
-        if (Core()) Core()->WakePush();
+        if (Core()) {
+            Core()->WakePush();
+        } else {
+            m_videoPin.GetFrameQueue().WakeWriter();
+        }
     });
 }
 
@@ -253,7 +318,7 @@ HRESULT CDemuxPath::RestartThreads() {
         pPin->CloseMemFiles();
         pPin->GetDeliveryThread().Stop();
     }
-    if (Core()) Core()->Stop();
+    StopCore();
     m_timing.Restart();
     return StartThreads();
 }

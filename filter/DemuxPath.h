@@ -6,7 +6,10 @@
 #include <memory>
 #include <span>
 
+#include "demux/ElementaryStreamFramer.h"
+#include "demux/Mpeg1PsDemux.h"
 #include "demux/Mpeg2PsPullDemux.h"
+#include "demux/Mpeg4TsDemux.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/AvTiming.h"
@@ -48,6 +51,9 @@ public:
     /// Lets a stop end what deliveries on blocked pins wait for, as long as the filter is in a graph.
     void SetInGraph(bool bInGraph);
 
+    /// The sequence header of the last run in which the MPEG-1 demuxer met another one than the default. Any thread.
+    Mpeg1SequenceHeader GetSequenceHeader() const { return m_sequenceHeader.Get(); }
+
     // ---- threads
 
     /// The output pins that the working mode delivers through, the video pin first.
@@ -73,7 +79,7 @@ public:
     // ---- bytes that are pushed
 
     /// Hands bytes to the demuxer, waiting for room as long as it runs. What it does not take is dropped.
-    void Feed(std::span<const std::uint8_t> data);
+    void Feed(Bytes data);
     /// Ends a `Feed` that is under way, and lets none begin until `ReleaseFeed`; holds add up. Not for the thread
     /// that feeds; with the pin lock held, or while connections cannot change.
     void HoldFeed();
@@ -109,14 +115,22 @@ private:
     const Family& GetFamily() const;
     CDemuxWorker* Core() const;
     HRESULT StartThreads();
+    void StopCore();
     void WaitForPins();
 
     // What the rows of the table are made of.
-    HRESULT CreatePsDemux();
-    CDemuxWorker* PsCore() const { return m_pPsDemux.get(); }
-    void InitSeeking();
-    void SelectTsTimeReference();
-    void BeginElementaryStream();
+    template <auto pDemuxMember>
+    HRESULT Create();
+    HRESULT CreateFramer();
+    template <auto pDemuxMember>
+    CDemuxWorker* CoreIn() const {
+        return (this->*pDemuxMember).get();
+    }
+    HRESULT InitSeeking();
+    HRESULT SelectTsTimeReference();
+    HRESULT BeginElementaryStream();
+    bool FeedCore(Bytes piece);
+    bool FeedFramer(Bytes piece);
 
     CKestDemux2VideoOutputPin& m_videoPin;                 // see the constructor
     CKestDemux2AudioOutputPin& m_audioPin;                 // see the constructor
@@ -127,7 +141,11 @@ private:
     CEvent m_evAbort{true, false};                         // from Stop to Start; ends waits of deliveries
     std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see EnterMode
     std::atomic<bool> m_bFreeRun{false};                           // see IsFreeRun
-    std::unique_ptr<KestMpeg2PsPullDemux> m_pPsDemux;              // demuxer of modes 2 and 4, once made
+    std::unique_ptr<KestMpeg4TsDemux> m_pTsDemux;                  // demuxer of modes 1 and 3, once made
+    std::unique_ptr<KestMpeg2PsPullDemux> m_pPsDemux;              // of modes 2 and 4
+    std::unique_ptr<KestMpeg1PsDemux> m_pMpeg1Demux;               // of mode 5
+    CSequenceHeaderCapture m_sequenceHeader;                       // see GetSequenceHeader
+    std::unique_ptr<CElementaryStreamFramer> m_pFramer;            // of mode 0
 };
 
 }  // namespace kest

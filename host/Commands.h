@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "demux/TsVideoClock.h"
+
 namespace kest {
 
 struct ProbeOptions {
@@ -17,9 +19,10 @@ void RunProbe(const ProbeOptions& options);
 struct FramesOptions {
     std::string strFile;
     bool bJson = false;
+    ETsTiming timing = ETsTiming::Pes;  // of a transport stream's frames
 };
-/// Lists every frame that the demuxer queues, and the record that ends each stream. In order within each
-/// stream; the streams interleave as they come.
+/// Lists every frame that the demuxer queues, and the record that ends each stream when it queues one. In
+/// order within each stream; the streams interleave as they come.
 void RunFrames(const FramesOptions& options);
 
 struct SamplesOptions {

@@ -1,18 +1,21 @@
 #include "host/CoreRun.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <exception>
+#include <functional>
 #include <memory>
-#include <vector>
 
+#include "demux/ElementaryStreamFramer.h"
+#include "demux/Mpeg1PsDemux.h"
 #include "demux/Mpeg2PsPullDemux.h"
+#include "demux/Mpeg4TsDemux.h"
 #include "host/CommandError.h"
 #include "host/Interrupts.h"
 #include "host/Progress.h"
 #include "platform/Event.h"
 #include "platform/Thread.h"
+#include "platform/Time.h"
 
 namespace kest {
 namespace {
@@ -31,7 +34,10 @@ public:
         });
         if (!bStarted) throw CCommandError(kExitBadInput, "cannot create a thread");
     }
-    ~CStreamDrain() { m_thread.Terminate(0); }
+    ~CStreamDrain() {
+        m_thread.Terminate(0);
+        m_queue.WClose();  // nobody makes room in it any more
+    }
 
     /// Set when the stream has ended.
     CEvent& GetEndEvent() { return m_evEnd; }
@@ -49,6 +55,7 @@ private:
             Drain();
         } catch (const std::exception&) {
             m_error = std::current_exception();
+            m_queue.WClose();
             m_evFailed.Set();
         }
     }
@@ -76,30 +83,189 @@ private:
     CThread m_thread;  // last: it uses the others
 };
 
-}  // namespace
+/// What takes an input that is pushed.
+struct PushTarget {
+    std::function<bool(Bytes)> push;  // takes the next bytes. @return false: nothing more is taken
+    std::function<bool()> isStarved;  // everything has been taken as far as it can be
+    std::function<void()> stop;       // afterwards it has queued its last frame
+};
 
-void RunCore(const Input& input, const FrameHandler& handler) {
-    CProgress progress(input.llLength);
+/// Pushes the input, on a thread of its own.
+class CPusher {
+public:
+    CPusher(const Input& input, const PushTarget& target) : m_input(input), m_target(target) {
+        const bool bStarted = m_thread.Start([this] {
+            Push();
+            m_evDone.Set();
+            return 0;
+        });
+        if (!bStarted) throw CCommandError(kExitBadInput, "cannot create a thread");
+    }
+    ~CPusher() { m_thread.Terminate(0); }
+
+    /// Set when what can be taken has been.
+    CEvent& GetDoneEvent() { return m_evDone; }
+    /// Bytes pushed.
+    std::int64_t GetPosition() const { return m_llPosition; }
+
+private:
+    void Push() {
+        constexpr std::int64_t kChunk = 65536;
+        constexpr std::uint32_t kPollMs = 2;
+        const auto pChunk = std::make_unique_for_overwrite<std::uint8_t[]>(kChunk);
+        while (m_llPosition < m_input.llLength) {
+            const std::int64_t llChunk = std::min(kChunk, m_input.llLength - m_llPosition);
+            if (m_input.pReader->SyncRead(m_llPosition, static_cast<LONG>(llChunk), pChunk.get()) != S_OK)
+                break;
+            if (!m_target.push({pChunk.get(), static_cast<std::size_t>(llChunk)})) return;
+            m_llPosition += llChunk;
+        }
+        while (!m_target.isStarved()) SleepMs(kPollMs);
+    }
+
+    const Input& m_input;
+    const PushTarget& m_target;
+    std::atomic<std::int64_t> m_llPosition{0};  // see GetPosition
+    CEvent m_evDone;
+    CThread m_thread;  // last: it uses the others
+};
+
+[[noreturn]] void Fail(const Input& input, const char* pszWhy) {
+    throw CCommandError(kExitBadInput, input.path.string() + ": " + pszWhy);
+}
+
+/// The two queues of a demuxer that is open, being emptied into the handler, and the waits for them.
+class CStreams {
+public:
+    CStreams(const Input& input, CBlockMemFileEx& video, CBlockMemFileEx& audio, const FrameHandler& handler)
+        : m_input(input),
+          m_video(EStream::Video, video, handler, m_evFailed),
+          m_audio(EStream::Audio, audio, handler, m_evFailed) {}
+
+    /// Waits for an event, the handler's failure or an interrupt, and shows progress.
+    /// @param getPosition  bytes of the input that are done; asked several times a second.
+    template <class GetPosition>
+    void WaitFor(CEvent& event, GetPosition getPosition) {
+        CEvent* const apEvents[] = {&m_evFailed, &event};
+        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) m_progress.Show(getPosition());
+    }
+    /// Waits for both ends.
+    template <class GetPosition>
+    void WaitForEnds(GetPosition getPosition) {
+        for (CStreamDrain* pDrain : {&m_video, &m_audio}) WaitFor(pDrain->GetEndEvent(), getPosition);
+    }
+    /// File offset of the last frame.
+    std::int64_t GetPosition() const { return std::max(m_video.GetPosition(), m_audio.GetPosition()); }
+    /// Ends both threads; throws as RunCore says.
+    void Finish() {
+        for (CStreamDrain* pDrain : {&m_video, &m_audio}) pDrain->Finish();
+        if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+        CheckReadErrors(m_input);
+    }
+
+private:
+    const Input& m_input;
+    CProgress m_progress{m_input.llLength};
+    CEvent m_evFailed;  // set when the handler threw
+    CStreamDrain m_video;
+    CStreamDrain m_audio;
+};
+
+/// Runs a demuxer that reads the input itself and ends its streams.
+void RunPulled(const Input& input, const FrameHandler& handler) {
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
-        throw CCommandError(kExitBadInput, input.path.string() + ": cannot start the demuxer");
+        Fail(input, "cannot start the demuxer");
     core.NewSegment(0, input.llLength);
-    CEvent evFailed;
-    CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
-    CStreamDrain audio(EStream::Audio, core.GetAudioQueue(), handler, evFailed);
+    CStreams streams(input, core.GetVideoQueue(), core.GetAudioQueue(), handler);
     core.Resume();
-    for (CStreamDrain* pDrain : {&video, &audio}) {
-        CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
-        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
-            if (!core.IsRunning())
-                throw CCommandError(kExitBadInput, input.path.string() + ": no end of stream received");
-            progress.Show(std::max(video.GetPosition(), audio.GetPosition()));
-        }
+    streams.WaitForEnds([&] {
+        if (!core.IsRunning()) Fail(input, "no end of stream received");
+        return streams.GetPosition();
+    });
+    streams.Finish();
+}
+
+/// The queues of a run that is pushed to, as the pins have them. They are not a demuxer's own, so that they
+/// stay open for the last frames when it is stopped.
+struct Queues {
+    static constexpr std::uint32_t kBlocks = 80;
+
+    Queues() {
+        for (CBlockMemFileEx* pQueue : {&video, &audio}) pQueue->WOpen(), pQueue->ROpen();
     }
-    for (CStreamDrain* pDrain : {&video, &audio}) pDrain->Finish();
-    if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
-    CheckReadErrors(input);
+
+    CBlockMemFileEx video{163840, kBlocks, sizeof(FRAME_INFO)};
+    CBlockMemFileEx audio{32768, kBlocks, sizeof(FRAME_INFO)};
+};
+
+/// Pushes the whole input to a target that fills the queues, and stops it when it has taken what it can.
+void RunPushed(const Input& input, const FrameHandler& handler, Queues& queues, const PushTarget& target) {
+    const FrameHandler handleFrame = [&](EStream stream, const FRAME_INFO& info, auto payload) {
+        if (!info.bEndOfStream) handler(stream, info, payload);  // that record is from below
+    };
+    CStreams streams(input, queues.video, queues.audio, handleFrame);
+    {
+        CPusher pusher(input, target);
+        streams.WaitFor(pusher.GetDoneEvent(), [&] { return pusher.GetPosition(); });
+    }
+    if (!IsInterrupted()) {
+        target.stop();
+        FRAME_INFO end{};
+        end.bEndOfStream = 1;
+        for (CBlockMemFileEx* pQueue : {&queues.video, &queues.audio}) pQueue->WriteEx({}, &end, kInfinite);
+        streams.WaitForEnds([&] { return input.llLength; });
+    }
+    streams.Finish();
+}
+
+/// Runs a demuxer that is pushed to.
+/// @param prepare  what the demuxer wants before it runs. @return whether it could.
+template <class Core, class Prepare>
+void RunPushedCore(const Input& input, const FrameHandler& handler, Prepare prepare) {
+    Queues queues;
+    Core core;
+    if (core.Open(nullptr, &queues.video, &queues.audio) != 0 || !core.IsRunning() || !prepare(core))
+        Fail(input, "cannot start the demuxer");
+    core.Resume();
+    RunPushed(input, handler, queues,
+              {.push = [&](Bytes data) { return core.PushData(data) > 0; },
+               .isStarved = [&] { return core.HasTakenAll(); },
+               .stop = [&] { core.Stop(); }});
+    if (core.GetExitCode() != 0) Fail(input, "the demuxer cannot parse its beginning");
+}
+
+/// Runs the framer of elementary streams.
+void RunFramer(const Input& input, const FrameHandler& handler) {
+    Queues queues;
+    CElementaryStreamFramer framer;
+    RunPushed(input, handler, queues,
+              {.push =
+                   [&](Bytes data) {
+                       framer.Push(data, queues.video);
+                       return true;
+                   },
+               .isStarved = [] { return true; },
+               .stop = [] {}});
+}
+
+}  // namespace
+
+void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler) {
+    switch (input.nClass) {
+        case kClassTransportMpeg4:
+        case kClassTransportMpeg12:
+            RunPushedCore<KestMpeg4TsDemux>(input, handler, [&](KestMpeg4TsDemux& core) {
+                return 0 == (timing == ETsTiming::Pes ? core.UsePtsDtsTiming() : core.UseElementaryTiming());
+            });
+            return;
+        case kClassMpeg1System:
+            RunPushedCore<KestMpeg1PsDemux>(input, handler, [](KestMpeg1PsDemux&) { return true; });
+            return;
+        case kClassMpeg4VideoEs: RunFramer(input, handler); return;
+        default: RequireProgramStream(input); RunPulled(input, handler);
+    }
 }
 
 }  // namespace kest

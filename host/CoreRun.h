@@ -5,6 +5,7 @@
 #include <span>
 
 #include "demux/FrameInfo.h"
+#include "demux/TsVideoClock.h"
 #include "host/Input.h"
 #include "host/Stream.h"
 
@@ -15,10 +16,16 @@ namespace kest {
 using FrameHandler =
     std::function<void(EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload)>;
 
-/// Runs the demuxer over the whole input, passes every record of both streams to the handler, the
-/// end-of-stream records included, and returns when both streams have ended. Shows progress on a terminal.
-/// Throws what the handler threw, and CCommandError when the user interrupted it, the input could not be read
-/// to its end or the demuxer could not be run.
-void RunCore(const Input& input, const FrameHandler& handler);
+/// Runs the demuxer of the input's class over the whole input, passes every record of both streams to the
+/// handler, and returns when both streams have ended. Shows progress on a terminal.
+///
+/// A program stream's demuxer reads the input itself, and ends each stream with a record. To the others' the
+/// input is pushed; when it has taken what it can, it is stopped, and the frames that it then queues are the
+/// last ones.
+///
+/// Throws what the handler threw, and CCommandError when the user interrupted it, the input could not be read to
+/// its end or the demuxer could not be run.
+/// @param timing  where the timestamps of a transport stream's frames come from.
+void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler);
 
 }  // namespace kest

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "demux/Mpeg1SequenceHeader.h"
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
 
@@ -24,6 +25,9 @@ public:
     /// Picture size to offer before the stream has given one, in pixels.
     virtual int GetDefaultWidth() const = 0;
     virtual int GetDefaultHeight() const = 0;
+
+    /// The sequence header of the last MPEG-1 system stream that was stopped, or the default one.
+    virtual Mpeg1SequenceHeader GetSequenceHeader() const = 0;
 
     // ---- the state machine
 

@@ -1,31 +1,16 @@
 #include "pins/VideoMediaTypes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
+
+#include "demux/Mpeg1SequenceHeader.h"
 
 namespace kest {
 namespace {
 
 constexpr REFERENCE_TIME kFrameTime = 333667;  // 100 ns of a frame at 30000/1001 a second
 constexpr DWORD kBitmapHeaderSize = 40;
-
-/// An MPEG-1 sequence header (ISO/IEC 11172-2 2.4.2.3): 352 x 240, pel aspect ratio code 2, picture rate code
-/// 4, bit rate 3750 x 400 bit/s, buffer size 20, constrained, the default intra matrix, a flat non-intra
-/// matrix.
-constexpr std::array<BYTE, 140> kSequenceHeader = [] {
-    constexpr std::array<BYTE, 76> kHead = {
-        0x00, 0x00, 0x01, 0xb3, 0x16, 0x00, 0xf0, 0x24, 0x03, 0xa9, 0xa0, 0xa6, 0x10, 0x20, 0x20, 0x26,
-        0x20, 0x26, 0x2c, 0x2c, 0x2c, 0x2c, 0x2c, 0x2c, 0x34, 0x30, 0x34, 0x36, 0x36, 0x36, 0x34, 0x34,
-        0x34, 0x34, 0x36, 0x36, 0x36, 0x3a, 0x3a, 0x3a, 0x44, 0x44, 0x44, 0x3a, 0x3a, 0x3a, 0x36, 0x36,
-        0x3a, 0x3a, 0x40, 0x40, 0x44, 0x44, 0x4a, 0x4c, 0x4a, 0x46, 0x46, 0x44, 0x46, 0x4c, 0x4c, 0x50,
-        0x50, 0x50, 0x60, 0x60, 0x5c, 0x5c, 0x70, 0x70, 0x74, 0x8a, 0x8a, 0xa7};
-    std::array<BYTE, 140> header{};
-    std::copy(kHead.begin(), kHead.end(), header.begin());
-    std::fill(header.begin() + kHead.size(), header.end(), BYTE{0x10});
-    return header;
-}();
 
 }  // namespace
 
@@ -65,24 +50,24 @@ CMediaType MakeMpeg2VideoType() {
     return type;
 }
 
-CMediaType MakeMpeg1VideoType() {
+CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header) {
+    const Mpeg1SequenceFields fields = ParseSequenceHeader(header);
     MPEG1VIDEOINFO format{};
-    format.hdr.rcSource = {0, 0, 352, 240};
-    format.hdr.dwBitRate = 1500000;
+    format.hdr.rcSource = {0, 0, fields.horizontal_size, fields.vertical_size};
+    format.hdr.dwBitRate = fields.nBitRate;
     format.hdr.AvgTimePerFrame = kFrameTime;
     format.hdr.bmiHeader.biSize = kBitmapHeaderSize;
-    format.hdr.bmiHeader.biWidth = 352;
-    format.hdr.bmiHeader.biHeight = 240;
+    format.hdr.bmiHeader.biWidth = fields.horizontal_size;
+    format.hdr.bmiHeader.biHeight = fields.vertical_size;
     format.hdr.bmiHeader.biXPelsPerMeter = 1347;
     format.hdr.bmiHeader.biYPelsPerMeter = 2000;
     format.dwStartTimeCode = 4097;
-    format.cbSequenceHeader = kSequenceHeader.size();
+    format.cbSequenceHeader = static_cast<DWORD>(header.size());
 
     // The sequence header stands where the record ends in a one-byte array.
     std::array<BYTE, 244> block{};
     std::memcpy(block.data(), &format, sizeof format);
-    std::copy(kSequenceHeader.begin(), kSequenceHeader.end(),
-              block.begin() + offsetof(MPEG1VIDEOINFO, bSequenceHeader));
+    std::copy(header.begin(), header.end(), block.begin() + offsetof(MPEG1VIDEOINFO, bSequenceHeader));
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG1Packet);
     type.SetFormatType(FORMAT_MPEGVideo);
     type.SetFormat(block);

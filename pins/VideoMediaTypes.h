@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "demux/Mpeg1SequenceHeader.h"
 #include "graph/MediaType.h"
 
 namespace kest {
@@ -18,7 +19,7 @@ constexpr GUID MEDIASUBTYPE_KestMp4s = {
 CMediaType MakeMpeg4VideoType(int nWidth, int nHeight);
 /// For MPEG-1/2 video in program and transport streams.
 CMediaType MakeMpeg2VideoType();
-/// For MPEG-1 video in system streams, with a sequence header of 352 x 240 pictures.
-CMediaType MakeMpeg1VideoType();
+/// For MPEG-1 video in system streams, with the picture size and the bit rate that the sequence header says.
+CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header);
 
 }  // namespace kest

@@ -60,7 +60,7 @@ HRESULT CKestDemux2VideoOutputPin::GetMediaType(int n, CMediaType& type) {
             break;
         }
         case EVideoType::Mpeg2: offered = MakeMpeg2VideoType(); break;
-        case EVideoType::Mpeg1: offered = MakeMpeg1VideoType(); break;
+        case EVideoType::Mpeg1: offered = MakeMpeg1VideoType(m_pDemuxFilter->GetSequenceHeader()); break;
         case EVideoType::None: return E_INVALIDARG;
     }
     CAutoLock lock(*m_pLock);

@@ -36,6 +36,9 @@ public:
     /// waits for room, or has not yet committed it, is not stored. The sides stay as they are.
     void Reset() { Empty(ESides::Keep, /*bWake=*/true); }
 
+    /// Ends the wait of a writer: it goes on when it has its block, and gives up otherwise.
+    void WakeWriter() { WakeWaitingWriter(); }
+
     /// Blocks that can be written without waiting; all of them when no reader is open.
     std::uint32_t GetFreeBlocks() const { return GetRoom(); }
     /// Blocks written and not yet taken by this reader; 0 when it is not open.

@@ -13,14 +13,14 @@ int CFrameAccumulator::Reset() {
 }
 
 int CFrameAccumulator::Append(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() > m_nCapacity - m_nFill) return 0;
+    if (!HasRoom(bytes.size())) return 0;
     std::copy(bytes.begin(), bytes.end(), m_pData.get() + m_nFill);
     m_nFill += static_cast<std::uint32_t>(bytes.size());
     return 1;
 }
 
 std::span<std::uint8_t> CFrameAccumulator::Reserve(std::uint32_t n) {
-    if (n > m_nCapacity - m_nFill) return {};
+    if (!HasRoom(n)) return {};
     const std::span<std::uint8_t> room(m_pData.get() + m_nFill, n);
     m_nFill += n;
     return room;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -25,6 +26,8 @@ public:
     /// @return 1, or 0 when it holds fewer or n is negative (then nothing changes).
     int Consume(std::int32_t n);
 
+    /// Whether n bytes more fit.
+    bool HasRoom(std::size_t n) const { return n <= m_nCapacity - m_nFill; }
     /// The number of bytes held.
     std::uint32_t GetFill() const { return m_nFill; }
     /// The bytes held, in place, until the next change.

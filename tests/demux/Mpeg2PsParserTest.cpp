@@ -10,25 +10,11 @@
 namespace kest {
 namespace {
 
-/// The frames that come of a stream, in the words of `Stream`; a ! in the place of the : is a discontinuity.
+/// The frames that come of a stream.
 std::string Parse(const std::string& strStream) {
     const ByteVector bytes =
         Stream(strStream + " 00 00 01 BE FF 00 *65280");  // no read ends at the end of the source
-    const Frames frames = CParserRig(bytes).Run();
-    std::string text;
-    for (const auto* pFrames : {&frames.video, &frames.audio}) {
-        for (const Frame& frame : *pFrames) {
-            text += (pFrames == &frames.video ? 'v' : 'a') + std::to_string(frame.info.llPts);
-            if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
-            text += frame.info.bDiscontinuity ? "!" : ":";
-            for (std::size_t i = 0, n = 0; i < frame.payload.size(); i += n) {
-                for (n = 1; i + n < frame.payload.size() && frame.payload[i + n] == frame.payload[i];) ++n;
-                text += std::to_string(n) + "x" + std::to_string(frame.payload[i]) + ",";
-            }
-            text.back() = ' ';
-        }
-    }
-    return text;
+    return Describe(CParserRig(bytes).Run());
 }
 
 TEST(Mpeg2PsParser, AssemblesFrames) {

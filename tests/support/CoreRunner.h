@@ -1,9 +1,11 @@
-// Runs the program-stream demuxer over bytes: its parser alone, without a thread, or the whole of it.
+// Runs demuxers over bytes: their parsers alone, without a thread, or the whole of the program stream's.
 #pragma once
 
 #include <optional>
 #include <vector>
 
+#include "demux/ElementaryStreamFramer.h"
+#include "demux/Mpeg1SystemParser.h"
 #include "demux/Mpeg2PsPullDemux.h"
 #include "platform/Time.h"
 #include "support/MemoryReader.h"
@@ -25,6 +27,24 @@ struct Frames {
     std::vector<Frame> video, audio;
 };
 
+/// The frames in the words of `Stream`; a ! in the place of the : is a discontinuity.
+inline std::string Describe(const Frames& frames) {
+    std::string text;
+    for (const auto* pFrames : {&frames.video, &frames.audio}) {
+        for (const Frame& frame : *pFrames) {
+            text += (pFrames == &frames.video ? 'v' : 'a') + std::to_string(frame.info.llPts);
+            if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
+            text += frame.info.bDiscontinuity ? "!" : ":";
+            for (std::size_t i = 0, n = 0; i < frame.payload.size(); i += n) {
+                for (n = 1; i + n < frame.payload.size() && frame.payload[i + n] == frame.payload[i];) ++n;
+                text += std::to_string(n) + "x" + std::to_string(frame.payload[i]) + ",";
+            }
+            text.back() = ' ';
+        }
+    }
+    return text;
+}
+
 /// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
 /// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
@@ -38,10 +58,11 @@ inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTim
     return std::nullopt;
 }
 
-/// The parser over a source in memory.
-class CParserRig {
+/// A parser over a source in memory, with a demuxer's sizes of the video frames.
+template <class Parser, std::uint32_t nMaxVideoFrame, std::uint32_t nVideoBlock>
+class CParserRigOf {
 public:
-    explicit CParserRig(Bytes bytes) : m_reader(bytes) {
+    explicit CParserRigOf(Bytes bytes) : m_reader(bytes) {
         m_source.SetReader(&m_reader);
         m_source.SetEnd(static_cast<std::int64_t>(bytes.size()));
         m_source.Open();
@@ -65,8 +86,23 @@ public:
     CMemoryReader m_reader;
     CPulledSource m_source;
     CStreamInput m_input;
-    CFrameOutput m_video{{524288, 524288, 2}}, m_audio{{65536, 32768, 2}};
-    CMpeg2PsParser m_parser{m_input, m_video, m_audio};
+    CFrameOutput m_video{{nMaxVideoFrame, nVideoBlock, 2}}, m_audio{{65536, 32768, 2}};
+    Parser m_parser{m_input, m_video, m_audio};
 };
+using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
+using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
+
+/// The units of an elementary stream that comes in parts of this size.
+inline std::vector<Frame> FrameUnits(Bytes data, std::size_t nPart) {
+    std::vector<Frame> units;
+    CElementaryStreamFramer framer;
+    CBlockMemFileEx queue(524288, 512, sizeof(FRAME_INFO));
+    queue.WOpen(), queue.ROpen();
+    for (; !data.empty(); data = data.subspan(std::min(nPart, data.size()))) {
+        framer.Push(data.first(std::min(nPart, data.size())), queue);
+        while (auto unit = TakeFrame(queue, 0)) units.push_back(*unit);
+    }
+    return units;
+}
 
 }  // namespace kest

@@ -131,6 +131,7 @@ public:
     HRESULT StopHook(REFERENCE_TIME rt) override { return Note("stop " + std::to_string(rt)); }
     HRESULT SeekHook(REFERENCE_TIME rt) override { return Note("seek " + std::to_string(rt)); }
     HRESULT RateHook(double dRate) override { return Note("rate " + std::to_string(dRate)); }
+    Mpeg1SequenceHeader GetSequenceHeader() const override { return kDefaultSequenceHeader; }
     void DoSingleStep(const std::function<bool()>&) override { ++m_nSteps; }
 
     CCritSec m_csPins;

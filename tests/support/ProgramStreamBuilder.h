@@ -63,6 +63,16 @@ public:
         return Bytes(payload);
     }
 
+    /// A packet of an MPEG-1 system stream (ISO/IEC 11172-1 2.4.3.3) with or without timestamps.
+    CProgramStreamBuilder& Mpeg1Packet(std::uint8_t nId, const ByteVector& payload,
+                                       std::optional<std::int64_t> llPts, std::optional<std::int64_t> llDts) {
+        Code(nId).Word((llDts ? 10 : llPts ? 5 : 1) + payload.size());
+        if (llPts) Timestamp(llDts ? 3 : 2, *llPts);
+        if (llDts) Timestamp(1, *llDts);
+        if (!llPts) Bytes({0x0F});
+        return Bytes(payload);
+    }
+
     const ByteVector& Get() const { return m_bytes; }
     std::size_t Size() const { return m_bytes.size(); }
 
@@ -78,7 +88,8 @@ private:
 
 /// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a
 /// multiple of 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01
-/// 01 01, v:4x1 one without timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD.
+/// 01 01, v:4x1 one without timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD. V, A
+/// and B are packets of an MPEG-1 system stream.
 inline ByteVector Stream(const std::string& strText) {
     CProgramStreamBuilder b;
     std::istringstream words(strText);
@@ -92,8 +103,10 @@ inline ByteVector Stream(const std::string& strText) {
                 nTimes != std::string::npos ? std::stoul(word.substr(nColon + 1)) : 0;
             const ByteVector payload(nPayload,
                                      static_cast<std::uint8_t>(nPayload ? word[nTimes + 1] - '0' : 0));
-            const int nId = word[0] == 'v' ? 0xE0 : word[0] == 'd' ? 0xBD : word[0] - 'a' + 0xC0;
-            b.Pes(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
+            const int nKind = word[0] | 0x20;  // lower case
+            const int nId = nKind == 'v' ? 0xE0 : nKind == 'd' ? 0xBD : nKind - 'a' + 0xC0;
+            if (word[0] == nKind) b.Pes(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
+            if (word[0] != nKind) b.Mpeg1Packet(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
         } else if (word == "pack") {
             b.Pack();
         } else if (word[0] == '*' || word[0] == '|') {

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "demux/BigEndian.h"
+#include "plumbing/BlockMemFile.h"
+#include "plumbing/FrameAccumulator.h"
+
+namespace kest {
+
+/// Cuts an MPEG-4 video elementary stream (ISO/IEC 14496-2) into units at its start codes: a video object
+/// plane with the headers in front of it, up to the next start code. Its state goes on from one part of the
+/// stream to the next.
+///
+/// A unit ends at the start code behind its plane, so that the last one of a stream stays behind. A sequence
+/// end code behind a plane is left out. Bytes that would make a unit longer than 524288 are left out, as many
+/// as come at a time, and a unit that is longer than a block of the queue is cut to the block.
+class CElementaryStreamFramer {
+public:
+    /// Forgets what came so far.
+    void Reset();
+    /// Takes the next part of the stream and puts every unit that ends in it into the queue, waiting without
+    /// limit for a free block. Its FRAME_INFO is zero. When the queue gives a unit back, being closed or
+    /// emptied meanwhile, the unit is kept, and the bytes behind its end are dropped.
+    void Push(Bytes data, CBlockMemFileEx& queue);
+
+private:
+    static constexpr std::uint32_t kNoCode = 0xFFFFFFFF;
+
+    std::size_t FindStartCode(Bytes data, std::size_t nFrom);
+    bool IsUnitEnd();
+    bool Deliver(CBlockMemFileEx& queue);
+
+    std::uint32_t m_dwStartCode = kNoCode;  // the last four bytes, most recent lowest
+    const std::unique_ptr<CFrameAccumulator> m_pFrameAcc =
+        std::make_unique<CFrameAccumulator>(524288);  // the unit that is being assembled
+    bool m_bInVop = false;                            // inside a plane
+    bool m_bHeaderSeen = false;  // a start code other than a plane's came since the last cut
+};
+
+}  // namespace kest

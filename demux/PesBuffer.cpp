@@ -1,0 +1,74 @@
+#include "demux/PesBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kest {
+
+void CPesBuffer::Allocate() {
+    Free();
+    m_pStorage = std::make_unique_for_overwrite<std::uint8_t[]>(kSlack + 2 * kCapacity);
+}
+
+void CPesBuffer::Free() {
+    m_pStorage.reset();
+    m_nBegin = m_nFill = m_nPesFill = 0;
+}
+
+// ---------------- the PES packet
+
+/// Moves the elementary stream to the front when there may be too little room behind it.
+void CPesBuffer::BeginPes() {
+    std::fill_n(m_abHead.begin(), kTimestampsEnd, std::uint8_t{0});
+    if (m_nFill > 0 && m_nBegin < kSlack) return;
+    std::memmove(m_pStorage.get(), m_pStorage.get() + m_nBegin, m_nFill);
+    m_nBegin = 0;
+}
+
+void CPesBuffer::AppendPes(Bytes bytes) {
+    if (bytes.empty() || bytes.size() > kCapacity - m_nPesFill) return;
+    if (m_nPesFill == 0) BeginPes();
+    if (m_nPesFill < kHeadSize) {
+        std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), kHeadSize - m_nPesFill),
+                    m_abHead.begin() + m_nPesFill);
+    }
+    const std::uint32_t nHeader = GetHeaderSize();
+    const Bytes payload = BytesFrom(bytes, nHeader > m_nPesFill ? nHeader - m_nPesFill : 0);
+    const std::uint32_t nBefore = m_nPesFill > nHeader ? m_nPesFill - nHeader : 0;
+    std::copy(payload.begin(), payload.end(), m_pStorage.get() + m_nBegin + m_nFill + nBefore);
+    m_nPesFill += static_cast<std::uint32_t>(bytes.size());
+}
+
+PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
+    PesPacket packet;
+    packet.timestamps =
+        ParsePtsDts(m_abHead[7] >> 6, Bytes(m_abHead).subspan(kFixedHeader, kTimestampsEnd - kFixedHeader));
+    std::uint8_t* const pPayload = m_pStorage.get() + m_nBegin + m_nFill;
+    const std::uint32_t nHeader = GetHeaderSize();
+    const std::uint32_t nKept = std::min(packet.timestamps ? nLeast : 1, m_nPesFill);
+    if (nHeader + nKept <= m_nPesFill) {
+        packet.payload = {pPayload, m_nPesFill - nHeader};
+    } else {
+        std::copy_n(m_abHead.begin() + (m_nPesFill - nKept), nKept, pPayload);
+        packet.payload = {pPayload, nKept};
+    }
+    return packet;
+}
+
+// ---------------- the elementary stream
+
+void CPesBuffer::Take(Bytes part) {
+    if (part.empty() || part.size() > kCapacity - m_nFill) return;
+    const auto nPart = static_cast<std::uint32_t>(part.data() - m_pStorage.get());
+    if (m_nFill == 0) m_nBegin = nPart;
+    const std::uint32_t nEnd = m_nBegin + m_nFill;
+    if (nPart != nEnd) std::memmove(m_pStorage.get() + nEnd, part.data(), part.size());
+    m_nFill += static_cast<std::uint32_t>(part.size());
+}
+
+void CPesBuffer::Consume(std::size_t n) {
+    m_nBegin += static_cast<std::uint32_t>(n);
+    m_nFill -= static_cast<std::uint32_t>(n);
+}
+
+}  // namespace kest

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "demux/BigEndian.h"
+#include "demux/PesHeader.h"
+
+namespace kest {
+
+/// A PES packet that is complete.
+struct PesPacket {
+    std::optional<PesTimestamps> timestamps;
+    Bytes payload;
+};
+
+/// The bytes of one elementary stream that are not queued yet, and behind them the PES packet that is being
+/// assembled, so that the payload stands where it will be wanted. Each of the two has 1 MiB; bytes that do
+/// not all fit are left out, all of them. Used by one thread.
+class CPesBuffer {
+public:
+    static constexpr std::uint32_t kCapacity = 1024 * 1024;
+
+    /// Gets the memory, or gives it back; empty afterwards. Only with the memory there may be bytes.
+    void Allocate();
+    void Free();
+    bool IsAllocated() const { return m_pStorage != nullptr; }
+
+    // ---------------- the PES packet
+
+    /// Adds bytes to it, with the first from its start code on.
+    void AppendPes(Bytes bytes);
+    bool HasPes() const { return m_nPesFill > 0; }
+    /// The packet as far as it came; what is missing of its fixed header counts as 0.
+    /// @param nLeast  bytes at its end that are payload, whatever the header says of its own length, when it
+    ///                carries timestamps; without them one.
+    PesPacket GetPes(std::uint32_t nLeast);
+    void DropPes() { m_nPesFill = 0; }
+
+    // ---------------- the elementary stream
+
+    /// Adds bytes of the present PES packet's payload.
+    void Take(Bytes part);
+    Bytes GetBytes() const { return {m_pStorage.get() + m_nBegin, m_nFill}; }
+    /// Drops n bytes, no more than there are, from the front.
+    void Consume(std::size_t n);
+    void Clear() { m_nFill = 0; }
+
+private:
+    static constexpr std::uint32_t kSlack = 256 * 1024;  // the elementary stream begins here at the latest
+    static constexpr std::uint32_t kFixedHeader = 9;     // of a PES packet: up to PES_header_data_length
+    static constexpr std::uint32_t kTimestampsEnd = 19;  // behind a PTS and a DTS
+    static constexpr std::uint32_t kHeadSize = 9 + 255 + 3;  // the longest header and the payload kept behind
+
+    void BeginPes();
+    std::uint32_t GetHeaderSize() const { return kFixedHeader + m_abHead[8]; }
+
+    std::unique_ptr<std::uint8_t[]> m_pStorage;      // elementary stream, then payload of the PES packet
+    std::uint32_t m_nBegin = 0;                      // index of the elementary stream
+    std::uint32_t m_nFill = 0;                       // and its bytes
+    std::uint32_t m_nPesFill = 0;                    // bytes of the PES packet with its header
+    std::array<std::uint8_t, kHeadSize> m_abHead{};  // the first of them
+};
+
+}  // namespace kest

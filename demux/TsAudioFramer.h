@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+
+#include "demux/FrameOutput.h"
+#include "demux/MpegAudioHeader.h"
+#include "demux/PesBuffer.h"
+#include "demux/TsVideoClock.h"
+
+namespace kest {
+
+/// Splits the audio of a transport stream into audio frames: its PES packets in, frames with timestamps into
+/// a frame output. The frames of a PES packet with timestamps are queued when the next such packet comes: as
+/// many as fit between the two packets' times, at equal distances. With elementary timing they are counted
+/// from the time on that the video's clock gives, and held back until there is one.
+class CTsAudioFramer {
+public:
+    /// Both are borrowed.
+    CTsAudioFramer(const CTsVideoClock& clock, CFrameOutput& output) : m_clock(clock), m_output(output) {}
+
+    /// A run begins; the buffer is empty.
+    void Begin(ETsTiming timing);
+    /// The packets go here.
+    CPesBuffer& GetBuffer() { return m_buffer; }
+    /// The PES packet in the buffer is complete.
+    void OnPes();
+    /// The stream has ended: what there is left is one frame.
+    void Flush();
+
+private:
+    void OnNextFrames(Bytes payload, const PesTimestamps& timestamps);
+    void EmitFrames(const PesTimestamps& next, std::int64_t llFrames, std::uint32_t nFrameSize);
+    void QueueFrame(std::size_t nSize);
+    PesTimestamps CountTime();
+
+    const CTsVideoClock& m_clock;
+    CFrameOutput& m_output;
+    CPesBuffer m_buffer;
+    ETsTiming m_timing = ETsTiming::Pes;
+    PesTimestamps m_next = kNoTimestamps;          // of the next frame
+    std::optional<MpegAudioHeader> m_description;  // the first header without fault; with it counting begins
+    std::uint64_t m_nFrames = 0;                   // frames queued with elementary timing
+    std::int64_t m_llPending = 0;                  // frames that the times so far make room for
+};
+
+}  // namespace kest

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+
+#include "demux/FrameOutput.h"
+#include "demux/StreamInput.h"
+#include "demux/StreamParser.h"
+#include "demux/TsAudioFramer.h"
+#include "demux/TsPacketReader.h"
+#include "demux/TsTables.h"
+#include "demux/TsVideoClock.h"
+#include "demux/TsVideoFramer.h"
+
+namespace kest {
+
+/// Parses a transport stream (ISO/IEC 13818-1 2.4): finds its packets and, once a run, its tables, and passes
+/// the packets of one video and one audio stream on to be split into frames.
+///
+/// A run needs its buffers: `Prepare` comes before each, and the end of the run gives them back. A run fails
+/// when the stream has no tables; what fails is tried three times. It ends when the input has no more, or no
+/// packet can be found; then the rest of each stream is queued as one frame.
+class CTsParseState final : public CStreamParser {
+public:
+    /// All of these are borrowed.
+    CTsParseState(CStreamInput& input, CFrameOutput& video, CFrameOutput& audio)
+        : m_reader(input), m_video(m_clock, video), m_audio(m_clock, audio) {}
+
+    /// Forgets what the runs before came to and gets the buffers. Not during a run.
+    /// @return 0, or -1 when there is not enough memory.
+    int Prepare(ETsTiming timing);
+
+    void Begin() override;
+    /// Parses the packets that can be had without moving the window; the first time, the tables.
+    EParsed ParseUnit() override;
+    void End() override;
+    /// Gives the buffers back: what is in them is dropped, and the run cannot go on.
+    void Reset() override;
+
+private:
+    bool FindTables();
+    bool ParseTable(std::uint16_t nPid, bool (CTsTables::*pParse)(Bytes), const char* pszNotFound);
+    void OnPacket(Bytes packet);
+    bool IsPrepared() { return m_audio.GetBuffer().IsAllocated(); }
+
+    CTsPacketReader m_reader;
+    CTsTables m_tables;
+    CTsVideoClock m_clock;
+    CTsVideoFramer m_video;
+    CTsAudioFramer m_audio;
+    bool m_bTables = false;  // the tables of the run have been read
+};
+
+}  // namespace kest

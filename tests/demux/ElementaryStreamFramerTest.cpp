@@ -1,0 +1,74 @@
+#include "demux/ElementaryStreamFramer.h"
+
+#include <gtest/gtest.h>
+
+#include "support/CoreRunner.h"
+
+namespace kest {
+namespace {
+
+std::vector<ByteVector> Payloads(const std::vector<Frame>& units) {
+    std::vector<ByteVector> payloads;
+    for (const Frame& unit : units) payloads.push_back(unit.payload);
+    return payloads;
+}
+
+TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAPlane) {
+    const std::string strHeaders = " 00 00 01 B0 01 00 00 01 B5 09", strPlane = " 00 00 01 B6 ";
+    const std::string strGroup = " 00 00 01 B3 00", strEnd = " 00 00 01 B7";
+    const struct {
+        std::string strStream;
+        std::vector<std::string> units;
+    } cases[] = {
+        {strHeaders + strPlane + "11" + strPlane + "22 23" + strGroup + strPlane + "33" + strGroup,
+         {strHeaders + strPlane + "11", strPlane + "22 23", strGroup + strPlane + "33"}},
+        {strPlane + "11" + strPlane, {strPlane + "11"}},               // a plane comes first
+        {"55" + strPlane + "11" + strPlane, {"55", strPlane + "11"}},  // or what is no plane
+        // a sequence end code is left out behind a plane, and nowhere else
+        {strPlane + "11" + strEnd + strHeaders + strPlane + "22" + strPlane,
+         {strPlane + "11", strHeaders + strPlane + "22"}},
+        {strPlane + "11" + strGroup + strEnd + strPlane + "22" + strPlane,
+         {strPlane + "11", strGroup + strEnd + strPlane + "22"}},
+        {strPlane + "11" + strEnd + strPlane + "22" + strPlane, {strPlane + "11", strPlane + "22"}},
+        // codes among zeros and inside one another
+        {strPlane + "00 00 00 00" + strPlane + "00 00 01 00 00 01 B6 11" + strPlane,
+         {strPlane + "00 00 00 00", strPlane, "00 00 01 00 00 01 B6 11"}},
+    };
+    for (const auto& c : cases) {
+        const ByteVector bytes = Stream(c.strStream);
+        std::vector<ByteVector> expected;
+        for (const std::string& strUnit : c.units) expected.push_back(Stream(strUnit));
+        for (const std::size_t nPart :
+             {std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{5}, bytes.size()})
+            EXPECT_EQ(Payloads(FrameUnits(bytes, nPart)), expected) << c.strStream << ", " << nPart;
+    }
+}
+
+TEST(ElementaryStreamFramer, LeavesOutWhatDoesNotFitAndCutsToTheBlock) {
+    const ByteVector plane = Stream("00 00 01 B6 *9");
+    CBlockMemFileEx queue(10, 4, sizeof(FRAME_INFO));
+    CElementaryStreamFramer framer;
+    queue.WOpen(), queue.ROpen();
+    framer.Push(plane, queue);
+    framer.Push(ByteVector(524288 - plane.size() + 1, 0x55), queue);  // one too many
+    framer.Push(Stream("77 00 00 01 B6 01 00 00 01 B6"), queue);
+    ASSERT_EQ(queue.GetPending(0), 2u);
+    EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 *6"));
+    EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 01"));
+}
+
+TEST(ElementaryStreamFramer, KeepsAUnitThatTheQueueDoesNotTake) {
+    CBlockMemFileEx queue(100, 4, sizeof(FRAME_INFO));
+    CElementaryStreamFramer framer;
+    framer.Push(Stream("00 00 01 B6 01 00 00 01 B6 02 00 00 01 B6 03"), queue);  // closed: 02 and 03 are lost
+    queue.WOpen(), queue.ROpen();
+    framer.Push(Stream("04 00 00 01 B6 05 00 00 01 B6"), queue);
+    EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 01 00 00 01 B6 04"));
+    framer.Reset();
+    framer.Push(Stream("06 00 00 01 B6"), queue);
+    EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 05"));
+    EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("06"));
+}
+
+}  // namespace
+}  // namespace kest
