@@ -101,7 +101,7 @@ HRESULT CDemuxPropertyPage::OnDeactivate() {
 
 void CDemuxPropertyPage::FillControls(HWND hwnd) {
     if (m_pControl) {
-        // By number: not every implementation of the control takes its text apart into the fields.
+        // As a number: not every implementation of the control shows a text in its fields.
         std::array<char, kAddressTextSize> szAddress{};
         m_pControl->get_SendAddressText(szAddress.data());
         SendDlgItemMessageW(hwnd, IDC_SEND_ADDRESS, IPM_SETADDRESS, 0, ntohl(inet_addr(szAddress.data())));

@@ -1,4 +1,4 @@
-// The property page's controls, driven by messages in a frame of the test's own and in the system's.
+// The property page's controls, driven by messages in a frame of the test's own, on the filter.
 #include <gtest/gtest.h>
 #include <winsock2.h>
 
