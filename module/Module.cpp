@@ -1,19 +1,11 @@
-// The module KestDemux2Filter: the classes it offers, and its four exported functions.
+// The module KestDemux2Filter: its four exported functions.
 #include "registration/Module.h"
 
-#include "control/Identifiers.h"
-#include "filter/KestDemux2Filter.h"
-#include "module/Setup.h"
+#include "module/Classes.h"
 
 namespace {
 
-using namespace kest;
-
-constexpr CFactoryTemplate kTemplates[] = {
-    {L"Kest Stream Demux", &kFilterClass, CKestDemux2Filter::CreateInstance, nullptr, &kFilterSetup},
-};
-
-const CModule g_module(kTemplates);
+const kest::CModule g_module(kest::kClasses);
 
 }  // namespace
 

@@ -22,11 +22,11 @@ need_build_packages() {
     need_packages g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
 }
 
-# Configures and builds a preset.
-build() {
+# Configures and builds a preset, or only some targets of it.
+build() { # preset, targets...
     say "building $1"
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$1" --parallel "$(nproc)" -- --quiet
+    cmake --build --preset "$1" --parallel "$(nproc)" ${2:+--target "${@:2}"} -- --quiet
 }
 
 # Checks a module's file: it exports four functions, needs no library but the system's and, on Linux, the compiler's,
@@ -34,7 +34,7 @@ build() {
 check_module() { # file
     local expected='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer ' found headers
     if [[ $1 == *.dll ]]; then
-        expected+='advapi32.dll kernel32.dll msvcrt.dll ole32.dll oleaut32.dll version'
+        expected+='advapi32.dll comctl32.dll comdlg32.dll kernel32.dll msvcrt.dll ole32.dll oleaut32.dll user32.dll ws2_32.dll version'
         headers=$(x86_64-w64-mingw32-objdump -p "$1")
         found=$(sed -n '/^\[Ordinal\/Name Pointer\]/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$headers" | sort | tr '\n' ' ')
         found+=$(sed -n 's/^\tDLL Name: //p' <<<"$headers" | tr 'A-Z' 'a-z' | sort | tr '\n' ' ')

@@ -19,10 +19,15 @@ test_module_under_wine() {
     module_case starts "${module_streams[0]}"
     module_case merit "${module_streams[1]}"
     module_case decoder tests/data/ps_mpeg2_44100.mpg
+    local page="property page: skipped: there is no display"
+    if has_display; then
+        module_case page none
+        page="property page $(report page)"
+    fi
     register_module /u
     check_registry
     summary+=("module under wine: $module_samples samples as on Linux ($module_untimed early ones but for their times)," \
-        "    $(report starts), $(report merit), unregistered without a trace, $(report decoder)")
+        "    $(report starts), $(report merit), unregistered without a trace, $(report decoder)" "    $page")
 }
 
 register_module() { # option, if any

@@ -6,19 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/windows/ModuleInstance.h"
 #include "registration/Module.h"
 
 namespace kest {
 namespace {
 
 constexpr DWORD kDescriptionVersion = 1;  // REGFILTER2 with REGFILTERPINS
-
-HMODULE FindOwnHandle() {
-    HMODULE hModule = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCWSTR>(&FindOwnHandle), &hModule);
-    return hModule;
-}
 
 /// Initialises COM on this thread for the length of a block, unless it is initialised already.
 class CComUse {
@@ -120,17 +114,16 @@ HRESULT ForEachFilter(std::span<const CFactoryTemplate> templates, Operation ope
 // ---------------- the system's part of CModule
 
 std::filesystem::path FindOwnModule() {
-    const HMODULE hModule = FindOwnHandle();
-    if (!hModule) return {};
     std::vector<WCHAR> szPath(MAX_PATH);
     for (;;) {
-        const DWORD nLength = GetModuleFileNameW(hModule, szPath.data(), static_cast<DWORD>(szPath.size()));
+        const DWORD nLength =
+            GetModuleFileNameW(GetModuleInstance(), szPath.data(), static_cast<DWORD>(szPath.size()));
         if (nLength < szPath.size()) return std::filesystem::path(szPath.data(), szPath.data() + nLength);
         szPath.resize(szPath.size() * 2);
     }
 }
 
-void TurnOffThreadNotifications() { DisableThreadLibraryCalls(FindOwnHandle()); }
+void TurnOffThreadNotifications() { DisableThreadLibraryCalls(GetModuleInstance()); }
 
 HRESULT RegisterModule(const std::filesystem::path& module, std::span<const CFactoryTemplate> templates) {
     HRESULT hr = S_OK;

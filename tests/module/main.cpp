@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <map>
 
-#include "ModuleGraph.h"
+#include "PageCases.h"
 #include "control/Identifiers.h"
 #include "support/ControlContract.h"
 
@@ -161,7 +161,7 @@ std::string CheckControl(const std::wstring& wszFolder, const std::wstring&) {
 const std::map<std::wstring, std::string (*)(const std::wstring&, const std::wstring&)> kCases = {
     {L"samples", ListSamples},  {L"starts", CheckStarts},   {L"states", CheckStates},
     {L"merit", CheckMerit},     {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
-    {L"control", CheckControl},
+    {L"control", CheckControl}, {L"page", CheckPage},       {L"show", ShowPage},
 };
 
 }  // namespace
