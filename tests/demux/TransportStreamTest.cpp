@@ -366,9 +366,10 @@ TEST(Mpeg4TsDemux, RunsAsOftenAsItIsPrepared) {
         EXPECT_EQ(core.GetExitCode(), bPrepared ? 0 : -1);
         core.Restart();
     }
-    core.UseElementaryTiming();
+    core.UsePtsDtsTiming();
     core.Resume();
-    for (int i = 0; i < 100; ++i) core.PushData(bytes);  // nobody takes the frames
+    for (int i = 0; i < 3; ++i) core.PushData(bytes);
+    ASSERT_TRUE(Eventually([&] { return core.GetVideoQueue().GetFreeBlocks() == 0; }));
     core.Stop();
     EXPECT_EQ(core.GetExitCode(), 0);
 }
