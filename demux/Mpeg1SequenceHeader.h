@@ -39,6 +39,7 @@ struct Mpeg1SequenceFields {
     friend bool operator==(const Mpeg1SequenceFields&, const Mpeg1SequenceFields&) = default;
 };
 
+/// Reads the fields in front of the matrices.
 Mpeg1SequenceFields ParseSequenceHeader(const Mpeg1SequenceHeader& header);
 
 /// The sequence header that a stream had last, kept by its demuxer for the video pin. `Reset` and `Capture`

@@ -87,7 +87,7 @@ bool CMpeg1SystemParser::ParsePacket(bool bVideo) {
     const auto header = ReadPacketHeader();
     if (!header) return false;
     PesTimestamps& current = bVideo ? m_videoTimestamps : m_audioTimestamps;
-    PesTimestamps ended = current;
+    const PesTimestamps ended = current;
     if (header->timestamps) current = *header->timestamps;
     if (nPacketLength <= header->nSize) return true;
     const auto nPayload = static_cast<std::uint32_t>(nPacketLength - header->nSize);

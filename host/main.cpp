@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -62,13 +61,15 @@ void AddFramesCommand(CLI::App& app) {
     CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame that the demuxer queues",
                                         pOptions->strFile, "kestdemux frames movie.mpg --json");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
-    const std::map<std::string, ETsTiming> timings = {{"pes", ETsTiming::Pes}, {"es", ETsTiming::Elementary}};
     pCommand
-        ->add_option("--timing", pOptions->timing,
-                     "timestamps of a transport stream's frames: those of its PES packets, or of the "
-                     "elementary streams (default: pes)")
-        ->option_text("pes|es")
-        ->transform(CLI::Transformer(timings));
+        ->add_option_function<std::string>(
+            "--timing",
+            [pOptions](const std::string& strTiming) {
+                pOptions->timing = strTiming == "es" ? ETsTiming::Elementary : ETsTiming::Pes;
+            },
+            "timestamps of a transport stream's frames: those of its PES packets, or of the elementary "
+            "streams (default: pes)")
+        ->check(CLI::IsMember({"pes", "es"}));
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 

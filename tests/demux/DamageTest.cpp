@@ -9,6 +9,7 @@
 #include "demux/StreamTypeProbe.h"
 #include "support/CoreRunner.h"
 #include "support/TestData.h"
+#include "support/TransportStream.h"
 
 namespace kest {
 namespace {
@@ -91,6 +92,60 @@ TEST(RealStreams, AreClassifiedAndSurviveDamage) {
                 i % kKinds == kCut ? nPlace & ~16383 : nPlace;  // what is read in whole blocks
             ExpectUntouchedBefore(nSafe, whole.video, damaged.video);
             ExpectUntouchedBefore(nSafe, whole.audio, damaged.audio);
+        }
+    }
+}
+
+/// Damages packets of a transport stream from a place on: drops, blanks or exchanges them, or their PIDs.
+void DamagePackets(ByteVector& bytes, std::ptrdiff_t nPlace, std::mt19937& random) {
+    const auto from = bytes.begin() + nPlace / 188 * 188, to = from + 20 * 188;
+    const unsigned nKind = random() % 4;
+    if (nKind == 0) {
+        bytes.erase(from, to);
+        return;
+    }
+    for (auto packet = from; packet < to; packet += 188) {
+        const auto other = from + static_cast<std::ptrdiff_t>(random() % 20) * 188;
+        if (nKind == 1 && random() % 2) std::fill_n(packet, 188, 0xFF);
+        if (nKind == 2) std::swap_ranges(packet, packet + 188, other);
+        if (nKind == 3) std::swap_ranges(packet + 1, packet + 3, other + 1);
+    }
+}
+
+void ExpectBegins(const std::vector<Frame>& frames, const std::vector<Frame>& beginning) {
+    ASSERT_GE(frames.size(), beginning.size());
+    EXPECT_TRUE(std::equal(beginning.begin(), beginning.end(), frames.begin()));
+}
+
+TEST(RealStreams, OfTransportPacketsSurviveDamage) {
+    constexpr std::ptrdiff_t kTail = 3000;
+    const bool bAll = std::getenv("KEST_DAMAGE") != nullptr;
+    for (const char* pszFile : {"ts_mpeg2.ts", "ts_mpeg4.ts"}) {
+        const ByteVector intact = ReadTestData(pszFile);
+        const auto nSize = static_cast<std::ptrdiff_t>(intact.size());
+        std::mt19937 random(20240229);
+        CTsRig rig, elementary;
+        auto ExpectRuns = [&](const ByteVector& bytes, std::ptrdiff_t nPlace) {
+            const Frames before =
+                rig.Run(Bytes(intact).first(static_cast<std::size_t>(nPlace)), ETsTiming::Pes,
+                        /*bEnd=*/false);
+            const Frames frames = rig.Run(bytes);
+            ExpectBegins(frames.video, before.video);
+            ExpectBegins(frames.audio, before.audio);
+            elementary.Run(bytes, ETsTiming::Elementary);
+        };
+        EXPECT_EQ(rig.Run(intact).video.size(), 89u);
+        for (std::ptrdiff_t n = 0; n < kTail; n += bAll ? 1 : 97) {
+            SCOPED_TRACE(std::string(pszFile) + ", cut by " + std::to_string(n));
+            ExpectRuns({intact.begin(), intact.end() - n}, nSize - n);
+        }
+        for (int i = 0; i < (bAll ? 10000 : 40); ++i) {
+            SCOPED_TRACE(std::string(pszFile) + ", damage " + std::to_string(i));
+            ByteVector bytes = intact;
+            const auto nPlace = static_cast<std::ptrdiff_t>(random() % (bytes.size() - 4096));
+            i % 2 ? Damage(bytes, nPlace, 1 + i / 2 % (kKinds - 1), random)
+                  : DamagePackets(bytes, nPlace, random);
+            ExpectRuns(bytes, nPlace / 188 * 188);
         }
     }
 }

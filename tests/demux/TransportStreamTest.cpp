@@ -1,0 +1,378 @@
+// The parsers of transport streams, bytes in and frames out, and their demuxer.
+#include <gtest/gtest.h>
+
+#include "demux/Mpeg4TsDemux.h"
+#include "support/CaptureTexts.h"
+#include "support/TestThreads.h"
+#include "support/TransportStream.h"
+
+namespace kest {
+namespace {
+
+using Builder = CTransportStreamBuilder;
+
+/// Timestamps of the frames, the DTS where it differs, and what `describe` makes of each.
+template <class Describe>
+std::string List(const std::vector<Frame>& frames, Describe describe) {
+    std::string text;
+    for (const Frame& frame : frames) {
+        text += std::to_string(frame.info.llPts);
+        if (frame.info.llDts != frame.info.llPts) text += "/" + std::to_string(frame.info.llDts);
+        text += ":" + describe(frame.payload) + " ";
+    }
+    return text;
+}
+
+std::string ListSizes(const std::vector<Frame>& frames) {
+    return List(frames, [](const ByteVector& payload) { return std::to_string(payload.size()); });
+}
+
+/// The letters in a payload.
+std::string GetLetters(const ByteVector& payload) {
+    std::string text;
+    std::copy_if(payload.begin(), payload.end(), std::back_inserter(text), [](char c) { return c >= 'A'; });
+    return text;
+}
+
+/// A structure for each letter: P is a picture, S and G the headers above it, L the layer of an MPEG-4 stream,
+/// U and other letters are none; small letters are bytes.
+ByteVector Structures(const std::string& strLetters, bool bMpeg4) {
+    ByteVector bytes;
+    for (const char c : strLetters) {
+        const int nCode = c == 'P'   ? (bMpeg4 ? 0xB6 : 0x00)
+                          : c == 'S' ? 0xB3
+                          : c == 'G' ? 0xB8
+                          : c == 'L' ? 0x20
+                                     : 0xB2;
+        if (c < 'a')
+            bytes.insert(bytes.end(), {0, 0, 1, static_cast<std::uint8_t>(nCode & 0x7F ? nCode : 0)});
+        bytes.push_back(static_cast<std::uint8_t>(c));
+    }
+    return bytes;
+}
+
+/// Parses video packets "PTS letters", without timestamps "- letters".
+std::string ParseVideo(const std::string& strPackets, bool bMpeg4) {
+    Builder b;
+    b.Tables(bMpeg4);
+    std::istringstream words(strPackets);
+    for (std::string strPts, strLetters; words >> strPts >> strLetters;) {
+        std::optional<std::int64_t> llPts;
+        if (strPts != "-") llPts = std::stoll(strPts);
+        b.Pes(Builder::kVideoPid, Structures(strLetters, bMpeg4), llPts);
+    }
+    b.Pes(Builder::kVideoPid, ByteVector(1));  // so that the last one is complete
+    return List(CTsRig().Run(b.Get()).video, GetLetters);
+}
+
+TEST(TransportStream, SplitsVideoIntoPicturesAtEqualDistances) {
+    const struct {
+        const char* pszPackets;
+        const char* pszMpeg2;
+        const char* pszMpeg4;
+    } cases[] = {
+        {"0 PPP 9009 P 9009 PP 9000 P", "0:P 3003:P 6006:P 9009:P 9009:P 9009:P 9000:P ", nullptr},
+        {"0 xxSPx 3000 yPz 6000 PP", "0:SPxy 3000:Pz 6000:PP ", nullptr},  // what is left is one frame
+        {"- xP 3000 uP 6000 xx 9000 P", "9000:P ", nullptr},               // no start at the beginning
+        {"- x 0 UxSP 3000 SP - ab - P 6000 SGP", "3000:SPab 4500:P 6000:SGP ", nullptr},
+        {"0 SPU 3000 USPU 6000 GP", "0:SPUU 3000:SPU 6000:GP ", "0:SP 3000:UUSP 6000:UGP "},
+        {"0 S 3000 G 6000 P", "0:S 3000:G 6000:P ", "3000:SG 6000:P "},  // no picture: all is one frame
+        {"0 LSP 3000 LP", "0:SPL 3000:P ", "0:LSP 3000:LP "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ParseVideo(c.pszPackets, false), c.pszMpeg2) << c.pszPackets;
+        EXPECT_EQ(ParseVideo(c.pszPackets, true), c.pszMpeg4 ? c.pszMpeg4 : c.pszMpeg2) << c.pszPackets;
+    }
+}
+
+TEST(TransportStream, SplitsAudioWhereItsTimesAndSyncsSay) {
+    const auto Audio = [](int nFrames) {  // layer 2, 192 kbit/s, 48 kHz: 576 bytes, 2160 ticks
+        ByteVector bytes;
+        for (; nFrames > 0; --nFrames) {
+            bytes.insert(bytes.end(), {0xFF, 0xFD, 0xA4, 0x00});
+            bytes.resize(bytes.size() + 572, 0x11);
+        }
+        return bytes;
+    };
+    const auto Parse = [](std::initializer_list<std::pair<std::int64_t, ByteVector>> packets) {
+        Builder b;
+        b.Tables(false);
+        for (const auto& [llPts, payload] : packets) b.Pes(Builder::kAudioPid, payload, llPts);
+        b.Pes(Builder::kAudioPid, ByteVector(1));  // so that the last one is complete
+        return ListSizes(CTsRig().Run(b.Get()).audio);
+    };
+    ByteVector padded = Audio(2), cut = Audio(1), rest(276, 0x11);
+    padded.insert(padded.begin() + 576, 4, 0x22);
+    cut.resize(300);
+    rest[100] = rest[101] = 0xFF;
+    for (const std::uint8_t n : Audio(1)) rest.push_back(n);
+    EXPECT_EQ(Parse({{0, Audio(2)}, {4320, Audio(2)}, {8640, Audio(2)}}),
+              "0:576 4320:576 6480:576 8640:1729 ");
+    EXPECT_EQ(Parse({{0, Audio(1)}, {2160, Audio(1)}, {4319, Audio(1)}}), "0:576 2160:576 4319:577 ");
+    EXPECT_EQ(Parse({{0, Audio(2)}, {1079, Audio(1)}, {0, Audio(1)}}), "0:1152 1079:576 0:577 ");
+    EXPECT_EQ(Parse({{0, padded}, {4320, Audio(1)}}), "0:580 4320:1153 ") << "a sync 4 bytes on";
+    EXPECT_EQ(Parse({{0, cut}, {2160, rest}}), "0:576 2160:577 ") << "a false sync in front of the true one";
+    EXPECT_EQ(Parse({{0, ByteVector(10, 0x11)}, {2160, Audio(1)}}), "2160:577 ") << "no header";
+}
+
+TEST(TransportStream, ExaminesItsTables) {
+    const ByteVector intact = Builder().Tables(true).Get();
+    constexpr std::size_t kPat = 5, kPmt = 188 + 5;  // where the sections are
+    const struct {
+        std::size_t nIndex;
+        int nValue;
+        const char* pszTrace;
+    } cases[] = {{3, 0x00, "PAT adaptation field control error\n"},
+                 {4, 183, "PAT syntax error\n"},
+                 {kPat, 2, "PAT table ID error\n"},
+                 {kPat + 1, 0x90, "PAT syntax error\n"},
+                 {kPat + 2, 180, "PAT syntax error\n"},
+                 {kPat + 5, 0x41, "PAT syntax error\n"},
+                 {kPat + 10, 0xC1, "PAT syntax error\n"},
+                 {kPat + 11, 0x0F, "Can not find MAP\n"},
+                 {kPmt, 0, "MAP table ID error\n"},
+                 {kPmt + 2, 180, "MAP syntax error\n"},
+                 {kPmt + 8, 0xC1, "MAP syntax error\n"},
+                 {kPmt + 10, 0xE0, "MAP syntax error\n"},
+                 {kPmt + 15, 0xE0, "MAP syntax error\n"},
+                 {kPmt + 13, 0xC1, "MAP syntax error\n"},
+                 {kPat + 2, 179, "PAT syntax error\n"},
+                 {kPmt + 1, 0x30, "MAP syntax error\n"}};
+    for (const auto& c : cases) {
+        ByteVector bytes = intact;
+        bytes[c.nIndex] = static_cast<std::uint8_t>(c.nValue);
+        CCaptureTexts texts;
+        CTsRig().Run(bytes);
+        EXPECT_NE(texts.TraceTexts().find(c.pszTrace), std::string::npos) << c.nIndex << texts.TraceTexts();
+        EXPECT_TRUE(texts.TraceTexts().ends_with("KestMpeg4TsDemux pin Exited!!!\n")) << c.nIndex;
+    }
+    const struct {
+        std::vector<std::pair<std::size_t, int>> bytes;
+        const char* pszTrace;
+    } pids[] = {{{{kPat + 10, 0xE0}, {kPat + 11, 15}}, "program map PID error\n"},
+                {{{kPat + 10, 0xFF}, {kPat + 11, 0xFF}}, "program map PID error\n"},
+                {{{kPmt + 8, 0xE0}, {kPmt + 9, 15}}, "pcr PID error\n"},
+                {{{kPmt + 13, 0xFF}, {kPmt + 14, 0xFF}}, "video stream PID error\n"},
+                {{{kPmt + 18, 0xE0}, {kPmt + 19, 15}}, "audio stream PID error\n"}};
+    for (const auto& c : pids) {
+        ByteVector bytes = intact;
+        for (const auto& [nIndex, nValue] : c.bytes) bytes[nIndex] = static_cast<std::uint8_t>(nValue);
+        CCaptureTexts texts;
+        CTsRig().Run(bytes);
+        EXPECT_NE(texts.TraceTexts().find(c.pszTrace), std::string::npos) << c.pszTrace << texts.TraceTexts();
+    }
+}
+
+TEST(TransportStream, TakesTheLastProgramAndStream) {
+    Builder b;
+    b.Section(0, Stream("00 B0 15 00 01 C1 00 00 00 01 E0 20 00 02 E1 00 00 00 E0 21 01 02 03 04"));
+    b.Section(Builder::kPmtPid,
+              Stream("02 B0 25 00 01 C1 00 00 E1 01 F0 02 AA BB 10 E0 30 F0 00 02 E1 01 F0 03 "
+                     "01 02 03 01 E0 31 F0 00 06 E0 32 F0 00 01 02 03 04"));
+    for (int i = 1; i <= 3; ++i) b.Pes(Builder::kVideoPid, Structures("GP", false), i);
+    EXPECT_EQ(List(CTsRig().Run(b.Get()).video, GetLetters), "1:GP 2:GPGP ");
+}
+
+TEST(TransportStream, ResynchronisesAndReadsInWindows) {
+    Builder b;
+    b.Tables(false);
+    for (int i = 0; i < 100; ++i) b.Pes(Builder::kVideoPid, Structures("P", false), i);
+    const ByteVector intact = b.Get();
+    const struct {
+        std::size_t nPlace, nErased, nInserted, nSize, nFrames;
+    } cases[] = {
+        {0, 0, 100, 0, 99},   {0, 0, 2255, 0, 99},  {0, 0, 2256, 0, 0},    // before the first packet
+        {0, 100, 0, 0, 0},    {40, 0, 0, 8043, 18}, {40, 0, 0, 8044, 39},  // without the PAT; the end
+        {50, 0, 2255, 0, 99}, {50, 0, 2256, 0, 47}, {50, 188, 0, 0, 98},   // between two packets
+        {50, 100, 0, 0, 98},  {50, 1, 0, 0, 98},                           // in one
+    };
+    for (const auto& c : cases) {
+        ByteVector bytes = intact;
+        const auto place = bytes.begin() + static_cast<std::ptrdiff_t>(c.nPlace * 188);
+        bytes.insert(bytes.erase(place, place + static_cast<std::ptrdiff_t>(c.nErased)), c.nInserted, 0);
+        if (c.nSize > 0) bytes.resize(c.nSize);
+        EXPECT_EQ(CTsRig().Run(bytes).video.size(), c.nFrames)
+            << c.nPlace << " -" << c.nErased << " +" << c.nInserted << " =" << c.nSize;
+    }
+}
+
+TEST(TransportStream, LimitsBuffersAndHeaders) {
+    Builder b;
+    b.Tables(false);
+    const auto Picture = [](std::size_t n) {
+        ByteVector bytes = Structures("P", false);
+        bytes.resize(n, 0x11);
+        return bytes;
+    };
+    b.Pes(Builder::kVideoPid, Picture(65000), 0);
+    for (int i = 0; i < 17; ++i) b.Pes(Builder::kVideoPid, ByteVector(65000, 0x22));  // 15 fit into 1 MiB
+    b.Pes(Builder::kVideoPid, Picture(100), 3000);
+    // A header that is longer than its packet leaves three bytes; timestamps are read where they should be.
+    b.Packet(Builder::kVideoPid, true, Stream("00 00 01 E0 00 00 80 80 FF 21 00 01 2E E1 00 00 01"));
+    b.Packet(Builder::kVideoPid, true, Stream("00 00 01 E0 00 00 80 00 00 00 41 42"));
+    b.Pes(Builder::kVideoPid, Picture(100), 9000);
+    b.Pes(Builder::kVideoPid, Picture(100), 12000);
+    CCaptureTexts texts;
+    EXPECT_EQ(ListSizes(CTsRig().Run(b.Get()).video), "0:65536 6000:100 7500:6 9000:200 ");
+    EXPECT_NE(texts.TraceTexts().find("Frame of 1040000 bytes is cut"), std::string::npos);
+}
+
+// ---------------- elementary timing
+
+/// The bytes of a text of bits, and of hexadecimal bytes in front of a colon.
+ByteVector Coded(const std::string& strText) {
+    const std::size_t nColon = strText.find(':');
+    ByteVector bytes = Stream(strText.substr(0, nColon));
+    std::string strBits;
+    for (const char c : strText.substr(nColon + 1))
+        if (c == '0' || c == '1') strBits += c;
+    strBits.resize((strBits.size() + 7) / 8 * 8, '0');
+    for (std::size_t i = 0; i < strBits.size(); i += 8) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(strBits.substr(i, 8), nullptr, 2)));
+    }
+    return bytes;
+}
+
+std::string Bits(unsigned n, int nBits) {
+    std::string strBits;
+    for (int i = nBits - 1; i >= 0; --i) strBits += n >> i & 1 ? '1' : '0';
+    return strBits;
+}
+
+std::string TimeCode(unsigned nSeconds) {
+    return Bits(nSeconds / 3600, 5) + Bits(nSeconds / 60 % 60, 6) + "1" + Bits(nSeconds % 60, 6);
+}
+
+std::string Gov(unsigned nSeconds) { return "00 00 01 B3:" + TimeCode(nSeconds) + "00"; }
+std::string Vop(const std::string& strTime) { return "00 00 01 B6:00" + strTime + std::string(32, '0'); }
+std::string Vol(unsigned nResolution) {
+    return "00 00 01 20:0 00000001 0 0001 0 00 1 " + Bits(nResolution, 16) +
+           "1 0 1 0000101100000 1 0000100100000 1";
+}
+/// Sequence header and extension.
+std::string Sequence(unsigned nRateCode) {
+    return "00 00 01 B3:" + std::string(28, '0') + Bits(nRateCode, 4) + std::string(18, '0') + "1" +
+           std::string(11, '0');
+}
+std::string Extension(unsigned nN, unsigned nD) {
+    return "00 00 01 B5:0001" + std::string(37, '0') + Bits(nN, 2) + Bits(nD, 5);
+}
+std::string Group(unsigned nSeconds, unsigned nPictures, bool bDrop = false) {
+    return "00 00 01 B8:" + std::string(bDrop ? "1" : "0") + TimeCode(nSeconds) + Bits(nPictures, 6) + "00";
+}
+std::string Picture(unsigned nReference, unsigned nType) {
+    return "00 00 01 00:" + Bits(nReference, 10) + Bits(nType, 3) + std::string(32, '0');
+}
+
+TEST(TsVideoClock, KnowsTheTimesOfPictures) {
+    using Frames = std::vector<std::vector<std::string>>;
+    const std::string strUser = "00 00 01 B2:0100 1100";
+    const struct {
+        bool bMpeg4;
+        Frames frames;
+        const char* pszTimes;  // PTS/DTS; a - is a frame that is dropped
+        std::int64_t llBase;   // of the audio, in units of a timestamp; -1: there is none
+    } cases[] = {
+        {true,
+         {{Vol(30), Gov(10), Vop("0 1 01111 1")}, {Vop("0 1 10000 1")}, {Vop("0 0")}, {Vop("110 1 00000 1")}},
+         "945945 948948 951948 1081080 ",
+         945945},
+        {true,
+         {{Gov(86399), Vop("0 1 000000 1")}, {Gov(1), Vop("0 1 000000 1")}},
+         "7783685910 7783866090 ",
+         -1},
+        {true,
+         {{"00 00 01 05:", Vol(1), Vop("0 1 1")},
+          {"00 00 01 05:", Gov(1)},
+          {Vol(30), strUser, Vop("0 1 11111 1")}},
+         "0 3000 6000 ",
+         0},  // what follows the layer is read as a VOP
+        {true,
+         {{Vop("0 1 011110 1")}, {Vol(0), Vop("0 1 0 1")}, {Vol(60), Vop("10 1 000000 1")}},
+         "45045 - 90090 ",
+         90090},
+        {true, {{"00 00 01 B0:"}, {"00 00 01 B6:"}}, "3000/2999 6000/5999 ", -1},
+        {false,
+         {{Sequence(3), Extension(0, 0), Group(0, 0), Picture(2, 1)},
+          {Picture(0, 3)},
+          {Picture(1, 3)},
+          {Picture(5, 2)},
+          {Picture(5, 4)},
+          {"00 00 01 B2:"}},
+         "10800/7200 3600 7200 21600/10800 25200/14400 28800/18000 ",
+         10800},
+        {false, {{Sequence(4), Extension(0, 0), Group(1, 15), Picture(0, 1)}}, "138138/135135 ", 138138},
+        {false,
+         {{Sequence(4), Extension(0, 0), Group(1, 15, true), Picture(0, 1)}},
+         "138003/135000 ",
+         138003},
+        {false,
+         {{Sequence(4), Extension(1, 0), strUser, Group(1, 15), Picture(0, 1)}},
+         "114024/112522 ",
+         114024},
+        {false,
+         {{Group(0, 0), Picture(0, 1)},
+          {Sequence(9), Extension(0, 0), Group(0, 0), Picture(0, 1)},
+          {Sequence(3), Group(0, 0), Picture(0, 1)}},
+         "- - - ",
+         -1},
+        {false,
+         {{Sequence(3), Extension(0, 0), Group(86399, 0), Picture(0, 1)}, {Group(1, 0), Picture(0, 3)}},
+         "7775913600/7775910000 7776093600 ",
+         7775913600},
+        {false,
+         {{Sequence(4), Extension(0, 0), Group(86399, 0), Picture(0, 1)}, {Group(1, 0), Picture(0, 3)}},
+         "7783688913/7783685910 7783869093 ",
+         7783688913},
+    };
+    for (const auto& c : cases) {
+        CTsVideoClock clock;
+        clock.Begin(ETsTiming::Elementary);
+        std::string strTimes;
+        for (const auto& structures : c.frames) {
+            ByteVector frame;
+            for (const std::string& strCoded : structures)
+                for (const std::uint8_t n : Coded(strCoded)) frame.push_back(n);
+            const auto timestamps = clock.Advance(frame, c.bMpeg4);
+            strTimes += timestamps ? std::to_string(timestamps->llPts) : "-";
+            if (timestamps && timestamps->llDts != timestamps->llPts)
+                strTimes += "/" + std::to_string(timestamps->llDts);
+            strTimes += " ";
+        }
+        EXPECT_EQ(strTimes, c.pszTimes);
+        const auto base = clock.GetAudioBase();
+        EXPECT_EQ(base ? static_cast<std::int64_t>(*base / 300) : -1, c.llBase) << c.pszTimes;
+    }
+}
+
+// ---------------- the demuxer
+
+TEST(Mpeg4TsDemux, RunsAsOftenAsItIsPrepared) {
+    Builder b;
+    b.Tables(false);
+    for (int i = 0; i < 20; ++i) b.Pes(Builder::kVideoPid, Structures("P", false), i);
+    const ByteVector bytes = b.Get();
+    KestMpeg4TsDemux core;
+    ASSERT_EQ(core.Open(nullptr, nullptr, nullptr), 0);
+    for (const bool bPrepared : {true, true, false, true}) {
+        if (bPrepared) core.UsePtsDtsTiming();
+        core.Resume();
+        core.PushData(bytes);
+        for (int i = 0; i < 18 && bPrepared; ++i) {
+            ASSERT_EQ(TakeFrame(core.GetVideoQueue(), kTooLongMs).value().info.llPts, i);
+        }
+        ASSERT_TRUE(Eventually([&] { return core.IsStarved(); }));
+        core.Stop();  // the last pictures are lost with the queue
+        EXPECT_EQ(core.GetExitCode(), bPrepared ? 0 : -1);
+        core.Restart();
+    }
+    core.UsePtsDtsTiming();
+    core.Resume();
+    for (int i = 0; i < 3; ++i) core.PushData(bytes);
+    ASSERT_TRUE(Eventually([&] { return core.GetVideoQueue().GetFreeBlocks() == 0; }));
+    core.Stop();
+    EXPECT_EQ(core.GetExitCode(), 0);
+}
+
+}  // namespace
+}  // namespace kest
