@@ -49,7 +49,7 @@ struct FrameLine {
 }  // namespace
 
 void RunFrames(const FramesOptions& options) {
-    const Input input = OpenInput(options.strFile);
+    const Input input = OpenInput(options.strFile, EAccess::File);
     RequireProgramStream(input);
     CListing listing(options.bJson,
                      "stream    index     size          pts          dts     position  crc32    flags");

@@ -36,7 +36,7 @@ std::string ToText(const Input& input) {
 }  // namespace
 
 void RunProbe(const ProbeOptions& options) {
-    const Input input = OpenInput(options.strFile);
+    const Input input = OpenInput(options.strFile, EAccess::File);
     const std::string strText = options.bJson ? ToJson(input) : ToText(input);
     COutputFile output("-", false);
     output.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
