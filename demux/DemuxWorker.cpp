@@ -126,7 +126,9 @@ std::int32_t CDemuxWorker::ThreadProc() {
     while (m_evRun.Wait() && !m_evStop.IsSignalled()) {
         HonourRequests();
         switch (m_pParser->ParseUnit()) {
-            case EParsed::Unit: m_bEndSent = false; break;
+            case EParsed::Unit:
+                if (m_bEndSent) m_bEndSent = false;
+                break;
             case EParsed::Searching: break;
             case EParsed::NoData: OnNoData(); break;
         }

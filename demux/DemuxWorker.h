@@ -46,6 +46,13 @@ public:
     /// thread at a time.
     /// @return the byte count, or 0 when the thread has ended or the demuxer does not take pushed bytes.
     int PushData(Bytes data);
+    /// The gate of whoever pushes: while it is held, `PushData` takes nothing. Set before the first push.
+    void SetPushGate(const CPushGate& gate) { m_pushed.SetGate(gate); }
+    /// Lets a `PushData` that waits see that its gate is held.
+    void WakePush() { m_pushed.WakeWrite(); }
+    /// The thread has taken what there is: of a pulled source to its end, of what was pushed all that it can
+    /// parse without more.
+    bool HasTakenAll() const { return IsPulling() ? m_bEndSent.load() : m_pushed.IsStarved(); }
     /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
     /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
     /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be
@@ -104,7 +111,7 @@ private:
     CPulledSource m_pulled;                    // and with one
     std::unique_ptr<CStreamParser> m_pParser;  // see SetParser
     std::atomic<bool> m_bOpen{false};          // ring and queues are attached
-    bool m_bEndSent = false;                 // the present run of empty results has its end-of-stream records
+    std::atomic<bool> m_bEndSent{false};     // the present run of empty results has its end-of-stream records
     std::mutex m_requestMutex;               // keeps a request and its carrying out apart
     std::atomic<bool> m_bReset{false};       // a reset is requested
     std::atomic<bool> m_bNewSegment{false};  // a restart is requested

@@ -32,7 +32,7 @@ void CPushedSource::CloseSides() {
 int CPushedSource::WriteChunk(Bytes chunk) {
     constexpr std::uint32_t kTryMs = 1000;
     const int nWritten = m_pOwnRing->Write(chunk, kTryMs);
-    if (nWritten == 0) DebugText("time out");
+    if (nWritten == 0 && !IsHeld()) DebugText("time out");
     return nWritten;
 }
 
@@ -42,8 +42,30 @@ void CPushedSource::Flush() {
     m_pRing->Flush();
 }
 
+void CPushedSource::WakeWrite() {
+    if (m_pOwnRing) m_pOwnRing->WakeWriter();
+}
+
+bool CPushedSource::IsStarved() const {
+    const std::uint32_t nAwaited = m_nAwaited;
+    return nAwaited > 0 && m_pRing->GetAvailable(m_nReader) < nAwaited;
+}
+
+/// @return whether n bytes are there; false when the ring was closed or flushed.
+bool CPushedSource::WaitForBytes(std::uint32_t n) {
+    struct CAwaiting {  // also when the wait ends by force
+        CAwaiting(std::atomic<std::uint32_t>& nAwaited, std::uint32_t nBytes) : m_nAwaited(nAwaited) {
+            m_nAwaited = nBytes;
+        }
+        ~CAwaiting() { m_nAwaited = 0; }
+        std::atomic<std::uint32_t>& m_nAwaited;
+    };
+    const CAwaiting awaiting(m_nAwaited, n);
+    return m_pRing->WaitForData(m_nReader, n, kInfinite) > 0;
+}
+
 std::uint32_t CPushedSource::Fetch(const FetchRequest& request) {
-    if (m_bFlushed || m_pRing->WaitForData(m_nReader, request.nMissing, kInfinite) <= 0) return 0;
+    if (m_bFlushed || !WaitForBytes(request.nMissing)) return 0;
     std::lock_guard lock(m_mutex);
     if (m_bFlushed) return 0;
     const std::size_t nTaken =

@@ -8,6 +8,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/ByteSource.h"
+#include "plumbing/PushGate.h"
 #include "plumbing/RingBuffer.h"
 
 namespace kest {
@@ -32,9 +33,15 @@ public:
     void CloseSides();
 
     /// Writes all of the bytes, waiting for room as long as `isWanted()`, which is asked once a second.
-    /// @return the byte count; 0 when they are not wanted any more, or the ring is not the source's own.
+    /// @return the byte count; 0 when they are not wanted any more, the gate is held, or the ring is not the
+    ///         source's own.
     template <class IsWanted>
     int Write(Bytes data, IsWanted isWanted);
+    /// The gate that ends writes while it is held; its owner wakes them by `WakeWrite`. Set before the first one.
+    void SetGate(const CPushGate& gate) { m_pGate = &gate; }
+    void WakeWrite();
+    /// The demuxer's thread waits for more than the ring has: it has taken what it can.
+    bool IsStarved() const;
     /// Drops what the ring holds. What is written from now on is fetched only after `Accept`: so that the
     /// demuxer can forget what it has before it meets what comes after.
     void Flush();
@@ -46,13 +53,17 @@ public:
 
 private:
     int WriteChunk(Bytes chunk);
+    bool WaitForBytes(std::uint32_t n);
+    bool IsHeld() const { return m_pGate && m_pGate->IsHeld(); }
 
-    std::unique_ptr<CRingBuffer> m_pOwnRing;  // set when the source made it
-    CRingBuffer* m_pRing = nullptr;           // the ring in use
-    std::uint32_t m_nMaxChunk = 0;            // see Attach
-    int m_nReader = -1;                       // the read side
-    std::mutex m_mutex;                       // keeps a flush and a fetch apart
-    std::atomic<bool> m_bFlushed{false};      // flushed since the last `Accept`
+    std::unique_ptr<CRingBuffer> m_pOwnRing;   // set when the source made it
+    CRingBuffer* m_pRing = nullptr;            // the ring in use
+    std::uint32_t m_nMaxChunk = 0;             // see Attach
+    int m_nReader = -1;                        // the read side
+    const CPushGate* m_pGate = nullptr;        // see SetGate; none: never held
+    std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that Fetch waits for; 0: it does not wait
+    std::mutex m_mutex;                        // keeps a flush and a fetch apart
+    std::atomic<bool> m_bFlushed{false};       // flushed since the last `Accept`
 };
 
 template <class IsWanted>
@@ -60,7 +71,7 @@ int CPushedSource::Write(Bytes data, IsWanted isWanted) {
     if (!m_pOwnRing) return 0;
     Bytes rest = data;
     while (!rest.empty()) {
-        if (!isWanted()) return 0;
+        if (IsHeld() || !isWanted()) return 0;
         const int nWritten = WriteChunk(rest.first(std::min<std::size_t>(rest.size(), m_nMaxChunk)));
         if (nWritten < 0) return 0;
         rest = rest.subspan(static_cast<std::size_t>(nWritten));

@@ -1,5 +1,7 @@
 #include "filter/DemuxPath.h"
 
+#include <algorithm>
+
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
@@ -35,9 +37,9 @@ HRESULT StartDelivery(CDemuxOutputPin& pin) {
 /// In what the handling of a family differs from that of the others.
 struct CDemuxPath::Family {
     HRESULT (CDemuxPath::*Create)();  // makes the demuxer; null: the path begins at the frame queues
-    CWorkerThread* (CDemuxPath::*Core)() const;  // the demuxer
-    void (CDemuxPath::*BeforeStart)();           // before any thread starts
-    void (CDemuxPath::*BeforeDelivery)();  // the demuxer is held, the delivery threads are not yet there
+    CDemuxWorker* (CDemuxPath::*Core)() const;  // the demuxer
+    void (CDemuxPath::*BeforeStart)();          // before any thread starts
+    void (CDemuxPath::*BeforeDelivery)();       // the demuxer is held, the delivery threads are not yet there
 };
 
 // By ECoreFamily.
@@ -53,7 +55,7 @@ const CDemuxPath::Family& CDemuxPath::GetFamily() const {
 }
 
 /// The demuxer of the working mode, or null where there is none.
-CWorkerThread* CDemuxPath::Core() const {
+CDemuxWorker* CDemuxPath::Core() const {
     const auto pfnCore = GetFamily().Core;
     return pfnCore ? (this->*pfnCore)() : nullptr;
 }
@@ -62,6 +64,7 @@ CWorkerThread* CDemuxPath::Core() const {
 HRESULT CDemuxPath::CreatePsDemux() {
     m_pPsDemux.reset();  // ends its thread before the next one writes to the same queues
     auto pDemux = std::make_unique<KestMpeg2PsPullDemux>();
+    pDemux->SetPushGate(m_feedGate);
     Trace("CreateMpeg2PSInstance <-----------------!!!!!!\n");
     const int nError = pDemux->Open(nullptr, &m_videoPin.GetFrameQueue(), &m_audioPin.GetFrameQueue());
     if (nError != 0 || !pDemux->IsRunning()) return E_OUTOFMEMORY;
@@ -73,7 +76,7 @@ void CDemuxPath::InitSeeking() { m_videoPin.InitSeeking(); }
 
 /// Only traced so far: there is no transport-stream demuxer that would follow.
 void CDemuxPath::SelectTsTimeReference() {
-    const auto nOutput = m_settings.nDemuxOutput;
+    const auto nOutput = m_settings.Get(&SEND_SETTINGS::nDemuxOutput);
     if (nOutput == kDemuxOutputPes || nOutput == kDemuxOutputFreeRun) {
         Trace("Transport demux core uses PTS/DTS as time reference\n");
     } else {
@@ -91,7 +94,7 @@ void CDemuxPath::BeginElementaryStream() {
 // ---------------- connection
 
 CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin,
-                       CAvTiming& timing, const SEND_SETTINGS& settings)
+                       CAvTiming& timing, const CSendSettings& settings)
     : m_videoPin(videoPin),
       m_audioPin(audioPin),
       m_apOutputPins{&videoPin, &audioPin},
@@ -103,10 +106,12 @@ CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutp
 
 HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
     if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
+    HoldFeed();                           // bytes of the connection before may still be on their way
     m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
     const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
     const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
     if (SUCCEEDED(hr)) m_nWorkingMode = mode;
+    ReleaseFeed();
     return hr;
 }
 
@@ -130,7 +135,7 @@ std::span<CDemuxOutputPin* const> CDemuxPath::DeliveringPins() const {
 bool CDemuxPath::IsRunning() const { return m_videoPin.GetDeliveryThread().IsRunning(); }
 
 void CDemuxPath::ApplyDemuxOutput() {
-    switch (m_settings.nDemuxOutput) {
+    switch (m_settings.Get(&SEND_SETTINGS::nDemuxOutput)) {
         case kDemuxOutputPes:
         case kDemuxOutputAvEs: m_bFreeRun = false; break;
         case kDemuxOutputFreeRun: m_bFreeRun = true; break;
@@ -185,6 +190,52 @@ void CDemuxPath::End() {
     }
     m_pPsDemux.reset();
     for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->EndDelivery();
+}
+
+// ---------------- bytes that are pushed
+
+void CDemuxPath::Feed(std::span<const std::uint8_t> data) {
+    constexpr std::size_t kPieceSize = 2048;
+    const CPushGate::CInside inside(m_feedGate);
+    while (!m_feedGate.IsHeld() && Core() && !data.empty()) {
+        const auto piece = data.first(std::min(data.size(), kPieceSize));
+        if (Core()->PushData(piece) < 1) return;
+        data = data.subspan(piece.size());
+    }
+}
+
+void CDemuxPath::HoldFeed() {
+    m_feedGate.Hold([this] {
+        if (Core()) Core()->WakePush();
+    });
+}
+
+// In the order of the stream: what the demuxer has not parsed may still become frames, and those that are
+// queued, samples.
+bool CDemuxPath::IsDelivered() const {
+    const auto pins = DeliveringPins();
+    return (!Core() || Core()->HasTakenAll()) &&
+           std::all_of(pins.begin(), pins.end(),
+                       [](const CDemuxOutputPin* pPin) { return pPin->IsDrained(); });
+}
+
+void CDemuxPath::DeliverEnd() {
+    for (CDemuxOutputPin* pPin : DeliveringPins()) pPin->DeliverEnd();
+}
+
+bool CDemuxPath::NeedsReset() const {
+    return Mode().family == ECoreFamily::Program && m_pPsDemux && m_pPsDemux->HasMetEndCode();
+}
+
+bool CDemuxPath::IsOutOfBalance() const {
+    constexpr std::uint32_t kAlmostEmpty = 10, kAlmostFull = 90;  // percent
+    if (!m_videoPin.IsConnected() || !m_audioPin.IsConnected()) return false;
+    auto Fill = [](const CDemuxOutputPin& pin) {
+        return pin.GetFramesPending() * 100 / pin.GetFrameCapacity();
+    };
+    const std::uint32_t nVideo = Fill(m_videoPin), nAudio = Fill(m_audioPin);
+    return (nVideo <= kAlmostEmpty && nAudio >= kAlmostFull) ||
+           (nVideo >= kAlmostFull && nAudio <= kAlmostEmpty);
 }
 
 // ---------------- reset

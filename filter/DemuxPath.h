@@ -7,12 +7,13 @@
 #include <span>
 
 #include "demux/Mpeg2PsPullDemux.h"
-#include "control/SendSettings.h"
+#include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/AvTiming.h"
 #include "pins/VideoOutputPin.h"
 #include "pins/WorkingMode.h"
 #include "platform/Event.h"
+#include "plumbing/PushGate.h"
 
 namespace kest {
 
@@ -32,7 +33,7 @@ public:
     /// @param timing              of both pins; the same.
     /// @param settings            their demux function counts at the next start.
     CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin, CAvTiming& timing,
-               const SEND_SETTINGS& settings);
+               const CSendSettings& settings);
 
     // ---- connection
 
@@ -69,6 +70,24 @@ public:
     /// Ends the threads for good, however long that takes.
     void End();
 
+    // ---- bytes that are pushed
+
+    /// Hands bytes to the demuxer, waiting for room as long as it runs. What it does not take is dropped.
+    void Feed(std::span<const std::uint8_t> data);
+    /// Ends a `Feed` that is under way, and lets none begin until `ReleaseFeed`; holds add up. Not for the thread
+    /// that feeds; with the pin lock held, or while connections cannot change.
+    void HoldFeed();
+    void ReleaseFeed() { m_feedGate.Release(); }
+    /// All that was fed has left the output pins, as far as it can without more.
+    bool IsDelivered() const;
+    /// Passes the end of the stream downstream, on the video pin first.
+    void DeliverEnd();
+    /// The demuxer has met something behind which only a reset goes on.
+    bool NeedsReset() const;
+    /// One frame queue is almost full while the other is almost empty: audio and video have lost each other. Only
+    /// with both output pins connected.
+    bool IsOutOfBalance() const;
+
     // ---- while the threads run
 
     /// Has a demuxer that can do so by itself drop what is on its way; the timing begins anew.
@@ -88,13 +107,13 @@ private:
     static const Family kFamilies[];
 
     const Family& GetFamily() const;
-    CWorkerThread* Core() const;
+    CDemuxWorker* Core() const;
     HRESULT StartThreads();
     void WaitForPins();
 
     // What the rows of the table are made of.
     HRESULT CreatePsDemux();
-    CWorkerThread* PsCore() const { return m_pPsDemux.get(); }
+    CDemuxWorker* PsCore() const { return m_pPsDemux.get(); }
     void InitSeeking();
     void SelectTsTimeReference();
     void BeginElementaryStream();
@@ -103,7 +122,8 @@ private:
     CKestDemux2AudioOutputPin& m_audioPin;                 // see the constructor
     const std::array<CDemuxOutputPin*, 2> m_apOutputPins;  // the same two, video first
     CAvTiming& m_timing;                                   // see the constructor
-    const SEND_SETTINGS& m_settings;                       // see the constructor
+    const CSendSettings& m_settings;                       // see the constructor
+    CPushGate m_feedGate;                                  // of Feed
     CEvent m_evAbort{true, false};                         // from Stop to Start; ends waits of deliveries
     std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see EnterMode
     std::atomic<bool> m_bFreeRun{false};                           // see IsFreeRun

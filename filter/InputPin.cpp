@@ -1,21 +1,25 @@
 #include "filter/InputPin.h"
 
+#include <algorithm>
+#include <optional>
+
 #include "control/Identifiers.h"
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
 
 namespace kest {
 
-CKestDemux2InputPin::CKestDemux2InputPin(CPinOwner* pFilter, CSource& source, CDemuxPath& path,
-                                         CCritSec* pLock, HRESULT* phr)
-    : CBaseInputPin(pFilter, pLock, phr, L"Input"), m_source(source), m_path(path) {}
+CKestDemux2InputPin::CKestDemux2InputPin(CPinOwner* pFilter, const Parts& parts, CCritSec* pLock,
+                                         HRESULT* phr)
+    : CBaseInputPin(pFilter, pLock, phr, L"Input"), m_parts(parts) {}
 
 // ---------------- connection: a step that fails has a result code, so that BreakConnect undoes it
 
 HRESULT CKestDemux2InputPin::CheckConnect(IPin* pPin) {
     return Guard([&] {
         if (const HRESULT hr = CBaseInputPin::CheckConnect(pPin); FAILED(hr)) return hr;
-        if (const HRESULT hr = m_source.Connect(pPin); FAILED(hr) || m_source.IsPushSource()) return hr;
+        if (const HRESULT hr = m_parts.source.Connect(pPin); FAILED(hr) || m_parts.source.IsPushSource())
+            return hr;
         CComPtr<IMemAllocator> pAlloc;  // the base keeps it for the connection
         return GetAllocator(pAlloc.Put());
     });
@@ -24,14 +28,14 @@ HRESULT CKestDemux2InputPin::CheckConnect(IPin* pPin) {
 // Both the end of a connection and every failed attempt come here. An attempt is made for each candidate
 // type, and the next one needs the source without a reader.
 HRESULT CKestDemux2InputPin::BreakConnect() {
-    m_path.SetReader(nullptr);
-    m_source.Disconnect();
+    m_parts.path.SetReader(nullptr);
+    m_parts.source.Disconnect();
     return CBaseInputPin::BreakConnect();
 }
 
 HRESULT CKestDemux2InputPin::CompleteConnect(IPin* pReceivePin) {
     return Guard([&] {
-        m_path.SetReader(m_source.GetReader().Get());
+        m_parts.path.SetReader(m_parts.source.GetReader().Get());
         return CBaseInputPin::CompleteConnect(pReceivePin);
     });
 }
@@ -42,19 +46,26 @@ HRESULT CKestDemux2InputPin::CheckMediaType(const CMediaType&) {
     return Guard([this] {
         Trace("==>CheckMediaType\n");
         CAutoLock lock(*m_pLock);
-        if (m_source.IsPushSource()) return S_FALSE;
         if (IsConnected()) return S_OK;  // the path may be reading the source that a probe would read
-        return ApplyStreamClass(m_source.ClassifyStream());
+        return ApplyStreamClass(ClassifySource());
     });
 }
 
 HRESULT CKestDemux2InputPin::GetMediaType(int n, CMediaType& type) {
     return Guard([&] {
         CAutoLock lock(*m_pLock);
-        if (m_source.IsPushSource()) return VFW_S_NO_MORE_ITEMS;
+        if (m_parts.source.IsPushSource() &&
+            m_parts.switches.Get(ESwitch::PushStreamClass) == kClassNotRecognised) {
+            return VFW_S_NO_MORE_ITEMS;
+        }
         if (n == 0) return type.Set(m_mtPreferred);
         return n == 1 ? type.Set(CMediaType()) : VFW_S_NO_MORE_ITEMS;
     });
+}
+
+int CKestDemux2InputPin::ClassifySource() {
+    if (m_parts.source.IsPushSource()) return m_parts.switches.Get(ESwitch::PushStreamClass);
+    return m_parts.source.ClassifyStream(m_parts.switches.Get(ESwitch::AdmitAll) != 0);
 }
 
 HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
@@ -75,21 +86,79 @@ HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
 }
 
 HRESULT CKestDemux2InputPin::SetWorkingMode(EWorkingMode mode) {
-    if (mode == m_path.GetWorkingMode()) return S_OK;
-    Trace("==>SetWorkingMode %s\n", FindWorkingMode(mode).pszName);
-    return m_path.EnterMode(mode);
+    HRESULT hr = S_OK;
+    if (mode != m_parts.path.GetWorkingMode()) {
+        Trace("==>SetWorkingMode %s\n", FindWorkingMode(mode).pszName);
+        hr = m_parts.path.EnterMode(mode);
+    }
+    m_parts.publisher.Publish(static_cast<std::uint32_t>(m_parts.path.GetWorkingMode()),
+                              m_parts.sender.GetSettingsPtr()->Get());
+    return hr;
 }
 
-// ---------------- flushing
+// ---------------- samples
+
+HRESULT CKestDemux2InputPin::Receive(IMediaSample* pSample) {
+    if (!pSample) return E_POINTER;
+    return Guard([&] {
+        CheckAndResetDemux();
+        CAutoLock lock(m_csReceive);
+        if (const HRESULT hr = CheckStreaming(); hr != S_OK) {
+            DebugText("*****************Demxu is not ready yet!!!*************");
+            return hr;
+        }
+        BYTE* pBytes = nullptr;
+        if (const HRESULT hr = pSample->GetPointer(&pBytes); FAILED(hr)) return hr;
+        const LONG lLength = pSample->GetActualDataLength();
+        m_parts.intake.Take({pBytes, static_cast<std::size_t>(std::max<LONG>(lLength, 0))});
+        return S_OK;
+    });
+}
+
+// Before any lock: the reset takes the state lock, under which others end the waits of a sample.
+void CKestDemux2InputPin::CheckAndResetDemux() {
+    if (m_parts.resets.CheckNeedReset() == -1) {
+        Trace(
+            "********************************\n Do reset demux filter here!!!!! "
+            "\n******************************************\n");
+        m_parts.resets.ResetDemux();
+    }
+    if (m_parts.resets.CheckNeedReset() == -2) {
+        Trace(
+            "********************************\n Do reset demux filter here!!!!! because  a/v data losted "
+            "sync a lot "
+            "we have to do it!!!\n******************************************\n");
+        m_parts.resets.ResetDemux();
+    }
+}
+
+HRESULT CKestDemux2InputPin::EndOfStream() {
+    return Guard([this] {
+        if (!m_parts.intake.WaitUntilDelivered([this] { return CheckStreaming() != S_OK; })) return S_OK;
+        m_parts.path.DeliverEnd();
+        return CBaseInputPin::EndOfStream();
+    });
+}
+
+// ---------------- flushing: the hold with the pin lock, since the path may change without it
 
 HRESULT CKestDemux2InputPin::BeginFlush() {
-    CAutoLock lock(m_csReceive);
-    return CBaseInputPin::BeginFlush();
+    return Guard([this] {
+        std::optional<CIntake::CHold> hold;
+        {
+            CAutoLock lock(*m_pLock);
+            hold.emplace(m_parts.intake);
+        }
+        CAutoLock lock(m_csReceive);
+        return CBaseInputPin::BeginFlush();
+    });
 }
 
 HRESULT CKestDemux2InputPin::EndFlush() {
-    CAutoLock lock(m_csReceive);
-    return CBaseInputPin::EndFlush();
+    return Guard([this] {
+        CAutoLock lock(m_csReceive);
+        return CBaseInputPin::EndFlush();
+    });
 }
 
 }  // namespace kest

@@ -22,12 +22,46 @@ CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
 }
 
 CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
-    : CImplements(nullptr, pOuter, &m_csPins, kFilterClass),
+    : CBaseFilter(nullptr, pOuter, &m_csPins, kFilterClass),
       m_pVideoPin(std::make_unique<CKestDemux2VideoOutputPin>(this, this, m_timing, &m_csPins, phr)),
       m_pAudioPin(std::make_unique<CKestDemux2AudioOutputPin>(this, this, m_timing, &m_csPins, phr)),
-      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, m_sendSettings),
-      m_pInputPin(std::make_unique<CKestDemux2InputPin>(this, m_source, m_path, &m_csPins, phr)),
-      m_seeking(GetOwner(), m_pVideoPin->GetSeeking()) {}
+      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, *m_UdpSender.GetSettingsPtr()),
+      m_intake(m_path, m_UdpSender, m_publisher, m_dump),
+      m_pInputPin(std::make_unique<CKestDemux2InputPin>(this,
+                                                        CKestDemux2InputPin::Parts{.resets = *this,
+                                                                                   .source = m_source,
+                                                                                   .path = m_path,
+                                                                                   .intake = m_intake,
+                                                                                   .sender = m_UdpSender,
+                                                                                   .publisher = m_publisher,
+                                                                                   .switches = m_switches},
+                                                        &m_csPins, phr)),
+      m_seeking(GetOwner(), m_pVideoPin->GetSeeking()),
+      m_control(GetOwner(), {.site = *this,
+                             .sender = m_UdpSender,
+                             .publisher = m_publisher,
+                             .dump = m_dump,
+                             .singleStep = m_singleStep,
+                             .switches = m_switches,
+                             .resets = m_resets,
+                             .intake = m_intake,
+                             .audioPin = *m_pAudioPin}) {
+    BeginServices();
+}
+
+/// The sender runs as long as the filter is there. What cannot be had is done without: nothing is forwarded, or
+/// published.
+void CKestDemux2Filter::BeginServices() {
+    Guard([this] {
+        m_UdpSender.Open();
+        m_UdpSender.Resume();
+        return S_OK;
+    });
+    Guard([this] {
+        m_publisher.Open();
+        return S_OK;
+    });
+}
 
 // A filter that is active when its last reference goes has threads, which must have ended before its parts go.
 CKestDemux2Filter::~CKestDemux2Filter() {
@@ -40,12 +74,16 @@ CKestDemux2Filter::~CKestDemux2Filter() {
 
 // IMediaPosition contains IDispatch, so that one pointer is both.
 HRESULT CKestDemux2Filter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+    if (riid == IID_IKestDemux2Control || riid == IID_IKestDemux2Control2 ||
+        riid == IID_ISpecifyPropertyPages) {
+        return m_control.NonDelegatingQueryInterface(riid, ppv);
+    }
+    if (riid == IID_IFileSinkFilter) return m_dump.NonDelegatingQueryInterface(riid, ppv);
     if (riid == IID_IReferenceClock) return m_Clock.NonDelegatingQueryInterface(riid, ppv);
     if (riid == IID_IMediaSeeking) return m_seeking.NonDelegatingQueryInterface(riid, ppv);
     if (riid == IID_IMediaPosition || riid == IID_IDispatch) {
         return m_pVideoPin->NonDelegatingQueryInterface(IID_IMediaPosition, ppv);
     }
-    if (riid == kDemuxSettingsId) return GetInterface(static_cast<IDemuxSettings*>(this), ppv);
     return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
 }
 
@@ -106,7 +144,7 @@ HRESULT CKestDemux2Filter::EnterPaused() {
     m_path.ApplyDemuxOutput();
     if (!m_path.IsRunning()) {
         UsePath();
-        m_bResetRequest = false;  // of the run before
+        m_resets.m_bResetRequest = false;  // of the run before
         if (const HRESULT hr = m_path.Start(); FAILED(hr)) return hr;
     }
     const HRESULT hr = CBaseFilter::Pause();
@@ -145,19 +183,24 @@ HRESULT CKestDemux2Filter::EnterStopped() {
     m_bActive = false;  // a Pause may have come before
     Trace("Stop_2<-----------------!!!!!!\n");
     UsePath();
-    EndPath();
-    const HRESULT hr = CBaseFilter::Stop();
+    HRESULT hr = S_OK;
+    {
+        const CIntake::CHold hold(m_intake);  // until the state says that nothing more may come in
+        EndPath();
+        hr = CBaseFilter::Stop();
+    }
     LeavePath();
     Trace("Pass Stop()<-----------------!!!!!!\n");
     return hr;
 }
 
 void CKestDemux2Filter::EndPath() {
+    m_dump.CloseDumpFile();
     m_path.Stop();
     DeactivatePins();
-    m_bResetAllowed = true;
-    m_bNeedReset = false;
-    m_bThreadKilled = false;
+    m_resets.m_bResetAllowed = true;
+    m_resets.m_bNeedReset = false;
+    m_resets.m_bThreadKilled = false;
 }
 
 /// Lets no connection change from here to LeavePath; waits for one that is being made or undone.
@@ -194,39 +237,30 @@ void CKestDemux2Filter::ResetDemux() {
         std::atomic<bool>& bResetting;
     };
     CAutoLock lock(m_csState);
-    if (!m_bEnableReset || m_bResetting || IsStopped()) return;
-    const CResetting resetting(m_bResetting);
+    if (!m_resets.m_bEnableReset || m_resets.m_bResetting || IsStopped()) return;
+    const CResetting resetting(m_resets.m_bResetting);
     if (m_path.ResetCore()) {
-        m_bNeedReset = false;
-    } else if (FAILED(Guard([this] { return m_path.RestartThreads(); }))) {
+        m_resets.m_bNeedReset = false;
+    } else if (FAILED(Guard([this] {
+                   m_dump.CloseDumpFile();
+                   return m_path.RestartThreads();
+               }))) {
         DebugText("The reset has failed: a thread is missing\n");
         m_path.Stop();
     }
 }
 
-ResetState CKestDemux2Filter::GetResetState() const {
-    return {.bEnabled = m_bEnableReset,
-            .bAllowed = m_bResetAllowed,
-            .bRequested = m_bResetRequest,
-            .bNeeded = m_bNeedReset,
-            .bResetting = m_bResetting,
-            .bThreadKilled = m_bThreadKilled};
-}
-
-// ---------------- settings
-
-HRESULT CKestDemux2Filter::get_SendSettings(SEND_SETTINGS* pSettings) {
-    if (!pSettings) return E_POINTER;
-    CAutoLock lock(m_csState);
-    *pSettings = m_sendSettings;
-    return S_OK;
-}
-
-HRESULT CKestDemux2Filter::put_SendSettings(const SEND_SETTINGS* pSettings) {
-    if (!pSettings) return E_POINTER;
-    CAutoLock lock(m_csState);
-    m_sendSettings = *pSettings;
-    return S_OK;
+int CKestDemux2Filter::CheckNeedReset() {
+    if (!m_resets.m_bResetAllowed || m_resets.m_bResetting) return 0;
+    auto Needed = [this](int nReason) {
+        m_resets.m_bNeedReset = true;
+        return nReason;
+    };
+    if (m_resets.m_bResetRequest.exchange(false)) return Needed(-1);
+    if (GetWorkingMode() == EWorkingMode::Mpeg4VideoEs) return 1;
+    if (m_path.NeedsReset()) return Needed(-1);
+    if (IsStopped()) return 0;
+    return m_path.IsOutOfBalance() ? Needed(-2) : 0;
 }
 
 // ---------------- services for the pins
@@ -238,12 +272,9 @@ bool CKestDemux2Filter::GetClockTime(REFERENCE_TIME& rtNow) {
 }
 
 void CKestDemux2Filter::OnThreadKilled() {
-    m_bResetAllowed = false;
-    m_bThreadKilled = true;
+    m_resets.m_bResetAllowed = false;
+    m_resets.m_bThreadKilled = true;
 }
-
-// Single-step mode will wait here.
-void CKestDemux2Filter::DoSingleStep() { Trace("===>Do DoSingleStep \n"); }
 
 // ---------------- seeking hooks, for a stream that can be sought in
 

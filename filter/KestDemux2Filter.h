@@ -4,36 +4,33 @@
 #include <cstdint>
 #include <memory>
 
+#include "filter/DemuxControl.h"
 #include "filter/DemuxPath.h"
-#include "filter/DemuxSettings.h"
+#include "filter/DumpFile.h"
 #include "filter/FilterSeeking.h"
 #include "filter/InputPin.h"
+#include "filter/Intake.h"
 #include "filter/KestDemuxClock.h"
+#include "filter/ResetFlags.h"
+#include "filter/SingleStep.h"
 #include "filter/Source.h"
+#include "filter/StatusPublisher.h"
+#include "filter/Switches.h"
 #include "graph/BaseFilter.h"
+#include "net/UdpSender.h"
 #include "pins/DemuxFilterSite.h"
 
 namespace kest {
 
-/// What the filter knows of resets, at one moment.
-struct ResetState {
-    bool bEnabled = true;        // resets are carried out
-    bool bAllowed = true;        // automatic reset decisions are made
-    bool bRequested = false;     // a pin has asked for a reset
-    bool bNeeded = false;        // the last decision found a reset necessary
-    bool bResetting = false;     // a reset is in progress
-    bool bThreadKilled = false;  // a delivery thread had to be ended by force
-    bool operator==(const ResetState&) const = default;
-};
-
-/// The filter: owns the three pins, the source behind the input pin, the path from there to the output pins and
-/// a reference clock, and decides when the path starts, stops, resets and seeks.
+/// The filter: owns the three pins, the source behind the input pin, the path from there to the output pins, the
+/// intake of what is pushed with its UDP sender, dump file and published status, and a reference clock; decides
+/// when the path starts, stops, resets and seeks.
 ///
 /// Life: created; connected (the input pin fixes the working mode); paused, running and stopped, any number of
 /// times; destroyed.
 ///
-/// Interfaces: IBaseFilter and its family, IReferenceClock, IMediaSeeking, IMediaPosition (with IDispatch) and
-/// IDemuxSettings. Their methods return E_OUTOFMEMORY when memory or a thread is missing, and the filter stays
+/// Interfaces: IBaseFilter and its family, IKestDemux2Control, IKestDemux2Control2, ISpecifyPropertyPages,
+/// IFileSinkFilter, IReferenceClock, IMediaSeeking, IMediaPosition (with IDispatch). Their methods return E_OUTOFMEMORY when memory or a thread is missing, and the filter stays
 /// usable.
 ///
 /// Locking: m_csState is held through `Run`, `Pause`, `Stop`, `ResetDemux` and seeks, m_csPins through
@@ -43,7 +40,7 @@ struct ResetState {
 /// for a second at most. A delivery thread that seeks takes m_csState, unless a stop begins: see SeekHook. The
 /// demuxer's thread takes none of these locks. Connections are refused from the start of the path to the end of
 /// the stop, whatever the state reads meanwhile. Flags that threads share are atomic.
-class CKestDemux2Filter final : public CImplements<CBaseFilter, IDemuxSettings>, public IDemuxFilterSite {
+class CKestDemux2Filter final : public CBaseFilter, public IDemuxFilterSite, public IResetSite {
 public:
     /// Makes a filter, without a reference.
     /// @param pOuter  outer object of an aggregate, or null.
@@ -79,14 +76,12 @@ public:
     /// Recovers from broken timing. A program stream loses what is on its way and its timing starts anew; in
     /// the other modes every thread is restarted, after up to a second of waiting for the delivery threads.
     /// Nothing happens while the filter is stopped or resets are off.
-    void ResetDemux();
+    void ResetDemux() override;
+    int CheckNeedReset() override;
 
-    // ---- settings and flags
+    // ---- parts
 
-    HRESULT STDMETHODCALLTYPE get_SendSettings(SEND_SETTINGS* pSettings) override;
-    HRESULT STDMETHODCALLTYPE put_SendSettings(const SEND_SETTINGS* pSettings) override;
-    void EnableReset(bool bEnable) { m_bEnableReset = bEnable; }
-    ResetState GetResetState() const;
+    ResetState GetResetState() const { return m_resets.Get(); }
     /// The timing of the output pins.
     CAvTiming& GetAvTiming() { return m_timing; }
 
@@ -102,8 +97,8 @@ public:
     bool IsFreeRun() const override { return m_path.IsFreeRun(); }
     REFERENCE_TIME GetStreamStart() const override { return m_rtStreamStart; }
     bool GetClockTime(REFERENCE_TIME& rtNow) override;
-    bool IsResetting() const override { return m_bResetting; }
-    void RequestReset() override { m_bResetRequest = true; }
+    bool IsResetting() const override { return m_resets.m_bResetting; }
+    void RequestReset() override { m_resets.m_bResetRequest = true; }
     void OnThreadKilled() override;
     HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) override;
     /// The stop position has no effect on the demuxer.
@@ -113,9 +108,10 @@ public:
     /// unknown, a seek changes nothing.
     HRESULT SeekHook(REFERENCE_TIME rt) override;
     HRESULT RateHook(double dRate) override;
-    void DoSingleStep() override;
+    void DoSingleStep(const std::function<bool()>& isOver) override { m_singleStep.DoSingleStep(isOver); }
 
 private:
+    void BeginServices();
     HRESULT EnterPaused();
     HRESULT EnterStopped();
     void EndPath();
@@ -128,26 +124,25 @@ private:
     CCritSec m_csJoin;                    // see above
     CCritSec m_csPins;                    // object lock of the filter and its pins
     CKestDemuxClock m_Clock{GetOwner()};  // what the filter offers as IReferenceClock
-    SEND_SETTINGS m_sendSettings;         // of forwarding and of the demux function; under m_csState
-    CSource m_source;                     // behind the input pin
+    CUdpSender m_UdpSender;               // forwards what comes in
+    CStatusPublisher m_publisher;         // shows the status to other processes
+    CDumpFile m_dump{GetOwner()};         // what the filter offers as IFileSinkFilter
+    CSingleStep m_singleStep;
+    CSwitches m_switches;
+    ResetFlags m_resets;
+    CSource m_source;                                // behind the input pin
     std::atomic<REFERENCE_TIME> m_rtStreamStart{0};  // start time of the last Run, 100 ns
     std::atomic<bool> m_bActive{false};              // from the start of Run or Pause to the start of Stop
     bool m_bPathInUse = false;                       // see MayChangeConnections; under m_csPins
-
-    // See ResetState.
-    std::atomic<bool> m_bEnableReset{true};
-    std::atomic<bool> m_bResetAllowed{true};
-    std::atomic<bool> m_bResetRequest{false};
-    std::atomic<bool> m_bNeedReset{false};
-    std::atomic<bool> m_bResetting{false};
-    std::atomic<bool> m_bThreadKilled{false};
 
     CAvTiming m_timing;                                            // of both output pins
     const std::unique_ptr<CKestDemux2VideoOutputPin> m_pVideoPin;  // pin 1
     const std::unique_ptr<CKestDemux2AudioOutputPin> m_pAudioPin;  // pin 2
     CDemuxPath m_path;                                             // from the source to the output pins
+    CIntake m_intake;                                              // what becomes of samples that come in
     const std::unique_ptr<CKestDemux2InputPin> m_pInputPin;        // pin 0
     CFilterSeeking m_seeking;                                      // what the filter offers as IMediaSeeking
+    CDemuxControl m_control;  // what the filter offers as IKestDemux2Control and its like
 };
 
 }  // namespace kest

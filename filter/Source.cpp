@@ -15,13 +15,14 @@ void CSource::Disconnect() {
     m_bPushSource = true;
 }
 
-// Only program streams are admitted. The second probe decides on one with MPEG-1 or MPEG-2 video.
-int CSource::ClassifyStream() {
+// The second probe decides on all but a program stream with MPEG-4 video.
+int CSource::ClassifyStream(bool bAdmitAll) {
     const CComPtr<IAsyncReader> pReader = GetReader();
     m_Probe.SetReader(pReader.Get());
     int nClass = m_Probe.Probe();
     if (nClass != kClassProgramMpeg4) {
-        nClass = m_Probe.Probe() == kClassProgramMpeg12 ? kClassProgramMpeg12 : kClassNotRecognised;
+        nClass = m_Probe.Probe();
+        if (!bAdmitAll && nClass != kClassProgramMpeg12) nClass = kClassNotRecognised;
     }
     m_Probe.SetReader(nullptr);  // the next connection brings its own
     return nClass;

@@ -25,8 +25,9 @@ public:
     /// The reader, from the attempt to connect to the disconnection; else null.
     CComPtr<IAsyncReader> GetReader() const { return m_PullPin.GetReader(); }
 
-    /// Reads the beginning of the source. @return 2, 4 or 6 (not recognised) of EStreamClass.
-    int ClassifyStream();
+    /// Reads the beginning of the source. @param bAdmitAll  every class is admitted, not program streams alone.
+    /// @return the class (EStreamClass) of a stream that is admitted; else 6.
+    int ClassifyStream(bool bAdmitAll);
     /// Bits per second of the last program stream that was classified; 0 before.
     std::uint32_t GetBitRate() const { return m_Probe.GetBitRate(); }
     /// The byte that a media time (100 ns) stands for, rt * bit rate / 8 / 10000000 rounded down. A time before

@@ -20,7 +20,7 @@ constexpr std::uint32_t kLoopback = std::bit_cast<std::uint32_t>(std::array<std:
 
 CUdpSender::~CUdpSender() {
     const CTerminationHold hold;
-    BlockPush();
+    HoldPush();
     if (m_pRing) {
         m_pRing->CloseReader(m_nReader.exchange(-1));
         m_pRing->CloseWriter();
@@ -68,32 +68,24 @@ int CUdpSender::Close() {
 // ---------------- the side that pushes
 
 int CUdpSender::Push(const void* pData, std::int32_t nLength) {
-    struct CInside {  // for BlockPush; given back also when the thread is ended by force
-        explicit CInside(CEvent& ev) : evOutside(ev) { evOutside.Reset(); }
-        ~CInside() { evOutside.Set(); }
-        CEvent& evOutside;
-    } inside(m_evNoPush);
+    const CPushGate::CInside inside(m_pushGate);
     const SEND_SETTINGS settings = m_settings.Get();
-    if (m_bPushBlocked || (!settings.bSending && !settings.bLocalView) || !m_pRing || nLength < 0) return 0;
+    if (m_pushGate.IsHeld() || (!settings.bSending && !settings.bLocalView) || !m_pRing || nLength < 0)
+        return 0;
     m_settings.Add(&SEND_SETTINGS::llBytesSent, static_cast<std::uint64_t>(nLength));
     std::span rest(static_cast<const std::uint8_t*>(pData), static_cast<std::size_t>(nLength));
     while (!rest.empty()) {
         const auto piece = rest.first(std::min<std::size_t>(rest.size(), kPieceSize));
-        if (m_bPushBlocked || m_pRing->WriteWait(piece) != static_cast<int>(piece.size())) return 0;
+        if (m_pushGate.IsHeld() || m_pRing->WriteWait(piece) != static_cast<int>(piece.size())) return 0;
         rest = rest.subspan(piece.size());
     }
     return nLength;
 }
 
-// A wake-up ends only a wait that has begun, and the pushing thread may be on its way into one: it is
-// repeated until that thread is out. A later Push does not wait: it resets m_evNoPush before it tests
-// m_bPushBlocked, and here it is the other way round.
-void CUdpSender::BlockPush() {
-    m_bPushBlocked = true;
-    while (!m_evNoPush.IsSignalled()) {
+void CUdpSender::HoldPush() {
+    m_pushGate.Hold([this] {
         if (m_pRing) m_pRing->WakeWriter();
-        m_evNoPush.Wait(1);
-    }
+    });
 }
 
 // ---------------- settings

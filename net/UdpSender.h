@@ -7,6 +7,7 @@
 #include "net/SendSettings.h"
 #include "platform/CritSec.h"
 #include "platform/Socket.h"
+#include "plumbing/PushGate.h"
 #include "plumbing/RingBuffer.h"
 #include "plumbing/WorkerThread.h"
 
@@ -33,7 +34,7 @@ enum : int {
 ///
 /// Use: construct, `Open`, `Resume`, and then `Push` for all that comes in, from one thread at a time. All
 /// but `Open`, `Close`, `StartThread` and destruction may be called from any thread meanwhile. At destruction
-/// no thread may be in `Push` or on its way there: see `BlockPush`. Lock order: m_cs, that of the settings;
+/// no thread may be in `Push` or on its way there: see `HoldPush`. Lock order: m_cs, that of the settings;
 /// no lock is held in `Push`.
 class CUdpSender : public CWorkerThread {
 public:
@@ -53,15 +54,13 @@ public:
 
     /// Queues bytes of the stream, waiting without limit for room: a slow network holds the caller back.
     /// @param nLength  bytes; counted in `llBytesSent` before they are queued.
-    /// @return nLength; 0 when no flag is on, there is no ring, or `BlockPush` forbids it. A push that
-    ///         `BlockPush` ended may have queued its beginning, in pieces of kPieceSize; the rest is lost.
+    /// @return nLength; 0 when no flag is on, there is no ring, or `HoldPush` forbids it. A push that
+    ///         `HoldPush` ended may have queued its beginning, in pieces of kPieceSize; the rest is lost.
     int Push(const void* pData, std::int32_t nLength);
-    /// Ends a `Push` that waits and lets none begin until `AllowPush`. When it returns, no thread is in
-    /// `Push`. What is queued stays and is sent in its order, before all that comes later. For a stop, a
-    /// flush, and before destruction; not to be called by the thread that pushes.
-    void BlockPush();
-    /// Lets `Push` queue again.
-    void AllowPush() { m_bPushBlocked = false; }
+    /// Ends a `Push` that waits and lets none begin until `ReleasePush`, see CPushGate. What is queued stays and
+    /// is sent in its order, before all that comes later.
+    void HoldPush();
+    void ReleasePush() { m_pushGate.Release(); }
 
     /// Takes over addresses and ports from the settings (ports: the low 16 bits). Nothing is sent to the
     /// earlier ones after it has returned.
@@ -84,19 +83,18 @@ private:
     void SendChunk(std::span<const std::uint8_t> chunk);
     void SendTo(std::span<const std::uint8_t> chunk, const SocketAddress& address);
 
-    std::unique_ptr<CRingBuffer> m_pRing;     // made by the first Open, there until the end
-    std::atomic<int> m_nReader{-1};           // the thread's reader of the ring
-    CSendSettings m_settings;                 // see GetSettingsPtr
-    bool m_bOpen = false;                     // Open has passed its first step
-    bool m_bSockets = false;                  // this object has started the sockets
-    CCritSec m_cs;                            // guards the addresses and the socket
-    SocketAddress m_destination;              // as of the last UpdateAddresses
-    SocketAddress m_local;                    // the same, of the local view
-    CDatagramSocket m_socket;                 // not bound, without options
-    std::atomic<bool> m_bPushBlocked{false};  // between BlockPush and AllowPush
-    CEvent m_evNoPush{true, true};            // no thread is in Push
-    bool m_bSendFailed = false;               // a trace text has been written; used by the thread alone
-    std::uint32_t m_nFailureTick = 0;         // when it was written, in ticks
+    std::unique_ptr<CRingBuffer> m_pRing;  // made by the first Open, there until the end
+    std::atomic<int> m_nReader{-1};        // the thread's reader of the ring
+    CSendSettings m_settings;              // see GetSettingsPtr
+    bool m_bOpen = false;                  // Open has passed its first step
+    bool m_bSockets = false;               // this object has started the sockets
+    CCritSec m_cs;                         // guards the addresses and the socket
+    SocketAddress m_destination;           // as of the last UpdateAddresses
+    SocketAddress m_local;                 // the same, of the local view
+    CDatagramSocket m_socket;              // not bound, without options
+    CPushGate m_pushGate;                  // see HoldPush
+    bool m_bSendFailed = false;            // a trace text has been written; used by the thread alone
+    std::uint32_t m_nFailureTick = 0;      // when it was written, in ticks
 };
 
 }  // namespace kest

@@ -42,14 +42,23 @@ CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxF
     m_mt = m_mtOffered;
 }
 
+HRESULT CKestDemux2AudioOutputPin::SetOfferedType(const AM_MEDIA_TYPE& type) {
+    CAutoLock lock(*m_pLock);
+    return m_mtOffered.Set(type);
+}
+
 HRESULT CKestDemux2AudioOutputPin::CheckMediaType(const CMediaType& type) {
+    CAutoLock lock(*m_pLock);
     if (!m_pDemuxFilter->IsInputConnected() || !(type == m_mtOffered)) return S_FALSE;
-    return S_OK;  // the one type meets every further demand on major type and subtype
+    const bool bAudio =
+        type.Subtype() == MEDIASUBTYPE_MPEG1Audio || type.Subtype() == MEDIASUBTYPE_MPEG1AudioPayload;
+    return type.Type() == MEDIATYPE_Audio && bAudio ? S_OK : S_FALSE;
 }
 
 HRESULT CKestDemux2AudioOutputPin::GetMediaType(int n, CMediaType& type) {
     if (n < 0) return E_INVALIDARG;
     if (n > 0) return VFW_S_NO_MORE_ITEMS;
+    CAutoLock lock(*m_pLock);
     return type.Set(m_mtOffered);
 }
 

@@ -4,7 +4,8 @@
 
 namespace kest {
 
-/// The pin "Audio Output": one or more compressed audio frames a sample. Its one media type is MPEG-1 audio.
+/// The pin "Audio Output": one or more compressed audio frames a sample. It has one media type: MPEG-1 audio,
+/// unless the host has set another.
 class CKestDemux2AudioOutputPin final : public CDemuxOutputPin {
 public:
     /// @param pFilter, pSite  the filter.
@@ -15,6 +16,9 @@ public:
                               HRESULT* phr);
     ~CKestDemux2AudioOutputPin() override { EndDelivery(); }
 
+    /// Replaces the type that the pin offers and accepts, from the next connection on. @return E_OUTOFMEMORY.
+    HRESULT SetOfferedType(const AM_MEDIA_TYPE& type);
+
     HRESULT CheckMediaType(const CMediaType& type) override;
     HRESULT GetMediaType(int n, CMediaType& type) override;
     /// Passes the notice downstream and returns what it says; VFW_E_STATE_CHANGED when the pin stays blocked.
@@ -23,7 +27,7 @@ public:
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
 private:
-    CMediaType m_mtOffered;  // the fixed type
+    CMediaType m_mtOffered;  // the one type; under the pin lock
 };
 
 }  // namespace kest

@@ -5,6 +5,7 @@ namespace kest {
 bool CDeliveryGate::OnBeginFlush() {
     CAutoLock lock(m_cs);
     m_bEnded = false;
+    ++m_nFlushesBegun;
     m_evNotFlushing.Reset();
     return ++m_nFlushes == 1;
 }

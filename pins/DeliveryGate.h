@@ -29,6 +29,9 @@ public:
     /// @return whether it is the last of them.
     bool OnEndFlush();
 
+    /// Counts the flushes that have begun.
+    std::uint32_t CountFlushes() const { return m_nFlushesBegun; }
+
     // ---- called by those who flush
 
     /// Flushes downstream unless `isStale`, which is asked under the lock: a seek is over then, or has not
@@ -67,12 +70,14 @@ public:
     };
     /// The end of the stream goes out (call with the lock held), or something else does.
     void SetEnded(bool bEnded) { m_bEnded = bEnded; }
+    bool HasEnded() const { return m_bEnded; }
 
 private:
     CBaseOutputPin& m_output;
-    CCritSec m_csFlush;                    // see GetFlushLock
-    CCritSec m_cs;                         // guards m_nFlushes
-    int m_nFlushes = 0;                    // flushes under way
+    CCritSec m_csFlush;                             // see GetFlushLock
+    CCritSec m_cs;                                  // guards m_nFlushes
+    int m_nFlushes = 0;                             // flushes under way
+    std::atomic<std::uint32_t> m_nFlushesBegun{0};  // see CountFlushes
     std::atomic<bool> m_bEnded{false};     // the end of the stream has gone out, and no flush or sample since
     CEvent m_evNotDelivering{true, true};  // nothing is being delivered
     CEvent m_evNotFlushing{true, true};    // no flush is under way

@@ -18,6 +18,8 @@ public:
     void Stop() override;
     /// Asks the thread to end and returns at once.
     void RequestStop() { CWorkerThread::Stop(); }
+    /// The thread has been asked to end.
+    bool IsStopping() const { return m_evStop.IsSignalled(); }
     /// Ends the thread for good, as the stop rule does but without its waits.
     void End();
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
@@ -56,7 +57,8 @@ public:
     virtual HRESULT RateHook(double dRate) = 0;
 
     /// In single-step mode, waits for the next step. Called by the video pin after each sample.
-    virtual void DoSingleStep() = 0;
+    /// @param isOver  asked several times a second: the wait is to end, since the sample's time is over.
+    virtual void DoSingleStep(const std::function<bool()>& isOver) = 0;
 
 protected:
     ~IDemuxFilterSite() = default;

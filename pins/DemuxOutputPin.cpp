@@ -32,6 +32,15 @@ void CDemuxOutputPin::EndDelivery() noexcept {
     });
 }
 
+void CDemuxOutputPin::DeliverEnd() {
+    {
+        CAutoLock lock(m_gate.GetFlushLock());  // a flush of others comes before or not at all
+        if (!IsConnected() || m_gate.HasEnded()) return;
+        m_gate.SetEnded(true);
+    }
+    DeliverEndOfStream();
+}
+
 void CDemuxOutputPin::ROpenMemFile() {
     if (IsConnected()) m_frames.OpenReader();
 }

@@ -42,6 +42,13 @@ public:
     CDeliveryThread& GetDeliveryThread() { return m_deliveryThread; }
     /// Signals the delivery thread's stop and returns at once.
     void StopDelivery() { m_deliveryThread.RequestStop(); }
+    /// The delivery thread is to end.
+    bool IsDeliveryStopping() const { return m_deliveryThread.IsStopping(); }
+    /// Every frame of the queue has been delivered, as far as the pin delivers.
+    bool IsDrained() const { return !IsConnected() || !m_deliveryThread.IsRunning() || m_frames.IsDrained(); }
+    /// Passes the end of the stream downstream, in the name of the upstream pin; unless the delivery thread has
+    /// done so already, and nothing has gone out since. Called while the pin is drained.
+    void DeliverEnd();
     /// Ends the delivery thread for good. The filter calls it on both pins before it lets either go, since
     /// each thread uses the other pin; every derived class in its destructor, since the thread calls the
     /// derived class.

@@ -28,9 +28,21 @@ void CFrameQueue::Close() {
     m_pQueue->RClose(m_bmHandle.exchange(-1));
 }
 
+/// Apart from the taking of the frame, so that an empty queue whose reader waits has nothing on its way.
+void CFrameQueue::WaitForFrame(std::uint32_t nTimeoutMs) {
+    struct CWaiting {  // also when the wait ends by force
+        explicit CWaiting(std::atomic<bool>& bWaits) : m_bWaits(bWaits) { m_bWaits = true; }
+        ~CWaiting() { m_bWaits = false; }
+        std::atomic<bool>& m_bWaits;
+    };
+    const CWaiting waiting(m_bReaderWaits);
+    m_pQueue->WaitForBlock(m_bmHandle, nTimeoutMs);
+}
+
 CFrameQueue::Taken CFrameQueue::Read(std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs) {
     Taken taken;
-    const BlockRead read = m_pQueue ? m_pQueue->ReadEx(m_bmHandle, dest, &taken.info, nTimeoutMs)
+    if (nTimeoutMs > 0 && m_pQueue && GetPending() == 0) WaitForFrame(nTimeoutMs);
+    const BlockRead read = m_pQueue ? m_pQueue->ReadEx(m_bmHandle, dest, &taken.info, 0)
                                     : BlockRead{.status = BlockRead::EStatus::NotOpen};
     taken.nGeneration = read.nGeneration;
     taken.nLength = read.IsTaken()                               ? static_cast<int>(read.nLength)

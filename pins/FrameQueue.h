@@ -39,6 +39,8 @@ public:
     /// Takes the next frame.
     /// @param nTimeoutMs  kInfinite: until a frame comes, the queue is emptied or closed.
     Taken Read(std::span<std::uint8_t> dest, std::uint32_t nTimeoutMs);
+    /// All frames have been taken, and whoever takes them has come back for the next.
+    bool IsDrained() const { return GetPending() == 0 && m_bReaderWaits; }  // in this order
     /// The queue has been emptied or closed since a frame of this generation was taken.
     bool IsPast(std::uint32_t nGeneration) const;
     /// Frames that wait for the pin; blocks that the demuxer can write at once; blocks in all.
@@ -47,8 +49,11 @@ public:
     static constexpr std::uint32_t GetBlockCount() { return kBlocks; }
 
 private:
+    void WaitForFrame(std::uint32_t nTimeoutMs);
+
     std::unique_ptr<CBlockMemFileEx> m_pQueue;  // null: there was no memory
     std::atomic<int> m_bmHandle{-1};            // the pin's reader; -1 when closed
+    std::atomic<bool> m_bReaderWaits{false};    // Read waits for a frame and has taken none
 };
 
 }  // namespace kest

@@ -80,11 +80,14 @@ void CKestDemux2VideoOutputPin::InitSeeking() {
 
 // ---------------- delivery
 
+// A step that a stop or a flush has overtaken is not waited for: the next sample belongs to another place.
 HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
     if (pSample->IsPreroll() == S_OK) return CDemuxOutputPin::Deliver(pSample);
     m_seeking.UpdatePosition();
     const HRESULT hr = CDemuxOutputPin::Deliver(pSample);
-    m_pDemuxFilter->DoSingleStep();
+    const std::uint32_t nFlushes = m_context.gate.CountFlushes();
+    m_pDemuxFilter->DoSingleStep(
+        [&] { return IsDeliveryStopping() || m_context.gate.CountFlushes() != nFlushes; });
     return hr;
 }
 

@@ -12,6 +12,10 @@
 #include <cerrno>
 #endif
 
+#include <array>
+#include <bit>
+#include <cstdio>
+
 namespace kest {
 namespace {
 
@@ -45,6 +49,13 @@ sockaddr_in ToSystem(const SocketAddress& address) {
 }
 
 }  // namespace
+
+void FormatAddress(std::uint32_t dwAddr, std::span<char, 16> text) {
+    const auto bytes = std::bit_cast<std::array<std::uint8_t, 4>>(dwAddr);
+    std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
+}
+
+std::uint32_t ParseAddress(const char* pszText) { return inet_addr(pszText); }
 
 #ifdef _WIN32
 bool StartSockets() {

@@ -13,6 +13,11 @@ struct SocketAddress {
     std::uint16_t nPort = 0;   // UDP port in host byte order
 };
 
+/// An address as dotted text, and back. What is no such text is 255.255.255.255; as the system's own conversion,
+/// it takes fewer parts and other bases too.
+void FormatAddress(std::uint32_t dwAddr, std::span<char, 16> text);
+std::uint32_t ParseAddress(const char* pszText);
+
 /// Starts the system's sockets, which a process does before it makes the first one; each start wants its
 /// stop.
 /// @return false when there are none.

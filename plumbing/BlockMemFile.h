@@ -40,6 +40,11 @@ public:
     std::uint32_t GetFreeBlocks() const { return GetRoom(); }
     /// Blocks written and not yet taken by this reader; 0 when it is not open.
     std::uint32_t GetPending(int nReader) const { return GetPendingUnits(nReader); }
+    /// Waits until a block is pending for this reader, and takes nothing.
+    /// @return false: the wait gave up, or there is no such reader.
+    bool WaitForBlock(int nReader, std::uint32_t nTimeoutMs) {
+        return BeginRead(nReader, 1, nTimeoutMs).lock.owns_lock();
+    }
     /// Counts how often this reader's queue has been emptied or the reader closed; 0 for a handle outside
     /// 0..4. A block whose generation is past belongs to what was emptied.
     std::uint32_t GetGeneration(int nReader) const;

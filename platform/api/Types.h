@@ -85,6 +85,13 @@ constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
 namespace kest {
 
+/// The system has dialogs, so that objects can offer property pages.
+#ifdef _WIN32
+constexpr bool kHasDialogs = true;
+#else
+constexpr bool kHasDialogs = false;
+#endif
+
 /// A time-out without limit, in every operation that takes milliseconds.
 constexpr std::uint32_t kInfinite = 0xFFFFFFFF;
 

@@ -129,8 +129,8 @@ struct CRig {
         for (int n = 0; n < 3; ++n) m_pFilter->GetPin(n)->Disconnect();
     }
     HRESULT SetOutput(int nDemuxOutput) {
-        const SEND_SETTINGS settings{.nDemuxOutput = static_cast<std::uint32_t>(nDemuxOutput)};
-        return m_pFilter->put_SendSettings(&settings);
+        return Query<IKestDemux2Control>(IID_IKestDemux2Control)
+            ->put_DemuxOutput(static_cast<std::uint32_t>(nDemuxOutput));
     }
     template <class Interface>
     CComPtr<Interface> Query(REFIID riid) {

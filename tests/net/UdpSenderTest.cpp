@@ -106,9 +106,9 @@ TEST(UdpSender, SendsOnlyWhatAndWhereItShould) {
     EXPECT_EQ(rig.Open(), UDP_E_ALREADY_OPEN);
     EXPECT_EQ(rig.Close() + rig.Open(), 0);
     rig.AdoptSettings(&rig.m_on);
-    rig.BlockPush();
+    rig.HoldPush();
     EXPECT_EQ(rig.Push(chunk), 0);
-    rig.AllowPush();
+    rig.ReleasePush();
     settings.Set(&SEND_SETTINGS::bLocalView, 0);
     settings.Set(&SEND_SETTINGS::bSending, 0);
     EXPECT_EQ(rig.Push(chunk), 0);
@@ -117,7 +117,7 @@ TEST(UdpSender, SendsOnlyWhatAndWhereItShould) {
 }
 
 // No wake-up is lost that comes before the wait, and what is queued stays in its order.
-TEST(UdpSender, BlockPushEndsAWaitingPushStress) {
+TEST(UdpSender, HoldPushEndsAWaitingPushStress) {
     CRig rig(8);
     const Bytes stream = MakeStream(CUdpSender::kRingSize + 2 * kPiece);
     const auto begin = std::span(stream).first(3 * kPiece), last = std::span(stream).last(kPiece);
@@ -127,7 +127,7 @@ TEST(UdpSender, BlockPushEndsAWaitingPushStress) {
         EXPECT_TRUE(Eventually([&] { return rig.CountSent() == stream.size(); }));
         SleepMs(kSettleMs);
         EXPECT_FALSE(first.HasEnded()) << "its first piece alone has room";
-        rig.BlockPush();
+        rig.HoldPush();
     }
     std::atomic<bool> bEnd{false};
     std::atomic<int> nEnded{0};
@@ -136,15 +136,15 @@ TEST(UdpSender, BlockPushEndsAWaitingPushStress) {
     });
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
     for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
-        rig.AllowPush();
+        rig.ReleasePush();
         Spin(i % 500);
-        rig.BlockPush();
+        rig.HoldPush();
         const int nBefore = nEnded;
         ASSERT_TRUE(Eventually([&] { return nEnded > nBefore; })) << "the wait sleeps on";
     }
     bEnd = true;
     pusher.Join();
-    rig.AllowPush();
+    rig.ReleasePush();
     rig.Resume();
     EXPECT_EQ(rig.Push(last), kPiece);
     rig.m_localView.Expect(std::span(stream).first(CUdpSender::kRingSize), 8192);

@@ -131,7 +131,7 @@ public:
     HRESULT StopHook(REFERENCE_TIME rt) override { return Note("stop " + std::to_string(rt)); }
     HRESULT SeekHook(REFERENCE_TIME rt) override { return Note("seek " + std::to_string(rt)); }
     HRESULT RateHook(double dRate) override { return Note("rate " + std::to_string(dRate)); }
-    void DoSingleStep() override { ++m_nSteps; }
+    void DoSingleStep(const std::function<bool()>&) override { ++m_nSteps; }
 
     CCritSec m_csPins;
     std::atomic<std::uint32_t> m_nMode{4};

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+
+#include "filter/DemuxPath.h"
+#include "filter/DumpFile.h"
+#include "filter/StatusPublisher.h"
+#include "net/UdpSender.h"
+#include "platform/Time.h"
+
+namespace kest {
+
+/// What becomes of the bytes that come in through the input pin: they are counted, written to the dump file,
+/// forwarded over the network, and go into the path. A record that another process has posted is adopted on the
+/// way.
+///
+/// `Take` belongs to the thread that delivers to the input pin; the rest may come from any.
+class CIntake {
+public:
+    CIntake(CDemuxPath& path, CUdpSender& sender, CStatusPublisher& publisher, CDumpFile& dump)
+        : m_path(path), m_sender(sender), m_publisher(publisher), m_dump(dump) {}
+
+    /// Takes the bytes of a sample. Waits while network or path have no room. What the path does not take, being
+    /// stopped or held, is dropped.
+    void Take(std::span<const std::uint8_t> data);
+    /// Waits until all that came in has left the output pins, as far as it can without more.
+    /// @return false: `isOver` said so before, or a CHold began.
+    template <class IsOver>
+    bool WaitUntilDelivered(IsOver isOver);
+    /// Bytes that have come in.
+    std::uint64_t GetBytesReceived() const { return m_llBytesReceived; }
+
+    /// Ends the waits of the other operations, and lets none begin, for the length of a block. Not for the thread
+    /// that delivers.
+    class CHold {
+    public:
+        explicit CHold(CIntake& intake);
+        CHold(const CHold&) = delete;
+        CHold& operator=(const CHold&) = delete;
+        ~CHold();
+
+    private:
+        CIntake& m_intake;
+    };
+
+private:
+    void Forward(std::span<const std::uint8_t> data);
+
+    CDemuxPath& m_path;                               // where the bytes go
+    CUdpSender& m_sender;                             // the filter's
+    CStatusPublisher& m_publisher;                    // the filter's
+    CDumpFile& m_dump;                                // the filter's
+    std::atomic<std::uint64_t> m_llBytesReceived{0};  // see GetBytesReceived
+    std::atomic<int> m_nHolds{0};                     // CHolds alive
+};
+
+template <class IsOver>
+bool CIntake::WaitUntilDelivered(IsOver isOver) {
+    constexpr std::uint32_t kPollMs = 10;
+    while (!m_path.IsDelivered()) {
+        if (m_nHolds != 0 || isOver()) return false;
+        SleepMs(kPollMs);
+    }
+    return m_nHolds == 0 && !isOver();
+}
+
+}  // namespace kest
