@@ -54,12 +54,12 @@ std::string ToText(const Destination& destination);
 
 struct RelayOptions {
     std::string strFile;
-    std::string strTo;                       // see Destination
-    std::optional<std::uint16_t> nLocalPort; // forward to the local view too, at this port
-    std::optional<int> nChunkKB;             // KiB of a datagram
-    double dSpeed = 1;                       // times the stream's bit rate; 0: as fast as it goes
-    bool bDemux = false;                     // demultiplex beside that
-    std::string strModule;                   // as above
+    std::string strTo;                        // see Destination
+    std::optional<std::uint16_t> nLocalPort;  // forward to the local view too, at this port
+    std::optional<int> nChunkKB;              // KiB of a datagram
+    double dSpeed = 1;                        // times the stream's bit rate; 0: as fast as it goes
+    bool bDemux = false;                      // demultiplex beside that
+    std::string strModule;                    // as above
 };
 /// Forwards a stream over UDP through the filter, and prints what was sent.
 void RunRelay(const RelayOptions& options);
@@ -78,6 +78,7 @@ struct SetOptions {
     std::optional<bool> bDemux;
     std::optional<std::uint32_t> nFunction;  // EDemuxOutput
     std::optional<int> nChunkKB;
+    bool operator==(const SetOptions&) const = default;
 };
 /// Posts new settings to a running filter, and prints whether it has taken them.
 void RunSet(const SetOptions& options);

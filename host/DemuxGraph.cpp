@@ -36,10 +36,12 @@ std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
 
 // ---------------- building
 
-CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio, const Options& options)
+CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio,
+                         const Options& options)
     : m_input(input), m_options(options), m_pModule(LoadDemuxModule(options.strModule)) {
-    Require(m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(m_pDemux.Put())),
-            "cannot create the filter");
+    Require(
+        m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(m_pDemux.Put())),
+        "cannot create the filter");
     Require(m_pDemux->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(m_pControl.Put())),
             "the filter has no control interface");
     MakeSource();
@@ -60,6 +62,8 @@ void CDemuxGraph::MakeSource() {
 void CDemuxGraph::Build() {
     Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
     Require(m_pGraph->AddFilter(m_pDemux.Get(), L"demultiplexer"), "cannot add the filter");
+    // Nobody plays the streams in real time. A reset, which a queue that fills up brings about, loses frames.
+    Require(m_pControl->put_EnableReset(0), "cannot change the filter's settings");
     if (m_options.pace == EPace::FreeRun) {
         Require(m_pControl->put_DemuxOutput(kDemuxOutputFreeRun), "cannot change the filter's settings");
     } else {

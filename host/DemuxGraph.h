@@ -25,10 +25,11 @@ public:
     };
     struct Options {
         EPace pace = EPace::FreeRun;
-        std::string strModule = {};        // makes the demultiplexer; empty: see LoadDemuxModule
-        std::optional<double> dDelivered = {};  // bytes a second that the source delivers to the demultiplexer, 0: as
-                                           // fast as they are taken; nothing: it delivers only what comes
-                                           // through a pipe, and a file is read
+        std::string strModule = {};  // makes the demultiplexer; empty: see LoadDemuxModule
+        std::optional<double> dDelivered =
+            {};  // bytes a second that the source delivers to the demultiplexer, 0: as
+                 // fast as they are taken; nothing: it delivers only what comes
+                 // through a pipe, and a file is read
     };
 
     /// Builds the graph, stopped.

@@ -10,7 +10,7 @@ namespace kest {
 
 /// A file or pipe that has been opened and probed.
 struct Input {
-    std::filesystem::path path;         // /dev/stdin: standard input
+    std::filesystem::path path;  // /dev/stdin: standard input
     CComPtr<CInputReader> pReader;
     std::int64_t llLength = 0;          // bytes; 0 of a pipe
     int nClass = kClassNotRecognised;   // EStreamClass

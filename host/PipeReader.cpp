@@ -35,8 +35,8 @@ void CPipeReader::FetchBeginning(std::size_t nBytes, const ShouldLeave& shouldLe
 
 std::size_t CPipeReader::ReadNext(std::span<BYTE> dest, const ShouldLeave& shouldLeave) {
     if (m_nGiven == m_beginning.size()) return Collect(dest, shouldLeave);
-    const auto part = std::span(m_beginning).subspan(m_nGiven).first(
-        std::min(dest.size(), m_beginning.size() - m_nGiven));
+    const auto part =
+        std::span(m_beginning).subspan(m_nGiven).first(std::min(dest.size(), m_beginning.size() - m_nGiven));
     std::ranges::copy(part, dest.begin());
     m_nGiven += part.size();
     if (m_nGiven == m_beginning.size()) {
@@ -79,7 +79,8 @@ std::size_t CPipeReader::ReadWhatIsThere(std::span<BYTE> dest) {
 HRESULT CPipeReader::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) {
     if (llPosition < 0 || lLength < 0) return E_INVALIDARG;
     const auto nSize = static_cast<LONGLONG>(m_beginning.size());
-    const LONGLONG llBegin = std::min(llPosition, nSize), llCount = std::min<LONGLONG>(lLength, nSize - llBegin);
+    const LONGLONG llBegin = std::min(llPosition, nSize),
+                   llCount = std::min<LONGLONG>(lLength, nSize - llBegin);
     std::copy_n(m_beginning.begin() + llBegin, llCount, pBuffer);
     return llCount == lLength ? S_OK : S_FALSE;
 }

@@ -19,7 +19,8 @@ namespace kest {
 /// beginning, those of a pipe from where they were left.
 class CPushSource final : public CSourceFilter {
 public:
-    static constexpr LONG kSampleSize = 65536;  // bytes of a sample; the last one, and those of a pipe, may have less
+    static constexpr LONG kSampleSize =
+        65536;  // bytes of a sample; the last one, and those of a pipe, may have less
 
     /// @param pReader         where the bytes come from.
     /// @param dBytesPerSecond the rate of the deliveries; 0: as fast as they are taken. Time that the downstream
@@ -37,7 +38,8 @@ public:
 private:
     class COutput final : public CReadablePin<CBaseOutputPin> {
     public:
-        COutput(CPushSource* pFilter, CComPtr<CInputReader> pReader, double dBytesPerSecond, CEvent& evNotice);
+        COutput(CPushSource* pFilter, CComPtr<CInputReader> pReader, double dBytesPerSecond,
+                CEvent& evNotice);
         ~COutput() override { Leave(); }
 
         HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
@@ -62,8 +64,8 @@ private:
         const CComPtr<CInputReader> m_pInput;
         const double m_dBytesPerSecond;  // see the constructor
         CEvent& m_evNotice;
-        CEvent m_evLeave;    // the thread is to end
-        CThread m_thread;    // last: it uses the others
+        CEvent m_evLeave;  // the thread is to end
+        CThread m_thread;  // last: it uses the others
     };
 
     COutput m_output;

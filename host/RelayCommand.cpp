@@ -22,8 +22,8 @@ public:
         m_nBytes += GetPayload(sample).size();
     }
     void PrintSummary(EStream stream) const {
-        std::fprintf(stderr, "%s: %" PRIu64 " samples, %" PRIu64 " bytes\n", GetStreamName(stream), m_nSamples,
-                     m_nBytes);
+        std::fprintf(stderr, "%s: %" PRIu64 " samples, %" PRIu64 " bytes\n", GetStreamName(stream),
+                     m_nSamples, m_nBytes);
     }
 
 private:
@@ -34,7 +34,8 @@ private:
 /// Bytes a second; 0: as fast as they are taken.
 double GetRate(const Input& input, double dSpeed) {
     if (dSpeed > 0 && input.nBitRate == 0) {
-        throw CCommandError(kExitBadInput, input.path.string() + ": the bit rate is not known; give --speed 0");
+        throw CCommandError(kExitBadInput,
+                            input.path.string() + ": the bit rate is not known; give --speed 0");
     }
     return dSpeed * input.nBitRate / 8;
 }
@@ -64,7 +65,8 @@ void SetUp(CDemuxGraph& graph, const RelayOptions& options, const Destination& t
     if (!options.nChunkKB) return;
     status.settings.nChunkKB = *options.nChunkKB;  // only a posted record can change it
     CStatusClient client;
-    if (!client.Open() || !client.Post(status, kPostMs)) graph.Require(E_FAIL, "cannot set the size of datagrams");
+    if (!client.Open() || !client.Post(status, kPostMs))
+        graph.Require(E_FAIL, "cannot set the size of datagrams");
 }
 
 }  // namespace

@@ -43,7 +43,8 @@ std::string ToJson(const SHARED_STATUS& status) {
     return line.dump();
 }
 
-constexpr const char* kHeading = "mode  sending  to                     local view  demux  function  KiB    bytes sent";
+constexpr const char* kHeading =
+    "mode  sending  to                     local view  demux  function  KiB    bytes sent";
 
 std::string ToLine(const SHARED_STATUS& status) {
     const SEND_SETTINGS& settings = status.settings;
@@ -51,9 +52,10 @@ std::string ToLine(const SHARED_STATUS& status) {
     const std::string strLocal =
         settings.bLocalView ? std::to_string(static_cast<std::uint16_t>(settings.nLocalPort)) : "off";
     std::array<char, 160> szText{};
-    std::snprintf(szText.data(), szText.size(), "%-4" PRIu32 "  %-7s  %-21s  %-10s  %-5s  %-8s  %3d  %12" PRIu64,
-                  status.nWorkingMode, OnOff(settings.bSending != 0), ToText(GetDestination(settings)).c_str(),
-                  strLocal.c_str(), OnOff(settings.bDisableDemux == 0), GetFunctionName(settings.nDemuxOutput),
+    std::snprintf(szText.data(), szText.size(),
+                  "%-4" PRIu32 "  %-7s  %-21s  %-10s  %-5s  %-8s  %3d  %12" PRIu64, status.nWorkingMode,
+                  OnOff(settings.bSending != 0), ToText(GetDestination(settings)).c_str(), strLocal.c_str(),
+                  OnOff(settings.bDisableDemux == 0), GetFunctionName(settings.nDemuxOutput),
                   settings.nChunkKB, settings.llBytesSent);
     return szText.data();
 }
@@ -69,7 +71,8 @@ void SetLocalView(SEND_SETTINGS& settings, const std::string& strLocalView) {
     settings.bLocalView = strLocalView != "off";
     if (strLocalView == "on" || strLocalView == "off") return;
     const auto local = ParseDestination("127.0.0.1:" + strLocalView);
-    if (!local) throw CCommandError(kExitBadUsage, "--local-view: " + strLocalView + " is not on, off or a port");
+    if (!local)
+        throw CCommandError(kExitBadUsage, "--local-view: " + strLocalView + " is not on, off or a port");
     settings.nLocalPort = local->nPort;
 }
 
@@ -105,6 +108,7 @@ void RunStatus(const StatusOptions& options) {
 }
 
 void RunSet(const SetOptions& options) {
+    if (options == SetOptions{}) throw CCommandError(kExitBadUsage, "nothing to set (--help shows the usage)");
     SEND_SETTINGS checked;
     Change(checked, options);  // throws for what is no address or port, before it wants a filter
     CStatusClient client;

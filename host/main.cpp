@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
+#include "control/SendSettings.h"
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/Interrupts.h"
@@ -17,7 +20,10 @@ namespace {
 using namespace kest;
 
 constexpr const char* kInputHelp = "the stream to read";
+constexpr const char* kPipeHelp = "the stream to read; - is standard input";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
+constexpr double kMinSpeed = 0.001, kMaxSpeed = 1000;
+constexpr int kMaxPort = 65535;
 
 /// Adds a command that ends its help with an example.
 CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample) {
@@ -28,9 +34,9 @@ CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, co
 
 /// Adds a command that reads one file.
 CLI::App* AddFileCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
-                         const char* pszExample) {
+                         const char* pszExample, const char* pszHelp = kInputHelp) {
     CLI::App* pCommand = AddCommand(app, pszName, pszWhat, pszExample);
-    pCommand->add_option("FILE", strFile, kInputHelp)->required();
+    pCommand->add_option("FILE", strFile, pszHelp)->required();
     return pCommand;
 }
 
@@ -38,6 +44,12 @@ void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
     pCommand->add_option("--module", strModule,
                          "the demultiplexer's module; default: the one beside the program, else the one that "
                          "was registered last");
+}
+
+void AddChunkOption(CLI::App* pCommand, std::optional<int>& nChunkKB) {
+    constexpr int kMaxChunkKB = 48;
+    pCommand->add_option("--chunk", nChunkKB, "KiB of a datagram; of a new filter: 8")
+        ->check(CLI::Range(1, kMaxChunkKB));
 }
 
 /// Turns on the texts of the program and of the modules that it loads later.
@@ -66,8 +78,9 @@ void AddFramesCommand(CLI::App& app) {
 
 void AddSamplesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<SamplesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "samples", "List every sample and event of the output pins",
-                                        pOptions->strFile, "kestdemux samples movie.mpg --seek 60");
+    CLI::App* pCommand =
+        AddFileCommand(app, "samples", "List every sample and event of the output pins", pOptions->strFile,
+                       "kestdemux samples movie.mpg --seek 60", kPipeHelp);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
@@ -77,8 +90,9 @@ void AddSamplesCommand(CLI::App& app) {
 
 void AddDemuxCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<DemuxOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "demux", "Write the two elementary streams", pOptions->strFile,
-                                        "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
+    CLI::App* pCommand =
+        AddFileCommand(app, "demux", "Write the two elementary streams", pOptions->strFile,
+                       "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2", kPipeHelp);
     pCommand->add_option(
         "--video", pOptions->strVideo,
         "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
@@ -87,6 +101,51 @@ void AddDemuxCommand(CLI::App& app) {
     pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
     AddModuleOption(pCommand, pOptions->strModule);
     pCommand->callback([pOptions] { RunDemux(*pOptions); });
+}
+
+void AddRelayCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<RelayOptions>();
+    CLI::App* pCommand = AddFileCommand(app, "relay", "Forward a stream over UDP", pOptions->strFile,
+                                        "kestdemux relay movie.mpg --to 127.0.0.1:5000", kPipeHelp);
+    pCommand->add_option("--to", pOptions->strTo, "ADDRESS:PORT that the datagrams go to")->required();
+    pCommand->add_option("--local-view", pOptions->nLocalPort, "port on 127.0.0.1 that they go to as well")
+        ->check(CLI::Range(1, kMaxPort));
+    AddChunkOption(pCommand, pOptions->nChunkKB);
+    pCommand->add_option("--speed", pOptions->dSpeed, "times the stream's bit rate; 0: as fast as it goes")
+        ->check(CLI::Range(0.0, 0.0) | CLI::Range(kMinSpeed, kMaxSpeed))
+        ->capture_default_str();
+    pCommand->add_flag("--demux", pOptions->bDemux, "demultiplex it as well");
+    AddModuleOption(pCommand, pOptions->strModule);
+    pCommand->callback([pOptions] { RunRelay(*pOptions); });
+}
+
+void AddStatusCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<StatusOptions>();
+    CLI::App* pCommand =
+        AddCommand(app, "status", "Show the shared status of a running filter", "kestdemux status --follow");
+    pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
+    pCommand->add_flag("--follow", pOptions->bFollow, "show every change, until the filter goes");
+    pCommand->callback([pOptions] { RunStatus(*pOptions); });
+}
+
+void AddSetCommand(CLI::App& app) {
+    static const std::map<std::string, bool> kOnOff = {{"on", true}, {"off", false}};
+    static const std::map<std::string, std::uint32_t> kFunctions = {
+        {"pes", kDemuxOutputPes}, {"es", kDemuxOutputAvEs}, {"free", kDemuxOutputFreeRun}};
+    const auto pOptions = std::make_shared<SetOptions>();
+    CLI::App* pCommand = AddCommand(app, "set", "Change the settings of a running filter",
+                                    "kestdemux set --to 127.0.0.1:6000 --local-view off");
+    pCommand->add_option("--sending", pOptions->bSending, "on or off: forward to the destination")
+        ->transform(CLI::CheckedTransformer(kOnOff));
+    pCommand->add_option("--to", pOptions->strTo, "ADDRESS:PORT of the destination");
+    pCommand->add_option("--local-view", pOptions->strLocalView,
+                         "on or off: forward to 127.0.0.1; a port also switches it on");
+    pCommand->add_option("--demux", pOptions->bDemux, "on or off: demultiplex")
+        ->transform(CLI::CheckedTransformer(kOnOff));
+    pCommand->add_option("--function", pOptions->nFunction, "pes, es or free; takes effect at the next start")
+        ->transform(CLI::CheckedTransformer(kFunctions));
+    AddChunkOption(pCommand, pOptions->nChunkKB);
+    pCommand->callback([pOptions] { RunSet(*pOptions); });
 }
 
 /// Adds one of the commands that change the list of modules.
@@ -114,6 +173,9 @@ int RunProgram(int argc, char** argv) {
     AddFramesCommand(app);
     AddSamplesCommand(app);
     AddDemuxCommand(app);
+    AddRelayCommand(app);
+    AddStatusCommand(app);
+    AddSetCommand(app);
     AddListCommand(app, "register", "Add the demultiplexer to your list of modules",
                    "kestdemux register --module lib/KestDemux2Filter.so", RunRegister);
     AddListCommand(app, "unregister", "Remove it from the list", "kestdemux unregister", RunUnregister);
