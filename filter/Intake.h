@@ -25,7 +25,7 @@ public:
     /// Takes the bytes of a sample. Waits while network or path have no room. What the path does not take, being
     /// stopped or held, is dropped.
     void Take(std::span<const std::uint8_t> data);
-    /// Waits until all that came in has left the output pins, as far as it can without more.
+    /// Waits until all that came in has left the output pins and has been sent, as far as it can without more.
     /// @return false: `isOver` said so before, or a CHold began.
     template <class IsOver>
     bool WaitUntilDelivered(IsOver isOver);
@@ -59,7 +59,7 @@ private:
 template <class IsOver>
 bool CIntake::WaitUntilDelivered(IsOver isOver) {
     constexpr std::uint32_t kPollMs = 10;
-    while (!m_path.IsDelivered()) {
+    while (!m_path.IsDelivered() || !m_sender.IsDrained()) {
         if (m_nHolds != 0 || isOver()) return false;
         SleepMs(kPollMs);
     }

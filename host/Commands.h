@@ -71,12 +71,13 @@ struct StatusOptions {
 /// Prints the shared status of a running filter.
 void RunStatus(const StatusOptions& options);
 
+/// What is empty stays as it is.
 struct SetOptions {
-    std::optional<bool> bSending;
-    std::string strTo;         // see Destination; empty: as it is
-    std::string strLocalView;  // "on", "off", or the port, which switches it on; empty: as it is
-    std::optional<bool> bDemux;
-    std::optional<std::uint32_t> nFunction;  // EDemuxOutput
+    std::string strSending;    // "on", "off"
+    std::string strTo;         // see Destination
+    std::string strLocalView;  // "on", "off", or the port, which switches it on
+    std::string strDemux;      // "on", "off"
+    std::string strFunction;   // "pes", "es", "free"
     std::optional<int> nChunkKB;
     bool operator==(const SetOptions&) const = default;
 };

@@ -45,7 +45,12 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler*
     Require(m_pDemux->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(m_pControl.Put())),
             "the filter has no control interface");
     MakeSource();
-    Build();
+    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
+    Require(m_pGraph->AddFilter(m_pDemux.Get(), L"demultiplexer"), "cannot add the filter");
+    if (pVideo) SetPace();
+    AdmitInput();
+    Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(m_pDemux.Get(), L"Input").Get()),
+            "cannot connect the filter's input");
     if (!pVideo) return;
     ConnectSink(m_pVideo, EStream::Video, pVideo, L"Video Output");
     ConnectSink(m_pAudio, EStream::Audio, pAudio, L"Audio Output");
@@ -59,19 +64,15 @@ void CDemuxGraph::MakeSource() {
     }
 }
 
-void CDemuxGraph::Build() {
-    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
-    Require(m_pGraph->AddFilter(m_pDemux.Get(), L"demultiplexer"), "cannot add the filter");
-    // Nobody plays the streams in real time. A reset, which a queue that fills up brings about, loses frames.
-    Require(m_pControl->put_EnableReset(0), "cannot change the filter's settings");
+/// Nobody plays the streams in real time. A reset, which a queue that fills up brings about, would lose frames.
+void CDemuxGraph::SetPace() {
+    constexpr const char* kWhat = "cannot change the filter's settings";
+    Require(m_pControl->put_EnableReset(0), kWhat);
     if (m_options.pace == EPace::FreeRun) {
-        Require(m_pControl->put_DemuxOutput(kDemuxOutputFreeRun), "cannot change the filter's settings");
+        Require(m_pControl->put_DemuxOutput(kDemuxOutputFreeRun), kWhat);
     } else {
         Require(m_pGraph->SetDefaultSyncSource(), "no clock");
     }
-    AdmitInput();
-    Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(m_pDemux.Get(), L"Input").Get()),
-            "cannot connect the filter's input");
 }
 
 /// Has the filter accept what it does not accept by itself.

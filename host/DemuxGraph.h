@@ -53,7 +53,7 @@ public:
 private:
     bool IsDelivered() const { return m_options.dDelivered || !m_input.pReader->IsSeekable(); }
     void MakeSource();
-    void Build();
+    void SetPace();
     void ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin);
     void AdmitInput();
     void WaitForEnd();

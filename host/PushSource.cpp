@@ -96,7 +96,8 @@ HRESULT CPushSource::COutput::FillSample(IMediaSample& sample, LONG& nFilled) {
 void CPushSource::COutput::Pace(Clock::time_point& due, LONG nBytes) {
     using namespace std::chrono;
     if (m_dBytesPerSecond <= 0) return;
-    const duration<double> lasts(nBytes / m_dBytesPerSecond);
+    constexpr double kLongest = 1e6;  // seconds; keeps the arithmetic in range
+    const duration<double> lasts(std::min(nBytes / m_dBytesPerSecond, kLongest));
     due = std::max(due + duration_cast<Clock::duration>(lasts), Clock::now() - seconds(1));
     const auto left = ceil<milliseconds>(due - Clock::now()).count();
     if (left > 0) m_evLeave.Wait(static_cast<std::uint32_t>(std::min<std::int64_t>(left, kInfinite - 1)));

@@ -6,13 +6,11 @@
 #include "host/Commands.h"
 #include "host/DemuxGraph.h"
 #include "host/StatusClient.h"
-#include "platform/Time.h"
 
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kPostMs = 1000;   // for a record of somebody else that is in the way
-constexpr std::uint32_t kLingerMs = 300;  // for the datagrams that the filter has queued at the end
+constexpr std::uint32_t kPostMs = 1000;  // for a record of somebody else that is in the way
 
 /// Counts what leaves one output pin.
 class CCounting final : public ISinkHandler {
@@ -80,7 +78,6 @@ void RunRelay(const RelayOptions& options) {
                       {.strModule = options.strModule, .dDelivered = GetRate(input, options.dSpeed)});
     SetUp(graph, options, *to);
     graph.RunToEnd();
-    SleepMs(kLingerMs);
     const SEND_SETTINGS settings = ApplySettings(graph).settings;
     const std::uint64_t nTail = settings.llBytesSent % (static_cast<std::uint64_t>(settings.nChunkKB) * 1024);
     std::fprintf(stderr, "sent: %" PRIu64 " bytes in datagrams of %d KiB; %" PRIu64 " bytes left behind\n",

@@ -16,13 +16,14 @@ namespace {
 constexpr std::uint32_t kFollowMs = 50;   // between two readings of the record
 constexpr std::uint32_t kTakenMs = 1000;  // for a record to be taken
 
+constexpr std::array<const char*, 3> kFunctionNames = {"pes", "es", "free"};  // by EDemuxOutput
+
 [[noreturn]] void FailWithoutFilter() {
     throw CCommandError(kExitBadInput, std::string(kSharedStatusName) + ": no filter is running");
 }
 
 const char* GetFunctionName(std::uint32_t nFunction) {
-    static constexpr std::array<const char*, 3> kNames = {"pes", "es", "free"};
-    return nFunction < kNames.size() ? kNames[nFunction] : "unknown";
+    return nFunction < kFunctionNames.size() ? kFunctionNames[nFunction] : "unknown";
 }
 
 Destination GetDestination(const SEND_SETTINGS& settings) {
@@ -77,7 +78,7 @@ void SetLocalView(SEND_SETTINGS& settings, const std::string& strLocalView) {
 }
 
 void Change(SEND_SETTINGS& settings, const SetOptions& options) {
-    if (options.bSending) settings.bSending = *options.bSending;
+    if (!options.strSending.empty()) settings.bSending = options.strSending == "on";
     if (!options.strTo.empty()) {
         const auto to = ParseDestination(options.strTo);
         if (!to) throw CCommandError(kExitBadUsage, "--to: " + options.strTo + " is not an ADDRESS:PORT");
@@ -85,8 +86,10 @@ void Change(SEND_SETTINGS& settings, const SetOptions& options) {
         settings.nSendPort = to->nPort;
     }
     SetLocalView(settings, options.strLocalView);
-    if (options.bDemux) settings.bDisableDemux = !*options.bDemux;
-    if (options.nFunction) settings.nDemuxOutput = *options.nFunction;
+    if (!options.strDemux.empty()) settings.bDisableDemux = options.strDemux == "off";
+    for (std::uint32_t n = 0; n < kFunctionNames.size(); ++n) {
+        if (options.strFunction == kFunctionNames[n]) settings.nDemuxOutput = n;
+    }
     if (options.nChunkKB) settings.nChunkKB = *options.nChunkKB;
 }
 
@@ -108,7 +111,8 @@ void RunStatus(const StatusOptions& options) {
 }
 
 void RunSet(const SetOptions& options) {
-    if (options == SetOptions{}) throw CCommandError(kExitBadUsage, "nothing to set (--help shows the usage)");
+    if (options == SetOptions{})
+        throw CCommandError(kExitBadUsage, "nothing to set (--help shows the usage)");
     SEND_SETTINGS checked;
     Change(checked, options);  // throws for what is no address or port, before it wants a filter
     CStatusClient client;

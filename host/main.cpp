@@ -4,13 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <map>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 
-#include "control/SendSettings.h"
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/Interrupts.h"
@@ -22,7 +20,7 @@ using namespace kest;
 constexpr const char* kInputHelp = "the stream to read";
 constexpr const char* kPipeHelp = "the stream to read; - is standard input";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
-constexpr double kMinSpeed = 0.001, kMaxSpeed = 1000;
+constexpr double kMaxSpeed = 1000;
 constexpr int kMaxPort = 65535;
 
 /// Adds a command that ends its help with an example.
@@ -62,8 +60,8 @@ void ShowTexts(int nVerbosity) {
 
 void AddProbeCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<ProbeOptions>();
-    CLI::App* pCommand =
-        AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile, "kestdemux probe movie.mpg");
+    CLI::App* pCommand = AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile,
+                                        "kestdemux probe movie.mpg", kPipeHelp);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object");
     pCommand->callback([pOptions] { RunProbe(*pOptions); });
 }
@@ -112,7 +110,7 @@ void AddRelayCommand(CLI::App& app) {
         ->check(CLI::Range(1, kMaxPort));
     AddChunkOption(pCommand, pOptions->nChunkKB);
     pCommand->add_option("--speed", pOptions->dSpeed, "times the stream's bit rate; 0: as fast as it goes")
-        ->check(CLI::Range(0.0, 0.0) | CLI::Range(kMinSpeed, kMaxSpeed))
+        ->check(CLI::Range(0.0, kMaxSpeed))
         ->capture_default_str();
     pCommand->add_flag("--demux", pOptions->bDemux, "demultiplex it as well");
     AddModuleOption(pCommand, pOptions->strModule);
@@ -129,21 +127,19 @@ void AddStatusCommand(CLI::App& app) {
 }
 
 void AddSetCommand(CLI::App& app) {
-    static const std::map<std::string, bool> kOnOff = {{"on", true}, {"off", false}};
-    static const std::map<std::string, std::uint32_t> kFunctions = {
-        {"pes", kDemuxOutputPes}, {"es", kDemuxOutputAvEs}, {"free", kDemuxOutputFreeRun}};
+    const CLI::IsMember isOnOff({"on", "off"});
     const auto pOptions = std::make_shared<SetOptions>();
     CLI::App* pCommand = AddCommand(app, "set", "Change the settings of a running filter",
                                     "kestdemux set --to 127.0.0.1:6000 --local-view off");
-    pCommand->add_option("--sending", pOptions->bSending, "on or off: forward to the destination")
-        ->transform(CLI::CheckedTransformer(kOnOff));
+    pCommand->add_option("--sending", pOptions->strSending, "on or off: forward to the destination")
+        ->check(isOnOff);
     pCommand->add_option("--to", pOptions->strTo, "ADDRESS:PORT of the destination");
     pCommand->add_option("--local-view", pOptions->strLocalView,
                          "on or off: forward to 127.0.0.1; a port also switches it on");
-    pCommand->add_option("--demux", pOptions->bDemux, "on or off: demultiplex")
-        ->transform(CLI::CheckedTransformer(kOnOff));
-    pCommand->add_option("--function", pOptions->nFunction, "pes, es or free; takes effect at the next start")
-        ->transform(CLI::CheckedTransformer(kFunctions));
+    pCommand->add_option("--demux", pOptions->strDemux, "on or off: demultiplex")->check(isOnOff);
+    pCommand
+        ->add_option("--function", pOptions->strFunction, "pes, es or free; takes effect at the next start")
+        ->check(CLI::IsMember({"pes", "es", "free"}));
     AddChunkOption(pCommand, pOptions->nChunkKB);
     pCommand->callback([pOptions] { RunSet(*pOptions); });
 }

@@ -77,6 +77,7 @@ int CUdpSender::Push(const void* pData, std::int32_t nLength) {
     while (!rest.empty()) {
         const auto piece = rest.first(std::min<std::size_t>(rest.size(), kPieceSize));
         if (m_pushGate.IsHeld() || m_pRing->WriteWait(piece) != static_cast<int>(piece.size())) return 0;
+        m_llQueued += piece.size();
         rest = rest.subspan(piece.size());
     }
     return nLength;
@@ -114,8 +115,10 @@ std::int32_t CUdpSender::ThreadProc() {
     std::array<std::uint8_t, kMaxChunk> buffer;
     do {
         const auto chunk = std::span(buffer).first(GetChunkSize(m_settings.Get(&SEND_SETTINGS::nChunkKB)));
+        m_nChunk = static_cast<std::uint32_t>(chunk.size());
         if (m_pRing->Read(m_nReader, chunk) == static_cast<int>(chunk.size())) {
             SendChunk(chunk);
+            m_llSent += chunk.size();
         } else {
             SleepMs(1);
             DebugText("Sleep 1\n");
