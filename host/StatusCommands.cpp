@@ -100,14 +100,15 @@ void RunStatus(const StatusOptions& options) {
     if (!status) FailWithoutFilter();
     CListing listing(options.bJson, kHeading);
     std::optional<SHARED_STATUS> last;
-    for (; status; status = ReadStatus()) {
-        if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    for (; status && !IsInterrupted(); status = ReadStatus()) {
         if (status != last) listing.Print(options.bJson ? ToJson(*status) : ToLine(*status));
         if (!options.bFollow) break;
+        listing.Show();
         last = status;
         SleepMs(kFollowMs);
     }
     listing.Commit();
+    if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
 }
 
 void RunSet(const SetOptions& options) {
