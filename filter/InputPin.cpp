@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <span>
 
 #include "control/Identifiers.h"
 #include "graph/Guard.h"
@@ -110,8 +111,8 @@ HRESULT CKestDemux2InputPin::Receive(IMediaSample* pSample) {
         BYTE* pBytes = nullptr;
         if (const HRESULT hr = pSample->GetPointer(&pBytes); FAILED(hr)) return hr;
         const LONG lLength = pSample->GetActualDataLength();
-        m_parts.intake.Take({pBytes, static_cast<std::size_t>(std::max<LONG>(lLength, 0))});
-        return S_OK;
+        const std::span bytes(pBytes, static_cast<std::size_t>(std::max<LONG>(lLength, 0)));
+        return m_parts.intake.Take(bytes) ? S_OK : S_FALSE;
     });
 }
 

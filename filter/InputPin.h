@@ -65,8 +65,8 @@ public:
     HRESULT GetMediaType(int n, CMediaType& type) override;
 
     /// Takes a sample: first the reset check, then the intake. Waits while there is no room.
-    /// @return S_OK, also when nothing was done with the bytes; as CheckStreaming, with a debug text, when the
-    ///         filter takes no samples now.
+    /// @return S_OK, also when nothing was done with the bytes; S_FALSE when a flush or a stop has ended it; as
+    ///         CheckStreaming, with a debug text, when the filter takes no samples now.
     HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override;
     /// Waits until all that was received has left the output pins, and passes the end on. A stop and a flush end
     /// the wait, and nothing is passed on then.

@@ -6,12 +6,14 @@
 
 namespace kest {
 
-void CIntake::Take(std::span<const std::uint8_t> data) {
+bool CIntake::Take(std::span<const std::uint8_t> data) {
+    if (m_nHolds != 0) return false;
     m_llBytesReceived += data.size();
     m_dump.WriteDump(data);
     if (const auto posted = m_publisher.TakePosted()) m_sender.AdoptSettings(&*posted);
     Forward(data);
     if (!m_sender.GetSettingsPtr()->Get(&SEND_SETTINGS::bDisableDemux)) m_path.Feed(data);
+    return m_nHolds == 0;
 }
 
 void CIntake::Forward(std::span<const std::uint8_t> data) {

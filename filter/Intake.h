@@ -22,9 +22,10 @@ public:
     CIntake(CDemuxPath& path, CUdpSender& sender, CStatusPublisher& publisher, CDumpFile& dump)
         : m_path(path), m_sender(sender), m_publisher(publisher), m_dump(dump) {}
 
-    /// Takes the bytes of a sample. Waits while network or path have no room. What the path does not take, being
-    /// stopped or held, is dropped.
-    void Take(std::span<const std::uint8_t> data);
+    /// Takes the bytes of a sample. Waits while network or path have no room. What a path that has ended does not
+    /// take is dropped.
+    /// @return false when a CHold came before or meanwhile: the rest of the bytes is dropped.
+    bool Take(std::span<const std::uint8_t> data);
     /// Waits until all that came in has left the output pins and has been sent, as far as it can without more.
     /// @return false: `isOver` said so before, or a CHold began.
     template <class IsOver>

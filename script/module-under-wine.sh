@@ -14,6 +14,7 @@ test_module_under_wine() {
     module_case nostream tests/data/vob_mpeg2_nomap.mpg
     module_case nostream README.md
     compare_samples
+    module_case control "$module_logs/"
     module_case states "${module_streams[1]}"
     module_case starts "${module_streams[0]}"
     module_case merit "${module_streams[1]}"

@@ -1,5 +1,6 @@
 #include "platform/Text.h"
 
+#include <algorithm>
 #include <codecvt>
 #include <cwchar>
 
@@ -16,6 +17,8 @@ constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
 }  // namespace
 
 std::optional<std::string> ToNarrow(std::wstring_view strWide) {
+    if (std::ranges::any_of(strWide, [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; }))
+        return std::nullopt;
     std::string strNarrow(strWide.size() * kMostBytes, '\0');
     std::mbstate_t state{};
     const auto* pFrom = reinterpret_cast<const char32_t*>(strWide.data());

@@ -8,6 +8,7 @@
 
 #include "filter/KestDemux2Filter.h"
 #include "graph/BaseFilter.h"
+#include "graph/MemAllocator.h"
 #include "pins/DeliveryThread.h"
 #include "platform/Time.h"
 #include "support/CaptureTexts.h"
@@ -129,14 +130,39 @@ struct CRig {
         for (int n = 0; n < 3; ++n) m_pFilter->GetPin(n)->Disconnect();
     }
     HRESULT SetOutput(int nDemuxOutput) {
-        return Query<IKestDemux2Control>(IID_IKestDemux2Control)
-            ->put_DemuxOutput(static_cast<std::uint32_t>(nDemuxOutput));
+        return Control()->put_DemuxOutput(static_cast<std::uint32_t>(nDemuxOutput));
     }
     template <class Interface>
     CComPtr<Interface> Query(REFIID riid) {
         CComPtr<Interface> p;
         EXPECT_EQ(S_OK, m_pFilter->QueryInterface(riid, reinterpret_cast<void**>(p.Put())));
         return p;
+    }
+    CComPtr<IKestDemux2Control> Control() { return Query<IKestDemux2Control>(IID_IKestDemux2Control); }
+    HRESULT SetSwitch(ESwitch nSwitch, std::int32_t nValue) {
+        return Query<IKestDemux2Control2>(IID_IKestDemux2Control2)->put_Switch(nSwitch, nValue);
+    }
+    /// Connects all pins to a source that pushes a stream of this class and cannot be read.
+    void ConnectPushed(int nClass) {
+        EXPECT_EQ(S_OK, SetSwitch(ESwitch::PushStreamClass, nClass));
+        ConnectAll(nullptr);
+        CComPtr<IMemAllocator> pAllocator;  // the pin keeps it
+        EXPECT_EQ(S_OK, Input().GetAllocator(pAllocator.Put()));
+    }
+    /// Delivers bytes to the input pin as one sample.
+    HRESULT Push(std::span<const std::uint8_t> bytes) {
+        CComPtr<IMemAllocator> pAllocator(new CMemAllocator);
+        ALLOCATOR_PROPERTIES props{1, std::max<LONG>(1, static_cast<LONG>(bytes.size())), 1, 0};
+        CComPtr<IMediaSample> pSample;
+        BYTE* pBuffer = nullptr;
+        if (FAILED(pAllocator->SetProperties(&props, &props)) || FAILED(pAllocator->Commit()) ||
+            FAILED(pAllocator->GetBuffer(pSample.Put(), nullptr, nullptr, 0)) ||
+            FAILED(pSample->GetPointer(&pBuffer)) ||
+            FAILED(pSample->SetActualDataLength(static_cast<LONG>(bytes.size())))) {
+            return E_UNEXPECTED;
+        }
+        std::ranges::copy(bytes, pBuffer);
+        return Input().Receive(pSample.Get());
     }
     HRESULT Seek(LONGLONG llTime) {
         return Query<IMediaSeeking>(IID_IMediaSeeking)->SetPositions(&llTime, 1, nullptr, 0);  // absolute

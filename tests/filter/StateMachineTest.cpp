@@ -56,7 +56,7 @@ TEST_F(FilterStates, ResetRestartsTheTimingAndStopForgetsIt) {
     EXPECT_EQ((ResetState{.bAllowed = false, .bRequested = true, .bThreadKilled = true}),
               m_pFilter->GetResetState());
     for (const bool bEnabled : {false, true}) {
-        Query<IKestDemux2Control>(IID_IKestDemux2Control)->put_EnableReset(bEnabled);
+        Control()->put_EnableReset(bEnabled);
         m_pFilter->ResetDemux();
         EXPECT_TRUE(AreTimings(bEnabled ? kRestarted : kRuns));
     }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "registration/LoadedModule.h"
+#include "support/ControlContract.h"
 #include "support/PlayingGraph.h"
 #include "support/TestThreads.h"
 
@@ -48,6 +49,13 @@ TEST(LoadedModule, CreatesFiltersAndIsUnloadedWithTheLastPartOfOne) {
     EXPECT_TRUE(IsLoaded()) << "its enumerator is still in use";
     CComPtr<IPin> pPin;
     EXPECT_EQ(S_OK, pPins->Next(1, pPin.Put(), nullptr));
+}
+
+TEST(LoadedModule, ControlInterfacesDoWhatTheirDeclarationSays) {
+    std::string strError;
+    const auto pModule = CLoadedModule::Load(KEST_MODULE, strError);
+    ASSERT_TRUE(pModule) << strError;
+    EXPECT_NO_THROW(CControlContract(CreateFilter(*pModule).Get(), testing::TempDir()).Check());
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include <map>
 
 #include "ModuleGraph.h"
+#include "control/Identifiers.h"
+#include "support/ControlContract.h"
 
 namespace kest {
 namespace {
@@ -147,9 +149,19 @@ std::string CheckNoStream(const std::wstring& wszFile, const std::wstring&) {
     return {};
 }
 
+/// The control interfaces of a filter outside every graph. @param wszFolder  where it may write.
+std::string CheckControl(const std::wstring& wszFolder, const std::wstring&) {
+    CComPtr<IUnknown> pFilter;
+    RequireOk(CoCreateInstance(kFilterClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(pFilter.Put())),
+              "the filter");
+    CControlContract(pFilter.Get(), std::string(wszFolder.begin(), wszFolder.end())).Check();
+    return {};
+}
+
 const std::map<std::wstring, std::string (*)(const std::wstring&, const std::wstring&)> kCases = {
-    {L"samples", ListSamples}, {L"starts", CheckStarts},   {L"states", CheckStates},
-    {L"merit", CheckMerit},    {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
+    {L"samples", ListSamples},  {L"starts", CheckStarts},   {L"states", CheckStates},
+    {L"merit", CheckMerit},     {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
+    {L"control", CheckControl},
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/CaptureTexts.h"
+#include "support/Receiver.h"
 #include "support/TestThreads.h"
 
 namespace kest {
@@ -14,26 +15,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint32_t kThisMachine = 0x0100007F;  // 127.0.0.1
 constexpr std::size_t kPiece = CUdpSender::kPieceSize;
-
-/// A port of its own on 127.0.0.1.
-class CReceiver : public CDatagramSocket {
-public:
-    CReceiver() { EXPECT_TRUE(StartSockets() && Open() == 0 && Bind({kThisMachine, 0}) == 0); }
-    /// The next datagrams are these bytes, so many in each.
-    void Expect(std::span<const std::uint8_t> bytes, std::size_t nDatagram = 1024) {
-        for (; !bytes.empty(); bytes = bytes.subspan(nDatagram)) {
-            Bytes datagram(65536);
-            datagram.resize(static_cast<std::size_t>(std::max(0, Receive(datagram, kTooLongMs))));
-            ASSERT_TRUE(std::ranges::equal(datagram, bytes.first(nDatagram))) << datagram.size();
-        }
-    }
-    bool IsIdle() {
-        Bytes datagram(65536);
-        return Receive(datagram, 10) < 0;
-    }
-};
 
 /// A sender whose addresses are two receivers.
 class CRig : public CUdpSender {
