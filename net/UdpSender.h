@@ -82,13 +82,14 @@ private:
     static constexpr std::uint32_t kMaxChunk = 49152;  // largest datagram
 
     static std::uint32_t GetChunkSize(std::int32_t nChunkKB);
+    bool SendNext(std::span<std::uint8_t> buffer);
     void SendChunk(std::span<const std::uint8_t> chunk);
     void SendTo(std::span<const std::uint8_t> chunk, const SocketAddress& address);
 
     std::unique_ptr<CRingBuffer> m_pRing;      // made by the first Open, there until the end
     std::atomic<std::uint64_t> m_llQueued{0};  // bytes written to the ring
     std::atomic<std::uint64_t> m_llSent{0};    // of these, bytes that the thread has sent
-    std::atomic<std::uint32_t> m_nChunk{1};    // bytes of the datagram that the thread works on
+    std::atomic<std::uint32_t> m_nChunk{1};    // bytes of the chunk that the thread completes; 1: it has none
     std::atomic<int> m_nReader{-1};            // the thread's reader of the ring
     CSendSettings m_settings;                  // see GetSettingsPtr
     bool m_bOpen = false;                      // Open has passed its first step
