@@ -52,6 +52,9 @@ struct Destination {
 std::optional<Destination> ParseDestination(const std::string& strText);
 std::string ToText(const Destination& destination);
 
+/// Most KiB of a datagram.
+constexpr int kMaxChunkKB = 48;
+
 struct RelayOptions {
     std::string strFile;
     std::string strTo;                        // see Destination

@@ -58,7 +58,7 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler*
 
 void CDemuxGraph::MakeSource() {
     if (IsDelivered()) {
-        m_pSource = new CPushSource(m_input.pReader, m_options.dDelivered.value_or(0), m_evNotice);
+        m_pSource = new CPushSource(m_input.pReader, m_options.dBytesPerSecond.value_or(0), m_evNotice);
     } else {
         m_pSource = new CFileSource(CComPtr<IAsyncReader>(m_input.pReader.Get()));
     }

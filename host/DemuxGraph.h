@@ -25,11 +25,11 @@ public:
     };
     struct Options {
         EPace pace = EPace::FreeRun;
-        std::string strModule = {};  // makes the demultiplexer; empty: see LoadDemuxModule
-        std::optional<double> dDelivered =
-            {};  // bytes a second that the source delivers to the demultiplexer, 0: as
-                 // fast as they are taken; nothing: it delivers only what comes
-                 // through a pipe, and a file is read
+        /// Makes the demultiplexer; empty: see LoadDemuxModule.
+        std::string strModule = {};
+        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: a file is only read, and
+        /// what comes through a pipe is delivered as fast as it is taken.
+        std::optional<double> dBytesPerSecond = {};
     };
 
     /// Builds the graph, stopped.
@@ -51,7 +51,7 @@ public:
     void Require(HRESULT hr, const char* pszWhat) const;
 
 private:
-    bool IsDelivered() const { return m_options.dDelivered || !m_input.pReader->IsSeekable(); }
+    bool IsDelivered() const { return m_options.dBytesPerSecond || !m_input.pReader->IsSeekable(); }
     void MakeSource();
     void SetPace();
     void ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin);

@@ -19,8 +19,8 @@ namespace kest {
 /// beginning, those of a pipe from where they were left.
 class CPushSource final : public CSourceFilter {
 public:
-    static constexpr LONG kSampleSize =
-        65536;  // bytes of a sample; the last one, and those of a pipe, may have less
+    /// Bytes of a sample; the last one, and those of a pipe, may have less.
+    static constexpr LONG kSampleSize = 65536;
 
     /// @param pReader         where the bytes come from.
     /// @param dBytesPerSecond the rate of the deliveries; 0: as fast as they are taken. Time that the downstream

@@ -1,4 +1,4 @@
-#include <atomic>
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -75,13 +75,14 @@ void RunRelay(const RelayOptions& options) {
     const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
     CCounting video, audio;
     CDemuxGraph graph(input, options.bDemux ? &video : nullptr, options.bDemux ? &audio : nullptr,
-                      {.strModule = options.strModule, .dDelivered = GetRate(input, options.dSpeed)});
+                      {.strModule = options.strModule, .dBytesPerSecond = GetRate(input, options.dSpeed)});
     SetUp(graph, options, *to);
     graph.RunToEnd();
     const SEND_SETTINGS settings = ApplySettings(graph).settings;
-    const std::uint64_t nTail = settings.llBytesSent % (static_cast<std::uint64_t>(settings.nChunkKB) * 1024);
+    const int nChunkKB = std::clamp(settings.nChunkKB, 1, kMaxChunkKB);  // others may have posted anything
+    const std::uint64_t nTail = settings.llBytesSent % (static_cast<std::uint64_t>(nChunkKB) * 1024);
     std::fprintf(stderr, "sent: %" PRIu64 " bytes in datagrams of %d KiB; %" PRIu64 " bytes left behind\n",
-                 settings.llBytesSent - nTail, settings.nChunkKB, nTail);
+                 settings.llBytesSent - nTail, nChunkKB, nTail);
     if (!options.bDemux) return;
     video.PrintSummary(EStream::Video);
     audio.PrintSummary(EStream::Audio);

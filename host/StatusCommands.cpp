@@ -127,7 +127,7 @@ void RunSet(const SetOptions& options) {
     if (!client.WaitUntilTaken(kTakenMs)) {
         throw CCommandError(kExitBadInput, "not taken yet; the filter takes it when its next input comes");
     }
-    std::puts("taken");
+    std::fputs("taken\n", stderr);
 }
 
 }  // namespace kest

@@ -45,7 +45,6 @@ void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
 }
 
 void AddChunkOption(CLI::App* pCommand, std::optional<int>& nChunkKB) {
-    constexpr int kMaxChunkKB = 48;
     pCommand->add_option("--chunk", nChunkKB, "KiB of a datagram; of a new filter: 8")
         ->check(CLI::Range(1, kMaxChunkKB));
 }
