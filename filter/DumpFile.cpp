@@ -53,7 +53,9 @@ HRESULT CDumpFile::WriteDump(std::span<const std::uint8_t> data) {
 /// Under m_csDump.
 HRESULT CDumpFile::Append(std::span<const std::uint8_t> data) {
     if (!m_file.IsOpen()) return kInvalidName;
-    return HRESULT_FROM_WIN32(m_file.Write(data));
+    const DWORD dwError =
+        m_file.Write(data);  // apart: on Windows the next line is a macro that repeats its argument
+    return HRESULT_FROM_WIN32(dwError);
 }
 
 std::wstring CDumpFile::GetName() const {

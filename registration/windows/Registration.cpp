@@ -46,8 +46,9 @@ std::wstring ClassKey(const CLSID& clsid) {
 /// @param pszValue  name of the value; null: the default value.
 HRESULT SetText(const std::wstring& wszKey, LPCWSTR pszValue, const std::wstring& wszText) {
     const auto nBytes = static_cast<DWORD>((wszText.size() + 1) * sizeof(WCHAR));
-    return HRESULT_FROM_WIN32(
-        RegSetKeyValueW(HKEY_CLASSES_ROOT, wszKey.c_str(), pszValue, REG_SZ, wszText.c_str(), nBytes));
+    const LSTATUS nError =
+        RegSetKeyValueW(HKEY_CLASSES_ROOT, wszKey.c_str(), pszValue, REG_SZ, wszText.c_str(), nBytes);
+    return HRESULT_FROM_WIN32(nError);  // a macro that repeats its argument
 }
 
 HRESULT AddClass(const CFactoryTemplate& each, const std::wstring& wszModule) {

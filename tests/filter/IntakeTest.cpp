@@ -70,7 +70,8 @@ TEST_F(Intake, PushedStreamIsPlayedCountedDumpedAndForwarded) {
     EXPECT_EQ(m_stream.size(), CountReceived());
     EXPECT_EQ(S_OK, m_pFilter->Stop());
     std::ifstream dump(strDump, std::ios::binary);
-    EXPECT_TRUE(ByteVector(std::istreambuf_iterator<char>(dump), {}) == m_stream);
+    const ByteVector dumped(std::istreambuf_iterator<char>(dump), {});
+    EXPECT_TRUE(dumped == m_stream) << dumped.size() << " bytes in " << strDump;
     const auto sent = std::span(m_stream).first(m_stream.size() / 8192 * 8192);
     m_destination.Expect(sent, 8192);
     m_localView.Expect(sent, 8192);
