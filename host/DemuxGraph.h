@@ -27,15 +27,15 @@ public:
         EPace pace = EPace::FreeRun;
         /// Makes the demultiplexer; empty: see LoadDemuxModule.
         std::string strModule = {};
-        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: a file is only read, and
-        /// what comes through a pipe is delivered as fast as it is taken.
+        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: a file is only
+        /// read, and what comes through a pipe is delivered as fast as it is taken.
         std::optional<double> dBytesPerSecond = {};
     };
 
     /// Builds the graph, stopped.
     /// @param input           outlives it.
-    /// @param pVideo, pAudio  take what leaves the two pins, on the threads of the graph; outlive it. Null, both
-    ///                        of them: the pins are not connected.
+    /// @param pVideo, pAudio  take what leaves the two pins, on the threads of the graph; outlive it. Null,
+    ///                        both of them: the pins are not connected.
     CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio, const Options& options);
 
     /// The demultiplexer's settings.
@@ -44,8 +44,8 @@ public:
     /// @param dSeconds  media time.
     void Seek(double dSeconds);
     /// Runs until both streams have ended, and what the source delivers has, and stops. Shows progress on a
-    /// terminal. Throws what a handler threw, and CCommandError when the user interrupted it or a stream did not
-    /// end.
+    /// terminal. Throws what a handler threw, and CCommandError when the user interrupted it or a stream did
+    /// not end.
     void RunToEnd();
     /// Throws CCommandError, naming the input, for a result code that is a failure.
     void Require(HRESULT hr, const char* pszWhat) const;

@@ -8,8 +8,8 @@
 
 namespace kest {
 
-/// A file that is read at any position, as the `IAsyncReader` of a pull source. The length is looked up at each
-/// call, so a file that grows is seen to grow.
+/// A file that is read at any position, as the `IAsyncReader` of a pull source. The length is looked up at
+/// each call, so a file that grows is seen to grow.
 class CFileReader final : public CInputReader {
 public:
     /// Opens a file for reading.

@@ -24,8 +24,8 @@ enum class EAccess {
     FileOrPipe,  // also a pipe or standard input, which can only be delivered
 };
 
-/// Opens and probes a file or pipe. Waits for the beginning of what comes through a pipe. Throws CCommandError
-/// when it cannot be read or is not recognised, or the user interrupts the program.
+/// Opens and probes a file or pipe. Waits for the beginning of what comes through a pipe. Throws
+/// CCommandError when it cannot be read or is not recognised, or the user interrupts the program.
 /// @param path  "-": standard input.
 Input OpenInput(const std::filesystem::path& path, EAccess access);
 

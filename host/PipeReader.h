@@ -11,10 +11,10 @@ namespace kest {
 /// A stream that is read once, as it comes: standard input, a named pipe, a terminal. Its beginning can be
 /// fetched ahead for a probe, which reads it at any position; `ReadNext` gives it out first.
 ///
-/// Nobody else should read the same pipe: a read that finds nothing there any more waits, and cannot be ended.
+/// Nobody else should read the same pipe: a read that finds nothing there any more may wait without end.
 class CPipeReader final : public CInputReader {
 public:
-    /// @param path   "-" is standard input, as the program was given it. A named pipe does not need a writer yet.
+    /// @param path   "-" is standard input, as the program was given it. A named pipe needs no writer yet.
     /// @return the reader, or none.
     static CComPtr<CPipeReader> Open(const std::filesystem::path& path, std::error_code& error);
 

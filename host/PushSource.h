@@ -11,12 +11,12 @@
 
 namespace kest {
 
-/// A source that delivers its bytes downstream, in samples without times, from its beginning to the end of the
-/// stream. What can be read at any position is offered to be read too (CReadablePin); a pipe only delivers.
+/// A source that delivers its bytes downstream, in samples without times, from its beginning to the end of
+/// the stream. What can be read at any position is offered to be read too (CReadablePin); a pipe only delivers.
 ///
-/// It delivers while paused and running, on a thread of its own. A stop ends that thread and every wait of it but one
-/// downstream: the graph has stopped the filters there first. Who starts it again gets the bytes from the
-/// beginning, those of a pipe from where they were left.
+/// It delivers while paused and running, on a thread of its own. A stop ends that thread and every wait of it
+/// but one downstream: the graph has stopped the filters there first. Who starts it again gets the bytes from
+/// the beginning, those of a pipe from where they were left.
 class CPushSource final : public CSourceFilter {
 public:
     /// Bytes of a sample; the last one, and those of a pipe, may have less.

@@ -8,8 +8,8 @@
 
 namespace kest {
 
-/// The shared status record of a running filter, seen from another program or from the filter's own host. It is there
-/// as long as a filter or another client has it open. Used by one thread.
+/// The shared status record of a running filter, seen from another program or from the filter's own host. It
+/// is there as long as a filter or another client has it open. Used by one thread.
 class CStatusClient {
 public:
     /// Opens the record anew. @return false: no filter of this user is running.
