@@ -31,12 +31,12 @@ Input OpenReader(const std::filesystem::path& path, EAccess access) {
     }
     Input input;
     input.path = bStandardInput ? "/dev/stdin" : path;
-    // A named pipe is opened once: its writer would take a reader that goes for the only one.
+    // A named pipe is opened once: a writer that loses its first reader ends.
     std::error_code error, ignored;
     if (bStandardInput || std::filesystem::is_fifo(path, ignored)) {
         error = std::make_error_code(std::errc::invalid_seek);
     } else {
-        .pReader = CComPtr<CInputReader>(CFileReader::Open(path, error).Get());
+        input.pReader = CComPtr<CInputReader>(CFileReader::Open(path, error).Get());
     }
     if (error == std::errc::invalid_seek) {
         if (access == EAccess::File) Fail(path, "not seekable; give a file");

@@ -23,8 +23,8 @@ public:
     static constexpr LONG kSampleSize = 65536;
 
     /// @param pReader         where the bytes come from.
-    /// @param dBytesPerSecond the rate of the deliveries; 0: as fast as they are taken. Time that the downstream
-    ///                        filter holds the samples back is made up for, up to a second.
+    /// @param dBytesPerSecond the rate of the deliveries; 0: as fast as they are taken. Time that the
+    ///                        downstream filter holds the samples back is made up for, up to a second.
     /// @param evNotice        set when the deliveries have ended; must outlive the source.
     CPushSource(CComPtr<CInputReader> pReader, double dBytesPerSecond, CEvent& evNotice);
 

@@ -8,9 +8,9 @@
 
 namespace kest {
 
-/// The output pin of a source, "Output", for a stream of bytes of whatever kind, which the downstream filter can
-/// read at any position (IAsyncReader on the pin). Reads may come from any thread. No operation of the interface
-/// throws: all go straight to the reader.
+/// The output pin of a source, "Output", for a stream of bytes of whatever kind, which the downstream filter
+/// can read at any position (IAsyncReader on the pin). Reads may come from any thread. No operation of the
+/// interface throws: all go straight to the reader.
 ///
 /// @tparam Base  the base of a pin that delivers, CBaseOutputPin, or does not, CBasePin.
 template <class Base>
