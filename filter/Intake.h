@@ -26,7 +26,7 @@ public:
     /// take is dropped.
     /// @return false when a CHold came before or meanwhile: the rest of the bytes is dropped.
     bool Take(std::span<const std::uint8_t> data);
-    /// Waits until all that came in has left the output pins, as far as it can without more.
+    /// Waits until all that came in has left the output pins and has been sent, as far as it can without more.
     /// @return false: `isOver` said so before, or a CHold began.
     template <class IsOver>
     bool WaitUntilDelivered(IsOver isOver);
@@ -65,7 +65,7 @@ bool CIntake::WaitUntilDelivered(IsOver isOver) {
     constexpr std::uint32_t kPollMs = 10;
     const std::uint32_t nHolds = CountHolds();
     auto IsHeld = [&] { return m_gate.IsHeld() || CountHolds() != nHolds; };
-    while (!m_path.IsDelivered()) {
+    while (!m_path.IsDelivered() || !m_sender.IsDrained()) {
         if (IsHeld() || isOver()) return false;
         SleepMs(kPollMs);
     }

@@ -2,6 +2,7 @@
 // cannot do its work.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -44,6 +45,50 @@ struct DemuxOptions {
 };
 /// Writes the payloads of the two elementary streams into a file each.
 void RunDemux(const DemuxOptions& options);
+
+/// An IPv4 address and a UDP port, as options name them: "127.0.0.1:5000".
+struct Destination {
+    std::uint32_t dwAddr = 0;  // in network byte order
+    std::uint16_t nPort = 0;
+};
+/// @return nothing for any other text.
+std::optional<Destination> ParseDestination(const std::string& strText);
+std::string ToText(const Destination& destination);
+
+/// Most KiB of a datagram.
+constexpr int kMaxChunkKB = 48;
+
+struct RelayOptions {
+    std::string strFile;
+    std::string strTo;                        // see Destination
+    std::optional<std::uint16_t> nLocalPort;  // forward to the local view too, at this port
+    std::optional<int> nChunkKB;              // KiB of a datagram
+    double dSpeed = 1;                        // times the stream's bit rate; 0: as fast as it goes
+    bool bDemux = false;                      // demultiplex beside that
+    std::string strModule;                    // as above
+};
+/// Forwards a stream over UDP through the filter, and prints what was sent.
+void RunRelay(const RelayOptions& options);
+
+struct StatusOptions {
+    bool bJson = false;
+    bool bFollow = false;  // print every change until the filter goes
+};
+/// Prints the shared status of a running filter.
+void RunStatus(const StatusOptions& options);
+
+/// What is empty stays as it is.
+struct SetOptions {
+    std::string strSending;    // "on", "off"
+    std::string strTo;         // see Destination
+    std::string strLocalView;  // "on", "off", or the port, which switches it on
+    std::string strDemux;      // "on", "off"
+    std::string strFunction;   // "pes", "es", "free"
+    std::optional<int> nChunkKB;
+    bool operator==(const SetOptions&) const = default;
+};
+/// Posts new settings to a running filter, and prints whether it has taken them.
+void RunSet(const SetOptions& options);
 
 /// Has the demultiplexer's module register itself in the user's list of modules.
 /// @param strModule  its file; empty: see LoadDemuxModule.

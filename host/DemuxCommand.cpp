@@ -51,7 +51,7 @@ private:
 }  // namespace
 
 void RunDemux(const DemuxOptions& options) {
-    const Input input = OpenInput(options.strFile);
+    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
     RequireProgramStream(input);
     const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input.nVideoStreamType));
     const fs::path audioPath = OutputPath(options.strAudio, input, ".mp2");
@@ -65,7 +65,7 @@ void RunDemux(const DemuxOptions& options) {
 
     CWriting video(videoPath, options.bForce);
     CWriting audio(audioPath, options.bForce);
-    CDemuxGraph(input, video, audio, CDemuxGraph::EPace::FreeRun, options.strModule).RunToEnd();
+    CDemuxGraph(input, &video, &audio, {.strModule = options.strModule}).RunToEnd();
     for (CWriting* pWriting : {&video, &audio}) pWriting->Flush();
     for (CWriting* pWriting : {&video, &audio}) pWriting->Commit();
     video.PrintSummary(EStream::Video);

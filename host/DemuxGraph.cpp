@@ -6,11 +6,12 @@
 #include <string>
 
 #include "control/Identifiers.h"
-#include "control/KestDemux2Control.h"
 #include "host/CommandError.h"
 #include "host/DemuxModule.h"
+#include "host/FileSource.h"
 #include "host/Interrupts.h"
 #include "host/Progress.h"
+#include "host/PushSource.h"
 
 namespace kest {
 namespace {
@@ -33,43 +34,77 @@ std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
     return {pBytes, static_cast<std::size_t>(sample.GetActualDataLength())};
 }
 
-CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace,
-                         const std::string& strModule)
-    : m_input(input),
-      m_pModule(LoadDemuxModule(strModule)),
-      m_pSource(new CFileSource(CComPtr<IAsyncReader>(input.pReader.Get()))),
-      m_pVideo(new CSink(EStream::Video, video, m_pacer, m_evNotice)),
-      m_pAudio(new CSink(EStream::Audio, audio, m_pacer, m_evNotice)) {
-    Build(pace);
+// ---------------- building
+
+CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio,
+                         const Options& options)
+    : m_input(input), m_options(options), m_pModule(LoadDemuxModule(options.strModule)) {
+    Require(
+        m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(m_pDemux.Put())),
+        "cannot create the filter");
+    Require(m_pDemux->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(m_pControl.Put())),
+            "the filter has no control interface");
+    MakeSource();
+    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
+    Require(m_pGraph->AddFilter(m_pDemux.Get(), L"demultiplexer"), "cannot add the filter");
+    if (pVideo) SetPace();
+    AdmitInput();
+    Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(m_pDemux.Get(), L"Input").Get()),
+            "cannot connect the filter's input");
+    if (!pVideo) return;
+    ConnectSink(m_pVideo, EStream::Video, pVideo, L"Video Output");
+    ConnectSink(m_pAudio, EStream::Audio, pAudio, L"Audio Output");
 }
 
-void CDemuxGraph::Build(EPace pace) {
-    CComPtr<IBaseFilter> pDemux;
-    Require(m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(pDemux.Put())),
-            "cannot create the filter");
-    Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
-    Require(m_pGraph->AddFilter(pDemux.Get(), L"demultiplexer"), "cannot add the filter");
-    Require(m_pGraph->AddFilter(m_pVideo.Get(), L"video"), "cannot add a sink");
-    Require(m_pGraph->AddFilter(m_pAudio.Get(), L"audio"), "cannot add a sink");
-    if (pace == EPace::FreeRun) {
-        SetFreeRun(pDemux.Get());
+void CDemuxGraph::MakeSource() {
+    if (IsDelivered()) {
+        m_pSource = new CPushSource(m_input.pReader, m_options.dBytesPerSecond.value_or(0), m_evNotice);
+    } else {
+        m_pSource = new CFileSource(CComPtr<IAsyncReader>(m_input.pReader.Get()));
+    }
+}
+
+/// Nobody plays the streams in real time. A reset, which a queue that fills up brings about, would lose frames.
+void CDemuxGraph::SetPace() {
+    constexpr const char* kWhat = "cannot change the filter's settings";
+    Require(m_pControl->put_EnableReset(0), kWhat);
+    if (m_options.pace == EPace::FreeRun) {
+        Require(m_pControl->put_DemuxOutput(kDemuxOutputFreeRun), kWhat);
     } else {
         Require(m_pGraph->SetDefaultSyncSource(), "no clock");
     }
-    Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(pDemux.Get(), L"Input").Get()),
-            "cannot connect the filter's input");
-    Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Video Output").Get(), m_pVideo->GetPin(0)),
-            "cannot connect the video output");
-    Require(m_pGraph->Connect(FindPin(pDemux.Get(), L"Audio Output").Get(), m_pAudio->GetPin(0)),
-            "cannot connect the audio output");
 }
 
-void CDemuxGraph::SetFreeRun(IBaseFilter* pDemux) {
-    constexpr const char* kWhat = "cannot change the filter's settings";
-    CComPtr<IKestDemux2Control> pControl;
-    Require(pDemux->QueryInterface(IID_IKestDemux2Control, reinterpret_cast<void**>(pControl.Put())), kWhat);
-    Require(pControl->put_DemuxOutput(kDemuxOutputFreeRun), kWhat);
+/// Has the filter accept what it does not accept by itself.
+void CDemuxGraph::AdmitInput() {
+    CComPtr<IKestDemux2Control2> pSwitches;
+    m_pDemux->QueryInterface(IID_IKestDemux2Control2, reinterpret_cast<void**>(pSwitches.Put()));
+    const auto Switch = [&](ESwitch nSwitch, int nValue) {
+        Require(pSwitches ? pSwitches->put_Switch(nSwitch, nValue) : E_NOINTERFACE,
+                "the filter has no such setting");
+    };
+    if (m_input.nClass != kClassProgramMpeg4 && m_input.nClass != kClassProgramMpeg12) {
+        Switch(ESwitch::AdmitAll, 1);
+    }
+    if (!m_input.pReader->IsSeekable()) Switch(ESwitch::PushStreamClass, m_input.nClass);
 }
+
+void CDemuxGraph::ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin) {
+    pSink = new CSink(stream, *pHandler, m_pacer, m_evNotice);
+    const std::string strName = GetStreamName(stream);
+    Require(m_pGraph->AddFilter(pSink.Get(), pszPin), "cannot add a sink");
+    Require(m_pGraph->Connect(FindPin(m_pDemux.Get(), pszPin).Get(), pSink->GetPin(0)),
+            ("cannot connect the " + strName + " output").c_str());
+}
+
+void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {
+    if (SUCCEEDED(hr)) return;
+    std::array<char, 16> szCode{};
+    std::snprintf(szCode.data(), szCode.size(), " (0x%08" PRIX32 ")", static_cast<std::uint32_t>(hr));
+    throw CCommandError(kExitBadInput, m_input.path.string() + ": " + pszWhat + szCode.data());
+}
+
+// ---------------- running
 
 void CDemuxGraph::Seek(double dSeconds) {
     Require(m_pGraph->Pause(), "cannot pause the graph");
@@ -80,11 +115,13 @@ void CDemuxGraph::RunToEnd() {
     Require(m_pGraph->Run(), "cannot run the graph");
     WaitForEnd();
     const bool bDone = IsDone();
+    const HRESULT hrSource = m_pSource->GetResult();
     m_pGraph->Stop();
-    m_pVideo->RethrowError();
-    m_pAudio->RethrowError();
+    if (m_pVideo) m_pVideo->RethrowError();
+    if (m_pAudio) m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
     CheckReadErrors(m_input);
+    Require(hrSource, "the filter does not take the stream");
     if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
 }
 
@@ -96,31 +133,35 @@ void CDemuxGraph::WaitForEnd() {
     }
 }
 
-bool CDemuxGraph::IsDone() const {
-    return IsInterrupted() || m_pVideo->HasFailed() || m_pAudio->HasFailed() ||
-           (m_pVideo->HasEnded() && m_pAudio->HasEnded());
+/// Whether the test is true of a sink that is connected.
+template <class Test>
+bool CDemuxGraph::AnySink(Test test) const {
+    return (m_pVideo && test(*m_pVideo.Get())) || (m_pAudio && test(*m_pAudio.Get()));
 }
 
-/// Whether nothing has moved for a while though the whole file has been read. A handler at work, which may
+bool CDemuxGraph::IsDone() const {
+    if (IsInterrupted() || FAILED(m_pSource->GetResult())) return true;
+    if (AnySink([](const CSink& sink) { return sink.HasFailed(); })) return true;
+    return (m_pSource->HasEnded() || !IsDelivered()) &&
+           !AnySink([](const CSink& sink) { return !sink.HasEnded(); });
+}
+
+/// Whether nothing has moved for a while though the whole input has been taken. A handler at work, which may
 /// wait for whoever reads its output, counts as movement.
 bool CDemuxGraph::HasStalled() {
-    const std::uint32_t nVideo = m_pVideo->GetActivity(), nAudio = m_pAudio->GetActivity();
-    const LONGLONG llPosition = m_pSource->GetPosition();
-    const std::uint64_t nActivity = static_cast<std::uint64_t>(llPosition) + nVideo + nAudio;
+    bool bBusy = !m_pSource->HasEnded();
+    auto nActivity = static_cast<std::uint64_t>(m_pSource->GetPosition());
+    AnySink([&](const CSink& sink) {
+        nActivity += sink.GetActivity();
+        bBusy = bBusy || sink.GetActivity() % 2 != 0;
+        return false;
+    });
     const auto now = std::chrono::steady_clock::now();
-    const bool bBusy = nVideo % 2 != 0 || nAudio % 2 != 0 || llPosition < m_input.llLength;
     if (bBusy || nActivity != m_nActivity) {
         m_nActivity = nActivity;
         m_lastActivity = now;
     }
     return now - m_lastActivity > kStallTime;
-}
-
-void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {
-    if (SUCCEEDED(hr)) return;
-    std::array<char, 16> szCode{};
-    std::snprintf(szCode.data(), szCode.size(), " (0x%08" PRIX32 ")", static_cast<std::uint32_t>(hr));
-    throw CCommandError(kExitBadInput, m_input.path.string() + ": " + pszWhat + szCode.data());
 }
 
 }  // namespace kest

@@ -2,56 +2,77 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
-#include "host/FileSource.h"
+#include "control/KestDemux2Control.h"
 #include "host/Graph.h"
 #include "host/Input.h"
 #include "host/Sink.h"
+#include "host/SourceFilter.h"
 #include "registration/LoadedModule.h"
 
 namespace kest {
 
-/// The graph behind a command: a file, the demultiplexer, and a sink for each of its two streams. Operations
-/// throw CCommandError when a step of the graph fails.
+/// The graph behind a command: a file or pipe, the demultiplexer, and a sink for each of its two streams.
+/// Operations throw CCommandError when a step of the graph fails.
 class CDemuxGraph {
 public:
     enum class EPace {
         Timed,    // samples have times, and the stream that is ahead waits for the other
         FreeRun,  // samples without times, as fast as they are taken
     };
+    struct Options {
+        EPace pace = EPace::FreeRun;
+        /// Makes the demultiplexer; empty: see LoadDemuxModule.
+        std::string strModule = {};
+        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: a file is only
+        /// read, and what comes through a pipe is delivered as fast as it is taken.
+        std::optional<double> dBytesPerSecond = {};
+    };
 
     /// Builds the graph, stopped.
-    /// @param input         has been recognised as a program stream.
-    /// @param video, audio  take what leaves the two pins, on the threads of the graph; outlive it.
-    /// @param strModule     the module that makes the demultiplexer; empty: see LoadDemuxModule.
-    CDemuxGraph(const Input& input, ISinkHandler& video, ISinkHandler& audio, EPace pace,
-                const std::string& strModule);
+    /// @param input           outlives it.
+    /// @param pVideo, pAudio  take what leaves the two pins, on the threads of the graph; outlive it. Null,
+    ///                        both of them: the pins are not connected.
+    CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio, const Options& options);
 
+    /// The demultiplexer's settings.
+    IKestDemux2Control& GetControl() { return *m_pControl.Get(); }
     /// Pauses, and seeks while paused.
     /// @param dSeconds  media time.
     void Seek(double dSeconds);
-    /// Runs until both streams have ended, and stops. Shows progress on a terminal. Throws what a handler
-    /// threw, and CCommandError when the user interrupted it or a stream did not end.
+    /// Runs until both streams have ended, and what the source delivers has, and stops. Shows progress on a
+    /// terminal. Throws what a handler threw, and CCommandError when the user interrupted it or a stream did
+    /// not end.
     void RunToEnd();
+    /// Throws CCommandError, naming the input, for a result code that is a failure.
+    void Require(HRESULT hr, const char* pszWhat) const;
 
 private:
-    void Build(EPace pace);
-    void SetFreeRun(IBaseFilter* pDemux);
+    bool IsDelivered() const { return m_options.dBytesPerSecond || !m_input.pReader->IsSeekable(); }
+    void MakeSource();
+    void SetPace();
+    void ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin);
+    void AdmitInput();
     void WaitForEnd();
     bool IsDone() const;
     bool HasStalled();
-    void Require(HRESULT hr, const char* pszWhat) const;
+    template <class Test>
+    bool AnySink(Test test) const;
 
     const Input& m_input;
+    const Options m_options;
     const std::unique_ptr<CLoadedModule> m_pModule;  // first: what it made goes before it
     CPacer m_pacer;
     std::uint64_t m_nActivity = 0;                           // of source and sinks, when it last changed
     std::chrono::steady_clock::time_point m_lastActivity{};  // when that was
-    CEvent m_evNotice{false};                                // auto-reset: a sink has ended or failed
-    CComPtr<CFileSource> m_pSource;
-    CComPtr<CSink> m_pVideo;
+    CEvent m_evNotice{false};                                // auto-reset: a stream has ended or failed
+    CComPtr<CSourceFilter> m_pSource;
+    CComPtr<IBaseFilter> m_pDemux;
+    CComPtr<IKestDemux2Control> m_pControl;  // of m_pDemux
+    CComPtr<CSink> m_pVideo;                 // null: not connected, as m_pAudio
     CComPtr<CSink> m_pAudio;
     CComPtr<CGraph> m_pGraph{new CGraph};  // last: it stops before the others go
 };

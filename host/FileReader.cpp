@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <span>
 
 namespace kest {
 
@@ -27,18 +26,36 @@ CComPtr<CFileReader> CFileReader::Open(const std::filesystem::path& path, std::e
 
 CFileReader::~CFileReader() { close(m_hFile); }
 
+/// Reads until `dest` is full or the file ends. @return bytes read; nothing when the system cannot read: the
+/// position is remembered.
+std::optional<std::size_t> CFileReader::ReadAt(LONGLONG llPosition, std::span<BYTE> dest) {
+    std::size_t nDone = 0;
+    while (nDone < dest.size()) {
+        const auto llNext = llPosition + static_cast<LONGLONG>(nDone);
+        const ssize_t nRead = pread(m_hFile, dest.data() + nDone, dest.size() - nDone, llNext);
+        if (nRead < 0 && errno == EINTR) continue;
+        if (nRead < 0) {
+            NoteError(llNext);
+            return std::nullopt;
+        }
+        if (nRead == 0) break;
+        nDone += static_cast<std::size_t>(nRead);
+    }
+    return nDone;
+}
+
+std::size_t CFileReader::ReadNext(std::span<BYTE> dest, const ShouldLeave&) {
+    const std::size_t nRead = ReadAt(m_llNext, dest).value_or(0);
+    m_llNext += static_cast<LONGLONG>(nRead);
+    return nRead;
+}
+
 HRESULT CFileReader::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuffer) {
     if (llPosition < 0 || lLength < 0) return E_INVALIDARG;
-    std::span<BYTE> rest(pBuffer, static_cast<std::size_t>(lLength));
-    while (!rest.empty()) {
-        const ssize_t nRead = pread(m_hFile, rest.data(), rest.size(), llPosition);
-        if (nRead < 0 && errno == EINTR) continue;
-        if (nRead < 0) return NoteError(llPosition);
-        if (nRead == 0) return S_FALSE;
-        llPosition += nRead;
-        rest = rest.subspan(static_cast<std::size_t>(nRead));
-    }
-    return S_OK;
+    const auto nLength = static_cast<std::size_t>(lLength);
+    const auto nRead = ReadAt(llPosition, {pBuffer, nLength});
+    if (!nRead) return E_FAIL;
+    return *nRead == nLength ? S_OK : S_FALSE;
 }
 
 HRESULT CFileReader::Length(LONGLONG* pTotal, LONGLONG* pAvailable) {
@@ -47,29 +64,6 @@ HRESULT CFileReader::Length(LONGLONG* pTotal, LONGLONG* pAvailable) {
     if (nLength < 0) return E_FAIL;
     *pTotal = *pAvailable = nLength;
     return S_OK;
-}
-
-HRESULT CFileReader::QueryInterface(REFIID riid, void** ppv) {
-    if (!ppv) return E_POINTER;
-    *ppv = nullptr;
-    if (riid != IID_IUnknown && riid != IID_IAsyncReader) return E_NOINTERFACE;
-    *ppv = static_cast<IAsyncReader*>(this);
-    AddRef();
-    return S_OK;
-}
-
-ULONG CFileReader::AddRef() { return ++m_nRefs; }
-
-ULONG CFileReader::Release() {
-    const ULONG nRefs = --m_nRefs;
-    if (nRefs == 0) delete this;
-    return nRefs;
-}
-
-HRESULT CFileReader::NoteError(LONGLONG llPosition) {
-    LONGLONG llNone = -1;
-    m_llErrorPosition.compare_exchange_strong(llNone, llPosition);
-    return E_FAIL;
 }
 
 }  // namespace kest

@@ -49,7 +49,7 @@ struct FrameLine {
 }  // namespace
 
 void RunFrames(const FramesOptions& options) {
-    const Input input = OpenInput(options.strFile);
+    const Input input = OpenInput(options.strFile, EAccess::File);
     CListing listing(options.bJson,
                      "stream    index     size          pts          dts     position  crc32    flags");
     std::array<std::uint64_t, 2> anIndex{};  // each used by its stream's thread alone

@@ -4,12 +4,46 @@
 #include <string>
 
 #include "host/CommandError.h"
+#include "host/FileReader.h"
+#include "host/Interrupts.h"
+#include "host/PipeReader.h"
 
 namespace kest {
 namespace {
 
 [[noreturn]] void Fail(const std::filesystem::path& path, const std::string& strReason) {
     throw CCommandError(kExitBadInput, path.string() + ": " + strReason);
+}
+
+CComPtr<CInputReader> OpenPipe(const std::filesystem::path& path, std::error_code& error) {
+    constexpr std::size_t kBeginning = 0x50000;  // more bytes than a probe reads
+    const auto pPipe = CPipeReader::Open(path, error);
+    if (!pPipe) return nullptr;
+    pPipe->FetchBeginning(kBeginning, IsInterrupted);
+    if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
+    return CComPtr<CInputReader>(pPipe.Get());
+}
+
+Input OpenReader(const std::filesystem::path& path, EAccess access) {
+    const bool bStandardInput = path == "-";
+    if (bStandardInput && access == EAccess::File) {
+        throw CCommandError(kExitBadUsage, "-: standard input is not seekable; give a file");
+    }
+    Input input;
+    input.path = bStandardInput ? "/dev/stdin" : path;
+    // A named pipe is opened once: a writer that loses its first reader ends.
+    std::error_code error, ignored;
+    if (bStandardInput || std::filesystem::is_fifo(path, ignored)) {
+        error = std::make_error_code(std::errc::invalid_seek);
+    } else {
+        input.pReader = CComPtr<CInputReader>(CFileReader::Open(path, error).Get());
+    }
+    if (error == std::errc::invalid_seek) {
+        if (access == EAccess::File) Fail(path, "not seekable; give a file");
+        input.pReader = OpenPipe(path, error);
+    }
+    if (!input.pReader) Fail(input.path, error.message());
+    return input;
 }
 
 }  // namespace
@@ -27,23 +61,20 @@ const char* GetClassName(int nClass) {
     return kNames.at(static_cast<std::size_t>(nClass));
 }
 
-Input OpenInput(const std::filesystem::path& path) {
-    if (path == "-") throw CCommandError(kExitBadUsage, "-: standard input is not seekable; give a file");
-    Input input;
-    input.path = path;
-    std::error_code error;
-    input.pReader = CFileReader::Open(path, error);
-    if (error == std::errc::invalid_seek) Fail(path, "not seekable; give a file");
-    if (!input.pReader) Fail(path, error.message());
-
+Input OpenInput(const std::filesystem::path& path, EAccess access) {
+    Input input = OpenReader(path, access);
     CStreamTypeProbe probe;
     probe.SetReader(input.pReader.Get());
     input.nClass = probe.Probe();
     input.llLength = probe.GetTotalLength();
-    if (input.llLength == 0) Fail(path, "the file is empty");
+    if (input.llLength == 0) {
+        CheckReadErrors(input);
+        Fail(input.path, "the file is empty");
+    }
+    if (!input.pReader->IsSeekable()) input.llLength = 0;
     if (input.nClass == kClassNotRecognised) {
         CheckReadErrors(input);
-        Fail(path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
+        Fail(input.path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
     }
     input.nVideoStreamType = probe.GetVideoStreamType();
     if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();

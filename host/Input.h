@@ -4,23 +4,30 @@
 #include <filesystem>
 
 #include "demux/StreamTypeProbe.h"
-#include "host/FileReader.h"
+#include "host/InputReader.h"
 
 namespace kest {
 
-/// A file that has been opened and probed.
+/// A file or pipe that has been opened and probed.
 struct Input {
-    std::filesystem::path path;
-    CComPtr<CFileReader> pReader;
-    std::int64_t llLength = 0;          // bytes
+    std::filesystem::path path;  // /dev/stdin: standard input
+    CComPtr<CInputReader> pReader;
+    std::int64_t llLength = 0;          // bytes; 0 of a pipe
     int nClass = kClassNotRecognised;   // EStreamClass
     std::uint32_t nBitRate = 0;         // bits per second; 0 when it is not known
     std::uint8_t nVideoStreamType = 0;  // stream_type of a program stream's video
 };
 
-/// Opens and probes a file, which must not be standard input. Throws CCommandError when it cannot be read or
-/// is not recognised.
-Input OpenInput(const std::filesystem::path& path);
+/// What a command can take.
+enum class EAccess {
+    File,        // what can be read at any position
+    FileOrPipe,  // also a pipe or standard input, which can only be delivered
+};
+
+/// Opens and probes a file or pipe. Waits for the beginning of what comes through a pipe. Throws
+/// CCommandError when it cannot be read or is not recognised, or the user interrupts the program.
+/// @param path  "-": standard input.
+Input OpenInput(const std::filesystem::path& path, EAccess access);
 
 /// Throws CCommandError unless the input is a program stream that the demuxer takes.
 void RequireProgramStream(const Input& input);

@@ -18,6 +18,11 @@ void CListing::Print(const std::string& strLine) {
     m_output.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
 }
 
+void CListing::Show() {
+    std::lock_guard lock(m_mutex);
+    m_output.WriteCollected();
+}
+
 std::string GetCrcText(std::span<const std::uint8_t> payload) {
     const auto nCrc = static_cast<std::uint32_t>(crc32_z(0, payload.data(), payload.size()));
     std::array<char, 9> szText{};

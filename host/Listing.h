@@ -20,6 +20,8 @@ public:
     bool IsJson() const { return m_bJson; }
     /// @param strLine  without the line's end.
     void Print(const std::string& strLine);
+    /// Lets everybody see what has been printed.
+    void Show();
     /// The listing is complete.
     void Commit() { m_output.Commit(); }
 

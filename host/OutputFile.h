@@ -33,7 +33,9 @@ public:
 
     /// Nothing can be written after `Flush`.
     void Write(std::span<const std::uint8_t> bytes);
-    /// Writes out what was collected.
+    /// Writes out what was collected; more may follow.
+    void WriteCollected();
+    /// `WriteCollected`, for the last time.
     void Flush();
     /// `Flush`, and puts the file into its place.
     void Commit();
@@ -49,7 +51,6 @@ private:
     template <class Take>
     bool TakeTemporaryName(Take take);
     bool IsUnnamed() const { return !m_target.empty() && m_temporary.empty(); }
-    void WriteCollected();
     void WriteOut(Bytes bytes);
     void TakePlace();
     [[noreturn]] void Fail() const;

@@ -16,8 +16,7 @@ constexpr double kMaxLeft = 99 * 3600;  // seconds; not more are shown
 
 }  // namespace
 
-CProgress::CProgress(std::int64_t llTotal)
-    : m_llTotal(std::max<std::int64_t>(llTotal, 1)), m_bShown(isatty(STDERR_FILENO)) {}
+CProgress::CProgress(std::int64_t llTotal) : m_llTotal(llTotal), m_bShown(isatty(STDERR_FILENO)) {}
 
 CProgress::~CProgress() {
     if (m_bDrawn) std::fputs("\r\033[K", stderr);
@@ -28,9 +27,14 @@ void CProgress::Show(std::int64_t llDone) {
     if (!m_bShown || now - m_lastDrawn < kDrawInterval) return;
     m_lastDrawn = now;
     m_bDrawn = true;
+    const double seconds = std::chrono::duration<double>(now - m_begin).count();
+    if (m_llTotal <= 0) {
+        const auto mega = static_cast<double>(llDone) / kMega;
+        std::fprintf(stderr, "\r%.0f MB  %.0f MB/s\033[K", mega, seconds > 0 ? mega / seconds : 0);
+        return;
+    }
     const auto done = static_cast<double>(std::clamp<std::int64_t>(llDone, 0, m_llTotal));
     const auto total = static_cast<double>(m_llTotal);
-    const double seconds = std::chrono::duration<double>(now - m_begin).count();
     const double rate = seconds > 0 ? done / seconds : 0;
     const int nLeft = rate > 0 ? static_cast<int>(std::min((total - done) / rate, kMaxLeft)) : 0;
     std::string strBar(static_cast<std::size_t>(kBarWidth * done / total), '#');

@@ -9,7 +9,7 @@ namespace kest {
 /// a terminal.
 class CProgress {
 public:
-    /// @param llTotal  bytes of the whole work.
+    /// @param llTotal  bytes of the whole work; 0: not known, then neither percent nor time left are shown.
     explicit CProgress(std::int64_t llTotal);
     ~CProgress();
     CProgress(const CProgress&) = delete;

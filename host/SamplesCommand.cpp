@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/DemuxGraph.h"
 #include "host/Listing.h"
@@ -85,13 +86,17 @@ private:
 }  // namespace
 
 void RunSamples(const SamplesOptions& options) {
-    const Input input = OpenInput(options.strFile);
+    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
     RequireProgramStream(input);
+    if (options.dSeek && !input.pReader->IsSeekable()) {
+        throw CCommandError(kExitBadInput, input.path.string() + ": not seekable");
+    }
     CListing listing(options.bJson,
                      "pin   event                     start                stop     size  crc32    flags");
     CRecording video(EStream::Video, listing);
     CRecording audio(EStream::Audio, listing);
-    CDemuxGraph graph(input, video, audio, CDemuxGraph::EPace::Timed, options.strModule);
+    CDemuxGraph graph(input, &video, &audio,
+                      {.pace = CDemuxGraph::EPace::Timed, .strModule = options.strModule});
     if (options.dSeek) graph.Seek(*options.dSeek);
     graph.RunToEnd();
     listing.Commit();

@@ -6,6 +6,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "host/CommandError.h"
@@ -17,7 +18,10 @@ namespace {
 using namespace kest;
 
 constexpr const char* kInputHelp = "the stream to read";
+constexpr const char* kPipeHelp = "the stream to read; - is standard input";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
+constexpr double kMaxSpeed = 1000;
+constexpr int kMaxPort = 65535;
 
 /// Adds a command that ends its help with an example.
 CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample) {
@@ -28,9 +32,9 @@ CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, co
 
 /// Adds a command that reads one file.
 CLI::App* AddFileCommand(CLI::App& app, const char* pszName, const char* pszWhat, std::string& strFile,
-                         const char* pszExample) {
+                         const char* pszExample, const char* pszHelp = kInputHelp) {
     CLI::App* pCommand = AddCommand(app, pszName, pszWhat, pszExample);
-    pCommand->add_option("FILE", strFile, kInputHelp)->required();
+    pCommand->add_option("FILE", strFile, pszHelp)->required();
     return pCommand;
 }
 
@@ -38,6 +42,11 @@ void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
     pCommand->add_option("--module", strModule,
                          "the demultiplexer's module; default: the one beside the program, else the one that "
                          "was registered last");
+}
+
+void AddChunkOption(CLI::App* pCommand, std::optional<int>& nChunkKB) {
+    pCommand->add_option("--chunk", nChunkKB, "KiB of a datagram; of a new filter: 8")
+        ->check(CLI::Range(1, kMaxChunkKB));
 }
 
 /// Turns on the texts of the program and of the modules that it loads later.
@@ -50,8 +59,8 @@ void ShowTexts(int nVerbosity) {
 
 void AddProbeCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<ProbeOptions>();
-    CLI::App* pCommand =
-        AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile, "kestdemux probe movie.mpg");
+    CLI::App* pCommand = AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile,
+                                        "kestdemux probe movie.mpg", kPipeHelp);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object");
     pCommand->callback([pOptions] { RunProbe(*pOptions); });
 }
@@ -75,8 +84,9 @@ void AddFramesCommand(CLI::App& app) {
 
 void AddSamplesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<SamplesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "samples", "List every sample and event of the output pins",
-                                        pOptions->strFile, "kestdemux samples movie.mpg --seek 60");
+    CLI::App* pCommand =
+        AddFileCommand(app, "samples", "List every sample and event of the output pins", pOptions->strFile,
+                       "kestdemux samples movie.mpg --seek 60", kPipeHelp);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
@@ -86,8 +96,9 @@ void AddSamplesCommand(CLI::App& app) {
 
 void AddDemuxCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<DemuxOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "demux", "Write the two elementary streams", pOptions->strFile,
-                                        "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2");
+    CLI::App* pCommand =
+        AddFileCommand(app, "demux", "Write the two elementary streams", pOptions->strFile,
+                       "kestdemux demux movie.mpg --video movie.m2v --audio movie.mp2", kPipeHelp);
     pCommand->add_option(
         "--video", pOptions->strVideo,
         "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v");
@@ -96,6 +107,49 @@ void AddDemuxCommand(CLI::App& app) {
     pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
     AddModuleOption(pCommand, pOptions->strModule);
     pCommand->callback([pOptions] { RunDemux(*pOptions); });
+}
+
+void AddRelayCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<RelayOptions>();
+    CLI::App* pCommand = AddFileCommand(app, "relay", "Forward a stream over UDP", pOptions->strFile,
+                                        "kestdemux relay movie.mpg --to 127.0.0.1:5000", kPipeHelp);
+    pCommand->add_option("--to", pOptions->strTo, "ADDRESS:PORT that the datagrams go to")->required();
+    pCommand->add_option("--local-view", pOptions->nLocalPort, "port on 127.0.0.1 that they go to as well")
+        ->check(CLI::Range(1, kMaxPort));
+    AddChunkOption(pCommand, pOptions->nChunkKB);
+    pCommand->add_option("--speed", pOptions->dSpeed, "times the stream's bit rate; 0: as fast as it goes")
+        ->check(CLI::Range(0.0, kMaxSpeed))
+        ->capture_default_str();
+    pCommand->add_flag("--demux", pOptions->bDemux, "demultiplex it as well");
+    AddModuleOption(pCommand, pOptions->strModule);
+    pCommand->callback([pOptions] { RunRelay(*pOptions); });
+}
+
+void AddStatusCommand(CLI::App& app) {
+    const auto pOptions = std::make_shared<StatusOptions>();
+    CLI::App* pCommand =
+        AddCommand(app, "status", "Show the shared status of a running filter", "kestdemux status --follow");
+    pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
+    pCommand->add_flag("--follow", pOptions->bFollow, "show every change, until the filter goes");
+    pCommand->callback([pOptions] { RunStatus(*pOptions); });
+}
+
+void AddSetCommand(CLI::App& app) {
+    const CLI::IsMember isOnOff({"on", "off"});
+    const auto pOptions = std::make_shared<SetOptions>();
+    CLI::App* pCommand = AddCommand(app, "set", "Change the settings of a running filter",
+                                    "kestdemux set --to 127.0.0.1:6000 --local-view off");
+    pCommand->add_option("--sending", pOptions->strSending, "on or off: forward to the destination")
+        ->check(isOnOff);
+    pCommand->add_option("--to", pOptions->strTo, "ADDRESS:PORT of the destination");
+    pCommand->add_option("--local-view", pOptions->strLocalView,
+                         "on or off: forward to 127.0.0.1; a port also switches it on");
+    pCommand->add_option("--demux", pOptions->strDemux, "on or off: demultiplex")->check(isOnOff);
+    pCommand
+        ->add_option("--function", pOptions->strFunction, "pes, es or free; takes effect at the next start")
+        ->check(CLI::IsMember({"pes", "es", "free"}));
+    AddChunkOption(pCommand, pOptions->nChunkKB);
+    pCommand->callback([pOptions] { RunSet(*pOptions); });
 }
 
 /// Adds one of the commands that change the list of modules.
@@ -123,6 +177,9 @@ int RunProgram(int argc, char** argv) {
     AddFramesCommand(app);
     AddSamplesCommand(app);
     AddDemuxCommand(app);
+    AddRelayCommand(app);
+    AddStatusCommand(app);
+    AddSetCommand(app);
     AddListCommand(app, "register", "Add the demultiplexer to your list of modules",
                    "kestdemux register --module lib/KestDemux2Filter.so", RunRegister);
     AddListCommand(app, "unregister", "Remove it from the list", "kestdemux unregister", RunUnregister);

@@ -79,6 +79,7 @@ int CUdpSender::Push(const void* pData, std::int32_t nLength) {
     while (!rest.empty()) {
         const auto piece = rest.first(std::min<std::size_t>(rest.size(), kPieceSize));
         if (m_pushGate.IsHeld() || m_pRing->WriteWait(piece) != static_cast<int>(piece.size())) return 0;
+        m_llQueued += piece.size();
         rest = rest.subspan(piece.size());
     }
     return nLength;
@@ -119,15 +120,25 @@ std::int32_t CUdpSender::ThreadProc() {
     if (!MayRun()) return -1;
     std::array<std::uint8_t, kMaxChunk> buffer;
     do {
-        const auto chunk = std::span(buffer).first(GetChunkSize(m_settings.Get(&SEND_SETTINGS::nChunkKB)));
-        if (m_pRing->Read(m_nReader, chunk) == static_cast<int>(chunk.size())) {
-            SendChunk(chunk);
-        } else {
+        if (!SendNext(buffer)) {
             SleepMs(1);
             DebugText("Sleep 1\n");
         }
     } while (MayRun());
     return 1;
+}
+
+/// Sends the next chunk. Its size is settled when its first byte is there: a sender that has nothing to send
+/// does not hold on to a size from before. @return false: the ring was closed meanwhile.
+bool CUdpSender::SendNext(std::span<std::uint8_t> buffer) {
+    if (m_pRing->WaitForData(m_nReader, 1, kInfinite) <= 0) return false;
+    const auto chunk = buffer.first(GetChunkSize(m_settings.Get(&SEND_SETTINGS::nChunkKB)));
+    m_nChunk = static_cast<std::uint32_t>(chunk.size());
+    if (m_pRing->Read(m_nReader, chunk) != static_cast<int>(chunk.size())) return false;
+    SendChunk(chunk);
+    m_nChunk = 1;
+    m_llSent += chunk.size();
+    return true;
 }
 
 /// Bytes of a datagram for `SEND_SETTINGS::nChunkKB`.

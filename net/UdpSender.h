@@ -62,6 +62,8 @@ public:
     /// is sent in its order, before all that comes later.
     void HoldPush();
     void ReleasePush() { m_pushGate.Release(); }
+    /// All that was queued has been sent, but for the bytes that wait for their datagram to be complete.
+    bool IsDrained() const { return !IsRunning() || m_llQueued - m_llSent < m_nChunk; }
 
     /// Takes over addresses and ports from the settings (ports: the low 16 bits). Nothing is sent to the
     /// earlier ones after it has returned.
@@ -81,21 +83,25 @@ private:
     static constexpr std::uint32_t kMaxChunk = 49152;  // largest datagram
 
     static std::uint32_t GetChunkSize(std::int32_t nChunkKB);
+    bool SendNext(std::span<std::uint8_t> buffer);
     void SendChunk(std::span<const std::uint8_t> chunk);
     void SendTo(std::span<const std::uint8_t> chunk, const SocketAddress& address);
 
-    std::unique_ptr<CRingBuffer> m_pRing;  // made by the first Open, there until the end
-    std::atomic<int> m_nReader{-1};        // the thread's reader of the ring
-    CSendSettings m_settings;              // see GetSettingsPtr
-    bool m_bOpen = false;                  // Open has passed its first step
-    bool m_bSockets = false;               // this object has started the sockets
-    CCritSec m_cs;                         // guards the addresses and the socket
-    SocketAddress m_destination;           // as of the last UpdateAddresses
-    SocketAddress m_local;                 // the same, of the local view
-    CDatagramSocket m_socket;              // not bound, without options
-    CPushGate m_pushGate;                  // see HoldPush
-    bool m_bSendFailed = false;            // a trace text has been written; used by the thread alone
-    std::uint32_t m_nFailureTick = 0;      // when it was written, in ticks
+    std::unique_ptr<CRingBuffer> m_pRing;      // made by the first Open, there until the end
+    std::atomic<std::uint64_t> m_llQueued{0};  // bytes written to the ring
+    std::atomic<std::uint64_t> m_llSent{0};    // of these, bytes that the thread has sent
+    std::atomic<std::uint32_t> m_nChunk{1};    // bytes of the chunk that the thread completes; 1: it has none
+    std::atomic<int> m_nReader{-1};            // the thread's reader of the ring
+    CSendSettings m_settings;                  // see GetSettingsPtr
+    bool m_bOpen = false;                      // Open has passed its first step
+    bool m_bSockets = false;                   // this object has started the sockets
+    CCritSec m_cs;                             // guards the addresses and the socket
+    SocketAddress m_destination;               // as of the last UpdateAddresses
+    SocketAddress m_local;                     // the same, of the local view
+    CDatagramSocket m_socket;                  // not bound, without options
+    CPushGate m_pushGate;                      // see HoldPush
+    bool m_bSendFailed = false;                // a trace text has been written; used by the thread alone
+    std::uint32_t m_nFailureTick = 0;          // when it was written, in ticks
 };
 
 }  // namespace kest

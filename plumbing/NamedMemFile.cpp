@@ -94,6 +94,11 @@ void CNamedMemFile::Close() {
 
 bool CNamedMemFile::IsOpen() const { return GetView() != nullptr; }
 
+bool CNamedMemFile::IsPosted() const {
+    CAutoLock lock(m_cs);
+    return m_memory.GetView() && m_memory.IsSignalled();
+}
+
 bool CNamedMemFile::IsCreator() const {
     CAutoLock lock(m_cs);
     return m_bCreator;

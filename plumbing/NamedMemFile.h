@@ -56,6 +56,8 @@ public:
     int WriteSignal(const void* pBuffer, std::int32_t nLength);
 
     bool IsOpen() const;
+    /// Open, and a record is posted now.
+    bool IsPosted() const;
     /// Opened with MEMFILE_CREATE, whether or not the block was there already.
     bool IsCreator() const;
     /// The block's address, null when closed; valid until it is closed. Others write there: atomic operations

@@ -26,10 +26,11 @@ Lines ReadLines(const fs::path& path) {
 
 /// What every session begins with: a folder of its own, in memory where the system has that (such a file
 /// system has files without names), the program as $P and as a command that cannot hang, the module as $M,
-/// the streams in the folder in/.
+/// the streams in the folder in/, what filters publish in a folder of its own too.
 constexpr const char* kBeginning = R"(umask 022; unset KEST_DEBUG KEST_TRACE
 folder=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
-trap 'rm -rf "$folder"' EXIT
+export XDG_RUNTIME_DIR=$(mktemp -d)
+trap 'rm -rf "$folder" "$XDG_RUNTIME_DIR"' EXIT
 cd "$folder" && ln -s ")" KEST_TEST_DATA R"(" in || exit
 export LC_ALL=C XDG_DATA_HOME=$PWD/data
 P=")" KEST_PROGRAM R"(" M=")" KEST_MODULE R"(" FAILING=")" KEST_FAILING_READ R"("
@@ -83,7 +84,7 @@ TEST_P(Transcript, IsWhatTheProgramDoes) {
 INSTANTIATE_TEST_SUITE_P(Golden, Transcript,
                          testing::Values("probe", "frames", "frames_ts", "frames_json", "samples",
                                          "samples_json", "demux", "errors", "outputs", "interrupts",
-                                         "modules"),
+                                         "modules", "live"),
                          [](const auto& test) { return test.param; });
 
 }  // namespace
