@@ -361,7 +361,7 @@ TEST(Mpeg4TsDemux, RunsAsOftenAsItIsPrepared) {
         for (int i = 0; i < 18 && bPrepared; ++i) {
             ASSERT_EQ(TakeFrame(core.GetVideoQueue(), kTooLongMs).value().info.llPts, i);
         }
-        ASSERT_TRUE(Eventually([&] { return core.IsStarved(); }));
+        ASSERT_TRUE(Eventually([&] { return core.HasTakenAll(); }));
         core.Stop();  // the last pictures are lost with the queue
         EXPECT_EQ(core.GetExitCode(), bPrepared ? 0 : -1);
         core.Restart();

@@ -163,7 +163,8 @@ TEST_F(Intake, AFlushLetsASampleGoThatWaitsForRoom) {
     Start();
     const ByteVector endless = [this] {
         ByteVector bytes;
-        while (bytes.size() < 6000000) bytes.insert(bytes.end(), m_stream.begin(), m_stream.end());
+        const auto endCode = m_stream.end() - 4;  // would bring about a reset
+        while (bytes.size() < 6000000) bytes.insert(bytes.end(), m_stream.begin(), endCode);
         return bytes;
     }();
     ExpectWaitEnds([&] { EXPECT_FALSE(PushAll(endless)); }, [&] { EXPECT_EQ(S_OK, Input().BeginFlush()); });
