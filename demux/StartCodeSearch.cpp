@@ -14,6 +14,12 @@ std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
+/// The bytes of a code in stream order.
+std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
+    return {static_cast<std::uint8_t>(nCode >> 24), static_cast<std::uint8_t>(nCode >> 16),
+            static_cast<std::uint8_t>(nCode >> 8), static_cast<std::uint8_t>(nCode)};
+}
+
 }  // namespace
 
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
@@ -36,10 +42,14 @@ std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {
 }
 
 std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode) {
-    const std::array<std::uint8_t, 4> abCode = {
-        static_cast<std::uint8_t>(nCode >> 24), static_cast<std::uint8_t>(nCode >> 16),
-        static_cast<std::uint8_t>(nCode >> 8), static_cast<std::uint8_t>(nCode)};
-    return FindPattern(bytes, abCode);
+    return FindPattern(bytes, GetCodeBytes(nCode));
+}
+
+std::optional<std::size_t> FindLastStartCode(Bytes bytes, std::uint32_t nCode) {
+    const auto abCode = GetCodeBytes(nCode);
+    const auto found = std::search(bytes.rbegin(), bytes.rend(), abCode.rbegin(), abCode.rend());
+    if (found == bytes.rend()) return std::nullopt;
+    return static_cast<std::size_t>(bytes.rend() - found) - abCode.size();
 }
 
 std::optional<std::size_t> FindPatPacket(Bytes bytes) {

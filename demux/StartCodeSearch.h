@@ -19,6 +19,9 @@ std::optional<std::size_t> FindStartCodePrefix(Bytes bytes);
 /// Index of the first byte of the first place where this 32-bit code stands, most significant byte first.
 std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode);
 
+/// The same for the last place.
+std::optional<std::size_t> FindLastStartCode(Bytes bytes, std::uint32_t nCode);
+
 /// Index of the first byte of the first transport packet that starts a PAT: the sync byte 0x47, then
 /// payload_unit_start_indicator set and PID 0 (the bits 7 and 5 of that byte may be anything).
 std::optional<std::size_t> FindPatPacket(Bytes bytes);

@@ -69,7 +69,13 @@ HRESULT CDemuxPath::CreatePsDemux() {
     return S_OK;
 }
 
-void CDemuxPath::InitSeeking() { m_videoPin.InitSeeking(); }
+/// The demuxer plays at the rate that the seeking object shows, which a start may set back.
+void CDemuxPath::InitSeeking() {
+    double dRate = 1.0;
+    m_videoPin.InitSeeking();
+    m_videoPin.GetSeeking().GetRate(&dRate);
+    SetRate(dRate);
+}
 
 /// Only traced so far: there is no transport-stream demuxer that would follow.
 void CDemuxPath::SelectTsTimeReference() {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <span>
 
-#include "demux/Mpeg2PsPullDemux.h"
 #include "control/SendSettings.h"
+#include "demux/Mpeg2PsPullDemux.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/AvTiming.h"
 #include "pins/VideoOutputPin.h"
@@ -81,6 +81,8 @@ public:
     void NewSegment(std::int64_t llPosition, std::int64_t llLength);
     /// The same, in a flush of both output pins.
     void Seek(std::int64_t llPosition);
+    /// Plays at another rate: see KestMpeg2PsPullDemux::SetRate. At any time, while no connection changes.
+    bool SetRate(double dRate) { return !m_pPsDemux || m_pPsDemux->SetRate(dRate); }
 
 private:
     struct Family;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <vector>
@@ -76,24 +77,66 @@ private:
     CThread m_thread;  // last: it uses the others
 };
 
+/// Passes frames to a handler until there have been enough.
+class CFrameCounter {
+public:
+    CFrameCounter(const FrameHandler& handler, std::uint64_t nCount) : m_handler(handler), m_nCount(nCount) {}
+
+    void Handle(EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
+        const std::uint64_t nBegun = ++m_nBegun;
+        if (nBegun > m_nCount) return;
+        m_handler(stream, info, payload);
+        if (++m_nDone == m_nCount) m_evEnough.Set();
+    }
+    /// Set when there have been enough.
+    CEvent& GetEnoughEvent() { return m_evEnough; }
+    /// @return whether no frame has been handled for a while, nor is now.
+    bool IsQuiet() {
+        constexpr auto kQuietTime = std::chrono::milliseconds(500);
+        const auto now = std::chrono::steady_clock::now();
+        const std::uint64_t nDone = m_nDone;
+        if (nDone != m_nWatched || nDone != m_nBegun) KeepAwake();
+        m_nWatched = nDone;
+        return now - m_lastMove >= kQuietTime;
+    }
+    /// Something moves though no frame comes: the while begins now.
+    void KeepAwake() { m_lastMove = std::chrono::steady_clock::now(); }
+
+private:
+    const FrameHandler& m_handler;
+    const std::uint64_t m_nCount;
+    std::atomic<std::uint64_t> m_nBegun{0}, m_nDone{0};
+    CEvent m_evEnough;
+    std::uint64_t m_nWatched = 0;  // m_nDone when IsQuiet was asked last
+    std::chrono::steady_clock::time_point m_lastMove = std::chrono::steady_clock::now();
+};
+
 }  // namespace
 
-void RunCore(const Input& input, const FrameHandler& handler) {
+void RunCore(const Input& input, const FrameHandler& handler, const PlayRange& range) {
     CProgress progress(input.llLength);
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
         throw CCommandError(kExitBadInput, input.path.string() + ": cannot start the demuxer");
-    core.NewSegment(0, input.llLength);
+    core.NewSegment(range.llFrom, input.llLength);
+    if (!core.SetRate(range.dRate)) throw CCommandError(kExitBadUsage, "--rate: too large, or no number");
+    CFrameCounter counter(handler, range.nCount);
+    const FrameHandler counted = [&](EStream stream, const FRAME_INFO& info,
+                                     std::span<const std::uint8_t> payload) {
+        counter.Handle(stream, info, payload);
+    };
     CEvent evFailed;
-    CStreamDrain video(EStream::Video, core.GetVideoQueue(), handler, evFailed);
-    CStreamDrain audio(EStream::Audio, core.GetAudioQueue(), handler, evFailed);
+    CStreamDrain video(EStream::Video, core.GetVideoQueue(), counted, evFailed);
+    CStreamDrain audio(EStream::Audio, core.GetAudioQueue(), counted, evFailed);
     core.Resume();
     for (CStreamDrain* pDrain : {&video, &audio}) {
-        CEvent* const apEvents[] = {&evFailed, &pDrain->GetEndEvent()};
+        CEvent* const apEvents[] = {&evFailed, &counter.GetEnoughEvent(), &pDrain->GetEndEvent()};
         while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
             if (!core.IsRunning())
                 throw CCommandError(kExitBadInput, input.path.string() + ": no end of stream received");
+            if (!core.IsTrickPlayIdle()) counter.KeepAwake();
+            if (core.IsTrickPlay() && counter.IsQuiet()) break;
             progress.Show(std::max(video.GetPosition(), audio.GetPosition()));
         }
     }

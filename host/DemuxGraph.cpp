@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <string>
 
-#include "filter/DemuxSettings.h"
 #include "control/Identifiers.h"
+#include "filter/DemuxSettings.h"
 #include "host/CommandError.h"
 #include "host/DemuxModule.h"
 #include "host/Interrupts.h"
@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint32_t kWatchMs = 100;  // how often progress is shown and interrupts are checked
 constexpr double kTicksPerSecond = 1e7;
+constexpr auto kQuietTime = std::chrono::milliseconds(500);  // without a sample of trick play
 constexpr auto kStallTime = std::chrono::milliseconds(900);  // between the last byte and giving up
 
 CComPtr<IPin> FindPin(IBaseFilter* pFilter, LPCWSTR pszName) {
@@ -74,8 +75,11 @@ void CDemuxGraph::SetFreeRun(IBaseFilter* pDemux) {
     Require(pSettings->put_SendSettings(&settings), kWhat);
 }
 
-void CDemuxGraph::Seek(double dSeconds) {
+// The rate first: it would take effect wherever the demuxer has come to after the seek.
+void CDemuxGraph::Seek(double dSeconds, double dRate) {
     Require(m_pGraph->Pause(), "cannot pause the graph");
+    m_bTrickPlay = dRate != 1.0;
+    if (m_bTrickPlay) Require(m_pGraph->SetRate(dRate), "cannot change the rate");
     Require(m_pGraph->Seek(static_cast<REFERENCE_TIME>(dSeconds * kTicksPerSecond)), "not seekable");
 }
 
@@ -88,7 +92,8 @@ void CDemuxGraph::RunToEnd() {
     m_pAudio->RethrowError();
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
     CheckReadErrors(m_input);
-    if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
+    if (!bDone && !m_bTrickPlay)
+        throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
 }
 
 void CDemuxGraph::WaitForEnd() {
@@ -100,23 +105,23 @@ void CDemuxGraph::WaitForEnd() {
 }
 
 bool CDemuxGraph::IsDone() const {
-    return IsInterrupted() || m_pVideo->HasFailed() || m_pAudio->HasFailed() ||
+    return IsInterrupted() || m_bEndRequested || m_pVideo->HasFailed() || m_pAudio->HasFailed() ||
            (m_pVideo->HasEnded() && m_pAudio->HasEnded());
 }
 
 /// Whether nothing has moved for a while though the whole file has been read. A handler at work, which may
-/// wait for whoever reads its output, counts as movement.
+/// wait for whoever reads its output, counts as movement. Trick play need not read the whole file.
 bool CDemuxGraph::HasStalled() {
     const std::uint32_t nVideo = m_pVideo->GetActivity(), nAudio = m_pAudio->GetActivity();
     const LONGLONG llPosition = m_pSource->GetPosition();
     const std::uint64_t nActivity = static_cast<std::uint64_t>(llPosition) + nVideo + nAudio;
     const auto now = std::chrono::steady_clock::now();
-    const bool bBusy = nVideo % 2 != 0 || nAudio % 2 != 0 || llPosition < m_input.llLength;
+    const bool bBusy = nVideo % 2 != 0 || nAudio % 2 != 0 || (!m_bTrickPlay && llPosition < m_input.llLength);
     if (bBusy || nActivity != m_nActivity) {
         m_nActivity = nActivity;
         m_lastActivity = now;
     }
-    return now - m_lastActivity > kStallTime;
+    return now - m_lastActivity > (m_bTrickPlay ? kQuietTime : kStallTime);
 }
 
 void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {

@@ -40,6 +40,14 @@ void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
                          "was registered last");
 }
 
+void AddRateOptions(CLI::App* pCommand, double& dRate, std::uint64_t& nCount) {
+    pCommand->add_option(
+        "--rate", dRate,
+        "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
+        "nothing came for half a second");
+    pCommand->add_option("--count", nCount, "how many to list")->check(CLI::PositiveNumber);
+}
+
 /// Turns on the texts of the program and of the modules that it loads later.
 void ShowTexts(int nVerbosity) {
     if (nVerbosity >= 1) setenv("KEST_DEBUG", "1", 1);
@@ -58,9 +66,12 @@ void AddProbeCommand(CLI::App& app) {
 
 void AddFramesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<FramesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame that the demuxer queues",
-                                        pOptions->strFile, "kestdemux frames movie.mpg --json");
+    CLI::App* pCommand =
+        AddFileCommand(app, "frames", "List every frame that the demuxer queues", pOptions->strFile,
+                       "kestdemux frames movie.mpg --rate -2 --from 90000000");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
+    AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
+    pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(CLI::NonNegativeNumber);
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 
@@ -71,6 +82,7 @@ void AddSamplesCommand(CLI::App& app) {
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
+    AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     AddModuleOption(pCommand, pOptions->strModule);
     pCommand->callback([pOptions] { RunSamples(*pOptions); });
 }
