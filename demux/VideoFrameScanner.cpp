@@ -25,26 +25,26 @@ void CVideoFrameScanner::SeekTo(std::int64_t llPosition) {
 
 CVideoFrameScanner::EFrame CVideoFrameScanner::ReadFrameForward() {
     const std::int64_t llBegin = m_llPosition;
-    if (AssembleFrame()) return EFrame::Found;
-    const bool bFailed = m_window.HasFailed();
-    m_llPosition = bFailed ? llBegin : std::max(llBegin, m_source.GetEnd());
-    return bFailed ? EFrame::Failed : EFrame::None;
+    const EFrame frame = AssembleFrame();
+    if (frame == EFrame::None) m_llPosition = std::max(llBegin, m_source.GetEnd());
+    if (frame == EFrame::Failed) m_llPosition = llBegin;
+    return frame;
 }
 
-bool CVideoFrameScanner::AssembleFrame() {
+CVideoFrameScanner::EFrame CVideoFrameScanner::AssembleFrame() {
     m_frame.Reset();
     for (bool bBegun = false;;) {
         const Bytes header = FindPacket();
-        if (header.empty()) return false;
+        if (header.empty()) return GetFailure();
         if (HasPts(header)) {
-            if (bBegun) return true;
+            if (bBegun) return EFrame::Found;
             bBegun = true;
             m_llFramePos = m_llPosition;
         }
         if (!bBegun) {
             m_llPosition += kPesFixedHeader;
         } else if (!AppendPayload(header)) {
-            return false;
+            return GetFailure();
         }
     }
 }
@@ -87,9 +87,9 @@ bool CVideoFrameScanner::AppendPayload(Bytes header) {
 CVideoFrameScanner::EFrame CVideoFrameScanner::ReadFrameBackward() {
     if (const EFrame packet = FindPacketBackward(); packet != EFrame::Found) return packet;
     const std::int64_t llFound = m_llPosition;
-    const bool bWhole = AssembleFrame();
+    const EFrame frame = AssembleFrame();
     m_llPosition = llFound;
-    return bWhole ? EFrame::Found : EFrame::None;
+    return frame;
 }
 
 /// Goes to the nearest packet with a PTS whose start code lies wholly before this position. A header that the
@@ -98,7 +98,7 @@ CVideoFrameScanner::EFrame CVideoFrameScanner::FindPacketBackward() {
     std::int64_t llEnd = m_llPosition;
     while (llEnd >= kCodeSize) {
         const Bytes bytes = m_window.Before(llEnd, kCodeSize);
-        if (bytes.empty()) return EFrame::Failed;
+        if (bytes.empty()) return GetFailure();
         const std::int64_t llBegin = llEnd - static_cast<std::int64_t>(bytes.size());
         const auto nFound = FindLastStartCode(bytes, kVideoPacket);
         if (!nFound) {

@@ -36,9 +36,9 @@ public:
     /// @return None at the end of the source, where the scanner then stands. Failed: it stands where it did.
     EFrame ReadFrameForward();
     /// Takes the nearest frame whose first start code lies wholly before this position, and stands on that
-    /// packet, also when the frame has no end (None).
-    /// @return None without such a frame: then the scanner stands on the first byte of the source. Failed:
-    ///         it stands where it did.
+    /// packet, also when the frame has no end (None) or its bytes cannot be read (Failed).
+    /// @return None without such a packet: then the scanner stands on the first byte of the source. Failed when
+    ///         the search cannot read: it stands where it did.
     EFrame ReadFrameBackward();
 
     /// The frame found last, until the next one is looked for, and the file offset of its first packet.
@@ -46,10 +46,12 @@ public:
     std::int64_t GetFramePos() const { return m_llFramePos; }
 
 private:
-    bool AssembleFrame();
+    EFrame AssembleFrame();
     bool AppendPayload(Bytes header);
     Bytes FindPacket();
     EFrame FindPacketBackward();
+    /// Why the window has brought nothing.
+    EFrame GetFailure() const { return m_window.HasFailed() ? EFrame::Failed : EFrame::None; }
 
     CScanWindow m_window;
     const IScanSource& m_source;
