@@ -120,7 +120,7 @@ void RunCore(const Input& input, const FrameHandler& handler, const PlayRange& r
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
         throw CCommandError(kExitBadInput, input.path.string() + ": cannot start the demuxer");
     core.NewSegment(range.llFrom, input.llLength);
-    if (!core.SetRate(range.dRate)) throw CCommandError(kExitBadUsage, "--rate: too large, or no number");
+    core.SetRate(range.dRate);
     CFrameCounter counter(handler, range.nCount);
     const FrameHandler counted = [&](EStream stream, const FRAME_INFO& info,
                                      std::span<const std::uint8_t> payload) {

@@ -18,7 +18,7 @@ using FrameHandler =
 
 /// What is played of an input, and how fast.
 struct PlayRange {
-    double dRate = 1.0;
+    double dRate = 1.0;       // one that the demuxer takes
     std::int64_t llFrom = 0;  // byte to begin at
     std::uint64_t nCount =
         std::numeric_limits<std::uint64_t>::max();  // frames after which it ends, at least 1

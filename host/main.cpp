@@ -1,5 +1,6 @@
 // The program kestdemux: a command-line host of the demultiplexer.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,7 @@ using namespace kest;
 
 constexpr const char* kInputHelp = "the stream to read";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
+constexpr double kMostRate = 1e8;    // whose tenfold is an int
 
 /// Adds a command that ends its help with an example.
 CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample) {
@@ -40,11 +42,18 @@ void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
                          "was registered last");
 }
 
+/// A range does not exclude what is no number. @return the error message, or an empty text.
+std::string RejectNaN(const std::string& strNumber) {
+    return std::isnan(std::strtod(strNumber.c_str(), nullptr)) ? strNumber + " is not a number" : "";
+}
+
 void AddRateOptions(CLI::App* pCommand, double& dRate, std::uint64_t& nCount) {
-    pCommand->add_option(
-        "--rate", dRate,
-        "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
-        "nothing came for half a second");
+    pCommand
+        ->add_option(
+            "--rate", dRate,
+            "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
+            "nothing came for half a second")
+        ->check(CLI::Range(-kMostRate, kMostRate) & CLI::Validator(RejectNaN, ""));
     pCommand->add_option("--count", nCount, "how many to list")->check(CLI::PositiveNumber);
 }
 
