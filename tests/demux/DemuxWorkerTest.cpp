@@ -223,9 +223,9 @@ TEST(DemuxWorker, NoFrameOfAPastSegmentComesAfterARateChangeStress) {
     RunForASecond([&](int i) {
         core.NewSegment(i * 7919 % 597627, 597627);
         core.SetRate(std::array{0.5, 2.0, -0.5, -1.0}[static_cast<std::size_t>(i % 4)]);
-        Spin(i % 977 * 100);
-        core.NewSegment(0, 597627);
+        Spin(i % 977 * 20);
         core.SetRate(1.5);
+        core.NewSegment(0, 597627);
         for (const int nPosition : {56, 98470}) {
             const auto frame = Take(core);
             ASSERT_TRUE(frame && frame->info.llFilePos == nPosition && !frame->info.bNoVideo)
