@@ -54,7 +54,8 @@ void AddRateOptions(CLI::App* pCommand, double& dRate, std::uint64_t& nCount) {
             "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
             "nothing came for half a second")
         ->check(CLI::Range(-kMostRate, kMostRate) & CLI::Validator(RejectNaN, ""));
-    pCommand->add_option("--count", nCount, "how many to list")->check(CLI::Range(std::uint64_t{1}, kNoLimit));
+    pCommand->add_option("--count", nCount, "how many to list")
+        ->check(CLI::Range(std::uint64_t{1}, kNoLimit));
 }
 
 /// Turns on the texts of the program and of the modules that it loads later.
