@@ -86,11 +86,23 @@ void CDemuxWorker::Reset() {
     if (!IsPulling()) m_pushed.Flush();
 }
 
-// The flag first: what the thread is about to queue is of the old segment. Under the lock: were the queues
-// emptied after the thread has taken the request, frames of the new segment would be lost.
 void CDemuxWorker::RequestSegment(std::int64_t llStart) {
     if (!m_bOpen) return;
     std::lock_guard lock(m_requestMutex);
+    EmptyForSegment(llStart);
+}
+
+// The segment before the rate: a step that already sees the new rate sees the request too, and ends at once.
+void CDemuxWorker::RequestRate(int nRate) {
+    std::lock_guard lock(m_requestMutex);
+    if (nRate == m_nRate) return;
+    if (m_bOpen && !m_bNewSegment) EmptyForSegment(m_llPosition);
+    m_nRate = nRate;
+}
+
+/// Under m_requestMutex: were the queues emptied after the thread has taken the request, frames of the new
+/// segment would be lost. The flag first: what the thread is about to queue is of the old segment.
+void CDemuxWorker::EmptyForSegment(std::int64_t llStart) {
     m_llSegmentPos = llStart;
     m_bNewSegment = true;
     if (!IsPulling()) m_pushed.Flush();
@@ -111,6 +123,8 @@ void CDemuxWorker::HonourRequests() {
 /// Under m_requestMutex.
 void CDemuxWorker::BeginSegment() {
     m_input.SeekTo(m_llSegmentPos);
+    if (m_pTrickPlay) m_pTrickPlay->SeekTo(m_llSegmentPos);
+    m_llPosition = m_input.GetPosition(0);
     m_bEndSent = false;
     m_video.GetQueue().Reset();
     m_audio.GetQueue().Reset();
@@ -125,6 +139,10 @@ std::int32_t CDemuxWorker::ThreadProc() {
     BeginRun();
     for (bool bEnded = false; !bEnded && m_evRun.Wait() && !m_evStop.IsSignalled();) {
         HonourRequests();
+        if (IsTrickPlay()) {
+            PlayTrick();
+            continue;
+        }
         switch (m_pParser->ParseUnit()) {
             case EParsed::Unit:
                 if (m_bEndSent) m_bEndSent = false;
@@ -134,6 +152,7 @@ std::int32_t CDemuxWorker::ThreadProc() {
             case EParsed::Ended: bEnded = true; break;
             case EParsed::Failed: return -1;
         }
+        m_llPosition = m_input.GetPosition(0);
     }
     m_pParser->End();
     return 0;
@@ -163,6 +182,42 @@ void CDemuxWorker::OnNoData() {
         m_bEndSent = true;
     }
     m_evStop.Wait(kPauseMs);
+}
+
+// ---------------- trick play
+
+void CDemuxWorker::EnableTrickPlay() {
+    ITrickPlayHost& host = *this;
+    m_pTrickPlay = std::make_unique<CTrickPlay>(host, m_sizes.video.nMaxFrame);
+}
+
+/// One step; what is pushed plays at the normal rate alone.
+void CDemuxWorker::PlayTrick() {
+    constexpr std::uint32_t kPauseMs = 100;
+    m_bTrickPlayIdle = false;
+    if (m_pTrickPlay && IsPulling()) {
+        const CTrickPlay::EStep step = m_pTrickPlay->Step(m_nRate);
+        m_llPosition = m_pTrickPlay->GetPosition();
+        if (step == CTrickPlay::EStep::Done || m_bNewSegment) return;
+    }
+    m_bTrickPlayIdle = true;
+    m_evStop.Wait(kPauseMs);
+}
+
+// The generation before the flag: a segment that is requested later empties the queue later.
+bool CDemuxWorker::MayGoOn() {
+    m_llPosition = m_pTrickPlay->GetPosition();
+    m_evRun.Wait();
+    m_nFrameGeneration = m_video.GetQueue().GetWriteGeneration();
+    return !m_bNewSegment && !m_evStop.IsSignalled();
+}
+
+bool CDemuxWorker::Read(std::int64_t llPosition, std::span<std::uint8_t> room) {
+    return !m_bNewSegment && m_pulled.Read(llPosition, room);
+}
+
+void CDemuxWorker::Deliver(Bytes frame, const FRAME_INFO& info) {
+    m_video.GetQueue().WriteEx(frame, &info, kInfinite, m_nFrameGeneration);
 }
 
 }  // namespace kest

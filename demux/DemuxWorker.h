@@ -11,6 +11,7 @@
 #include "demux/PushedSource.h"
 #include "demux/StreamInput.h"
 #include "demux/StreamParser.h"
+#include "demux/TrickPlay.h"
 #include "plumbing/WorkerThread.h"
 
 namespace kest {
@@ -33,7 +34,7 @@ struct DemuxSizes {
 /// of CWorkerThread may be called from any thread; `Open` and destruction as `Restart`. A demuxer that is not
 /// open (`Open` was not called, failed or threw) takes no pushed data and no requests, and its thread ends at
 /// once. Lock order: m_requestMutex, then those of source and queues.
-class CDemuxWorker : public CWorkerThread {
+class CDemuxWorker : public CWorkerThread, private ITrickPlayHost {
 public:
     /// Attaches ring and queues, opens the demuxer's sides and starts the thread, which holds until `Resume`.
     /// Called once. When it fails, or throws for want of memory, the demuxer is as before.
@@ -95,6 +96,16 @@ protected:
     bool IsResetPending() const { return m_bReset; }
     /// Asks for a restart at an offset of the source, and empties both queues. Any thread.
     void RequestSegment(std::int64_t llStart);
+    /// The family can be played at other rates than 1.0. Called at most once, by the constructor; without it
+    /// nothing comes at such rates.
+    void EnableTrickPlay();
+    /// Changes the rate. Another rate than the present one takes effect in a new segment: the one that is
+    /// requested already, else one at the present position, for which both queues are emptied. Any thread.
+    /// @param nRate  the rate times 10.
+    void RequestRate(int nRate);
+    /// The rate is not the normal one; and the last step of trick play has found nothing. Any thread.
+    bool IsTrickPlay() const { return m_nRate != CTrickPlay::kNormalRate; }
+    bool IsTrickPlayIdle() const { return m_bTrickPlayIdle; }
 
     CStreamInput m_input;  // what the parser parses
     CFrameOutput m_video;  // where its frames go
@@ -106,6 +117,12 @@ private:
     void HonourRequests();
     void BeginSegment();
     void OnNoData();
+    void PlayTrick();
+    void EmptyForSegment(std::int64_t llStart);
+    bool MayGoOn() override;
+    bool Read(std::int64_t llPosition, std::span<std::uint8_t> room) override;
+    std::int64_t GetEnd() const override { return m_pulled.GetEnd(); }
+    void Deliver(Bytes frame, const FRAME_INFO& info) override;
     bool IsPulling() const { return m_pulled.HasReader(); }
     int OpenSides();
     void CloseSides();
@@ -122,6 +139,11 @@ private:
     std::atomic<bool> m_bReset{false};       // a reset is requested
     std::atomic<bool> m_bNewSegment{false};  // a restart is requested
     std::int64_t m_llSegmentPos = 0;         // where the last one requested is to begin; under m_requestMutex
+    std::unique_ptr<CTrickPlay> m_pTrickPlay;           // see EnableTrickPlay
+    std::atomic<int> m_nRate{CTrickPlay::kNormalRate};  // rate times 10; changed under m_requestMutex
+    std::atomic<std::int64_t> m_llPosition{0};          // offset in the source of what comes next
+    std::atomic<bool> m_bTrickPlayIdle{false};          // see IsTrickPlayIdle
+    std::uint32_t m_nFrameGeneration = 0;  // of the video queue when the present trick-play frame was begun
 };
 
 }  // namespace kest

@@ -11,7 +11,6 @@ namespace kest {
 namespace {
 
 constexpr std::array<std::uint8_t, 2> kNoTail = {0xFF, 0xFF};
-constexpr std::uint32_t kPesFixedHeader = 9;  // of a PES packet: start code, length, flags, header length
 
 }  // namespace
 

@@ -9,6 +9,8 @@ namespace kest {
 /// The program-stream demuxer that can read a source itself: frames have byte positions then, parsing can
 /// restart at a byte position, and the end of the source puts an end-of-stream record into both queues.
 ///
+/// At other rates than 1.0 it delivers video frames alone, without timestamps (trick play).
+///
 /// Without a reader it is in push operation and parses what is pushed; positions are 0 then, and the end of
 /// the stream is up to whoever pushes.
 class KestMpeg2PsPullDemux final : public KestMpeg2PsDemux {
@@ -17,7 +19,9 @@ public:
 
     /// @param nStopBoundMs  see DemuxSizes.
     explicit KestMpeg2PsPullDemux(std::uint32_t nStopBoundMs = kStopBoundMs)
-        : KestMpeg2PsDemux(nStopBoundMs) {}
+        : KestMpeg2PsDemux(nStopBoundMs) {
+        EnableTrickPlay();
+    }
 
     ~KestMpeg2PsPullDemux() { EndThread(); }
 
@@ -34,6 +38,15 @@ public:
         SetEnd(llStop);
         RequestSegment(llStart);
     }
+    /// Plays at another rate from the present position on, or from that of a segment which is requested: see
+    /// CTrickPlay. At 1.0 all is parsed; at other rates a source needs an end position, and pushed bytes bring
+    /// nothing. Any thread.
+    /// @param dRate  counts to its first decimal.
+    /// @return false, with nothing changed, for a rate that is no number or whose tenfold is no `int`.
+    bool SetRate(double dRate);
+    /// The rate is not 1.0; and there is nothing to deliver at this rate, for now. Any thread.
+    using CDemuxWorker::IsTrickPlay;
+    using CDemuxWorker::IsTrickPlayIdle;
 };
 
 }  // namespace kest

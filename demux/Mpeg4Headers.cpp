@@ -3,6 +3,7 @@
 #include <bit>
 
 #include "demux/BitReader.h"
+#include "demux/StartCodeSearch.h"
 
 namespace kest {
 namespace {
@@ -137,6 +138,15 @@ int ParseGov(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes) {
     if (reader.Failed()) return kDamaged;
     state.nSeconds = nHours * 3600 + nMinutes * 60 + nSeconds;
     return kDone;
+}
+
+int FrameCodingType(std::span<const std::uint8_t> frame) {
+    constexpr std::uint32_t kVopStartCode = 0x000001B6;
+    constexpr unsigned kSprite = 3;
+    const auto nVop = FindStartCode(frame, kVopStartCode);
+    if (!nVop || *nVop + 4 >= frame.size()) return -1;
+    const unsigned nType = frame[*nVop + 4] >> 6;
+    return nType == kSprite ? -1 : static_cast<int>(nType);
 }
 
 int ParseVopTime(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes) {

@@ -50,6 +50,9 @@ int ParseVol(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes);
 /// @return -1, with nothing changed, when it is cut short.
 int ParseGov(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes);
 
+/// vop_coding_type of the first VOP in a frame: 0 I, 1 P, 2 B; -1 without a VOP, or for another type.
+int FrameCodingType(std::span<const std::uint8_t> frame);
+
 /// VOP: its coding type, and its time in ticks of the clock unit.
 /// @return -1 with at most the coding type and what belongs to the previous time changed; without a layer
 ///         before it always.

@@ -7,6 +7,9 @@
 
 namespace kest {
 
+/// Bytes of a PES header up to PES_header_data_length: start code, PES_packet_length, flags, header length.
+constexpr std::uint32_t kPesFixedHeader = 9;
+
 /// The timestamps of one PES packet: 33-bit counts of the 90 kHz clock.
 struct PesTimestamps {
     std::int64_t llPts;

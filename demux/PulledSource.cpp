@@ -15,19 +15,22 @@ constexpr std::int64_t kLastPosition = std::numeric_limits<std::int64_t>::max() 
 std::uint32_t CPulledSource::Fetch(const FetchRequest& request) {
     const std::int64_t llPosition = request.llPosition, llEnd = m_llEnd;
     if (llPosition < 0 || llPosition > kLastPosition) return 0;
+    const auto ReadBytes = [&](std::int64_t nLength) {
+        return Read(llPosition, request.room.first(static_cast<std::size_t>(nLength)));
+    };
     const std::int64_t llRest = llEnd > llPosition ? llEnd - llPosition : 0;
     const std::int64_t llBlocks = std::min(llRest / kBlockSize, kMostBlocks);
-    if (llBlocks > 1 && Read(request, llBlocks * kBlockSize)) {
+    if (llBlocks > 1 && ReadBytes(llBlocks * kBlockSize)) {
         return static_cast<std::uint32_t>(llBlocks * kBlockSize);
     }
-    if (Read(request, kBlockSize)) return kBlockSize;
+    if (ReadBytes(kBlockSize)) return kBlockSize;
     const bool bLast = llRest > 0 && llRest < kBlockSize && llRest >= request.nWanted;
-    return bLast && Read(request, llRest) ? static_cast<std::uint32_t>(llRest) : 0;
+    return bLast && ReadBytes(llRest) ? static_cast<std::uint32_t>(llRest) : 0;
 }
 
-bool CPulledSource::Read(const FetchRequest& request, std::int64_t llLength) {
-    return m_bOpen && m_pReader.load()->SyncRead(request.llPosition, static_cast<LONG>(llLength),
-                                                 request.room.data()) == S_OK;
+bool CPulledSource::Read(std::int64_t llPosition, std::span<std::uint8_t> room) {
+    return m_bOpen &&
+           m_pReader.load()->SyncRead(llPosition, static_cast<LONG>(room.size()), room.data()) == S_OK;
 }
 
 }  // namespace kest

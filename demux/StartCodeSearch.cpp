@@ -14,16 +14,37 @@ std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
+constexpr std::size_t kBlock = 256;  // bytes that are tested at a time
+
+/// Whether one of the bytes p[0] to p[kBlock - 1] is nFirst with nSecond behind it. In one go, without a
+/// decision on the way, so that the compiler can use wide registers.
+bool HasPair(const std::uint8_t* p, std::uint8_t nFirst, std::uint8_t nSecond) {
+    std::uint8_t nLeast = 0xFF;
+    for (std::size_t k = 0; k < kBlock; ++k) {
+        const auto nDifference = static_cast<std::uint8_t>((p[k] ^ nFirst) | (p[k + 1] ^ nSecond));
+        nLeast = nDifference < nLeast ? nDifference : nLeast;
+    }
+    return nLeast == 0;
+}
+
+/// The bytes of a code in stream order.
+std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
+    return {static_cast<std::uint8_t>(nCode >> 24), static_cast<std::uint8_t>(nCode >> 16),
+            static_cast<std::uint8_t>(nCode >> 8), static_cast<std::uint8_t>(nCode)};
+}
+
 }  // namespace
 
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
-    constexpr std::size_t kRarest = 2;  // index in the pattern
-    if (bytes.size() < pattern.size()) return std::nullopt;
-    const std::size_t nEnd = bytes.size() - pattern.size() + kRarest + 1;
-    for (std::size_t i = kRarest; i < nEnd; ++i) {
-        i = FindByte(bytes, i, nEnd, pattern[kRarest]);
-        if (i < nEnd && std::equal(pattern.begin(), pattern.end(), bytes.data() + (i - kRarest))) {
-            return i - kRarest;
+    const std::size_t nLast = pattern.size() - 1;
+    const bool bBlocks = bytes.size() >= nLast + kBlock;  // the last one overlaps that before it
+    for (std::size_t i = nLast; i < bytes.size();) {      // where the pattern's last byte may be
+        const std::size_t nBlockEnd = std::min(i + kBlock, bytes.size());
+        const std::uint8_t* const pBlock = bBlocks ? &bytes[nBlockEnd - kBlock - 1] : nullptr;
+        if (pBlock && !HasPair(pBlock, pattern[nLast - 1], pattern[nLast])) i = nBlockEnd;
+        for (; i < nBlockEnd; ++i) {
+            const std::uint8_t* const p = &bytes[i - nLast];
+            if (bytes[i] == pattern[nLast] && std::equal(pattern.begin(), pattern.end(), p)) return i - nLast;
         }
     }
     return std::nullopt;
@@ -36,10 +57,14 @@ std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {
 }
 
 std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode) {
-    const std::array<std::uint8_t, 4> abCode = {
-        static_cast<std::uint8_t>(nCode >> 24), static_cast<std::uint8_t>(nCode >> 16),
-        static_cast<std::uint8_t>(nCode >> 8), static_cast<std::uint8_t>(nCode)};
-    return FindPattern(bytes, abCode);
+    return FindPattern(bytes, GetCodeBytes(nCode));
+}
+
+std::optional<std::size_t> FindLastStartCode(Bytes bytes, std::uint32_t nCode) {
+    const auto abCode = GetCodeBytes(nCode);
+    const auto found = std::search(bytes.rbegin(), bytes.rend(), abCode.rbegin(), abCode.rend());
+    if (found == bytes.rend()) return std::nullopt;
+    return static_cast<std::size_t>(bytes.rend() - found) - abCode.size();
 }
 
 std::optional<std::size_t> FindPatPacket(Bytes bytes) {

@@ -1,4 +1,4 @@
-// Searches in stream bytes. Each goes at the speed of memchr for the rarest byte of its pattern.
+// Searches in stream bytes, many bytes at a time.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 
 namespace kest {
 
-/// Index of the first byte of the first place where `pattern` stands: three bytes or more, of which the third
-/// is the rarest, as in start codes.
+/// Index of the first byte of the first place where `pattern` stands: two bytes or more, of which the last two
+/// are rare, as in start codes.
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern);
 
 /// Index of the first byte of the first start code prefix, 00 00 01 (ISO/IEC 13818-1 2.4.4.5).
@@ -18,6 +18,9 @@ std::optional<std::size_t> FindStartCodePrefix(Bytes bytes);
 
 /// Index of the first byte of the first place where this 32-bit code stands, most significant byte first.
 std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode);
+
+/// The same for the last place.
+std::optional<std::size_t> FindLastStartCode(Bytes bytes, std::uint32_t nCode);
 
 /// Index of the first byte of the first transport packet that starts a PAT: the sync byte 0x47, then
 /// payload_unit_start_indicator set and PID 0 (the bits 7 and 5 of that byte may be anything).

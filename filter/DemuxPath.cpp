@@ -104,8 +104,12 @@ HRESULT CDemuxPath::CreateFramer() {
     return S_OK;
 }
 
+/// The demuxer plays at the rate that the seeking object shows, which a start may set back.
 HRESULT CDemuxPath::InitSeeking() {
+    double dRate = 1.0;
     m_videoPin.InitSeeking();
+    m_videoPin.GetSeeking().GetRate(&dRate);
+    SetRate(dRate);
     return S_OK;
 }
 

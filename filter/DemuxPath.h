@@ -106,6 +106,8 @@ public:
     void NewSegment(std::int64_t llPosition, std::int64_t llLength);
     /// The same, in a flush of both output pins.
     void Seek(std::int64_t llPosition);
+    /// Plays at another rate: see KestMpeg2PsPullDemux::SetRate. At any time, while no connection changes.
+    bool SetRate(double dRate) { return !m_pPsDemux || m_pPsDemux->SetRate(dRate); }
 
 private:
     struct Family;

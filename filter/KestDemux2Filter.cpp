@@ -302,13 +302,14 @@ HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
     return S_OK;
 }
 
-// The demuxer plays at the stream's own rate so far: the rate is traced and goes no further.
+// Not under the state lock, which a stop may hold for long. The pins' lock keeps the demuxer in its place.
 HRESULT CKestDemux2Filter::RateHook(double dRate) {
     constexpr double kMaxTracedRate = 1e8;
+    CAutoLock lock(m_csPins);
     if (!m_path.Mode().bSeekable) return S_OK;
     const double dShown = dRate >= -kMaxTracedRate && dRate <= kMaxTracedRate ? dRate : 0.0;
     Trace("Change Rate = %d\n", static_cast<int>(dShown * 10));
-    return S_OK;
+    return m_path.SetRate(dRate) ? S_OK : E_INVALIDARG;
 }
 
 }  // namespace kest

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -17,10 +18,15 @@ struct ProbeOptions {
 /// Prints what the probe finds out about a file: class, name, bit rate, length, estimated duration.
 void RunProbe(const ProbeOptions& options);
 
+constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
+
 struct FramesOptions {
     std::string strFile;
     bool bJson = false;
     ETsTiming timing = ETsTiming::Pes;  // of a transport stream's frames
+    double dRate = 1.0;                 // at which it is played
+    std::int64_t llFrom = 0;            // byte to begin at
+    std::uint64_t nCount = kNoLimit;    // frames after which the listing ends
 };
 /// Lists every frame that the demuxer queues, and the record that ends each stream when it queues one. In
 /// order within each stream; the streams interleave as they come.
@@ -29,8 +35,10 @@ void RunFrames(const FramesOptions& options);
 struct SamplesOptions {
     std::string strFile;
     bool bJson = false;
-    std::optional<double> dSeek;  // media time to begin at, seconds
-    std::string strModule;        // module of the demultiplexer; empty: see LoadDemuxModule
+    std::optional<double> dSeek;      // media time to begin at, seconds
+    double dRate = 1.0;               // at which it is played
+    std::uint64_t nCount = kNoLimit;  // samples after which the listing ends
+    std::string strModule;            // module of the demultiplexer; empty: see LoadDemuxModule
 };
 /// Lists every sample and every event that leaves the output pins, with its times. In order within each pin;
 /// the pins interleave as they come.

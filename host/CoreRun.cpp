@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "demux/ElementaryStreamFramer.h"
 #include "demux/Mpeg1PsDemux.h"
@@ -134,20 +136,63 @@ private:
     throw CCommandError(kExitBadInput, input.path.string() + ": " + pszWhy);
 }
 
+/// Passes frames to a handler until there have been enough.
+class CFrameCounter {
+public:
+    CFrameCounter(const FrameHandler& handler, std::uint64_t nCount) : m_handler(handler), m_nCount(nCount) {}
+
+    void Handle(EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
+        const std::uint64_t nBegun = ++m_nBegun;
+        if (nBegun > m_nCount) return;
+        m_handler(stream, info, payload);
+        if (++m_nDone == m_nCount) m_evEnough.Set();
+    }
+    /// Set when there have been enough.
+    CEvent& GetEnoughEvent() { return m_evEnough; }
+    /// @return whether no frame has been handled for a while, nor is now.
+    bool IsQuiet() {
+        constexpr auto kQuietTime = std::chrono::milliseconds(500);
+        const auto now = std::chrono::steady_clock::now();
+        const std::uint64_t nDone = m_nDone;
+        if (nDone != m_nWatched || nDone != m_nBegun) KeepAwake();
+        m_nWatched = nDone;
+        return now - m_lastMove >= kQuietTime;
+    }
+    /// Something moves though no frame comes: the while begins now.
+    void KeepAwake() { m_lastMove = std::chrono::steady_clock::now(); }
+
+private:
+    const FrameHandler& m_handler;
+    const std::uint64_t m_nCount;
+    std::atomic<std::uint64_t> m_nBegun{0}, m_nDone{0};
+    CEvent m_evEnough;
+    std::uint64_t m_nWatched = 0;  // m_nDone when IsQuiet was asked last
+    std::chrono::steady_clock::time_point m_lastMove = std::chrono::steady_clock::now();
+};
+
 /// The two queues of a demuxer that is open, being emptied into the handler, and the waits for them.
 class CStreams {
 public:
-    CStreams(const Input& input, CBlockMemFileEx& video, CBlockMemFileEx& audio, const FrameHandler& handler)
+    CStreams(const Input& input, CBlockMemFileEx& video, CBlockMemFileEx& audio, CFrameCounter& frames)
         : m_input(input),
-          m_video(EStream::Video, video, handler, m_evFailed),
-          m_audio(EStream::Audio, audio, handler, m_evFailed) {}
+          m_frames(frames),
+          m_handler([&frames](EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
+              frames.Handle(stream, info, payload);
+          }),
+          m_video(EStream::Video, video, m_handler, m_evFailed),
+          m_audio(EStream::Audio, audio, m_handler, m_evFailed) {}
 
-    /// Waits for an event, the handler's failure or an interrupt, and shows progress.
-    /// @param getPosition  bytes of the input that are done; asked several times a second.
+    /// Waits for an event, enough frames, the handler's failure or an interrupt, and shows progress.
+    /// @param getPosition  bytes of the input that are done, nothing: the wait is over; asked several times a
+    ///                     second.
     template <class GetPosition>
     void WaitFor(CEvent& event, GetPosition getPosition) {
-        CEvent* const apEvents[] = {&m_evFailed, &event};
-        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) m_progress.Show(getPosition());
+        CEvent* const apEvents[] = {&m_evFailed, &m_frames.GetEnoughEvent(), &event};
+        while (CEvent::WaitAny(apEvents, kWatchMs) < 0 && !IsInterrupted()) {
+            const std::optional<std::int64_t> position = getPosition();
+            if (!position) return;
+            m_progress.Show(*position);
+        }
     }
     /// Waits for both ends.
     template <class GetPosition>
@@ -165,23 +210,28 @@ public:
 
 private:
     const Input& m_input;
+    CFrameCounter& m_frames;
+    const FrameHandler m_handler;  // passes to m_frames
     CProgress m_progress{m_input.llLength};
     CEvent m_evFailed;  // set when the handler threw
     CStreamDrain m_video;
     CStreamDrain m_audio;
 };
 
-/// Runs a demuxer that reads the input itself and ends its streams.
-void RunPulled(const Input& input, const FrameHandler& handler) {
+/// Runs a demuxer that reads the input itself, and ends its streams at the rate 1.0.
+void RunPulled(const Input& input, const PlayRange& range, CFrameCounter& frames) {
     KestMpeg2PsPullDemux core;
     core.SetReader(input.pReader.Get());
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
         Fail(input, "cannot start the demuxer");
-    core.NewSegment(0, input.llLength);
-    CStreams streams(input, core.GetVideoQueue(), core.GetAudioQueue(), handler);
+    core.NewSegment(range.llFrom, input.llLength);
+    core.SetRate(range.dRate);
+    CStreams streams(input, core.GetVideoQueue(), core.GetAudioQueue(), frames);
     core.Resume();
-    streams.WaitForEnds([&] {
+    streams.WaitForEnds([&]() -> std::optional<std::int64_t> {
         if (!core.IsRunning()) Fail(input, "no end of stream received");
+        if (!core.IsTrickPlayIdle()) frames.KeepAwake();
+        if (core.IsTrickPlay() && frames.IsQuiet()) return std::nullopt;
         return streams.GetPosition();
     });
     streams.Finish();
@@ -201,11 +251,8 @@ struct Queues {
 };
 
 /// Pushes the whole input to a target that fills the queues, and stops it when it has taken what it can.
-void RunPushed(const Input& input, const FrameHandler& handler, Queues& queues, const PushTarget& target) {
-    const FrameHandler handleFrame = [&](EStream stream, const FRAME_INFO& info, auto payload) {
-        if (!info.bEndOfStream) handler(stream, info, payload);  // that record is from below
-    };
-    CStreams streams(input, queues.video, queues.audio, handleFrame);
+void RunPushed(const Input& input, CFrameCounter& frames, Queues& queues, const PushTarget& target) {
+    CStreams streams(input, queues.video, queues.audio, frames);
     {
         CPusher pusher(input, target);
         streams.WaitFor(pusher.GetDoneEvent(), [&] { return pusher.GetPosition(); });
@@ -223,13 +270,13 @@ void RunPushed(const Input& input, const FrameHandler& handler, Queues& queues, 
 /// Runs a demuxer that is pushed to.
 /// @param prepare  what the demuxer wants before it runs. @return whether it could.
 template <class Core, class Prepare>
-void RunPushedCore(const Input& input, const FrameHandler& handler, Prepare prepare) {
+void RunPushedCore(const Input& input, CFrameCounter& frames, Prepare prepare) {
     Queues queues;
     Core core;
     if (core.Open(nullptr, &queues.video, &queues.audio) != 0 || !core.IsRunning() || !prepare(core))
         Fail(input, "cannot start the demuxer");
     core.Resume();
-    RunPushed(input, handler, queues,
+    RunPushed(input, frames, queues,
               {.push = [&](Bytes data) { return core.PushData(data) > 0; },
                .isStarved = [&] { return core.HasTakenAll(); },
                .stop = [&] { core.Stop(); }});
@@ -237,10 +284,10 @@ void RunPushedCore(const Input& input, const FrameHandler& handler, Prepare prep
 }
 
 /// Runs the framer of elementary streams.
-void RunFramer(const Input& input, const FrameHandler& handler) {
+void RunFramer(const Input& input, CFrameCounter& frames) {
     Queues queues;
     CElementaryStreamFramer framer;
-    RunPushed(input, handler, queues,
+    RunPushed(input, frames, queues,
               {.push =
                    [&](Bytes data) {
                        framer.Push(data, queues.video);
@@ -252,19 +299,27 @@ void RunFramer(const Input& input, const FrameHandler& handler) {
 
 }  // namespace
 
-void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler) {
+void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler, const PlayRange& range) {
+    const bool bPulled = input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12;
+    const FrameHandler handleFrame = [&](EStream stream, const FRAME_INFO& info, auto payload) {
+        if (bPulled || !info.bEndOfStream) handler(stream, info, payload);  // a pushed stream's is from below
+    };
+    CFrameCounter frames(handleFrame, range.nCount);
+    if (bPulled) return RunPulled(input, range, frames);
+    if (range.dRate != 1.0 || range.llFrom != 0) {
+        Fail(input, "only a program stream is played at another rate or from another byte");
+    }
     switch (input.nClass) {
         case kClassTransportMpeg4:
         case kClassTransportMpeg12:
-            RunPushedCore<KestMpeg4TsDemux>(input, handler, [&](KestMpeg4TsDemux& core) {
+            RunPushedCore<KestMpeg4TsDemux>(input, frames, [&](KestMpeg4TsDemux& core) {
                 return 0 == (timing == ETsTiming::Pes ? core.UsePtsDtsTiming() : core.UseElementaryTiming());
             });
             return;
         case kClassMpeg1System:
-            RunPushedCore<KestMpeg1PsDemux>(input, handler, [](KestMpeg1PsDemux&) { return true; });
+            RunPushedCore<KestMpeg1PsDemux>(input, frames, [](KestMpeg1PsDemux&) { return true; });
             return;
-        case kClassMpeg4VideoEs: RunFramer(input, handler); return;
-        default: RequireProgramStream(input); RunPulled(input, handler);
+        default: RunFramer(input, frames);
     }
 }
 

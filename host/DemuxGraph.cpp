@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::uint32_t kWatchMs = 100;  // how often progress is shown and interrupts are checked
 constexpr double kTicksPerSecond = 1e7;
+constexpr auto kQuietTime = std::chrono::milliseconds(500);  // without a sample of trick play
 constexpr auto kStallTime = std::chrono::milliseconds(900);  // between the last byte and giving up
 
 CComPtr<IPin> FindPin(IBaseFilter* pFilter, LPCWSTR pszName) {
@@ -106,8 +107,11 @@ void CDemuxGraph::Require(HRESULT hr, const char* pszWhat) const {
 
 // ---------------- running
 
-void CDemuxGraph::Seek(double dSeconds) {
+// The rate first: it would take effect wherever the demuxer has come to after the seek.
+void CDemuxGraph::Seek(double dSeconds, double dRate) {
     Require(m_pGraph->Pause(), "cannot pause the graph");
+    m_bTrickPlay = dRate != 1.0;
+    if (m_bTrickPlay) Require(m_pGraph->SetRate(dRate), "cannot change the rate");
     Require(m_pGraph->Seek(static_cast<REFERENCE_TIME>(dSeconds * kTicksPerSecond)), "not seekable");
 }
 
@@ -122,7 +126,8 @@ void CDemuxGraph::RunToEnd() {
     if (IsInterrupted()) throw CCommandError(kExitInterrupted, "interrupted");
     CheckReadErrors(m_input);
     Require(hrSource, "the filter does not take the stream");
-    if (!bDone) throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
+    if (!bDone && !m_bTrickPlay)
+        throw CCommandError(kExitBadInput, m_input.path.string() + ": no end of stream received");
 }
 
 void CDemuxGraph::WaitForEnd() {
@@ -140,16 +145,16 @@ bool CDemuxGraph::AnySink(Test test) const {
 }
 
 bool CDemuxGraph::IsDone() const {
-    if (IsInterrupted() || FAILED(m_pSource->GetResult())) return true;
+    if (IsInterrupted() || m_bEndRequested || FAILED(m_pSource->GetResult())) return true;
     if (AnySink([](const CSink& sink) { return sink.HasFailed(); })) return true;
     return (m_pSource->HasEnded() || !IsDelivered()) &&
            !AnySink([](const CSink& sink) { return !sink.HasEnded(); });
 }
 
 /// Whether nothing has moved for a while though the whole input has been taken. A handler at work, which may
-/// wait for whoever reads its output, counts as movement.
+/// wait for whoever reads its output, counts as movement. Trick play need not read the whole input.
 bool CDemuxGraph::HasStalled() {
-    bool bBusy = !m_pSource->HasEnded();
+    bool bBusy = !m_bTrickPlay && !m_pSource->HasEnded();
     auto nActivity = static_cast<std::uint64_t>(m_pSource->GetPosition());
     AnySink([&](const CSink& sink) {
         nActivity += sink.GetActivity();
@@ -161,7 +166,7 @@ bool CDemuxGraph::HasStalled() {
         m_nActivity = nActivity;
         m_lastActivity = now;
     }
-    return now - m_lastActivity > kStallTime;
+    return now - m_lastActivity > (m_bTrickPlay ? kQuietTime : kStallTime);
 }
 
 }  // namespace kest

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -40,9 +41,13 @@ public:
 
     /// The demultiplexer's settings.
     IKestDemux2Control& GetControl() { return *m_pControl.Get(); }
-    /// Pauses, and seeks while paused.
+    /// Pauses, and while paused sets the rate and seeks.
     /// @param dSeconds  media time.
-    void Seek(double dSeconds);
+    /// @param dRate     at another than 1.0 there is no end of the streams: `RunToEnd` ends when nothing has
+    ///                  come for half a second.
+    void Seek(double dSeconds, double dRate);
+    /// Makes `RunToEnd` end as if both streams had ended. Any thread.
+    void End() { m_bEndRequested = true, m_evNotice.Set(); }
     /// Runs until both streams have ended, and what the source delivers has, and stops. Shows progress on a
     /// terminal. Throws what a handler threw, and CCommandError when the user interrupted it or a stream did
     /// not end.
@@ -66,6 +71,8 @@ private:
     const Options m_options;
     const std::unique_ptr<CLoadedModule> m_pModule;  // first: what it made goes before it
     CPacer m_pacer;
+    bool m_bTrickPlay = false;                               // the rate is not 1.0
+    std::atomic<bool> m_bEndRequested{false};                // see End
     std::uint64_t m_nActivity = 0;                           // of source and sinks, when it last changed
     std::chrono::steady_clock::time_point m_lastActivity{};  // when that was
     CEvent m_evNotice{false};                                // auto-reset: a stream has ended or failed

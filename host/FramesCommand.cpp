@@ -53,13 +53,14 @@ void RunFrames(const FramesOptions& options) {
     CListing listing(options.bJson,
                      "stream    index     size          pts          dts     position  crc32    flags");
     std::array<std::uint64_t, 2> anIndex{};  // each used by its stream's thread alone
-    RunCore(
-        input, options.timing,
-        [&](EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
-            const std::uint64_t nIndex = anIndex[static_cast<std::size_t>(stream)]++;
-            const FrameLine line{GetStreamName(stream), nIndex, payload.size(), GetCrcText(payload), info};
-            listing.Print(listing.IsJson() ? line.ToJson() : line.ToText());
-        });
+    const auto PrintFrame = [&](EStream stream, const FRAME_INFO& info,
+                                std::span<const std::uint8_t> payload) {
+        const std::uint64_t nIndex = anIndex[static_cast<std::size_t>(stream)]++;
+        const FrameLine line{GetStreamName(stream), nIndex, payload.size(), GetCrcText(payload), info};
+        listing.Print(listing.IsJson() ? line.ToJson() : line.ToText());
+    };
+    RunCore(input, options.timing, PrintFrame,
+            {.dRate = options.dRate, .llFrom = options.llFrom, .nCount = options.nCount});
     listing.Commit();
 }
 

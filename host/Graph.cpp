@@ -170,14 +170,24 @@ HRESULT CGraph::Stop() {
     return hrFirst;
 }
 
-HRESULT CGraph::Seek(REFERENCE_TIME rtPosition) {
+/// The seeking object of the first filter that has one, else none.
+CComPtr<IMediaSeeking> CGraph::FindSeeking() const {
     for (const auto& pFilter : m_apFilters) {
-        if (const auto pSeeking = Query<IMediaSeeking>(pFilter.Get(), IID_IMediaSeeking)) {
-            return pSeeking->SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr,
-                                          AM_SEEKING_NoPositioning);
-        }
+        if (auto pSeeking = Query<IMediaSeeking>(pFilter.Get(), IID_IMediaSeeking)) return pSeeking;
     }
-    return E_NOTIMPL;
+    return nullptr;
+}
+
+HRESULT CGraph::Seek(REFERENCE_TIME rtPosition) {
+    const auto pSeeking = FindSeeking();
+    if (!pSeeking) return E_NOTIMPL;
+    return pSeeking->SetPositions(&rtPosition, AM_SEEKING_AbsolutePositioning, nullptr,
+                                  AM_SEEKING_NoPositioning);
+}
+
+HRESULT CGraph::SetRate(double dRate) {
+    const auto pSeeking = FindSeeking();
+    return pSeeking ? pSeeking->SetRate(dRate) : E_NOTIMPL;
 }
 
 }  // namespace kest

@@ -31,6 +31,8 @@ public:
     HRESULT Stop();
     /// Seeks to a media time (100 ns) through the first filter that can; E_NOTIMPL when none can.
     HRESULT Seek(REFERENCE_TIME rtPosition);
+    /// Changes the rate through the same filter; E_NOTIMPL.
+    HRESULT SetRate(double dRate);
 
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
 
@@ -74,6 +76,7 @@ public:
 
 private:
     HRESULT RunAll(REFERENCE_TIME rtStart);
+    CComPtr<IMediaSeeking> FindSeeking() const;
 
     std::vector<CComPtr<IBaseFilter>> m_apFilters;  // from the source to the sinks
     CComPtr<IReferenceClock> m_pClock;              // of all filters, or none

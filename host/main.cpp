@@ -1,5 +1,6 @@
 // The program kestdemux: a command-line host of the demultiplexer.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,7 @@ constexpr const char* kPipeHelp = "the stream to read; - is standard input";
 constexpr double kMaxSeconds = 1e9;  // more than any stream lasts
 constexpr double kMaxSpeed = 1000;
 constexpr int kMaxPort = 65535;
+constexpr double kMostRate = 1e8;  // whose tenfold is an int
 
 /// Adds a command that ends its help with an example.
 CLI::App* AddCommand(CLI::App& app, const char* pszName, const char* pszWhat, const char* pszExample) {
@@ -49,6 +51,22 @@ void AddChunkOption(CLI::App* pCommand, std::optional<int>& nChunkKB) {
         ->check(CLI::Range(1, kMaxChunkKB));
 }
 
+/// A range does not exclude what is no number. @return the error message, or an empty text.
+std::string RejectNaN(const std::string& strNumber) {
+    return std::isnan(std::strtod(strNumber.c_str(), nullptr)) ? strNumber + " is not a number" : "";
+}
+
+void AddRateOptions(CLI::App* pCommand, double& dRate, std::uint64_t& nCount) {
+    pCommand
+        ->add_option(
+            "--rate", dRate,
+            "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
+            "nothing came for half a second")
+        ->check(CLI::Range(-kMostRate, kMostRate) & CLI::Validator(RejectNaN, ""));
+    pCommand->add_option("--count", nCount, "how many to list")
+        ->check(CLI::Range(std::uint64_t{1}, kNoLimit));
+}
+
 /// Turns on the texts of the program and of the modules that it loads later.
 void ShowTexts(int nVerbosity) {
     if (nVerbosity >= 1) setenv("KEST_DEBUG", "1", 1);
@@ -67,8 +85,9 @@ void AddProbeCommand(CLI::App& app) {
 
 void AddFramesCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<FramesOptions>();
-    CLI::App* pCommand = AddFileCommand(app, "frames", "List every frame that the demuxer queues",
-                                        pOptions->strFile, "kestdemux frames movie.mpg --json");
+    CLI::App* pCommand =
+        AddFileCommand(app, "frames", "List every frame that the demuxer queues", pOptions->strFile,
+                       "kestdemux frames movie.mpg --rate -2 --from 90000000");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand
         ->add_option_function<std::string>(
@@ -79,6 +98,8 @@ void AddFramesCommand(CLI::App& app) {
             "timestamps of a transport stream's frames: those of its PES packets, or of the elementary "
             "streams (default: pes)")
         ->check(CLI::IsMember({"pes", "es"}));
+    AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
+    pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(CLI::NonNegativeNumber);
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 
@@ -90,6 +111,7 @@ void AddSamplesCommand(CLI::App& app) {
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
+    AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     AddModuleOption(pCommand, pOptions->strModule);
     pCommand->callback([pOptions] { RunSamples(*pOptions); });
 }

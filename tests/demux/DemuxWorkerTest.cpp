@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
 #include <cstdlib>
 #include <new>
 
 #include "support/CaptureTexts.h"
 #include "support/CoreRunner.h"
+#include "support/TestData.h"
 #include "support/TestThreads.h"
 
 // Arrays, such as the storage of ring and queues, can be had only while this is not 0.
@@ -111,7 +114,8 @@ TEST(DemuxWorker, StopEndsReadingStress) {
     Start(core, &reader);
     RunForASecond([&](int i) {
         core.Resume();
-        if (i % 3 == 1) core.NewSegment(i);
+        if (i % 3 == 1) core.NewSegment(i, INT64_MAX);
+        core.SetRate(i % 7 - 3);  // there is no frame to be found: a step does not end by itself
         if (i % 3 == 2) core.Reset();
         Spin(i % 977 * 10);
         const int nReads = reader.nReads;
@@ -169,6 +173,65 @@ TEST(DemuxWorker, StopEndsAThreadThatWaitsForOthers) {
     SleepMs(kSettleMs);
     core.Stop();
     EXPECT_EQ(texts.DebugTexts(), "") << "the reader was flushed, so nobody waited for foreign code";
+}
+
+TEST(DemuxWorker, ChangesItsRateInEveryState) {
+    CProgramStreamBuilder b;
+    for (int i = 0; i < 100; ++i) b.Pes(0xE0, Stream("00 00 01 B6 00 *995"), i);
+    CMemoryReader reader(b.Section(0xBE, 20000).Get());
+    KestMpeg2PsPullDemux core;
+    for (const double dRate : {double{NAN}, double{INFINITY}, 214748364.8, -214748364.9})
+        EXPECT_FALSE(core.SetRate(dRate)) << dRate;
+    for (const double dRate : {214748364.7, -214748364.8, 0.5}) EXPECT_TRUE(core.SetRate(dRate)) << dRate;
+    core.SetReader(&reader);
+    ASSERT_EQ(core.Open(nullptr, nullptr, nullptr), 0);
+    core.NewSegment(0, static_cast<std::int64_t>(b.Size()));
+    core.Resume();
+    auto ExpectTrickFrame = [&](std::int64_t llNumber) {
+        const auto frame = Take(core);
+        ASSERT_TRUE(frame && frame->info.bSegmentMarker && !frame->info.bNoVideo &&
+                    !frame->info.bDiscontinuity);
+        EXPECT_TRUE(frame->info.llPts == 0 && frame->info.llDts == 0 &&
+                    frame->info.llFilePos == 1014 * llNumber);
+    };
+    for (int i = 0; i < 20; ++i) ExpectTrickFrame(i);
+    for (const int nState : {0, 1, 2}) {  // running, held, stopped
+        if (nState == 1) core.Pause();
+        if (nState == 2) core.Stop();
+        core.SetRate(1.0);
+        if (nState == 2) core.Restart();
+        core.Resume();
+        std::optional<Frame> frame = Take(core);
+        ASSERT_TRUE(frame && frame->info.bDiscontinuity && !frame->info.bSegmentMarker) << nState;
+        std::int64_t llLast = 0;
+        for (; frame; frame = Take(core)) llLast = frame->info.llPts;
+        EXPECT_EQ(llLast, 98) << "to the end of the stream";
+        core.SetRate(1.09);  // no other rate: nothing begins anew
+        EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 30));
+        core.SetRate(-1.0);
+        for (int i = 0; i < 20; ++i) ExpectTrickFrame(98 - i);
+    }
+    core.SetRate(0.0);
+    EXPECT_FALSE(TakeFrame(core.GetVideoQueue(), 30));
+}
+
+TEST(DemuxWorker, NoFrameOfAPastSegmentComesAfterARateChangeStress) {
+    const ByteVector bytes = ReadTestData("ps_mpeg4.mpg");
+    CMemoryReader reader(bytes);
+    KestMpeg2PsPullDemux core;
+    Start(core, &reader);
+    RunForASecond([&](int i) {
+        core.NewSegment(i * 7919 % 597627, 597627);
+        core.SetRate(std::array{0.5, 2.0, -0.5, -1.0}[static_cast<std::size_t>(i % 4)]);
+        Spin(i % 977 * 20);
+        core.SetRate(1.5);
+        core.NewSegment(0, 597627);
+        for (const int nPosition : {56, 98470}) {
+            const auto frame = Take(core);
+            ASSERT_TRUE(frame && frame->info.llFilePos == nPosition && !frame->info.bNoVideo)
+                << "in round " << i;
+        }
+    });
 }
 
 TEST(DemuxWorker, IsAsBeforeWhenItCannotBeOpened) {

@@ -51,10 +51,13 @@ public:
         return Eventually([this] { return m_video.m_nEnds > 0 && m_audio.m_nEnds > 0; });
     }
 
-    void Seek(REFERENCE_TIME rt) {
+    CComPtr<IMediaSeeking> Seeking() const {
         CComPtr<IMediaSeeking> pSeeking;
         m_pDemux->QueryInterface(IID_IMediaSeeking, reinterpret_cast<void**>(pSeeking.Put()));
-        pSeeking->SetPositions(&rt, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
+        return pSeeking;
+    }
+    void Seek(REFERENCE_TIME rt) {
+        Seeking()->SetPositions(&rt, AM_SEEKING_AbsolutePositioning, nullptr, AM_SEEKING_NoPositioning);
     }
 
     CCounter m_video, m_audio;
