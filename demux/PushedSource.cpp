@@ -42,6 +42,12 @@ void CPushedSource::Flush() {
     m_pRing->Flush();
 }
 
+/// In this order: while a fetch has not taken what it waited for, the ring still holds it.
+bool CPushedSource::IsStarved() const {
+    const std::uint32_t nAvailable = m_pRing->GetAvailable(m_nReader);
+    return m_nAwaited > nAvailable;
+}
+
 /// @return whether n bytes came.
 bool CPushedSource::WaitForData(std::uint32_t n) {
     m_nAwaited = n;

@@ -36,7 +36,7 @@ public:
     template <class IsWanted>
     int Write(Bytes data, IsWanted isWanted);
     /// A fetch waits for more than the ring holds. For the thread that writes.
-    bool IsStarved() const { return m_nAwaited > m_pRing->GetAvailable(m_nReader); }
+    bool IsStarved() const;
     /// Drops what the ring holds. What is written from now on is fetched only after `Accept`: so that the
     /// demuxer can forget what it has before it meets what comes after.
     void Flush();
