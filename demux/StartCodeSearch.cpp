@@ -22,9 +22,8 @@ std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
     const std::size_t nEnd = bytes.size() - pattern.size() + kRarest + 1;
     for (std::size_t i = kRarest; i < nEnd; ++i) {
         i = FindByte(bytes, i, nEnd, pattern[kRarest]);
-        if (i < nEnd && std::equal(pattern.begin(), pattern.end(), bytes.data() + (i - kRarest))) {
-            return i - kRarest;
-        }
+        if (i == nEnd || bytes[i - 1] != pattern[1]) continue;  // mostly, and without a call
+        if (std::equal(pattern.begin(), pattern.end(), bytes.data() + (i - kRarest))) return i - kRarest;
     }
     return std::nullopt;
 }
