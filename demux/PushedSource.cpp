@@ -48,9 +48,10 @@ void CPushedSource::WakeWrite() {
     if (m_pOwnRing) m_pOwnRing->WakeWriter();
 }
 
+// In this order: while a fetch has not taken what it waited for, the ring still holds it.
 bool CPushedSource::IsStarved() const {
-    const std::uint32_t nAwaited = m_nAwaited;
-    return nAwaited > 0 && m_pRing->GetAvailable(m_nReader) < nAwaited;
+    const std::uint32_t nAvailable = m_pRing->GetAvailable(m_nReader);
+    return m_nAwaited > nAvailable;
 }
 
 /// @return whether n bytes are there; false when the ring was closed or flushed.

@@ -16,6 +16,18 @@ std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern);
 /// Index of the first byte of the first start code prefix, 00 00 01 (ISO/IEC 13818-1 2.4.4.5).
 std::optional<std::size_t> FindStartCodePrefix(Bytes bytes);
 
+/// Calls `take` with the index and the last byte of each start code that is there whole, until it returns
+/// false.
+template <class Take>
+void ForEachStartCode(Bytes bytes, Take take) {
+    std::size_t nIndex = 0;
+    while (const auto nFound = FindStartCodePrefix(bytes.subspan(nIndex))) {
+        nIndex += *nFound;
+        if (nIndex + 3 >= bytes.size() || !take(nIndex, bytes[nIndex + 3])) return;
+        nIndex += 3;  // the code's last byte may begin the next prefix
+    }
+}
+
 /// Index of the first byte of the first place where this 32-bit code stands, most significant byte first.
 std::optional<std::size_t> FindStartCode(Bytes bytes, std::uint32_t nCode);
 

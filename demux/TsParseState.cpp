@@ -11,14 +11,12 @@ namespace {
 
 /// Index of the start code of a PES packet in a packet's payload. @param nIds  stream_ids from nFirstId on.
 std::optional<std::size_t> FindPesStart(Bytes payload, std::uint8_t nFirstId, std::uint8_t nIds) {
-    std::size_t nIndex = 0;
-    while (const auto nFound = FindStartCodePrefix(payload.subspan(nIndex))) {
-        nIndex += *nFound;
-        if (nIndex + 3 >= payload.size()) break;
-        if (static_cast<std::uint8_t>(payload[nIndex + 3] - nFirstId) < nIds) return nIndex;
-        nIndex += 3;
-    }
-    return std::nullopt;
+    std::optional<std::size_t> nStart;
+    ForEachStartCode(payload, [&](std::size_t nIndex, std::uint8_t nId) {
+        if (static_cast<std::uint8_t>(nId - nFirstId) < nIds) nStart = nIndex;
+        return !nStart;
+    });
+    return nStart;
 }
 
 /// Adds a packet's payload to the stream's PES packet. Where the next one begins, that one is complete.

@@ -4,6 +4,7 @@
 #include <bit>
 
 #include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
@@ -17,17 +18,6 @@ constexpr std::uint64_t kTimestampTicks = 300;  // of the 27 MHz clock in one of
 
 constexpr std::size_t kCodeSize = 4;    // a start code
 constexpr std::size_t kHeaderSize = 8;  // what must be left from a start code on
-
-// Start codes, last byte: ISO/IEC 14496-2 table 6-3 ...
-constexpr std::uint8_t kLastObject = 0x1F;
-constexpr std::uint8_t kLastLayer = 0x2F;
-constexpr std::uint8_t kGroupOfVop = 0xB3;
-constexpr std::uint8_t kVop = 0xB6;
-// ... and ISO/IEC 13818-2 table 6-1.
-constexpr std::uint8_t kPicture = 0x00;
-constexpr std::uint8_t kSequence = 0xB3;
-constexpr std::uint8_t kExtension = 0xB5;
-constexpr std::uint8_t kGroup = 0xB8;
 
 /// What follows the bits read, from the first whole byte on.
 Bytes Behind(Bytes bytes, const CBitReader& reader) { return bytes.last(reader.BitsLeft() / 8); }
@@ -98,20 +88,20 @@ bool CTsVideoClock::AdvanceMpeg4(Bytes frame) {
     Bytes rest = frame;
     if (nCode != kVop && !ParseMpeg4Headers(rest, nCode)) return false;
     if (!ParseVop(rest)) return false;
-    if (nCode <= kLastLayer && !m_audioBase) m_audioBase = m_nPresentation;
+    if (nCode <= kLastVideoObjectLayer && !m_audioBase) m_audioBase = m_nPresentation;
     return true;
 }
 
 /// Reads what stands in front of the first VOP, and goes there.
 bool CTsVideoClock::ParseMpeg4Headers(Bytes& rest, std::uint8_t nCode) {
-    if (nCode <= kLastObject) {
+    if (nCode <= kLastVideoObject) {
         rest = rest.subspan(kCodeSize);
-        if (rest.size() < kCodeSize || (Read24(rest, 0) != 1 || (rest[3] & 0xF0) != kLastObject + 1))
+        if (rest.size() < kCodeSize || (Read24(rest, 0) != 1 || (rest[3] & 0xF0) != kLastVideoObject + 1))
             return false;
         nCode = rest[3];
     }
     bool bGroup = nCode == kGroupOfVop;
-    if (nCode > kLastObject && nCode <= kLastLayer) {
+    if (nCode > kLastVideoObject && nCode <= kLastVideoObjectLayer) {
         CBitReader reader(rest.subspan(kCodeSize));
         if (!ParseVol(reader)) return false;
         rest = Behind(rest, reader);
@@ -179,17 +169,17 @@ bool CTsVideoClock::ParseVop(Bytes vop) {
 bool CTsVideoClock::AdvanceMpeg2(Bytes frame) {
     Bytes rest = frame;
     switch (frame[3]) {
-        case kSequence:
-            if (!ParseSequence(rest) || !FindCode(rest, kGroup)) return false;
+        case kSequenceHeader:
+            if (!ParseSequence(rest) || !FindCode(rest, kGroupOfPictures)) return false;
             [[fallthrough]];
-        case kGroup:
+        case kGroupOfPictures:
             if (!ParseGroup(rest) || !FindCode(rest, kPicture)) return false;
             [[fallthrough]];
         case kPicture: break;
         default: return false;
     }
     if (!ParsePicture(rest)) return false;
-    if (frame[3] == kSequence && !m_audioBase) m_audioBase = m_nPresentation;
+    if (frame[3] == kSequenceHeader && !m_audioBase) m_audioBase = m_nPresentation;
     return true;
 }
 
@@ -208,7 +198,7 @@ bool CTsVideoClock::ParseSequence(Bytes& rest) {
     header.Skip(10);  // vbv_buffer_size
     if (nRateCode == 0 || nRateCode >= kFrameTicks.size() || !bMarker || header.Failed()) return false;
     rest = Behind(rest, header);
-    if (!FindCode(rest, kExtension, kExtensionSize)) return false;
+    if (!FindCode(rest, kVideoExtension, kExtensionSize)) return false;
 
     CBitReader extension(rest.subspan(kCodeSize));
     extension.Skip(3);

@@ -1,40 +1,21 @@
 #include "demux/TsVideoFramer.h"
 
 #include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
 
 constexpr std::uint32_t kLeastPayload = 3;
 
-// Start codes, last byte: ISO/IEC 14496-2 table 6-3 ...
-constexpr std::uint8_t kLastLayer = 0x2F;
-constexpr std::uint8_t kGroupOfVop = 0xB3;
-constexpr std::uint8_t kVop = 0xB6;
-// ... and ISO/IEC 13818-2 table 6-1.
-constexpr std::uint8_t kPicture = 0x00;
-constexpr std::uint8_t kSequence = 0xB3;
-constexpr std::uint8_t kGroup = 0xB8;
-
 /// The start codes that begin an MPEG-2 frame.
 bool BeginsMpeg2Frame(std::uint8_t nCode) {
-    return nCode == kSequence || nCode == kGroup || nCode == kPicture;
+    return nCode == kSequenceHeader || nCode == kGroupOfPictures || nCode == kPicture;
 }
 
 /// The start codes that begin an MPEG-4 frame at the beginning of a PES packet.
 bool BeginsMpeg4Frame(std::uint8_t nCode) {
-    return nCode <= kLastLayer || nCode == kGroupOfVop || nCode == kVop;
-}
-
-/// Calls `take(index, code)` for each start code, until it returns false.
-template <class Take>
-void ForEachStartCode(Bytes bytes, Take take) {
-    std::size_t nIndex = 0;
-    while (const auto nFound = FindStartCodePrefix(bytes.subspan(nIndex))) {
-        nIndex += *nFound;
-        if (nIndex + 3 >= bytes.size() || !take(nIndex, bytes[nIndex + 3])) return;
-        nIndex += 3;  // the code's last byte may begin the next prefix
-    }
+    return nCode <= kLastVideoObjectLayer || nCode == kGroupOfVop || nCode == kVop;
 }
 
 }  // namespace

@@ -35,10 +35,11 @@ void RunFrames(const FramesOptions& options);
 struct SamplesOptions {
     std::string strFile;
     bool bJson = false;
-    std::optional<double> dSeek;      // media time to begin at, seconds
-    double dRate = 1.0;               // at which it is played
-    std::uint64_t nCount = kNoLimit;  // samples after which the listing ends
-    std::string strModule;            // module of the demultiplexer; empty: see LoadDemuxModule
+    std::optional<double> dSeek;        // media time to begin at, seconds
+    ETsTiming timing = ETsTiming::Pes;  // of a transport stream's samples
+    double dRate = 1.0;                 // at which it is played
+    std::uint64_t nCount = kNoLimit;    // samples after which the listing ends
+    std::string strModule;              // module of the demultiplexer; empty: see LoadDemuxModule
 };
 /// Lists every sample and every event that leaves the output pins, with its times. In order within each pin;
 /// the pins interleave as they come.

@@ -300,7 +300,7 @@ void RunFramer(const Input& input, CFrameCounter& frames) {
 }  // namespace
 
 void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler, const PlayRange& range) {
-    const bool bPulled = input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12;
+    const bool bPulled = IsProgramStream(input);
     const FrameHandler handleFrame = [&](EStream stream, const FRAME_INFO& info, auto payload) {
         if (bPulled || !info.bEndOfStream) handler(stream, info, payload);  // a pushed stream's is from below
     };

@@ -13,11 +13,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char* VideoExtension(std::uint8_t nStreamType) {
-    switch (nStreamType) {
-        case kStreamTypeMpeg1Video: return ".m1v";
-        case kStreamTypeMpeg4Video: return ".m4v";
-        default: return ".m2v";
+const char* VideoExtension(const Input& input) {
+    switch (input.nClass) {
+        case kClassMpeg4VideoEs:
+        case kClassTransportMpeg4:
+        case kClassProgramMpeg4: return ".m4v";
+        case kClassMpeg1System: return ".m1v";
+        default: return input.nVideoStreamType == kStreamTypeMpeg1Video ? ".m1v" : ".m2v";
     }
 }
 
@@ -37,7 +39,13 @@ public:
     }
     void Flush() { m_file.Flush(); }
     void Commit() { m_file.Commit(); }
+    /// Whether there is anything to commit.
+    bool IsEmpty() const { return m_nSamples == 0; }
     void PrintSummary(EStream stream) const {
+        if (IsEmpty()) {
+            std::fprintf(stderr, "%s: none, no file\n", GetStreamName(stream));
+            return;
+        }
         std::fprintf(stderr, "%s: %" PRIu64 " samples, %" PRIu64 " bytes -> %s\n", GetStreamName(stream),
                      m_nSamples, m_file.GetSize(), m_path.c_str());
     }
@@ -52,8 +60,7 @@ private:
 
 void RunDemux(const DemuxOptions& options) {
     const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
-    RequireProgramStream(input);
-    const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input.nVideoStreamType));
+    const fs::path videoPath = OutputPath(options.strVideo, input, VideoExtension(input));
     const fs::path audioPath = OutputPath(options.strAudio, input, ".mp2");
     if (AreSamePlace(videoPath, audioPath)) {
         throw CCommandError(kExitBadUsage, videoPath.string() + ": cannot hold both streams");
@@ -67,7 +74,9 @@ void RunDemux(const DemuxOptions& options) {
     CWriting audio(audioPath, options.bForce);
     CDemuxGraph(input, &video, &audio, {.strModule = options.strModule}).RunToEnd();
     for (CWriting* pWriting : {&video, &audio}) pWriting->Flush();
-    for (CWriting* pWriting : {&video, &audio}) pWriting->Commit();
+    for (CWriting* pWriting : {&video, &audio}) {
+        if (!pWriting->IsEmpty()) pWriting->Commit();
+    }
     video.PrintSummary(EStream::Video);
     audio.PrintSummary(EStream::Audio);
 }

@@ -57,6 +57,11 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler*
     ConnectSink(m_pAudio, EStream::Audio, pAudio, L"Audio Output");
 }
 
+/// A program stream is read by its demuxer, the others' demuxers take what is delivered.
+bool CDemuxGraph::IsDelivered() const {
+    return m_options.dBytesPerSecond || !m_input.pReader->IsSeekable() || !IsProgramStream(m_input);
+}
+
 void CDemuxGraph::MakeSource() {
     if (IsDelivered()) {
         m_pSource = new CPushSource(m_input.pReader, m_options.dBytesPerSecond.value_or(0), m_evNotice);
@@ -72,6 +77,7 @@ void CDemuxGraph::SetPace() {
     if (m_options.pace == EPace::FreeRun) {
         Require(m_pControl->put_DemuxOutput(kDemuxOutputFreeRun), kWhat);
     } else {
+        if (m_options.bElementaryTiming) Require(m_pControl->put_DemuxOutput(kDemuxOutputAvEs), kWhat);
         Require(m_pGraph->SetDefaultSyncSource(), "no clock");
     }
 }
@@ -84,9 +90,7 @@ void CDemuxGraph::AdmitInput() {
         Require(pSwitches ? pSwitches->put_Switch(nSwitch, nValue) : E_NOINTERFACE,
                 "the filter has no such setting");
     };
-    if (m_input.nClass != kClassProgramMpeg4 && m_input.nClass != kClassProgramMpeg12) {
-        Switch(ESwitch::AdmitAll, 1);
-    }
+    if (!IsProgramStream(m_input)) Switch(ESwitch::AdmitAll, 1);
     if (!m_input.pReader->IsSeekable()) Switch(ESwitch::PushStreamClass, m_input.nClass);
 }
 

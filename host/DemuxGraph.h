@@ -28,9 +28,11 @@ public:
         EPace pace = EPace::FreeRun;
         /// Makes the demultiplexer; empty: see LoadDemuxModule.
         std::string strModule = {};
-        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: a file is only
-        /// read, and what comes through a pipe is delivered as fast as it is taken.
+        /// Bytes a second that the source delivers, 0: as fast as they are taken. Nothing: the file of a program
+        /// stream is only read, everything else is delivered as fast as it is taken.
         std::optional<double> dBytesPerSecond = {};
+        /// A transport stream has the times of its elementary streams. Only with EPace::Timed.
+        bool bElementaryTiming = false;
     };
 
     /// Builds the graph, stopped.
@@ -56,7 +58,7 @@ public:
     void Require(HRESULT hr, const char* pszWhat) const;
 
 private:
-    bool IsDelivered() const { return m_options.dBytesPerSecond || !m_input.pReader->IsSeekable(); }
+    bool IsDelivered() const;
     void MakeSource();
     void SetPace();
     void ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin);

@@ -81,10 +81,8 @@ Input OpenInput(const std::filesystem::path& path, EAccess access) {
     return input;
 }
 
-void RequireProgramStream(const Input& input) {
-    if (input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12) return;
-    Fail(input.path, "class " + std::to_string(input.nClass) + ", " + GetClassName(input.nClass) +
-                         "; missing: an MPEG-2 program stream");
+bool IsProgramStream(const Input& input) {
+    return input.nClass == kClassProgramMpeg4 || input.nClass == kClassProgramMpeg12;
 }
 
 void CheckReadErrors(const Input& input) {

@@ -29,8 +29,8 @@ enum class EAccess {
 /// @param path  "-": standard input.
 Input OpenInput(const std::filesystem::path& path, EAccess access);
 
-/// Throws CCommandError unless the input is a program stream that the demuxer takes.
-void RequireProgramStream(const Input& input);
+/// Whether the input is an MPEG-2 program stream, whose demuxer reads it itself.
+bool IsProgramStream(const Input& input);
 
 /// Throws CCommandError when a read of the input has failed so far; the demuxer took the failure for the end.
 /// To be called after a run, before its outputs are committed.

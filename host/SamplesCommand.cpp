@@ -118,15 +118,17 @@ private:
 
 void RunSamples(const SamplesOptions& options) {
     const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
-    RequireProgramStream(input);
-    if ((options.dSeek || options.dRate != 1.0) && !input.pReader->IsSeekable()) {
+    const bool bSeekable = input.pReader->IsSeekable() && IsProgramStream(input);
+    if ((options.dSeek || options.dRate != 1.0) && !bSeekable) {
         throw CCommandError(kExitBadInput, input.path.string() + ": not seekable");
     }
     CSampleListing listing(options.bJson, options.nCount);
     CRecording video(EStream::Video, listing);
     CRecording audio(EStream::Audio, listing);
     CDemuxGraph graph(input, &video, &audio,
-                      {.pace = CDemuxGraph::EPace::Timed, .strModule = options.strModule});
+                      {.pace = CDemuxGraph::EPace::Timed,
+                       .strModule = options.strModule,
+                       .bElementaryTiming = options.timing == ETsTiming::Elementary});
     listing.m_onEnough = [&graph] { graph.End(); };
     if (options.dSeek || options.dRate != 1.0) graph.Seek(options.dSeek.value_or(0), options.dRate);
     graph.RunToEnd();

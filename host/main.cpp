@@ -75,6 +75,17 @@ void ShowTexts(int nVerbosity) {
 
 // ---------------- the commands; the options of each live as long as its callback
 
+void AddTimingOption(CLI::App* pCommand, ETsTiming& timing) {
+    const auto SetTiming = [&timing](const std::string& strTiming) {
+        timing = strTiming == "es" ? ETsTiming::Elementary : ETsTiming::Pes;
+    };
+    pCommand
+        ->add_option_function<std::string>("--timing", SetTiming,
+                                           "times of a transport stream: those of its PES packets, or of the "
+                                           "elementary streams (default: pes)")
+        ->check(CLI::IsMember({"pes", "es"}));
+}
+
 void AddProbeCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<ProbeOptions>();
     CLI::App* pCommand = AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile,
@@ -89,15 +100,7 @@ void AddFramesCommand(CLI::App& app) {
         AddFileCommand(app, "frames", "List every frame that the demuxer queues", pOptions->strFile,
                        "kestdemux frames movie.mpg --rate -2 --from 90000000");
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
-    pCommand
-        ->add_option_function<std::string>(
-            "--timing",
-            [pOptions](const std::string& strTiming) {
-                pOptions->timing = strTiming == "es" ? ETsTiming::Elementary : ETsTiming::Pes;
-            },
-            "timestamps of a transport stream's frames: those of its PES packets, or of the elementary "
-            "streams (default: pes)")
-        ->check(CLI::IsMember({"pes", "es"}));
+    AddTimingOption(pCommand, pOptions->timing);
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(CLI::NonNegativeNumber);
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
@@ -112,6 +115,7 @@ void AddSamplesCommand(CLI::App& app) {
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
         ->check(CLI::Range(0.0, kMaxSeconds));
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
+    AddTimingOption(pCommand, pOptions->timing);
     AddModuleOption(pCommand, pOptions->strModule);
     pCommand->callback([pOptions] { RunSamples(*pOptions); });
 }
