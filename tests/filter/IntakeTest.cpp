@@ -47,6 +47,7 @@ struct Intake : FilterTest {
         for (CCountPin* pSink : m_apSinks) pSink->m_onReceive = [this] { m_evGo.Wait(kTooLongMs); };
     }
     void Release() { m_evGo.Set(); }
+    void PushThroughResets(int nClass);
 
     const ByteVector m_stream = ReadTestData("ps_mpeg2_packs.mpg");
     CReceiver m_destination, m_localView;
@@ -268,18 +269,37 @@ TEST_F(Intake, AStreamWithoutAudioForAWhileGoesThroughAResetAndPlaysOn) {
         << "to the end";
 }
 
-// Resets, stops and flushes at random moments of an endless stream.
+// The second time its timestamps jump back by three seconds: the pins ask for a reset, which restarts every thread.
+TEST_F(Intake, ATransportStreamWhoseTimestampsJumpGoesThroughAFullResetAndPlaysOn) {
+    const ByteVector stream = ReadTestData("ts_mpeg2.ts");
+    ConnectPushed(kClassTransportMpeg12);
+    Start();
+    for (const bool bSecond : {false, true}) {
+        EXPECT_TRUE(PushAll(stream, 20000, 1));
+        EXPECT_EQ(bSecond, CountOf(" Do reset demux filter here!!!!! \n") > 0);
+        EXPECT_EQ(S_OK, Input().EndOfStream());
+        for (CCountPin* pSink : m_apSinks) EXPECT_LT(bSecond ? 20 : 80, pSink->WaitForEnd());
+    }
+    EXPECT_FALSE(m_pFilter->GetResetState().bResetting);
+}
+
+// Resets, stops and flushes at random moments of an endless stream: a reset in place, and one of all threads.
 TEST_F(Intake, ResetsStopsAndFlushesStress) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    for (const int nClass : {kClassProgramMpeg12, kClassTransportMpeg12}) PushThroughResets(nClass);
+}
+
+void Intake::PushThroughResets(int nClass) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1000);
+    const ByteVector stream = nClass == kClassProgramMpeg12 ? m_stream : ReadTestData("ts_mpeg2.ts");
     std::mt19937 random(7);
-    ConnectPushed(kClassProgramMpeg12);
+    ConnectPushed(nClass);
     std::atomic<bool> bEnd{false};
     std::atomic<int> nPushed{0};
     Start();
     {
         CTestThread pusher([&] {
-            for (std::size_t n = 0; !bEnd; n = (n + kSampleSize) % (m_stream.size() - kSampleSize)) {
-                Push(std::span(m_stream).subspan(n, kSampleSize));
+            for (std::size_t n = 0; !bEnd; n = (n + kSampleSize) % (stream.size() - kSampleSize)) {
+                Push(std::span(stream).subspan(n, kSampleSize));
                 ++nPushed;
             }
         });
@@ -297,6 +317,7 @@ TEST_F(Intake, ResetsStopsAndFlushesStress) {
         m_pFilter->Stop();
     }
     EXPECT_LT(0, nPushed);
+    Disconnect();
 }
 
 }  // namespace
