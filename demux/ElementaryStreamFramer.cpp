@@ -22,22 +22,23 @@ void CElementaryStreamFramer::Reset() {
     m_pFrameAcc->Reset();
 }
 
-void CElementaryStreamFramer::Push(Bytes data, CBlockMemFileEx& queue) {
+bool CElementaryStreamFramer::Push(Bytes data, CBlockMemFileEx& queue) {
     std::size_t nBegin = 0;  // first byte that is not in the accumulator
-    for (std::size_t i = 0; (i = FindStartCode(data, i)) < data.size();) {
+    for (std::size_t i = 0; (i = FindCodeEnd(data, i)) < data.size();) {
         ++i;
         if (!IsUnitEnd()) continue;
         m_pFrameAcc->Append(data.subspan(nBegin, i - nBegin));
         nBegin = i;
-        if (!Deliver(queue)) return;
+        if (!Deliver(queue)) return false;
         if (m_dwStartCode == kSequenceEndCode) m_pFrameAcc->Consume(kCodeSize);
     }
     m_pFrameAcc->Append(data.subspan(nBegin));
+    return true;
 }
 
 /// Index of the last byte of the next start code, at nFrom or behind; the size when there is none. The code
 /// register has that byte then, or the last of all.
-std::size_t CElementaryStreamFramer::FindStartCode(Bytes data, std::size_t nFrom) {
+std::size_t CElementaryStreamFramer::FindCodeEnd(Bytes data, std::size_t nFrom) {
     constexpr std::uint32_t kLow24 = 0xFFFFFF;
     for (std::size_t i = nFrom; i < data.size(); ++i) {
         const bool bMayBegin = (m_dwStartCode & 0xFF) == 0 || (m_dwStartCode & kLow24) == kPrefix;

@@ -24,12 +24,13 @@ public:
     /// Takes the next part of the stream and puts every unit that ends in it into the queue, waiting without
     /// limit for a free block. Its FRAME_INFO is zero. When the queue gives a unit back, being closed or
     /// emptied meanwhile, the unit is kept, and the bytes behind its end are dropped.
-    void Push(Bytes data, CBlockMemFileEx& queue);
+    /// @return false in that case.
+    bool Push(Bytes data, CBlockMemFileEx& queue);
 
 private:
     static constexpr std::uint32_t kNoCode = 0xFFFFFFFF;
 
-    std::size_t FindStartCode(Bytes data, std::size_t nFrom);
+    std::size_t FindCodeEnd(Bytes data, std::size_t nFrom);
     bool IsUnitEnd();
     bool Deliver(CBlockMemFileEx& queue);
 

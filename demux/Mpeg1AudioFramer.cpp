@@ -53,15 +53,14 @@ void CMpeg1AudioFramer::Reset() {
 
 void CMpeg1AudioFramer::Push(Bytes data, std::int64_t llPts) {
     m_nCalls = std::min(m_nCalls + 1, kCallsToSettle);
-    if (m_state != EState::Cutting) {
-        m_llPendingPts = llPts;
-        Settle(data);
-    }
-    if (m_state == EState::Cutting) {
-        Cut(data, llPts);
-    } else {
-        Append(data);
-    }
+    if (m_state == EState::Cutting) return Cut(data, llPts, m_output.GetFill());
+    m_llPendingPts = llPts;
+    Settle(data);
+    if (m_state != EState::Cutting) return Append(data);
+    // The payload that confirms the length counts as a part of the block before it is cut: all of it or, when there
+    // is no room, nothing.
+    if (!m_output.HasRoom(data.size())) data = {};
+    Cut(data, llPts, m_output.GetFill() + data.size());
 }
 
 /// Goes to the next state when the data has a header that allows it.
@@ -78,8 +77,9 @@ void CMpeg1AudioFramer::Settle(Bytes data) {
 }
 
 /// Ends the block, and begins the next with the data behind the cut.
-void CMpeg1AudioFramer::Cut(Bytes data, std::int64_t llPts) {
-    const std::size_t nCut = FindCut(data);
+/// @param nHeld  bytes that count as those of the block, in the search for the cut.
+void CMpeg1AudioFramer::Cut(Bytes data, std::int64_t llPts, std::size_t nHeld) {
+    const std::size_t nCut = FindCut(data, nHeld);
     Append(data.first(nCut));
     FRAME_INFO info{};
     info.llPts = info.llDts = m_llPendingPts;
@@ -90,12 +90,12 @@ void CMpeg1AudioFramer::Cut(Bytes data, std::int64_t llPts) {
 
 /// The last header with which the block is still shorter than an audio frame; without such a one the first
 /// header, or the end.
-std::size_t CMpeg1AudioFramer::FindCut(Bytes data) const {
+std::size_t CMpeg1AudioFramer::FindCut(Bytes data, std::size_t nHeld) const {
     std::optional<std::size_t> last;
     std::size_t nHeader = FindHeader(data, 0, MayCut);
     for (; nHeader < data.size(); nHeader = FindHeader(data, nHeader + 1, MayCut)) {
         if (m_nCalls < kCallsToSettle) break;
-        if (m_output.GetFill() + nHeader + kHeaderSize >= m_nFrameLength) break;
+        if (nHeld + nHeader + kHeaderSize >= m_nFrameLength) break;
         last = nHeader;
     }
     return last.value_or(nHeader);

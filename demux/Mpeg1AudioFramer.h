@@ -13,9 +13,9 @@ namespace kest {
 /// rule, from the first audio frame that begins in one payload to the first one that begins in the next. It
 /// queues nothing before two payloads have shown headers of audio frames of the same length.
 ///
-/// Only some headers are taken for the beginning of an audio frame: those of stereo mode with the
-/// copyright, original and emphasis bits clear. To settle the length they must also be of 44100 Hz with a padding slot, or of
-/// another rate without; to cut there, of 48000 or 32000 Hz with the private bit clear. Where nothing can be
+/// Only some headers are taken for the beginning of an audio frame: those of stereo mode with the copyright,
+/// original and emphasis bits clear. To settle the length they must also be of 44100 Hz with a padding slot, or
+/// of another rate without; to cut there, of 48000 or 32000 Hz with the private bit clear. Where nothing can be
 /// cut, every payload is a block of its own.
 class CMpeg1AudioFramer {
 public:
@@ -39,8 +39,8 @@ private:
     };
 
     void Settle(Bytes data);
-    void Cut(Bytes data, std::int64_t llPts);
-    std::size_t FindCut(Bytes data) const;
+    void Cut(Bytes data, std::int64_t llPts, std::size_t nHeld);
+    std::size_t FindCut(Bytes data, std::size_t nHeld) const;
     void Append(Bytes data);
 
     CFrameOutput& m_output;            // where the block is assembled

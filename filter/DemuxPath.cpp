@@ -41,7 +41,7 @@ struct CDemuxPath::Family {
     CDemuxWorker* (CDemuxPath::*Core)() const;  // the demuxer; null: the path begins at the frame queues
     HRESULT (CDemuxPath::*BeforeStart)();       // before any thread starts
     HRESULT (CDemuxPath::*BeforeDelivery)();    // the demuxer is held, the delivery threads are not yet there
-    bool (CDemuxPath::*Feed)(Bytes piece);      // takes some of the bytes that are pushed
+    bool (CDemuxPath::*Feed)(Bytes chunk);      // takes some of the bytes that are pushed
 };
 
 // By ECoreFamily.
@@ -134,12 +134,9 @@ HRESULT CDemuxPath::BeginElementaryStream() {
     return S_OK;
 }
 
-bool CDemuxPath::FeedCore(Bytes piece) { return Core()->PushData(piece) > 0; }
+bool CDemuxPath::FeedCore(Bytes chunk) { return Core()->PushData(chunk) > 0; }
 
-bool CDemuxPath::FeedFramer(Bytes piece) {
-    m_pFramer->Push(piece, m_videoPin.GetFrameQueue());
-    return true;
-}
+bool CDemuxPath::FeedFramer(Bytes chunk) { return m_pFramer->Push(chunk, m_videoPin.GetFrameQueue()); }
 
 // ---------------- connection
 
@@ -236,7 +233,8 @@ void CDemuxPath::Stop() {
 /// A stop makes the demuxer forget the sequence header, which the video pin's next connection is to know.
 void CDemuxPath::StopCore() {
     if (!Core()) return;
-    if (m_pMpeg1Demux && m_pMpeg1Demux->GetSequenceHeader().HasChanged()) {
+    if (Core() == m_pMpeg1Demux.get() && Core()->IsRunning()) {
+        m_sequenceHeader.Reset();
         m_sequenceHeader.Capture(m_pMpeg1Demux->GetSequenceHeader().Get());
     }
     Core()->Stop();
@@ -258,14 +256,14 @@ void CDemuxPath::End() {
 // ---------------- bytes that are pushed
 
 void CDemuxPath::Feed(Bytes data) {
-    constexpr std::size_t kPieceSize = 2048;
+    constexpr std::size_t kChunkSize = 2048;
     const CPushGate::CInside inside(m_feedGate);
     if (m_nWorkingMode == EWorkingMode::None) return;
     const auto pfnFeed = GetFamily().Feed;
     while (!m_feedGate.IsHeld() && !data.empty()) {
-        const Bytes piece = data.first(std::min(data.size(), kPieceSize));
-        if (!(this->*pfnFeed)(piece)) return;
-        data = data.subspan(piece.size());
+        const Bytes chunk = data.first(std::min(data.size(), kChunkSize));
+        if (!(this->*pfnFeed)(chunk)) return;
+        data = data.subspan(chunk.size());
     }
 }
 

@@ -51,7 +51,8 @@ public:
     /// Lets a stop end what deliveries on blocked pins wait for, as long as the filter is in a graph.
     void SetInGraph(bool bInGraph);
 
-    /// The sequence header of the last run in which the MPEG-1 demuxer met another one than the default. Any thread.
+    /// The sequence header that the MPEG-1 demuxer had met when it was stopped last, or the default one. Any
+    /// thread.
     Mpeg1SequenceHeader GetSequenceHeader() const { return m_sequenceHeader.Get(); }
 
     // ---- threads
@@ -131,8 +132,8 @@ private:
     HRESULT InitSeeking();
     HRESULT SelectTsTimeReference();
     HRESULT BeginElementaryStream();
-    bool FeedCore(Bytes piece);
-    bool FeedFramer(Bytes piece);
+    bool FeedCore(Bytes chunk);
+    bool FeedFramer(Bytes chunk);
 
     CKestDemux2VideoOutputPin& m_videoPin;                 // see the constructor
     CKestDemux2AudioOutputPin& m_audioPin;                 // see the constructor

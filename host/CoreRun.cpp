@@ -67,8 +67,9 @@ private:
         for (bool bEnd = false; !bEnd;) {
             FRAME_INFO info{};
             const BlockRead read = m_queue.ReadEx(kReader, {pBlock.get(), nBlockSize}, &info, kInfinite);
+            if (read.status == BlockRead::EStatus::Nothing) continue;  // emptied: a new segment begins
+            if (!read.IsTaken()) break;                                // closed
             bEnd = info.bEndOfStream;
-            if (read.nLength == 0 && !bEnd) continue;
             m_handler(m_stream, info, {pBlock.get(), read.nLength});
             if (!bEnd) m_llPosition = info.llFilePos;
         }
@@ -290,7 +291,7 @@ void RunFramer(const Input& input, CFrameCounter& frames) {
     RunPushed(input, frames, queues,
               {.push =
                    [&](Bytes data) {
-                       framer.Push(data, queues.video);
+                       framer.Push(data, queues.video);  // the queue stays open
                        return true;
                    },
                .isStarved = [] { return true; },
