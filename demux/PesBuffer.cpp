@@ -41,8 +41,8 @@ void CPesBuffer::AppendPes(Bytes bytes) {
 
 PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
     PesPacket packet;
-    packet.timestamps =
-        ParsePtsDts(m_abHead[7] >> 6, Bytes(m_abHead).subspan(kFixedHeader, kTimestampsEnd - kFixedHeader));
+    packet.timestamps = ParsePtsDts(
+        m_abHead[7] >> 6, Bytes(m_abHead).subspan(kPesFixedHeader, kTimestampsEnd - kPesFixedHeader));
     std::uint8_t* const pPayload = m_pStorage.get() + m_nBegin + m_nFill;
     const std::uint32_t nHeader = GetHeaderSize();
     const std::uint32_t nKept = std::min(packet.timestamps ? nLeast : 1, m_nPesFill);

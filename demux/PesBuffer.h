@@ -50,12 +50,11 @@ public:
 
 private:
     static constexpr std::uint32_t kSlack = 256 * 1024;  // the elementary stream begins here at the latest
-    static constexpr std::uint32_t kFixedHeader = 9;     // of a PES packet: up to PES_header_data_length
     static constexpr std::uint32_t kTimestampsEnd = 19;  // behind a PTS and a DTS
     static constexpr std::uint32_t kHeadSize = 9 + 255 + 3;  // the longest header and the payload kept behind
 
     void BeginPes();
-    std::uint32_t GetHeaderSize() const { return kFixedHeader + m_abHead[8]; }
+    std::uint32_t GetHeaderSize() const { return kPesFixedHeader + m_abHead[8]; }
 
     std::unique_ptr<std::uint8_t[]> m_pStorage;      // elementary stream, then payload of the PES packet
     std::uint32_t m_nBegin = 0;                      // index of the elementary stream

@@ -22,7 +22,7 @@ public:
     /// Parses the next structure, or skips bytes in search of it: a bounded number, except as long as the input
     /// has no structure at all.
     virtual EParsed ParseUnit() = 0;
-    /// A run that has not failed is over: what is complete without more input is queued.
+    /// A run that has not failed is over: the parser queues what it has, if that is the family's way.
     virtual void End() {}
     /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What
     /// the stream said about itself stays.

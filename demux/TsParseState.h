@@ -30,7 +30,7 @@ public:
     int Prepare(ETsTiming timing);
 
     void Begin() override;
-    /// Parses the packets that can be had without moving the window; the first time, the tables.
+    /// Parses some packets; the first time, also the tables. Waits where the input has none.
     EParsed ParseUnit() override;
     void End() override;
     /// Gives the buffers back: what is in them is dropped, and the run cannot go on.

@@ -20,10 +20,10 @@ bool Fail(const char* pszWhat, const char* pszFault) {
 }
 
 /// A PID that a stream or a table may have.
-bool IsFree(std::uint16_t nPid) { return nPid >= 16 && nPid <= 8190; }
+bool IsStreamPid(std::uint16_t nPid) { return nPid >= 16 && nPid <= 8190; }
 
 /// The section that begins in the packet, with its CRC; empty after a fault.
-/// @param nMinSize  bytes in front of the part that varies.
+/// @param nMinSize  bytes that are read whatever the section says, at least 6.
 Bytes GetSection(Bytes packet, std::uint8_t nTableId, std::size_t nMinSize, const char* pszTable) {
     auto FailWith = [&](const char* pszFault) { return Fail(pszTable, pszFault), Bytes{}; };
     if (GetTsAdaptation(packet) == 0) return FailWith("adaptation field control");
@@ -43,14 +43,15 @@ Bytes GetSection(Bytes packet, std::uint8_t nTableId, std::size_t nMinSize, cons
 }  // namespace
 
 bool CTsTables::ParsePat(Bytes packet) {
-    constexpr std::size_t kFixedSize = 8, kEntrySize = 4;
-    const Bytes section = GetSection(packet, kPatTableId, kFixedSize, "PAT");
+    constexpr std::size_t kReadSize = 6, kFixedSize = 8, kEntrySize = 4;
+    const Bytes section = GetSection(packet, kPatTableId, kReadSize, "PAT");
     if (section.empty()) return false;
-    for (Bytes rest = section.subspan(kFixedSize); rest.size() > kCrcSize; rest = rest.subspan(kEntrySize)) {
+    for (Bytes rest = BytesFrom(section, kFixedSize); rest.size() > kCrcSize;
+         rest = rest.subspan(kEntrySize)) {
         if ((rest[2] & 0xE0) != 0xE0) return Fail("PAT", "syntax");
         if (Read16(rest, 0) == 0) continue;  // the network's PID
         m_nPmtPid = Read16(rest, 2) & 0x1FFF;
-        if (!IsFree(m_nPmtPid)) return Fail("program map", "PID");
+        if (!IsStreamPid(m_nPmtPid)) return Fail("program map", "PID");
     }
     return true;
 }
@@ -61,7 +62,7 @@ bool CTsTables::ParsePmt(Bytes packet) {
     if (section.empty()) return false;
     if ((section[8] & 0xE0) != 0xE0 || (section[10] & 0xF0) != 0xF0) return Fail("MAP", "syntax");
     m_nPcrPid = Read16(section, 8) & 0x1FFF;
-    if (!IsFree(m_nPcrPid)) return Fail("pcr", "PID");
+    if (!IsStreamPid(m_nPcrPid)) return Fail("pcr", "PID");
 
     Bytes rest = BytesFrom(section, kFixedSize + (Read16(section, 10) & 0x0FFFu));
     CMapEntries entries(rest, CMapEntries::ELayout::TransportStream);
@@ -79,11 +80,11 @@ bool CTsTables::ParseEntry(const MapEntry& entry) {
         case kStreamTypeMpeg4Video:
             m_bVideoMpeg4 = entry.nStreamType == kStreamTypeMpeg4Video;
             m_nVideoPid = entry.nId;
-            return IsFree(entry.nId) || Fail("video stream", "PID");
+            return IsStreamPid(entry.nId) || Fail("video stream", "PID");
         case kStreamTypeMpeg1Audio:
         case kStreamTypeMpeg2Audio:
             m_nAudioPid = entry.nId;
-            return IsFree(entry.nId) || Fail("audio stream", "PID");
+            return IsStreamPid(entry.nId) || Fail("audio stream", "PID");
         default: return true;
     }
 }
