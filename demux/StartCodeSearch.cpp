@@ -14,7 +14,7 @@ std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
-constexpr std::size_t kBlock = 256;  // bytes that are tested at a time
+constexpr std::size_t kBlock = 64;  // bytes that are tested at a time
 
 /// Whether one of the bytes p[0] to p[kBlock - 1] is nFirst with nSecond behind it. In one go, without a
 /// decision on the way, so that the compiler can use wide registers.
@@ -37,14 +37,14 @@ std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
 
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
     const std::size_t nLast = pattern.size() - 1;
+    const std::uint8_t nFirst = pattern[nLast - 1], nSecond = pattern[nLast];  // the rare pair
     const bool bBlocks = bytes.size() >= nLast + kBlock;  // the last one overlaps that before it
     for (std::size_t i = nLast; i < bytes.size();) {      // where the pattern's last byte may be
         const std::size_t nBlockEnd = std::min(i + kBlock, bytes.size());
-        const std::uint8_t* const pBlock = bBlocks ? &bytes[nBlockEnd - kBlock - 1] : nullptr;
-        if (pBlock && !HasPair(pBlock, pattern[nLast - 1], pattern[nLast])) i = nBlockEnd;
+        if (bBlocks && !HasPair(&bytes[nBlockEnd - kBlock - 1], nFirst, nSecond)) i = nBlockEnd;
         for (; i < nBlockEnd; ++i) {
-            const std::uint8_t* const p = &bytes[i - nLast];
-            if (bytes[i] == pattern[nLast] && std::equal(pattern.begin(), pattern.end(), p)) return i - nLast;
+            if (bytes[i] != nSecond || bytes[i - 1] != nFirst) continue;
+            if (std::equal(pattern.begin(), pattern.end(), &bytes[i - nLast])) return i - nLast;
         }
     }
     return std::nullopt;
