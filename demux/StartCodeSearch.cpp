@@ -14,13 +14,15 @@ std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
-constexpr std::size_t kBlock = 64;  // bytes that are tested at a time
+constexpr std::size_t kBlock = 64;    // bytes that are tested at a time
+constexpr std::size_t kSubBlock = 8;  // and within a block that has the pair
 
-/// Whether one of the bytes p[0] to p[kBlock - 1] is nFirst with nSecond behind it. In one go, without a
+/// Whether one of the bytes p[0] to p[kSize - 1] is nFirst with nSecond behind it. In one go, without a
 /// decision on the way, so that the compiler can use wide registers.
+template <std::size_t kSize>
 bool HasPair(const std::uint8_t* p, std::uint8_t nFirst, std::uint8_t nSecond) {
     std::uint8_t nLeast = 0xFF;
-    for (std::size_t k = 0; k < kBlock; ++k) {
+    for (std::size_t k = 0; k < kSize; ++k) {
         const auto nDifference = static_cast<std::uint8_t>((p[k] ^ nFirst) | (p[k + 1] ^ nSecond));
         nLeast = nDifference < nLeast ? nDifference : nLeast;
     }
@@ -38,15 +40,23 @@ std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
     const std::size_t nLast = pattern.size() - 1;
     const std::uint8_t nFirst = pattern[nLast - 1], nSecond = pattern[nLast];  // the rare pair
-    const bool bBlocks = bytes.size() >= nLast + kBlock;  // the last one overlaps that before it
-    for (std::size_t i = nLast; i < bytes.size();) {      // where the pattern's last byte may be
-        const std::size_t nBlockEnd = std::min(i + kBlock, bytes.size());
-        if (bBlocks && !HasPair(&bytes[nBlockEnd - kBlock - 1], nFirst, nSecond)) i = nBlockEnd;
-        for (; i < nBlockEnd; ++i) {
+    // Where the pattern ends, from i on and before nEnd; nEnd: nowhere.
+    const auto FindEnd = [&](std::size_t i, std::size_t nEnd) {
+        for (; i < nEnd; ++i) {
             if (bytes[i] != nSecond || bytes[i - 1] != nFirst) continue;
-            if (std::equal(pattern.begin(), pattern.end(), &bytes[i - nLast])) return i - nLast;
+            if (std::equal(pattern.begin(), pattern.end(), &bytes[i - nLast])) break;
+        }
+        return i;
+    };
+    std::size_t i = nLast;
+    for (; i + kBlock <= bytes.size(); i += kBlock) {
+        if (!HasPair<kBlock>(&bytes[i - 1], nFirst, nSecond)) continue;
+        for (std::size_t j = i; j < i + kBlock; j += kSubBlock) {
+            if (!HasPair<kSubBlock>(&bytes[j - 1], nFirst, nSecond)) continue;
+            if (const std::size_t nEnd = FindEnd(j, j + kSubBlock); nEnd < j + kSubBlock) return nEnd - nLast;
         }
     }
+    if (const std::size_t nEnd = FindEnd(i, bytes.size()); nEnd < bytes.size()) return nEnd - nLast;
     return std::nullopt;
 }
 
