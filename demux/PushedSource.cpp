@@ -8,7 +8,8 @@ namespace kest {
 
 void CPushedSource::Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk,
                            std::uint32_t nReadUnit) {
-    if (!pRing) m_pOwnRing = std::make_unique<CRingBuffer>(nCapacity);
+    constexpr std::uint32_t kBatchDivisor = 16;  // the demuxer is woken for this part of the capacity
+    if (!pRing) m_pOwnRing = std::make_unique<CRingBuffer>(nCapacity, nCapacity / kBatchDivisor);
     m_pRing = pRing ? pRing : m_pOwnRing.get();
     m_nMaxChunk = nMaxChunk;
     m_nReadUnit = nReadUnit;

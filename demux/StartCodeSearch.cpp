@@ -14,17 +14,42 @@ std::size_t FindByte(Bytes bytes, std::size_t nFrom, std::size_t nEnd, std::uint
     return p ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(p) - bytes.data()) : nEnd;
 }
 
-constexpr std::size_t kBlock = 256;  // bytes that are tested at a time
+constexpr std::size_t kBlock = 64;    // bytes that are tested at a time
+constexpr std::size_t kSubBlock = 8;  // and within a block that has the pair
 
-/// Whether one of the bytes p[0] to p[kBlock - 1] is nFirst with nSecond behind it. In one go, without a
+/// Whether one of the bytes p[0] to p[kSize - 1] and the byte behind it are such a pair. In one go, without a
 /// decision on the way, so that the compiler can use wide registers.
-bool HasPair(const std::uint8_t* p, std::uint8_t nFirst, std::uint8_t nSecond) {
+template <std::size_t kSize, class Differ>
+bool HasPair(const std::uint8_t* p, Differ differ) {
     std::uint8_t nLeast = 0xFF;
-    for (std::size_t k = 0; k < kBlock; ++k) {
-        const auto nDifference = static_cast<std::uint8_t>((p[k] ^ nFirst) | (p[k + 1] ^ nSecond));
+    for (std::size_t k = 0; k < kSize; ++k) {
+        const std::uint8_t nDifference = differ(p[k], p[k + 1]);
         nLeast = nDifference < nLeast ? nDifference : nLeast;
     }
     return nLeast == 0;
+}
+
+/// Index of the first of the nSize bytes that are searched for.
+/// @param differ   gives 0 for what their last two bytes may be, which are rare.
+/// @param matches  whether they begin at a pointer, once their last two are right.
+template <class Differ, class Matches>
+std::optional<std::size_t> Find(Bytes bytes, std::size_t nSize, Differ differ, Matches matches) {
+    const std::size_t nLast = nSize - 1;
+    // Where they end, from i on and before nEnd; nEnd: nowhere.
+    const auto FindEnd = [&](std::size_t i, std::size_t nEnd) {
+        while (i < nEnd && (differ(bytes[i - 1], bytes[i]) != 0 || !matches(&bytes[i - nLast]))) ++i;
+        return i;
+    };
+    std::size_t i = nLast;
+    for (; i + kBlock <= bytes.size(); i += kBlock) {
+        if (!HasPair<kBlock>(&bytes[i - 1], differ)) continue;
+        for (std::size_t j = i; j < i + kBlock; j += kSubBlock) {
+            if (!HasPair<kSubBlock>(&bytes[j - 1], differ)) continue;
+            if (const std::size_t nEnd = FindEnd(j, j + kSubBlock); nEnd < j + kSubBlock) return nEnd - nLast;
+        }
+    }
+    if (const std::size_t nEnd = FindEnd(i, bytes.size()); nEnd < bytes.size()) return nEnd - nLast;
+    return std::nullopt;
 }
 
 /// The bytes of a code in stream order.
@@ -36,18 +61,24 @@ std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
 }  // namespace
 
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
-    const std::size_t nLast = pattern.size() - 1;
-    const bool bBlocks = bytes.size() >= nLast + kBlock;  // the last one overlaps that before it
-    for (std::size_t i = nLast; i < bytes.size();) {      // where the pattern's last byte may be
-        const std::size_t nBlockEnd = std::min(i + kBlock, bytes.size());
-        const std::uint8_t* const pBlock = bBlocks ? &bytes[nBlockEnd - kBlock - 1] : nullptr;
-        if (pBlock && !HasPair(pBlock, pattern[nLast - 1], pattern[nLast])) i = nBlockEnd;
-        for (; i < nBlockEnd; ++i) {
-            const std::uint8_t* const p = &bytes[i - nLast];
-            if (bytes[i] == pattern[nLast] && std::equal(pattern.begin(), pattern.end(), p)) return i - nLast;
-        }
-    }
-    return std::nullopt;
+    const std::uint8_t nFirst = pattern[pattern.size() - 2], nSecond = pattern.back();
+    return Find(
+        bytes, pattern.size(),
+        [=](std::uint8_t a, std::uint8_t b) {
+            return static_cast<std::uint8_t>((a ^ nFirst) | (b ^ nSecond));
+        },
+        [=](const std::uint8_t* p) { return std::equal(pattern.begin(), pattern.end(), p); });
+}
+
+std::optional<std::size_t> FindAnyStartCode(Bytes bytes, const ThreeCodes& codes) {
+    return Find(
+        bytes, 4,
+        [=](std::uint8_t a, std::uint8_t b) {
+            const auto Differ = [=](std::size_t i) { return static_cast<std::uint8_t>(b ^ codes[i]); };
+            const std::uint8_t nLeast = std::min(std::min(Differ(0), Differ(1)), Differ(2));
+            return static_cast<std::uint8_t>((a ^ 1) | nLeast);
+        },
+        [](const std::uint8_t* p) { return p[0] == 0 && p[1] == 0; });
 }
 
 std::optional<std::size_t> FindStartCodePrefix(Bytes bytes) {

@@ -1,5 +1,7 @@
 #include "demux/TsVideoFramer.h"
 
+#include <algorithm>
+
 #include "demux/StartCodeSearch.h"
 #include "demux/VideoStartCodes.h"
 
@@ -9,8 +11,10 @@ namespace {
 constexpr std::uint32_t kLeastPayload = 3;
 
 /// The start codes that begin an MPEG-2 frame.
+constexpr ThreeCodes kMpeg2FrameCodes = {kSequenceHeader, kGroupOfPictures, kPicture};
+
 bool BeginsMpeg2Frame(std::uint8_t nCode) {
-    return nCode == kSequenceHeader || nCode == kGroupOfPictures || nCode == kPicture;
+    return std::ranges::find(kMpeg2FrameCodes, nCode) != kMpeg2FrameCodes.end();
 }
 
 /// The start codes that begin an MPEG-4 frame at the beginning of a PES packet.
@@ -81,14 +85,19 @@ void CTsVideoFramer::FindFrameEnds() {
     const Bytes bytes = m_buffer.GetBytes();
     bool bPicture = false;  // there is one since the last end
     m_ends.clear();
-    ForEachStartCode(bytes, [&](std::size_t nIndex, std::uint8_t nCode) {
-        if (bPicture && (m_bMpeg4 || BeginsMpeg2Frame(nCode))) {
+    const auto OnStartCode = [&](std::size_t nIndex, std::uint8_t nCode) {
+        if (bPicture) {
             m_ends.push_back(nIndex);
             bPicture = false;
         }
         if (nCode == (m_bMpeg4 ? kVop : kPicture)) bPicture = true;
         return true;
-    });
+    };
+    if (m_bMpeg4) {
+        ForEachStartCode(bytes, OnStartCode);
+    } else {
+        ForEachStartCodeOf(bytes, kMpeg2FrameCodes, OnStartCode);
+    }
     if (bPicture || m_ends.empty()) m_ends.push_back(bytes.size());
 }
 

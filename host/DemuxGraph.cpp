@@ -39,7 +39,10 @@ std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
 
 CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio,
                          const Options& options)
-    : m_input(input), m_options(options), m_pModule(LoadDemuxModule(options.strModule)) {
+    : m_input(input),
+      m_options(options),
+      m_pModule(LoadDemuxModule(options.strModule)),
+      m_pacer(options.pace == EPace::Timed ? CPacer::kMaxWaitMs : 0) {
     Require(
         m_pModule->CreateInstance(kFilterClass, IID_IBaseFilter, reinterpret_cast<void**>(m_pDemux.Put())),
         "cannot create the filter");

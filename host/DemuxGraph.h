@@ -22,7 +22,7 @@ class CDemuxGraph {
 public:
     enum class EPace {
         Timed,    // samples have times, and the stream that is ahead waits for the other
-        FreeRun,  // samples without times, as fast as they are taken
+        FreeRun,  // as fast as they are taken, without times where the demultiplexer can leave them out
     };
     struct Options {
         EPace pace = EPace::FreeRun;
@@ -71,8 +71,8 @@ private:
 
     const Input& m_input;
     const Options m_options;
-    const std::unique_ptr<CLoadedModule> m_pModule;  // first: what it made goes before it
-    CPacer m_pacer;
+    const std::unique_ptr<CLoadedModule> m_pModule;          // first: what it made goes before it
+    CPacer m_pacer;                                          // waits for nothing in EPace::FreeRun
     bool m_bTrickPlay = false;                               // the rate is not 1.0
     std::atomic<bool> m_bEndRequested{false};                // see End
     std::uint64_t m_nActivity = 0;                           // of source and sinks, when it last changed

@@ -22,7 +22,7 @@ public:
     static constexpr REFERENCE_TIME kLead = 5'000'000;  // 100 ns that a stream may be ahead
     static constexpr std::uint32_t kMaxWaitMs = 300;
 
-    /// @param nMaxWaitMs  how long a stream is waited for.
+    /// @param nMaxWaitMs  how long a stream is waited for; 0: no stream waits.
     explicit CPacer(std::uint32_t nMaxWaitMs = kMaxWaitMs) : m_nMaxWaitMs(nMaxWaitMs) {}
 
     /// A stream begins, or begins anew, at time 0: nothing of it has come yet.

@@ -46,6 +46,11 @@ bool CThread::Start(Body body) {
 
 bool CThread::Exists() const { return static_cast<bool>(PresentControl()); }
 
+bool CThread::IsRunning() const {
+    CAutoLock lock(m_cs);
+    return m_bExists && !m_pControl->evEnded.IsSignalled();
+}
+
 std::uint32_t CThread::Wait(std::uint32_t nTimeoutMs) const {
     const CTerminationHold hold;
     const auto pControl = PresentControl();

@@ -37,6 +37,8 @@ public:
     bool Start(Body body);
     /// There is a thread that has not been closed, ended or not.
     bool Exists() const;
+    /// There is one, and it has not ended: costs much less than a wait.
+    bool IsRunning() const;
     /// @param nTimeoutMs  milliseconds; kInfinite: without limit.
     /// @return WAIT_OBJECT_0 when the thread has ended, WAIT_TIMEOUT, or WAIT_FAILED when there is none.
     std::uint32_t Wait(std::uint32_t nTimeoutMs) const;

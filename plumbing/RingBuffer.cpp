@@ -6,8 +6,8 @@
 
 namespace kest {
 
-CRingBuffer::CRingBuffer(std::uint32_t nCapacity)
-    : CBufferSides(nCapacity, 0), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
+CRingBuffer::CRingBuffer(std::uint32_t nCapacity, std::uint32_t nReadBatch)
+    : CBufferSides(nCapacity, nReadBatch), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
 
 // ---------------- write side
 

@@ -34,8 +34,9 @@ class CRingBuffer : public CBufferSides {
 public:
     /// A buffer without storage: every opening of a side fails.
     CRingBuffer() : CRingBuffer(0) {}
-    /// @param nCapacity  bytes of storage, zero-filled.
-    explicit CRingBuffer(std::uint32_t nCapacity);
+    /// @param nCapacity   bytes of storage, zero-filled.
+    /// @param nReadBatch  bytes that are worth waking a reader for while they come fast; 0: those that it wants.
+    explicit CRingBuffer(std::uint32_t nCapacity, std::uint32_t nReadBatch = 0);
     CRingBuffer(const CRingBuffer&) = delete;
     CRingBuffer& operator=(const CRingBuffer&) = delete;
 

@@ -55,7 +55,7 @@ void CWorkerThread::Restart() {
     StartThread();
 }
 
-bool CWorkerThread::IsRunning() const { return m_hThread.Wait(0) == WAIT_TIMEOUT; }
+bool CWorkerThread::IsRunning() const { return m_hThread.IsRunning(); }
 
 std::uint32_t CWorkerThread::WaitForThread(std::uint32_t nTimeoutMs) const {
     return m_hThread.Wait(nTimeoutMs);
