@@ -1,7 +1,9 @@
 #pragma once
 
-#include "Recorder.h"
-#include "platform/ComPtr.h"
+#include <optional>
+
+#include "PushSource.h"
+#include "control/KestDemux2Control.h"
 
 namespace kest {
 
@@ -45,6 +47,21 @@ public:
         RequireOk(Query<IFileSourceFilter>(pSource)->Load(wszFile.c_str(), nullptr), "the file");
         return m_pGraph->ConnectDirect(GetPin(pSource, kSourceOutput).Get(), GetPin(m_pFilter, kInput).Get(),
                                        nullptr);
+    }
+
+    /// Opens a file of whatever class, which a source delivers, and connects both outputs. A queue that fills up, since
+    /// nobody plays the streams in real time, brings about no reset.
+    void BuildPushed(const std::wstring& wszFile) {
+        m_pFilter = Add(kFilterClass);
+        const auto pControl = Query<IKestDemux2Control>(m_pFilter, IID_IKestDemux2Control);
+        const auto pSwitches = Query<IKestDemux2Control2>(m_pFilter, IID_IKestDemux2Control2);
+        RequireOk(pControl->put_EnableReset(0), "no resets");
+        RequireOk(pSwitches->put_Switch(ESwitch::AdmitAll, 1), "every class");
+        RequireOk(m_pGraph->AddFilter(&m_pushSource.emplace(wszFile), nullptr), "adding the source");
+        RequireOk(m_pGraph->ConnectDirect(&*m_pushSource, GetPin(m_pFilter, kInput).Get(), nullptr),
+                  "connecting the source with the filter");
+        ConnectRecorder(AddGrabber(kAudio), m_pFilter, kAudioOutput);
+        ConnectRecorder(AddGrabber(kVideo), m_pFilter, kVideoOutput);
     }
 
     /// Opens a file and connects both outputs, the audio's through a decoder if one is given, which must give PCM.
@@ -173,6 +190,7 @@ private:
     }
 
     CRecorder m_recorder;
+    std::optional<CPushSource> m_pushSource;
     const CComPtr<IGraphBuilder> m_pGraph = Create<IGraphBuilder>(CLSID_FilterGraph);
     const CComPtr<IMediaControl> m_pControl = Query<IMediaControl>(m_pGraph);
     const CComPtr<IMediaSeeking> m_pSeeking = Query<IMediaSeeking>(m_pGraph);
