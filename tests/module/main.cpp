@@ -67,13 +67,13 @@ std::string ListSamples(const std::wstring& wszFile, const std::wstring& wszWher
     std::wistringstream where(wszWhere);
     if (where >> dSeconds) {
         graph.Pause();  // each renderer holds a sample then: what comes next is of the new place
-        if (where >> dRate >> nCount) RequireOk(graph.GetSeeking().SetRate(dRate), "the rate");
+        if (where >> dRate >> nCount) graph.SetRate(dRate);
         graph.Seek(static_cast<REFERENCE_TIME>(dSeconds * kSecond));
     }
     if (nCount > 0) {
         graph.Run();
         graph.GetRecorder().RequireSamples(kVideo, nCount);
-        RequireQuiet(graph, "at the end");
+        RequireQuiet(graph, "past the end of trick play");
     } else {
         graph.RunToEnd();
     }
