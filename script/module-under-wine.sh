@@ -14,6 +14,8 @@ test_module_under_wine() {
     module_case nostream tests/data/vob_mpeg2_nomap.mpg
     module_case nostream README.md
     compare_samples
+    compare_trick_play
+    compare_pushed
     module_case control "$module_logs/"
     module_case states "${module_streams[1]}"
     module_case starts "${module_streams[0]}"
@@ -27,6 +29,7 @@ test_module_under_wine() {
     register_module /u
     check_registry
     summary+=("module under wine: $module_samples samples as on Linux ($module_untimed early ones but for their times)," \
+        "    $module_trick of trick play and $module_pushed of transport streams that are delivered as on Linux (each field)," \
         "    $(report starts), $(report merit), unregistered without a trace, $(report decoder)" "    $page")
 }
 
@@ -81,14 +84,18 @@ dump_registry() { # file
     done
 }
 
+# What the program lists of a stream's samples, pin after pin.
+list_natively() { # stream, options...
+    build/debug/bin/kestdemux samples --json "${@:2}" "$1" | grep '"event":"sample"' | sort -s -t, -k1,1
+}
+
 # Compares every sample of both pins, from the beginning and from seeks, with what the program lists.
 compare_samples() {
     local stream seek begun out="$module_logs/samples"
     module_samples=0 module_untimed=0
     for stream in "${module_streams[@]}"; do
         for seek in "" 0.5 1.5; do
-            build/debug/bin/kestdemux samples --json ${seek:+--seek "$seek"} "$stream" | grep '"event":"sample"' |
-                sort -s -t, -k1,1 >"$out.native"
+            list_natively "$stream" ${seek:+--seek "$seek"} >"$out.native"
             module_case samples "$stream" ${seek:+"$seek"}
             begun=$(count_early_video "$out.native" "$out.out")
             without_early_times "$begun" <"$out.native" >"$out.expected"
@@ -97,6 +104,33 @@ compare_samples() {
             module_samples=$((module_samples + $(wc -l <"$out.found")))
             module_untimed=$((module_untimed + begun))
         done
+    done
+}
+
+# Trick play has samples of the video alone, without times: every one in every field, and none behind the last.
+compare_trick_play() {
+    local where seek rate count stream=tests/data/ps_mpeg4.mpg out="$module_logs/samples"
+    module_trick=0
+    for where in "1 2.0" "8 -2.0" "2 0.5"; do
+        read -r seek rate <<<"$where"
+        list_natively "$stream" --seek "$seek" --rate "$rate" >"$out.native"
+        count=$(wc -l <"$out.native")
+        module_case samples "$stream" "$where $count"
+        diff "$out.native" "$out.out" >"$out.log" || module_failed samples
+        module_trick=$((module_trick + count))
+    done
+}
+
+# Every sample of both pins, in every field. Two classes are left out: this host does not run before each renderer has a
+# sample, but an elementary stream has no audio; and the times of an MPEG-1 system stream begin at what the clock shows.
+compare_pushed() {
+    local stream out="$module_logs/pushed"
+    module_pushed=0
+    for stream in tests/data/ts_mpeg2.ts tests/data/ts_mpeg4.ts; do
+        list_natively "$stream" >"$out.native"
+        module_case pushed "$stream"
+        diff "$out.native" "$out.out" >"$out.log" || module_failed pushed
+        module_pushed=$((module_pushed + $(wc -l <"$out.out")))
     done
 }
 

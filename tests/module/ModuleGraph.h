@@ -1,7 +1,9 @@
 #pragma once
 
-#include "Recorder.h"
-#include "platform/ComPtr.h"
+#include <optional>
+
+#include "PushSource.h"
+#include "control/KestDemux2Control.h"
 
 namespace kest {
 
@@ -47,6 +49,21 @@ public:
                                        nullptr);
     }
 
+    /// Opens a file of whatever class, which a source delivers, and connects both outputs. A queue that fills up, since
+    /// nobody plays the streams in real time, brings about no reset.
+    void BuildPushed(const std::wstring& wszFile) {
+        m_pFilter = Add(kFilterClass);
+        const auto pControl = Query<IKestDemux2Control>(m_pFilter, IID_IKestDemux2Control);
+        const auto pSwitches = Query<IKestDemux2Control2>(m_pFilter, IID_IKestDemux2Control2);
+        RequireOk(pControl->put_EnableReset(0), "no resets");
+        RequireOk(pSwitches->put_Switch(ESwitch::AdmitAll, 1), "every class");
+        RequireOk(m_pGraph->AddFilter(&m_pushSource.emplace(wszFile), nullptr), "adding the source");
+        RequireOk(m_pGraph->ConnectDirect(&*m_pushSource, GetPin(m_pFilter, kInput).Get(), nullptr),
+                  "connecting the source with the filter");
+        ConnectRecorder(AddGrabber(kAudio), m_pFilter, kAudioOutput);
+        m_pVideoRenderer = ConnectRecorder(AddGrabber(kVideo), m_pFilter, kVideoOutput);
+    }
+
     /// Opens a file and connects both outputs, the audio's through a decoder if one is given, which must give PCM.
     void Build(const std::wstring& wszFile, const CComPtr<IBaseFilter>& pDecoder = {}) {
         RequireOk(Open(wszFile), "connecting the source with the filter");
@@ -57,7 +74,7 @@ public:
         } else {
             ConnectRecorder(AddGrabber(kAudio), m_pFilter, kAudioOutput);
         }
-        ConnectRecorder(AddGrabber(kVideo), m_pFilter, kVideoOutput);
+        m_pVideoRenderer = ConnectRecorder(AddGrabber(kVideo), m_pFilter, kVideoOutput);
     }
 
     /// Has the host connect a file with the video's grabber, through whatever filter it finds, which must be the one
@@ -107,6 +124,11 @@ public:
         m_recorder.Begin();
         constexpr DWORD kTo = AM_SEEKING_AbsolutePositioning, kUnchanged = AM_SEEKING_NoPositioning;
         RequireOk(m_pSeeking->SetPositions(&rt, kTo, nullptr, kUnchanged), "seeking");
+    }
+
+    /// Changes the rate, through the video's renderer: the graph of Wine takes a rate and does nothing with it.
+    void SetRate(double dRate) {
+        RequireOk(Query<IMediaSeeking>(m_pVideoRenderer)->SetRate(dRate), "the rate");
     }
 
     /// Runs and waits until both streams have ended.
@@ -166,17 +188,22 @@ private:
                   "connecting pin " + std::to_string(nPin));
     }
 
-    void ConnectRecorder(const CComPtr<IBaseFilter>& pGrabber, const CComPtr<IBaseFilter>& pFrom,
-                         ULONG nPin) {
+    /// @return the renderer.
+    CComPtr<IBaseFilter> ConnectRecorder(const CComPtr<IBaseFilter>& pGrabber,
+                                         const CComPtr<IBaseFilter>& pFrom, ULONG nPin) {
         Connect(pFrom, nPin, pGrabber);
-        Connect(pGrabber, kOutput, Add(kNullRenderer));
+        const auto pRenderer = Add(kNullRenderer);
+        Connect(pGrabber, kOutput, pRenderer);
+        return pRenderer;
     }
 
     CRecorder m_recorder;
+    std::optional<CPushSource> m_pushSource;
     const CComPtr<IGraphBuilder> m_pGraph = Create<IGraphBuilder>(CLSID_FilterGraph);
     const CComPtr<IMediaControl> m_pControl = Query<IMediaControl>(m_pGraph);
     const CComPtr<IMediaSeeking> m_pSeeking = Query<IMediaSeeking>(m_pGraph);
-    CComPtr<IBaseFilter> m_pFilter;  // the one under test
+    CComPtr<IBaseFilter> m_pFilter;         // the one under test
+    CComPtr<IBaseFilter> m_pVideoRenderer;  // behind the video's grabber
 };
 
 }  // namespace kest

@@ -51,7 +51,8 @@ public:
 
     /// Forgets all samples and waits for the next beginning of each stream, a sample with a discontinuity: during the
     /// flush of a seek a grabber may show more of the old place, which the renderer behind it refuses. A beginning that
-    /// comes again replaces itself: the host seeks twice, once through each pin.
+    /// comes again takes the place of all that came before the graph runs: the host seeks twice, once through each pin,
+    /// and the audio's restart between the seeks may have flushed the video's first sample to bring the next.
     void Begin() {
         std::lock_guard lock(m_mutex);
         m_aTracks = {};
@@ -59,8 +60,8 @@ public:
         m_changed.notify_all();
     }
 
-    /// Whether a stream waits for the other, which it does not at first. False also ends the waits: for stops and
-    /// flushes, of which a grabber knows nothing.
+    /// Whether a stream waits for the other: while the graph runs. False also ends the waits: for stops and flushes, of
+    /// which a grabber knows nothing.
     void SetPacing(bool bOn) {
         std::lock_guard lock(m_mutex);
         m_bPacing = bOn;
@@ -73,12 +74,16 @@ public:
         return m_aTracks[stream].samples;
     }
 
-    /// Waits until both streams have so many samples; fails after 10 seconds.
-    void RequireSamples(std::size_t nCount) const {
+    /// Waits until a stream has so many samples; fails after 10 seconds.
+    void RequireSamples(EStream stream, std::size_t nCount) const {
         std::unique_lock lock(m_mutex);
-        const auto IsEnough = [&](const Track& each) { return each.samples.size() >= nCount; };
-        Require(m_changed.wait_for(lock, kTooLong, [&] { return std::ranges::all_of(m_aTracks, IsEnough); }),
+        const Track& track = m_aTracks[stream];
+        Require(m_changed.wait_for(lock, kTooLong, [&] { return track.samples.size() >= nCount; }),
                 "too few samples");
+    }
+    /// The same for both streams.
+    void RequireSamples(std::size_t nCount) const {
+        for (const EStream stream : {kAudio, kVideo}) RequireSamples(stream, nCount);
     }
 
 private:
@@ -89,6 +94,7 @@ private:
     struct Track {
         std::vector<std::string> samples;
         REFERENCE_TIME rtLatest = 0;  // start of the last sample with times, 100 ns
+        bool bRunning = false;        // a sample has come while the graph runs
         bool bBegun = false;          // a sample with times has come
         bool bAwaited = true;         // the other stream waits for this one
     };
@@ -127,8 +133,10 @@ private:
         std::unique_lock lock(m_mutex);
         Track& own = m_aTracks[stream];
         const bool bBegins = sample.IsDiscontinuity() == S_OK;
-        if (own.samples.size() == 1 && GetBytes(own.samples[0]) == GetBytes(szText.data()))
+        if (bBegins && !own.bRunning && !own.samples.empty() &&
+            GetBytes(own.samples[0]) == GetBytes(szText.data()))
             own.samples.clear();
+        own.bRunning = own.bRunning || m_bPacing;
         if (bBegins || !own.samples.empty()) own.samples.push_back(szText.data());
         m_changed.notify_all();
         if (bTimed) WaitForOther(own, m_aTracks[1 - stream], rtStart, lock);

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <map>
+#include <sstream>
 
 #include "PageCases.h"
 #include "control/Identifiers.h"
@@ -46,22 +47,47 @@ void RequireQuiet(CModuleGraph& graph, const std::string& strState) {
 
 // ---------------- the cases; each returns its report
 
-/// Every sample of a file, pin after pin, as `kestdemux samples --json` lists them.
-/// @param wszSeconds  where to begin; empty: at the beginning, without a seek.
-std::string ListSamples(const std::wstring& wszFile, const std::wstring& wszSeconds) {
-    CModuleGraph graph;
-    graph.Build(wszFile);
-    if (!wszSeconds.empty()) {
-        graph.Pause();  // each renderer holds a sample then: what comes next is of the new place
-        graph.Seek(static_cast<REFERENCE_TIME>(std::stod(wszSeconds) * kSecond));
-    }
-    graph.RunToEnd();
-    graph.Stop();
+/// Every sample, pin after pin, as `kestdemux samples --json` lists them.
+std::string GetList(const CRecorder& recorder) {
     std::string strList;
     for (const EStream stream : {kAudio, kVideo}) {
-        for (const auto& strSample : graph.GetRecorder().GetSamples(stream)) strList += strSample + "\n";
+        for (const auto& strSample : recorder.GetSamples(stream)) strList += strSample + "\n";
     }
     return strList;
+}
+
+/// The samples of a file.
+/// @param wszWhere  SECONDS [RATE COUNT], where to begin and how to play; trick play has so many samples of the video
+///                  and no end. Empty: from the beginning, without a seek.
+std::string ListSamples(const std::wstring& wszFile, const std::wstring& wszWhere) {
+    CModuleGraph graph;
+    graph.Build(wszFile);
+    double dSeconds = 0, dRate = 1.0;
+    std::size_t nCount = 0;
+    std::wistringstream where(wszWhere);
+    if (where >> dSeconds) {
+        graph.Pause();  // each renderer holds a sample then: what comes next is of the new place
+        if (where >> dRate >> nCount) graph.SetRate(dRate);
+        graph.Seek(static_cast<REFERENCE_TIME>(dSeconds * kSecond));
+    }
+    if (nCount > 0) {
+        graph.Run();
+        graph.GetRecorder().RequireSamples(kVideo, nCount);
+        RequireQuiet(graph, "past the end of trick play");
+    } else {
+        graph.RunToEnd();
+    }
+    graph.Stop();
+    return GetList(graph.GetRecorder());
+}
+
+/// The samples of a file of whatever class that a source delivers.
+std::string ListPushed(const std::wstring& wszFile, const std::wstring&) {
+    CModuleGraph graph;
+    graph.BuildPushed(wszFile);
+    graph.RunToEnd();
+    graph.Stop();
+    return GetList(graph.GetRecorder());
 }
 
 /// Starts and stops: of three starts the first is stopped at once, the second when it is paused, the third, after a
@@ -159,9 +185,10 @@ std::string CheckControl(const std::wstring& wszFolder, const std::wstring&) {
 }
 
 const std::map<std::wstring, std::string (*)(const std::wstring&, const std::wstring&)> kCases = {
-    {L"samples", ListSamples},  {L"starts", CheckStarts},   {L"states", CheckStates},
-    {L"merit", CheckMerit},     {L"decoder", CheckDecoder}, {L"nostream", CheckNoStream},
-    {L"control", CheckControl}, {L"page", CheckPage},       {L"show", ShowPage},
+    {L"samples", ListSamples},    {L"pushed", ListPushed},    {L"starts", CheckStarts},
+    {L"states", CheckStates},     {L"merit", CheckMerit},     {L"decoder", CheckDecoder},
+    {L"nostream", CheckNoStream}, {L"control", CheckControl}, {L"page", CheckPage},
+    {L"show", ShowPage},
 };
 
 }  // namespace
