@@ -24,16 +24,18 @@ void CIntake::Forward(std::span<const std::uint8_t> data) {
     Trace("Sending Bytes =%" PRIu64 "\n", llBytesSent);
 }
 
+// The intake's own gate is held first and released last: what the other two drop is answered as dropped.
 CIntake::CHold::CHold(CIntake& intake) : m_intake(intake) {
+    m_intake.m_gate.BeginHold();
     m_intake.m_sender.HoldPush();
     m_intake.m_path.HoldFeed();
-    m_intake.m_gate.Hold([] {});  // the other two have ended what it may wait for
+    m_intake.m_gate.FinishHold([] {});  // the other two have ended what it may wait for
 }
 
 CIntake::CHold::~CHold() {
-    m_intake.m_gate.Release();
     m_intake.m_path.ReleaseFeed();
     m_intake.m_sender.ReleasePush();
+    m_intake.m_gate.Release();
 }
 
 }  // namespace kest

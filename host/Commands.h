@@ -88,12 +88,12 @@ void RunStatus(const StatusOptions& options);
 
 /// What is empty stays as it is.
 struct SetOptions {
-    std::string strSending;    // "on", "off"
-    std::string strTo;         // see Destination
-    std::string strLocalView;  // "on", "off", or the port, which switches it on
-    std::string strDemux;      // "on", "off"
-    std::string strFunction;   // "pes", "es", "free"
-    std::optional<int> nChunkKB;
+    std::string strSending;                   // "on", "off"
+    std::optional<std::string> strTo;         // see Destination
+    std::optional<std::string> strLocalView;  // "on", "off", or the port, which switches it on
+    std::string strDemux;                     // "on", "off"
+    std::string strFunction;                  // "pes", "es", "free"
+    std::optional<int> nChunkKB;              // KiB of a datagram
     bool operator==(const SetOptions&) const = default;
 };
 /// Posts new settings to a running filter, and prints whether it has taken them.

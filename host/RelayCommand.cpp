@@ -53,18 +53,35 @@ SHARED_STATUS ApplySettings(CDemuxGraph& graph) {
 void SetUp(CDemuxGraph& graph, const RelayOptions& options, const Destination& to) {
     IKestDemux2Control& control = graph.GetControl();
     constexpr const char* kWhat = "cannot change the filter's settings";
+    constexpr const char* kNoStatus = "the filter's shared status cannot be made";
     graph.Require(control.put_SendAddress(to.dwAddr), kWhat);
     graph.Require(control.put_SendPort(to.nPort), kWhat);
     if (options.nLocalPort) graph.Require(control.put_LocalPort(*options.nLocalPort), kWhat);
     graph.Require(control.put_Sending(1), kWhat);
     graph.Require(control.put_LocalView(options.nLocalPort.has_value()), kWhat);
-    if (!options.bDemux) graph.Require(control.put_DisableDemux(1), kWhat);
+    if (!options.bDemux) graph.Require(control.put_DisableDemux(1), kNoStatus);
     SHARED_STATUS status = ApplySettings(graph);
     if (!options.nChunkKB) return;
     status.settings.nChunkKB = *options.nChunkKB;  // only a posted record can change it
     CStatusClient client;
-    if (!client.Open() || !client.Post(status, kPostMs))
-        graph.Require(E_FAIL, "cannot set the size of datagrams");
+    if (!client.Open()) graph.Require(E_FAIL, kNoStatus);
+    if (!client.Post(status, kPostMs)) graph.Require(E_FAIL, "cannot set the size of datagrams");
+}
+
+/// Only while all datagrams have the same size is it known what the last one lacked.
+/// @param settings  as they are at the end; others may have posted anything.
+void PrintSent(const SEND_SETTINGS& settings, const RelayOptions& options) {
+    const int nChunkKB = std::clamp(settings.nChunkKB, 1, kMaxChunkKB);
+    if (nChunkKB != options.nChunkKB.value_or(SEND_SETTINGS{}.nChunkKB)) {
+        std::fprintf(stderr,
+                     "sent: %" PRIu64
+                     " bytes in datagrams of several sizes; less than %d KiB of them left behind\n",
+                     settings.llBytesSent, nChunkKB);
+        return;
+    }
+    const std::uint64_t nTail = settings.llBytesSent % (static_cast<std::uint64_t>(nChunkKB) * 1024);
+    std::fprintf(stderr, "sent: %" PRIu64 " bytes in datagrams of %d KiB; %" PRIu64 " bytes left behind\n",
+                 settings.llBytesSent - nTail, nChunkKB, nTail);
 }
 
 }  // namespace
@@ -78,11 +95,7 @@ void RunRelay(const RelayOptions& options) {
                       {.strModule = options.strModule, .dBytesPerSecond = GetRate(input, options.dSpeed)});
     SetUp(graph, options, *to);
     graph.RunToEnd();
-    const SEND_SETTINGS settings = ApplySettings(graph).settings;
-    const int nChunkKB = std::clamp(settings.nChunkKB, 1, kMaxChunkKB);  // others may have posted anything
-    const std::uint64_t nTail = settings.llBytesSent % (static_cast<std::uint64_t>(nChunkKB) * 1024);
-    std::fprintf(stderr, "sent: %" PRIu64 " bytes in datagrams of %d KiB; %" PRIu64 " bytes left behind\n",
-                 settings.llBytesSent - nTail, nChunkKB, nTail);
+    PrintSent(ApplySettings(graph).settings, options);
     if (!options.bDemux) return;
     video.PrintSummary(EStream::Video);
     audio.PrintSummary(EStream::Audio);

@@ -68,7 +68,6 @@ std::optional<SHARED_STATUS> ReadStatus() {
 }
 
 void SetLocalView(SEND_SETTINGS& settings, const std::string& strLocalView) {
-    if (strLocalView.empty()) return;
     settings.bLocalView = strLocalView != "off";
     if (strLocalView == "on" || strLocalView == "off") return;
     const auto local = ParseDestination("127.0.0.1:" + strLocalView);
@@ -79,13 +78,13 @@ void SetLocalView(SEND_SETTINGS& settings, const std::string& strLocalView) {
 
 void Change(SEND_SETTINGS& settings, const SetOptions& options) {
     if (!options.strSending.empty()) settings.bSending = options.strSending == "on";
-    if (!options.strTo.empty()) {
-        const auto to = ParseDestination(options.strTo);
-        if (!to) throw CCommandError(kExitBadUsage, "--to: " + options.strTo + " is not an ADDRESS:PORT");
+    if (options.strTo) {
+        const auto to = ParseDestination(*options.strTo);
+        if (!to) throw CCommandError(kExitBadUsage, "--to: " + *options.strTo + " is not an ADDRESS:PORT");
         settings.dwSendAddr = to->dwAddr;
         settings.nSendPort = to->nPort;
     }
-    SetLocalView(settings, options.strLocalView);
+    if (options.strLocalView) SetLocalView(settings, *options.strLocalView);
     if (!options.strDemux.empty()) settings.bDisableDemux = options.strDemux == "off";
     for (std::uint32_t n = 0; n < kFunctionNames.size(); ++n) {
         if (options.strFunction == kFunctionNames[n]) settings.nDemuxOutput = n;

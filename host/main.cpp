@@ -1,14 +1,18 @@
 // The program kestdemux: a command-line host of the demultiplexer.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
+#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "host/CommandError.h"
 #include "host/Commands.h"
@@ -56,15 +60,23 @@ std::string RejectNaN(const std::string& strNumber) {
     return std::isnan(std::strtod(strNumber.c_str(), nullptr)) ? strNumber + " is not a number" : "";
 }
 
+CLI::Validator NumberRange(double dMin, double dMax) {
+    return CLI::Range(dMin, dMax) & CLI::Validator(RejectNaN, "");
+}
+
+/// A range of unsigned numbers would take negative ones for large ones.
+CLI::Validator WholeNumber(std::int64_t nMin) {
+    return CLI::Range(nMin, std::numeric_limits<std::int64_t>::max());
+}
+
 void AddRateOptions(CLI::App* pCommand, double& dRate, std::uint64_t& nCount) {
     pCommand
         ->add_option(
             "--rate", dRate,
             "how fast to play: above 1 key frames, below 1 every frame, negative backward; ends when "
             "nothing came for half a second")
-        ->check(CLI::Range(-kMostRate, kMostRate) & CLI::Validator(RejectNaN, ""));
-    pCommand->add_option("--count", nCount, "how many to list")
-        ->check(CLI::Range(std::uint64_t{1}, kNoLimit));
+        ->check(NumberRange(-kMostRate, kMostRate));
+    pCommand->add_option("--count", nCount, "how many to list")->check(WholeNumber(1));
 }
 
 /// Turns on the texts of the program and of the modules that it loads later.
@@ -102,7 +114,7 @@ void AddFramesCommand(CLI::App& app) {
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     AddTimingOption(pCommand, pOptions->timing);
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
-    pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(CLI::NonNegativeNumber);
+    pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(WholeNumber(0));
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 
@@ -113,7 +125,7 @@ void AddSamplesCommand(CLI::App& app) {
                        "kestdemux samples movie.mpg --seek 60", kPipeHelp);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object a line");
     pCommand->add_option("--seek", pOptions->dSeek, "media time to begin at, in seconds")
-        ->check(CLI::Range(0.0, kMaxSeconds));
+        ->check(NumberRange(0, kMaxSeconds));
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     AddTimingOption(pCommand, pOptions->timing);
     AddModuleOption(pCommand, pOptions->strModule);
@@ -144,7 +156,7 @@ void AddRelayCommand(CLI::App& app) {
         ->check(CLI::Range(1, kMaxPort));
     AddChunkOption(pCommand, pOptions->nChunkKB);
     pCommand->add_option("--speed", pOptions->dSpeed, "times the stream's bit rate; 0: as fast as it goes")
-        ->check(CLI::Range(0.0, kMaxSpeed))
+        ->check(NumberRange(0, kMaxSpeed))
         ->capture_default_str();
     pCommand->add_flag("--demux", pOptions->bDemux, "demultiplex it as well");
     AddModuleOption(pCommand, pOptions->strModule);
@@ -187,9 +199,16 @@ void AddListCommand(CLI::App& app, const char* pszName, const char* pszWhat, con
     pCommand->callback([pModule, pRun] { pRun(*pModule); });
 }
 
+/// Prints what --help or --version shows.
+int ShowHelp(const CLI::App& app, const CLI::Success& help) {
+    const int nExitCode = app.exit(help);
+    if (std::cout.flush()) return nExitCode;
+    throw CCommandError(kExitBadOutput, "standard output: " + std::generic_category().message(errno));
+}
+
 /// Parses the command line and runs the command.
 int RunProgram(int argc, char** argv) {
-    CLI::App app("Separates MPEG program streams into their elementary streams.", "kestdemux");
+    CLI::App app("Separates MPEG streams into their elementary streams.", "kestdemux");
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "kestdemux " KEST_VERSION);
@@ -212,7 +231,7 @@ int RunProgram(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
-        return app.exit(help);
+        return ShowHelp(app, help);
     } catch (const CLI::ParseError& error) {
         throw CCommandError(kExitBadUsage, std::string(error.what()) + " (--help shows the usage)");
     }

@@ -41,9 +41,19 @@ public:
     ///              may be on its way into the wait.
     template <class Wake>
     void Hold(Wake wake) {
-        const CTerminationHold noForcedEnd;  // would leave a hold that nobody releases
+        BeginHold();
+        FinishHold(wake);
+    }
+    /// The first half of `Hold`: the gate is held from here on, and a push that is under way goes on. The second
+    /// half must follow.
+    void BeginHold() {
         ++m_nHolds;
         ++m_nHoldsBegun;
+    }
+    /// The second half: waits until no thread is inside.
+    template <class Wake>
+    void FinishHold(Wake wake) {
+        const CTerminationHold noForcedEnd;  // would leave a hold that nobody releases
         while (m_nInside != 0) {
             wake();
             m_evOutside.Wait(1);

@@ -83,6 +83,22 @@ TEST_F(Intake, PushedStreamIsPlayedCountedDumpedAndForwarded) {
     EXPECT_EQ(m_stream.size(), status.settings.llBytesSent);
 }
 
+#ifndef _WIN32
+TEST_F(Intake, FullDiskDoesNotDisturbThePlaying) {
+    SetOutput(kDemuxOutputFreeRun);
+    ConnectPushed(kClassProgramMpeg12);
+    ASSERT_EQ(0, Control()->put_DumpFileName("/dev/full"));
+    Control()->put_EnableDump(1);
+    Start();
+    EXPECT_TRUE(PushAll(m_stream));
+    EXPECT_EQ(S_OK, Input().EndOfStream());
+    EXPECT_EQ(89, m_apSinks[0]->WaitForEnd());
+    EXPECT_EQ(35, m_apSinks[1]->WaitForEnd());
+    EXPECT_EQ("dump: the file cannot be written, error 28\n", m_texts.DebugTexts())
+        << "only the first failure";
+}
+#endif
+
 TEST_F(Intake, EveryClassOfStreamIsPlayed) {
     // File, class, samples of video and audio: what the demuxer queues before it is stopped. The audio of the
     // system stream is mono, which its framing does not lock to.
