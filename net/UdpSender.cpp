@@ -50,8 +50,8 @@ int CUdpSender::Open() {
     } catch (const std::bad_alloc&) {
         return -1;
     }
-    m_pRing->OpenWriter(kPieceSize);
-    m_nReader = m_pRing->OpenReader(kPieceSize);
+    m_pRing->OpenWriter(kWriteSize);
+    m_nReader = m_pRing->OpenReader(kWriteSize);
     StartThread();
     if (IsRunning()) return 0;
     m_pRing.reset();  // nobody would read it
@@ -77,10 +77,10 @@ int CUdpSender::Push(const void* pData, std::int32_t nLength) {
     m_settings.Add(&SEND_SETTINGS::llBytesSent, static_cast<std::uint64_t>(nLength));
     std::span rest(static_cast<const std::uint8_t*>(pData), static_cast<std::size_t>(nLength));
     while (!rest.empty()) {
-        const auto piece = rest.first(std::min<std::size_t>(rest.size(), kPieceSize));
-        if (m_pushGate.IsHeld() || m_pRing->WriteWait(piece) != static_cast<int>(piece.size())) return 0;
-        m_llQueued += piece.size();
-        rest = rest.subspan(piece.size());
+        const auto part = rest.first(std::min<std::size_t>(rest.size(), kWriteSize));
+        if (m_pushGate.IsHeld() || m_pRing->WriteWait(part) != static_cast<int>(part.size())) return 0;
+        m_llQueued += part.size();
+        rest = rest.subspan(part.size());
     }
     return nLength;
 }

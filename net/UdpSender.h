@@ -40,7 +40,7 @@ enum : int {
 class CUdpSender : public CWorkerThread {
 public:
     static constexpr std::uint32_t kRingSize = 131072;  // bytes between `Push` and the thread
-    static constexpr std::uint32_t kPieceSize = 32768;  // largest write to the ring
+    static constexpr std::uint32_t kWriteSize = 32768;  // largest write to the ring
 
     CUdpSender() = default;
     /// Ends the thread, after 1000 ms by force. What is still queued is not sent.
@@ -56,7 +56,7 @@ public:
     /// Queues bytes of the stream, waiting without limit for room: a slow network holds the caller back.
     /// @param nLength  bytes; counted in `llBytesSent` before they are queued.
     /// @return nLength; 0 when no flag is on, there is no ring, or `HoldPush` forbids it. A push that
-    ///         `HoldPush` ended may have queued its beginning, in pieces of kPieceSize; the rest is lost.
+    ///         `HoldPush` ended may have queued its beginning, kWriteSize bytes at a time; the rest is lost.
     int Push(const void* pData, std::int32_t nLength);
     /// Ends a `Push` that waits and lets none begin until `ReleasePush`, see CPushGate. What is queued stays and
     /// is sent in its order, before all that comes later.

@@ -1,4 +1,5 @@
 // What becomes of samples that a source pushes: played, counted, dumped, forwarded; and the supervision.
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -83,8 +84,9 @@ TEST_F(Intake, PushedStreamIsPlayedCountedDumpedAndForwarded) {
     EXPECT_EQ(m_stream.size(), status.settings.llBytesSent);
 }
 
-#ifndef _WIN32
 TEST_F(Intake, FullDiskDoesNotDisturbThePlaying) {
+    if (!std::filesystem::exists("/dev/full"))
+        GTEST_SKIP() << "this system has no device that is always full";
     SetOutput(kDemuxOutputFreeRun);
     ConnectPushed(kClassProgramMpeg12);
     ASSERT_EQ(0, Control()->put_DumpFileName("/dev/full"));
@@ -97,7 +99,6 @@ TEST_F(Intake, FullDiskDoesNotDisturbThePlaying) {
     EXPECT_EQ("dump: the file cannot be written, error 28\n", m_texts.DebugTexts())
         << "only the first failure";
 }
-#endif
 
 TEST_F(Intake, EveryClassOfStreamIsPlayed) {
     // File, class, samples of video and audio: what the demuxer queues before it is stopped. The audio of the

@@ -15,7 +15,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::size_t kPiece = CUdpSender::kPieceSize;
+constexpr std::size_t kWrite = CUdpSender::kWriteSize;
 
 /// A sender whose addresses are two receivers.
 class CRig : public CUdpSender {
@@ -101,14 +101,14 @@ TEST(UdpSender, SendsOnlyWhatAndWhereItShould) {
 // No wake-up is lost that comes before the wait, and what is queued stays in its order.
 TEST(UdpSender, HoldPushEndsAWaitingPushStress) {
     CRig rig(8);
-    const Bytes stream = MakeStream(CUdpSender::kRingSize + 2 * kPiece);
-    const auto begin = std::span(stream).first(3 * kPiece), last = std::span(stream).last(kPiece);
-    EXPECT_EQ(rig.Push(begin), 3 * kPiece);
+    const Bytes stream = MakeStream(CUdpSender::kRingSize + 2 * kWrite);
+    const auto begin = std::span(stream).first(3 * kWrite), last = std::span(stream).last(kWrite);
+    EXPECT_EQ(rig.Push(begin), 3 * kWrite);
     {
-        CTestThread first([&] { EXPECT_EQ(rig.Push(std::span(stream).subspan(3 * kPiece)), 0); });
+        CTestThread first([&] { EXPECT_EQ(rig.Push(std::span(stream).subspan(3 * kWrite)), 0); });
         EXPECT_TRUE(Eventually([&] { return rig.CountSent() == stream.size(); }));
         SleepMs(kSettleMs);
-        EXPECT_FALSE(first.HasEnded()) << "its first piece alone has room";
+        EXPECT_FALSE(first.HasEnded()) << "its first write alone has room";
         rig.HoldPush();
     }
     std::atomic<bool> bEnd{false};
@@ -128,7 +128,7 @@ TEST(UdpSender, HoldPushEndsAWaitingPushStress) {
     pusher.Join();
     rig.ReleasePush();
     rig.Resume();
-    EXPECT_EQ(rig.Push(last), kPiece);
+    EXPECT_EQ(rig.Push(last), kWrite);
     rig.m_localView.Expect(std::span(stream).first(CUdpSender::kRingSize), 8192);
     rig.m_localView.Expect(last, 8192);
 }
