@@ -7,7 +7,7 @@
 namespace kest {
 
 CBlockMemFile::CBlockMemFile(std::uint32_t nBlockSize, std::uint32_t nBlockCount)
-    : CBufferSides(nBlockCount, nBlockCount / 2),
+    : CBufferSides(nBlockCount, nBlockCount / 5),
       m_nBlockSize(nBlockSize),
       m_pBlocks(std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nBlockSize} * nBlockCount)),
       m_pLengths(std::make_unique<std::uint32_t[]>(nBlockCount)) {}
