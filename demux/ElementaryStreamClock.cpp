@@ -3,18 +3,12 @@
 #include <optional>
 
 #include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
 
 constexpr std::uint64_t kClockUnit = 10000000;  // ticks a second of sample times
-
-// Start codes, last byte, ISO/IEC 14496-2 table 6-3.
-constexpr std::uint8_t kLastObject = 0x1F;
-constexpr std::uint8_t kLastLayer = 0x2F;
-constexpr std::uint8_t kSequenceEnd = 0xB1;
-constexpr std::uint8_t kGroupOfVop = 0xB3;
-constexpr std::uint8_t kVop = 0xB6;
 
 }  // namespace
 
@@ -31,10 +25,10 @@ bool CElementaryStreamClock::ParseFrame(Bytes frame) {
         if (frame.size() < 4) return false;
         const std::uint8_t nCode = frame[3];
         std::size_t nTaken = 3;  // the code's last byte may begin the next prefix
-        if (nCode <= kLastLayer) {
+        if (nCode <= kLastVideoObjectLayer) {
             ParseVol(m_state, frame);
             m_bHeaderSeen = true;
-            if (nCode <= kLastObject) nTaken = kObjectHeaders;
+            if (nCode <= kLastVideoObject) nTaken = kObjectHeaders;
         } else if (m_bHeaderSeen) {
             if (nCode == kVop) return ParseVopTime(m_state, frame) == 0;
             if (nCode == kGroupOfVop) ParseGov(m_state, frame);

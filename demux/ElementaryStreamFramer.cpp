@@ -5,11 +5,12 @@
 
 #include "demux/FrameInfo.h"
 #include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kVopStartCode = 0x000001B6;
+constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
 constexpr std::uint32_t kSequenceEndCode = 0x000001B7;
 constexpr std::uint32_t kPrefix = 0x000001;  // of a start code
 constexpr std::int32_t kCodeSize = 4;        // bytes of a start code

@@ -4,6 +4,7 @@
 
 #include "demux/BitReader.h"
 #include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
@@ -141,7 +142,7 @@ int ParseGov(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes) {
 }
 
 int FrameCodingType(std::span<const std::uint8_t> frame) {
-    constexpr std::uint32_t kVopStartCode = 0x000001B6;
+    constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
     constexpr unsigned kSprite = 3;
     const auto nVop = FindStartCode(frame, kVopStartCode);
     if (!nVop || *nVop + 4 >= frame.size()) return -1;

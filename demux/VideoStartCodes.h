@@ -8,6 +8,7 @@ namespace kest {
 // MPEG-4, ISO/IEC 14496-2 table 6-3.
 constexpr std::uint8_t kLastVideoObject = 0x1F;  // of 0x00 to this
 constexpr std::uint8_t kLastVideoObjectLayer = 0x2F;
+constexpr std::uint8_t kSequenceEnd = 0xB1;
 constexpr std::uint8_t kGroupOfVop = 0xB3;
 constexpr std::uint8_t kVop = 0xB6;
 

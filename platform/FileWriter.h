@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "platform/api/Types.h"
 
@@ -14,12 +15,15 @@ class CFileWriter {
 public:
     CFileWriter() = default;
     ~CFileWriter() { Close(); }
-    CFileWriter(CFileWriter&& other) noexcept;
-    CFileWriter& operator=(CFileWriter&& other) noexcept;
+    CFileWriter(CFileWriter&& other) noexcept : m_hFile(std::exchange(other.m_hFile, kNone)) {}
+    CFileWriter& operator=(CFileWriter&& other) noexcept {
+        std::swap(m_hFile, other.m_hFile);
+        return *this;
+    }
 
     /// Makes the file, in the place of one that is there; closes the one that is open. On Windows nobody else can
-    /// open it meanwhile. A file system without room for a new file's first byte is an error, and so is a pipe, whose reader
-    /// would hold the writer up.
+    /// open it meanwhile. A file system without room for a new file's first byte is an error, and so is a pipe,
+    /// whose reader would hold the writer up.
     /// @param strName  in the system's narrow text.
     DWORD Create(const std::string& strName);
     /// Appends all of the bytes.

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 namespace kest {
 namespace {
@@ -23,13 +22,6 @@ bool IsPipe(int hFile) {
 }
 
 }  // namespace
-
-CFileWriter::CFileWriter(CFileWriter&& other) noexcept : m_hFile(std::exchange(other.m_hFile, kNone)) {}
-
-CFileWriter& CFileWriter::operator=(CFileWriter&& other) noexcept {
-    std::swap(m_hFile, other.m_hFile);
-    return *this;
-}
 
 DWORD CFileWriter::Create(const std::string& strName) {
     constexpr mode_t kMode = 0666;

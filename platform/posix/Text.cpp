@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <codecvt>
 #include <cwchar>
+#include <type_traits>
 
 namespace kest {
 namespace {
@@ -14,38 +15,35 @@ static_assert(sizeof(wchar_t) == sizeof(char32_t));
 
 constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
 
+/// Converts a text. @param pfnConvert  the facet's operation. @param nMost  characters that it may become.
+template <class To, class Char, class From, class Convert>
+std::optional<To> ConvertText(std::basic_string_view<From> strFrom, std::size_t nMost, Convert pfnConvert) {
+    To strTo(nMost, '\0');
+    std::mbstate_t state{};
+    const CFacet facet;
+    const auto* pFrom = reinterpret_cast<const Char*>(strFrom.data());
+    using Target = std::conditional_t<sizeof(Char) == 1, char32_t, char8_t>;
+    auto* pTo = reinterpret_cast<Target*>(strTo.data());
+    const Char* pRest = pFrom;
+    Target* pEnd = pTo;
+    if ((facet.*pfnConvert)(state, pFrom, pFrom + strFrom.size(), pRest, pTo, pTo + nMost, pEnd) !=
+        Facet::ok) {
+        return std::nullopt;
+    }
+    strTo.resize(static_cast<std::size_t>(pEnd - pTo));
+    return strTo;
+}
+
 }  // namespace
 
 std::optional<std::string> ToNarrow(std::wstring_view strWide) {
-    if (std::ranges::any_of(strWide, [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; }))
-        return std::nullopt;
-    std::string strNarrow(strWide.size() * kMostBytes, '\0');
-    std::mbstate_t state{};
-    const auto* pFrom = reinterpret_cast<const char32_t*>(strWide.data());
-    const auto* pRest = pFrom;
-    auto* pTo = reinterpret_cast<char8_t*>(strNarrow.data());
-    auto* pEnd = pTo;
-    if (CFacet().out(state, pFrom, pFrom + strWide.size(), pRest, pTo, pTo + strNarrow.size(), pEnd) !=
-        Facet::ok) {
-        return std::nullopt;
-    }
-    strNarrow.resize(static_cast<std::size_t>(pEnd - pTo));
-    return strNarrow;
+    const auto IsHalf = [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; };  // of a character of UTF-16
+    if (std::ranges::any_of(strWide, IsHalf)) return std::nullopt;
+    return ConvertText<std::string, char32_t>(strWide, strWide.size() * kMostBytes, &Facet::out);
 }
 
 std::optional<std::wstring> ToWide(std::string_view strNarrow) {
-    std::wstring strWide(strNarrow.size(), L'\0');
-    std::mbstate_t state{};
-    const auto* pFrom = reinterpret_cast<const char8_t*>(strNarrow.data());
-    const auto* pRest = pFrom;
-    auto* pTo = reinterpret_cast<char32_t*>(strWide.data());
-    auto* pEnd = pTo;
-    if (CFacet().in(state, pFrom, pFrom + strNarrow.size(), pRest, pTo, pTo + strWide.size(), pEnd) !=
-        Facet::ok) {
-        return std::nullopt;
-    }
-    strWide.resize(static_cast<std::size_t>(pEnd - pTo));
-    return strWide;
+    return ConvertText<std::wstring, char8_t>(strNarrow, strNarrow.size(), &Facet::in);
 }
 
 }  // namespace kest

@@ -1,20 +1,11 @@
 #include "platform/FileWriter.h"
 
-#include <utility>
-
 namespace kest {
 namespace {
 
 HANDLE ToHandle(std::intptr_t hFile) { return reinterpret_cast<HANDLE>(hFile); }
 
 }  // namespace
-
-CFileWriter::CFileWriter(CFileWriter&& other) noexcept : m_hFile(std::exchange(other.m_hFile, kNone)) {}
-
-CFileWriter& CFileWriter::operator=(CFileWriter&& other) noexcept {
-    std::swap(m_hFile, other.m_hFile);
-    return *this;
-}
 
 // A full disk is left to the first write: it takes nothing to make an empty file here.
 DWORD CFileWriter::Create(const std::string& strName) {

@@ -1,4 +1,6 @@
 // What becomes of samples that a source pushes: played, counted, dumped, forwarded; and the supervision.
+#include <array>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -120,6 +122,28 @@ TEST_F(Intake, EveryClassOfStreamIsPlayed) {
         }
         EXPECT_EQ(S_OK, m_pFilter->Stop());
         Disconnect();
+    }
+}
+
+// The video pin offers the picture size of the MPEG-1 stream that was played last.
+TEST_F(Intake, PictureSizeShowsInTheTypeOfTheNextConnection) {
+    ByteVector stream = ReadTestData("sys_mpeg1.mpg");
+    const auto header = std::ranges::search(stream, std::to_array<std::uint8_t>({0, 0, 1, 0xB3, 22, 0, 240}));
+    ASSERT_FALSE(header.empty()) << "352 x 240";
+    ConnectPushed(kClassMpeg1System);
+    for (const LONG nHeight : {240, 288}) {
+        header[5] = static_cast<std::uint8_t>(nHeight >> 8);
+        header[6] = static_cast<std::uint8_t>(nHeight);
+        Start();
+        EXPECT_TRUE(PushAll(std::span(stream).first(100000)));
+        EXPECT_EQ(S_OK, Input().EndOfStream());
+        EXPECT_EQ(S_OK, m_pFilter->Stop());
+        CMediaType type;
+        MPEG1VIDEOINFO format{};
+        ASSERT_EQ(S_OK, m_pFilter->GetPin(1)->GetMediaType(0, type));
+        std::memcpy(&format, type.pbFormat, sizeof format);
+        EXPECT_EQ(nHeight, format.hdr.bmiHeader.biHeight);
+        EXPECT_EQ(nHeight, format.hdr.rcSource.bottom);
     }
 }
 
