@@ -29,7 +29,7 @@ void CMpeg2PsParser::Reset() {
         pStream->llPrevPts = pStream->llPrevDts = NoTime();
     }
     m_abTail = kNoTail;
-    m_bPrefixTaken = false;
+    m_bSearching = m_bPrefixTaken = false;
     m_bKeepsUntimed = m_settings.bDrain && m_input.IsAtBeginning();
     m_bEndCode = false;
 }
@@ -101,6 +101,7 @@ void CMpeg2PsParser::Drain() {
         pStream->llPrevPts = pStream->llPrevDts = NoTime();
     }
     m_abTail = kNoTail;
+    m_bSearching = false;
 }
 
 /// Searches the next 1024 bytes, and takes everything up to and with a start code prefix or the beginning of
@@ -125,7 +126,7 @@ CMpeg2PsParser::ESync CMpeg2PsParser::Resync() {
 
     const std::size_t nEnd = std::min(nPrefix, nPat);
     const std::size_t nSkipped = nEnd == kSearchSize ? nEnd : nEnd - std::min<std::size_t>(nEnd, 2);
-    CountSkipped(block.first(nSkipped), tail == kNoTail);
+    CountSkipped(block.first(nSkipped), !std::exchange(m_bSearching, nEnd == kSearchSize));
     if (nEnd == kSearchSize) {
         m_abTail = {block[kSearchSize - 2], block[kSearchSize - 1]};
         m_input.Skip(kSearchSize);

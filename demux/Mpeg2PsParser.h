@@ -78,6 +78,7 @@ private:
     ElementaryStream m_audio;
     CStreamMaps m_maps;
     std::array<std::uint8_t, 2> m_abTail = {0xFF, 0xFF};  // the last bytes searched, while a search goes on
+    bool m_bSearching = false;                            // the last search found no start code, and goes on
     bool m_bPrefixTaken = false;   // a start code prefix, behind which not all is there yet
     bool m_bKeepsUntimed = false;  // payload without timestamps is queued: none of it has been passed over
     std::atomic<bool> m_bEndCode{false};  // see HasMetEndCode
