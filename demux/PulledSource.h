@@ -5,7 +5,7 @@
 
 #include "demux/ByteSource.h"
 #include "platform/api/AsyncReader.h"
-#include "plumbing/Counter.h"
+#include "plumbing/Count.h"
 
 namespace kest {
 
@@ -40,7 +40,7 @@ private:
     std::atomic<IAsyncReader*> m_pReader{nullptr};  // borrowed; none: the demuxer does not read itself
     std::atomic<std::int64_t> m_llEnd{0};           // see SetEnd
     std::atomic<bool> m_bOpen{false};               // see Open
-    CCounter m_llBytesRead;                         // see CountBytesRead
+    CCount m_llBytesRead;                           // see CountBytesRead
 };
 
 }  // namespace kest

@@ -8,7 +8,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/ByteSource.h"
-#include "plumbing/Counter.h"
+#include "plumbing/Count.h"
 #include "plumbing/PushGate.h"
 #include "plumbing/RingBuffer.h"
 
@@ -75,7 +75,7 @@ private:
     std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that Fetch waits for; 0: it does not wait
     std::mutex m_mutex;                        // keeps a flush and a fetch apart
     std::atomic<bool> m_bFlushed{false};       // flushed since the last `Accept`
-    CCounter m_llBytesRead;                    // see CountBytesRead
+    CCount m_llBytesRead;                      // see CountBytesRead
 };
 
 template <class IsWanted>

@@ -8,7 +8,7 @@ namespace kest {
 /// A number that one thread counts and any thread may read, at the cost of a plain number: there is no lock, and no
 /// adding is atomic as a whole, since nobody else adds. Numbers that are read one after the other may be of different
 /// moments.
-class CCounter {
+class CCount {
 public:
     void operator+=(std::uint64_t n) {
         m_n.store(m_n.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
