@@ -149,8 +149,9 @@ void CTsVideoFramer::QueueFrame(std::size_t nSize) {
 std::optional<PesTimestamps> CTsVideoFramer::FindTime(Bytes frame) {
     if (m_bContinues) return kNoTimestamps;
     if (m_timing == ETsTiming::Pes) return m_next;
-    const auto timestamps = BeginsWithCode() ? m_clock.Advance(frame, m_bMpeg4) : std::nullopt;
-    return timestamps || !m_bDrain ? timestamps : kNoTimestamps;
+    if (!m_bDrain) return m_clock.Advance(frame, m_bMpeg4);
+    const bool bFrame = BeginsWithCode() && FindFrameStart(frame);  // else what came before the first one
+    return bFrame ? m_clock.Advance(frame, m_bMpeg4).value_or(kNoTimestamps) : kNoTimestamps;
 }
 
 void CTsVideoFramer::Flush() {
