@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "demux/FrameInfo.h"
+#include "demux/ParseSettings.h"
 #include "demux/StartCodeSearch.h"
 #include "demux/VideoStartCodes.h"
 
@@ -13,13 +14,13 @@ namespace {
 constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
 constexpr std::uint32_t kSequenceEndCode = 0x000001B7;
 constexpr std::uint32_t kPrefix = 0x000001;  // of a start code
-constexpr std::int32_t kCodeSize = 4;        // bytes of a start code
+constexpr std::uint32_t kCodeSize = 4;       // bytes of a start code
 
 }  // namespace
 
 void CElementaryStreamFramer::Reset() {
     m_dwStartCode = kNoCode;
-    m_bInVop = m_bHeaderSeen = false;
+    m_bInVop = m_bHeaderSeen = m_bContinues = false;
     m_pFrameAcc->Reset();
 }
 
@@ -29,12 +30,38 @@ bool CElementaryStreamFramer::Push(Bytes data, CBlockMemFileEx& queue) {
     for (std::size_t i = 0; (i = FindCodeEnd(data, i)) < data.size();) {
         ++i;
         if (!IsUnitEnd()) continue;
-        m_pFrameAcc->Append(data.subspan(nBegin, i - nBegin));
+        if (!Append(data.subspan(nBegin, i - nBegin), queue)) return false;
         nBegin = i;
-        if (!Deliver(queue)) return false;
-        if (m_dwStartCode == kSequenceEndCode) m_pFrameAcc->Consume(kCodeSize);
+        const bool bSequenceEnd = m_dwStartCode == kSequenceEndCode;
+        if (!Deliver(m_bDrain && bSequenceEnd ? 0 : kCodeSize, queue)) return false;
+        if (!m_bDrain && bSequenceEnd) m_pFrameAcc->Consume(kCodeSize);
     }
-    m_pFrameAcc->Append(data.subspan(nBegin));
+    return Append(data.subspan(nBegin), queue);
+}
+
+bool CElementaryStreamFramer::Flush(CBlockMemFileEx& queue) {
+    const bool bTaken = Deliver(0, queue);
+    Reset();
+    return bTaken;
+}
+
+/// Adds bytes to the unit. What does not fit is left out, or when draining follows what has been queued before it.
+/// @return false when the queue does not take that.
+bool CElementaryStreamFramer::Append(Bytes part, CBlockMemFileEx& queue) {
+    constexpr std::size_t kMaxPart = 65536;  // fits into an empty accumulator
+    if (!m_bDrain) {
+        m_pFrameAcc->Append(part);
+        return true;
+    }
+    while (!part.empty()) {
+        const Bytes next = part.first(std::min(part.size(), kMaxPart));
+        if (!m_pFrameAcc->HasRoom(next.size())) {
+            if (!Deliver(0, queue)) return false;
+            m_bContinues = true;
+        }
+        m_pFrameAcc->Append(next);
+        part = part.subspan(next.size());
+    }
     return true;
 }
 
@@ -67,19 +94,32 @@ bool CElementaryStreamFramer::IsUnitEnd() {
     return std::exchange(m_bInVop, false);
 }
 
-/// Puts the unit in front of the start code, with which the accumulator ends, into the queue, if it has any
-/// bytes. @return whether the queue took it.
-bool CElementaryStreamFramer::Deliver(CBlockMemFileEx& queue) {
-    if (m_pFrameAcc->GetFill() <= kCodeSize) return true;
-    const Bytes unit = m_pFrameAcc->GetBytes().first(m_pFrameAcc->GetFill() - kCodeSize);
-    const FRAME_INFO info{};
-    const std::size_t nExpected = std::min<std::size_t>(unit.size(), queue.GetBlockSize());
-    if (queue.WriteEx(unit, &info, kInfinite) < static_cast<int>(nExpected)) return false;
-    ++m_counters.nQueued;
-    if (unit.size() > nExpected) ++m_counters.nCut;
-    m_counters.llBytesCut += unit.size() - nExpected;
+/// Puts the unit into the queue, if it has any bytes. @param nBehind  bytes behind it in the accumulator.
+/// @return whether the queue took it.
+bool CElementaryStreamFramer::Deliver(std::uint32_t nBehind, CBlockMemFileEx& queue) {
+    if (m_pFrameAcc->GetFill() <= nBehind) return true;
+    const Bytes unit = m_pFrameAcc->GetBytes().first(m_pFrameAcc->GetFill() - nBehind);
+    if (!Write(unit, queue)) return false;
     m_pFrameAcc->Consume(static_cast<std::int32_t>(unit.size()));
+    m_bContinues = false;
     return true;
+}
+
+/// Writes a unit: cut to its block, or when draining the rest as blocks without times.
+bool CElementaryStreamFramer::Write(Bytes unit, CBlockMemFileEx& queue) {
+    for (;;) {
+        FRAME_INFO info{};
+        if (m_bContinues) info.llPts = info.llDts = kNoFrameTime;
+        const std::size_t nFits = std::min<std::size_t>(unit.size(), queue.GetBlockSize());
+        const Bytes part = m_bDrain ? unit.first(nFits) : unit;
+        if (queue.WriteEx(part, &info, kInfinite) < static_cast<int>(nFits)) return false;
+        ++m_counters.nQueued;
+        if (part.size() > nFits) ++m_counters.nCut;
+        m_counters.llBytesCut += part.size() - nFits;
+        unit = unit.subspan(part.size());
+        if (unit.empty()) return true;
+        m_bContinues = true;
+    }
 }
 
 }  // namespace kest

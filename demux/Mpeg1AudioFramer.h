@@ -4,6 +4,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/FrameOutput.h"
+#include "demux/ParseSettings.h"
 
 namespace kest {
 
@@ -17,6 +18,9 @@ namespace kest {
 /// original and emphasis bits clear. To settle the length they must also be of 44100 Hz with a padding slot, or
 /// of another rate without; to cut there, of 48000 or 32000 Hz with the private bit clear. Where nothing can be
 /// cut, every payload is a block of its own.
+///
+/// When draining, nothing is lost: what comes before the first timestamp, and what the block has no room for, are
+/// blocks without a time.
 class CMpeg1AudioFramer {
 public:
     /// @param output  where the blocks go; borrowed.
@@ -26,10 +30,14 @@ public:
     void Begin();
     /// Drops the block that is being assembled, and the length that was settled.
     void Reset();
+    /// Nothing is dropped. Before the first `Push` of a run.
+    void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// Takes the payload that belongs to one timestamp.
     /// @param data   may be empty.
-    /// @param llPts  the timestamp, 90 kHz.
+    /// @param llPts  the timestamp, 90 kHz; kNoFrameTime, when draining, for what has none.
     void Push(Bytes data, std::int64_t llPts);
+    /// The stream has ended: queues what there is.
+    void Flush();
 
 private:
     enum class EState {
@@ -42,12 +50,14 @@ private:
     void Cut(Bytes data, std::int64_t llPts, std::size_t nHeld);
     std::size_t FindCut(Bytes data, std::size_t nHeld) const;
     void Append(Bytes data);
+    void Queue();
 
     CFrameOutput& m_output;            // where the block is assembled
     EState m_state = EState::Locking;  // see EState
     unsigned m_nCalls = 0;             // of `Push` in this run, as far as kCallsToSettle
     std::uint32_t m_nFrameLength = 0;  // of the reference header, bytes
     std::int64_t m_llPendingPts = 0;   // timestamp of the block that is being assembled
+    bool m_bDrain = false;             // see SetDrain
 };
 
 }  // namespace kest

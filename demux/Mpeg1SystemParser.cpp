@@ -17,12 +17,17 @@ std::int64_t Low32(std::int64_t llTimestamp) { return static_cast<std::int32_t>(
 void CMpeg1SystemParser::Begin() {
     Reset();
     m_audioFramer.Begin();
+    m_audioFramer.SetDrain(m_settings.bDrain);
+    m_audioCutter.SetDrain(m_settings.bDrain);
+    m_nVideoId = m_nAudioId = 0;
 }
 
 void CMpeg1SystemParser::Reset() {
     m_video.Drop();
     m_audioPackets.Reset();
     m_audioFramer.Reset();
+    m_audioCutter.Reset();
+    m_bVideoContinues = m_bAudioContinues = false;
     m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
     m_sequenceHeader.Reset();
     m_nSkipped = 0;
@@ -39,9 +44,25 @@ EParsed CMpeg1SystemParser::ParseUnit() {
     return ParseStructure(streamId[0]) ? EParsed::Unit : EParsed::NoData;
 }
 
+void CMpeg1SystemParser::Drain() {
+    while (!m_input.IsAtPadding()) ParseUnit();
+    EndVideoFrame(m_videoTimestamps);
+    EndAudioPayload(m_audioTimestamps.llPts);
+    m_audioFramer.Flush();
+    m_audioCutter.Flush();
+    m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
+}
+
+/// The next n bytes. A structure that the end of the input cuts short is padded when draining.
+Bytes CMpeg1SystemParser::Read(std::uint32_t n) {
+    const Bytes bytes = m_input.Read(n);
+    return bytes.empty() && m_settings.bDrain && m_input.Pad() ? m_input.Read(n) : bytes;
+}
+
 /// Takes the bytes up to and with the next start code prefix; as far as they have been fetched.
 EParsed CMpeg1SystemParser::FindStartCode() {
     constexpr std::uint32_t kPrefixSize = 3;
+    if (m_input.IsAtPadding()) return EParsed::NoData;
     const Bytes bytes = m_input.PeekFetched(kPrefixSize);
     if (bytes.empty()) return EParsed::NoData;
     const auto nPrefix = FindStartCodePrefix(bytes);
@@ -57,13 +78,24 @@ bool CMpeg1SystemParser::ParseStructure(std::uint8_t nStreamId) {
     constexpr std::uint8_t kAudioMask = 0xE0, kVideoMask = 0xF0;
     switch (nStreamId) {
         case kPackHeaderId: return !m_input.Read(kPackHeaderSize).empty();
-        case kSystemHeaderId: return m_input.SkipSection();
+        case kSystemHeaderId: return SkipSection();
         case kProgramEndId: return true;
         default: break;
     }
-    if ((nStreamId & kAudioMask) == kFirstAudioStreamId) return ParsePacket(/*bVideo=*/false);
-    if ((nStreamId & kVideoMask) == kFirstVideoStreamId) return ParsePacket(/*bVideo=*/true);
+    const bool bAudio = (nStreamId & kAudioMask) == kFirstAudioStreamId;
+    const bool bVideo = (nStreamId & kVideoMask) == kFirstVideoStreamId;
+    if ((bAudio || bVideo) && IsTaken(bVideo, nStreamId)) return ParsePacket(bVideo);
     return SkipPacket(nStreamId);
+}
+
+/// The stream is the chosen one of its kind.
+bool CMpeg1SystemParser::IsTaken(bool bVideo, std::uint8_t nStreamId) {
+    const std::int32_t nChoice = bVideo ? m_settings.nVideoStream : m_settings.nAudioStream;
+    if (nChoice == ParseSettings::kAllStreams) return true;
+    if (nChoice != ParseSettings::kFirstKnownStream) return nChoice == nStreamId;
+    std::uint8_t& nFirstId = bVideo ? m_nVideoId : m_nAudioId;
+    if (nFirstId == 0) nFirstId = nStreamId;
+    return nFirstId == nStreamId;
 }
 
 bool CMpeg1SystemParser::SkipPacket(std::uint8_t nStreamId) {
@@ -75,7 +107,14 @@ bool CMpeg1SystemParser::SkipPacket(std::uint8_t nStreamId) {
         default:
             if (nStreamId >= kFirstReservedDataId) Trace("reserved data stream\n");
     }
-    return m_input.SkipSection();
+    return SkipSection();
+}
+
+bool CMpeg1SystemParser::SkipSection() {
+    const Bytes length = Read(2);
+    if (length.empty()) return false;
+    const unsigned nLength = Read16(length, 0);
+    return nLength == 0 || !Read(nLength).empty();
 }
 
 /// Reads a packet behind its start code (ISO/IEC 11172-1 2.4.3.3). Its timestamps count whether it has a
@@ -101,7 +140,7 @@ std::optional<CMpeg1SystemParser::PacketHeader> CMpeg1SystemParser::ReadPacketHe
     constexpr unsigned kPtsOnly = 2, kPtsAndDts = 3;
     PacketHeader header;
     Bytes next = m_input.Peek(1);
-    for (; !next.empty() && next[0] == kStuffingByte; next = m_input.Peek(1)) {
+    for (; !next.empty() && next[0] == kStuffingByte && !m_input.IsAtPadding(); next = m_input.Peek(1)) {
         m_input.Skip(1);
         ++header.nSize;
     }
@@ -129,36 +168,60 @@ std::optional<CMpeg1SystemParser::PacketHeader> CMpeg1SystemParser::ReadPacketHe
 /// @param pEnded  timestamps of the frame that ends before them; null: it goes on.
 /// @return false when the input has not all of the payload.
 bool CMpeg1SystemParser::OnVideoPayload(std::uint32_t n, const PesTimestamps* pEnded) {
-    if (pEnded && (pEnded->llPts != kNoTimestamps.llPts || pEnded->llDts != kNoTimestamps.llDts)) {
+    if (pEnded) EndVideoFrame(*pEnded);
+    if (!m_video.HasRoom(n)) {
+        if (!m_settings.bDrain) {  // the payload is searched for the next start code
+            m_video.Drop();
+            return true;
+        }
+        EndVideoFrame(m_videoTimestamps);
+        m_bVideoContinues = true;
+    }
+    const Bytes payload = Read(n);
+    if (payload.empty()) return false;
+    const Bytes own = m_input.TrimPadding(payload);
+    if (!own.empty()) m_video.Append(own);
+    m_sequenceHeader.Capture(own);
+    return true;
+}
+
+/// Queues the frame, if it is one. @param timestamps  none: what comes before the first timestamp.
+void CMpeg1SystemParser::EndVideoFrame(const PesTimestamps& timestamps) {
+    const bool bTimes = timestamps.llPts != kNoTimestamps.llPts || timestamps.llDts != kNoTimestamps.llDts;
+    if (m_settings.bDrain ? !m_video.IsEmpty() : bTimes) {
         FRAME_INFO info{};
-        info.llPts = pEnded->llPts;
-        info.llDts = pEnded->llDts;
+        info.llPts = m_bVideoContinues ? kNoFrameTime : timestamps.llPts;
+        info.llDts = m_bVideoContinues ? kNoFrameTime : timestamps.llDts;
         m_video.Queue(info);
     }
-    if (pEnded) m_video.Drop();
-    if (!m_video.HasRoom(n)) {  // the payload is searched for the next start code
-        m_video.Drop();
-        return true;
-    }
-    const Bytes payload = m_input.Read(n);
-    if (payload.empty()) return false;
-    m_video.Append(payload);
-    m_sequenceHeader.Capture(payload);
-    return true;
+    m_video.Drop();
+    m_bVideoContinues = false;
 }
 
 /// Collects the audio's payload up to the next timestamp; otherwise as OnVideoPayload.
 bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pEnded) {
-    if (pEnded && pEnded->llPts != kNoTimestamps.llPts)
-        m_audioFramer.Push(m_audioPackets.GetBytes(), pEnded->llPts);
-    if (pEnded) m_audioPackets.Reset();
+    if (pEnded) EndAudioPayload(pEnded->llPts);
     if (!m_audioPackets.HasRoom(n)) {
-        m_audioPackets.Reset();
-        return true;
+        if (!m_settings.bDrain) {
+            m_audioPackets.Reset();
+            return true;
+        }
+        EndAudioPayload(m_audioTimestamps.llPts);
+        m_bAudioContinues = true;
     }
-    const Bytes payload = m_input.Read(n);
-    m_audioPackets.Append(payload);
+    const Bytes payload = Read(n);
+    m_audioPackets.Append(m_input.TrimPadding(payload));
     return !payload.empty();
+}
+
+/// Passes the collected payload on, if it belongs to a timestamp or everything is wanted.
+void CMpeg1SystemParser::EndAudioPayload(std::int64_t llPts) {
+    const bool bWanted = m_settings.bDrain ? m_audioPackets.GetFill() > 0 : llPts != kNoTimestamps.llPts;
+    if (m_bAudioContinues) llPts = kNoFrameTime;
+    if (bWanted && m_settings.bAnyAudioHeader) m_audioCutter.Push(m_audioPackets.GetBytes(), llPts);
+    if (bWanted && !m_settings.bAnyAudioHeader) m_audioFramer.Push(m_audioPackets.GetBytes(), llPts);
+    m_audioPackets.Reset();
+    m_bAudioContinues = false;
 }
 
 }  // namespace kest

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "demux/BigEndian.h"
 
@@ -19,5 +20,15 @@ struct MpegAudioHeader {
 /// Reads the header of an MPEG-1 audio frame: at least 3 bytes that begin with its syncword, which is not
 /// examined.
 MpegAudioHeader ParseMpegAudioHeader(Bytes bytes);
+
+/// An audio frame by its header.
+struct MpegAudioFrame {
+    std::uint32_t nSize;  // bytes, with the padding slot
+    std::uint32_t nKind;  // bits of the header that the frames of a stream have in common
+};
+
+/// Reads any header of MPEG-1 audio or of its extension to lower sampling frequencies (ISO/IEC 13818-3): at least 3
+/// bytes. @return none: there is none, or its frame has no known length.
+std::optional<MpegAudioFrame> ParseAnyMpegAudioHeader(Bytes bytes);
 
 }  // namespace kest

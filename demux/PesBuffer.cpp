@@ -12,7 +12,8 @@ void CPesBuffer::Allocate() {
 
 void CPesBuffer::Free() {
     m_pStorage.reset();
-    m_nBegin = m_nFill = m_nPesFill = 0;
+    m_nBegin = m_nFill = 0;
+    DropPes();
 }
 
 // ---------------- the PES packet
@@ -25,8 +26,9 @@ void CPesBuffer::BeginPes() {
     m_nBegin = 0;
 }
 
-void CPesBuffer::AppendPes(Bytes bytes) {
-    if (bytes.empty() || bytes.size() > kCapacity - m_nPesFill) return;
+bool CPesBuffer::AppendPes(Bytes bytes) {
+    if (bytes.empty()) return true;
+    if (bytes.size() > kCapacity - m_nPesFill) return false;
     if (m_nPesFill == 0) BeginPes();
     if (m_nPesFill < kHeadSize) {
         std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), kHeadSize - m_nPesFill),
@@ -37,15 +39,19 @@ void CPesBuffer::AppendPes(Bytes bytes) {
     const std::uint32_t nBefore = m_nPesFill > nHeader ? m_nPesFill - nHeader : 0;
     std::copy(payload.begin(), payload.end(), m_pStorage.get() + m_nBegin + m_nFill + nBefore);
     m_nPesFill += static_cast<std::uint32_t>(bytes.size());
+    return true;
 }
 
 PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
     PesPacket packet;
-    packet.timestamps = ParsePtsDts(
-        m_abHead[7] >> 6, Bytes(m_abHead).subspan(kPesFixedHeader, kTimestampsEnd - kPesFixedHeader));
+    const std::uint32_t nTimestampsEnd = nLeast > 0 ? kTimestampsEnd : std::min(kTimestampsEnd, m_nPesFill);
+    if (!m_bContinued) {
+        packet.timestamps =
+            ParsePtsDts(m_abHead[7] >> 6, BytesFrom(Bytes(m_abHead).first(nTimestampsEnd), kPesFixedHeader));
+    }
     std::uint8_t* const pPayload = m_pStorage.get() + m_nBegin + m_nFill;
     const std::uint32_t nHeader = GetHeaderSize();
-    const std::uint32_t nKept = std::min(packet.timestamps ? nLeast : 1, m_nPesFill);
+    const std::uint32_t nKept = std::min(packet.timestamps ? nLeast : std::min(nLeast, 1U), m_nPesFill);
     if (nHeader + nKept <= m_nPesFill) {
         packet.payload = {pPayload, m_nPesFill - nHeader};
     } else {
@@ -57,13 +63,15 @@ PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
 
 // ---------------- the elementary stream
 
-void CPesBuffer::Take(Bytes part) {
-    if (part.empty() || part.size() > kCapacity - m_nFill) return;
+bool CPesBuffer::Take(Bytes part) {
+    if (part.empty()) return true;
+    if (part.size() > kCapacity - m_nFill) return false;
     const auto nPart = static_cast<std::uint32_t>(part.data() - m_pStorage.get());
     if (m_nFill == 0) m_nBegin = nPart;
     const std::uint32_t nEnd = m_nBegin + m_nFill;
     if (nPart != nEnd) std::memmove(m_pStorage.get() + nEnd, part.data(), part.size());
     m_nFill += static_cast<std::uint32_t>(part.size());
+    return true;
 }
 
 void CPesBuffer::Consume(std::size_t n) {

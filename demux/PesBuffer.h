@@ -18,7 +18,7 @@ struct PesPacket {
 
 /// The bytes of one elementary stream that are not queued yet, and behind them the PES packet that is being
 /// assembled, so that the payload stands where it will be wanted. Each of the two has 1 MiB; bytes that do
-/// not all fit are left out, all of them. Used by one thread.
+/// not all fit are not added, none of them. Used by one thread.
 class CPesBuffer {
 public:
     static constexpr std::uint32_t kCapacity = 1024 * 1024;
@@ -30,19 +30,25 @@ public:
 
     // ---------------- the PES packet
 
-    /// Adds bytes to it, with the first from its start code on.
-    void AppendPes(Bytes bytes);
+    /// Adds bytes to it, with the first from its start code on. @return whether they fit.
+    bool AppendPes(Bytes bytes);
+    /// What is added next goes on with the payload of the packet that was dropped last.
+    void ContinuePes() { m_bContinued = true; }
     bool HasPes() const { return m_nPesFill > 0; }
     /// The packet as far as it came; what is missing of its fixed header counts as 0.
     /// @param nLeast  bytes at its end that are payload, whatever the header says of its own length, when it
-    ///                carries timestamps; without them one.
+    ///                carries timestamps; without them one. 0: none in both cases, and timestamps that are cut
+    ///                short do not count.
     PesPacket GetPes(std::uint32_t nLeast);
-    void DropPes() { m_nPesFill = 0; }
+    void DropPes() {
+        m_nPesFill = 0;
+        m_bContinued = false;
+    }
 
     // ---------------- the elementary stream
 
-    /// Adds bytes of the present PES packet's payload.
-    void Take(Bytes part);
+    /// Adds bytes of the present PES packet's payload. @return whether they fit.
+    bool Take(Bytes part);
     Bytes GetBytes() const { return {m_pStorage.get() + m_nBegin, m_nFill}; }
     /// Drops n bytes, no more than there are, from the front.
     void Consume(std::size_t n);
@@ -54,13 +60,14 @@ private:
     static constexpr std::uint32_t kHeadSize = 9 + 255 + 3;  // the longest header and the payload kept behind
 
     void BeginPes();
-    std::uint32_t GetHeaderSize() const { return kPesFixedHeader + m_abHead[8]; }
+    std::uint32_t GetHeaderSize() const { return m_bContinued ? 0 : kPesFixedHeader + m_abHead[8]; }
 
     std::unique_ptr<std::uint8_t[]> m_pStorage;      // elementary stream, then payload of the PES packet
     std::uint32_t m_nBegin = 0;                      // index of the elementary stream
     std::uint32_t m_nFill = 0;                       // and its bytes
     std::uint32_t m_nPesFill = 0;                    // bytes of the PES packet with its header
     std::array<std::uint8_t, kHeadSize> m_abHead{};  // the first of them
+    bool m_bContinued = false;                       // see ContinuePes
 };
 
 }  // namespace kest

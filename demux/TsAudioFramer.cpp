@@ -8,6 +8,8 @@ namespace kest {
 namespace {
 
 constexpr std::uint32_t kLeastPayload = 1;
+constexpr std::uint64_t kTimestampTicks = 300;  // of a 27 MHz clock
+constexpr std::size_t kBehind = 10;             // bytes that are wanted behind a frame
 
 /// An MPEG-1 audio frame begins here: its syncword and ID.
 bool IsSync(Bytes bytes, std::size_t nIndex) {
@@ -33,6 +35,16 @@ std::optional<MpegAudioHeader> ReadHeader(Bytes bytes) {
     return header.nBitRate > 0 && header.nSamplingRate > 0 ? std::optional(header) : std::nullopt;
 }
 
+/// The end of the frame of nSize bytes, more or less, that the bytes begin with: where the next one begins. None: it
+/// does not.
+std::optional<std::size_t> FindFrameEnd(Bytes bytes, std::uint32_t nSize) {
+    constexpr std::size_t kTolerance = 4;  // bytes
+    if (bytes.size() < nSize + kBehind) return std::nullopt;
+    const Bytes reach = bytes.first(nSize + kTolerance + 2);
+    const std::size_t nEnd = FindSync(reach, nSize - kTolerance);
+    return nEnd < reach.size() ? std::optional(nEnd) : std::nullopt;
+}
+
 /// Samples of an audio frame.
 std::int64_t GetSamples(const MpegAudioHeader& header) { return header.nLayer == 1 ? 384 : 1152; }
 
@@ -40,6 +52,7 @@ std::int64_t GetSamples(const MpegAudioHeader& header) { return header.nLayer ==
 
 void CTsAudioFramer::Begin(ETsTiming timing) {
     m_timing = timing;
+    m_ownBase.reset();
     m_next = kNoTimestamps;
     m_description.reset();
     m_nFrames = 0;
@@ -47,19 +60,36 @@ void CTsAudioFramer::Begin(ETsTiming timing) {
 }
 
 void CTsAudioFramer::OnPes() {
-    const auto [timestamps, payload] = m_buffer.GetPes(kLeastPayload);
+    const auto [timestamps, payload] = m_buffer.GetPes(m_bDrain ? 0 : kLeastPayload);
     if (!timestamps) {
-        m_buffer.Take(payload);
+        Take(payload);
     } else {
+        if (m_bAlone && !m_ownBase)
+            m_ownBase = static_cast<std::uint64_t>(timestamps->llPts) * kTimestampTicks;
         if (m_next.llPts == kNoTimestamps.llPts) {
-            const std::size_t nSync = FindSync(payload, 0);
-            m_buffer.Take(payload.subspan(nSync < payload.size() ? nSync : 0));
+            OnFirstFrames(payload);
         } else {
             OnNextFrames(payload, *timestamps);
         }
         m_next = *timestamps;
     }
     m_buffer.DropPes();
+}
+
+/// Adds a part of the payload to the buffer; when draining, it is given room.
+void CTsAudioFramer::Take(Bytes part) {
+    while (!m_buffer.Take(part) && m_bDrain) EmitRest(/*bAll=*/false);
+}
+
+/// The first frame with times begins with the first sync, or where there is none with the payload.
+void CTsAudioFramer::OnFirstFrames(Bytes payload) {
+    std::size_t nSync = FindSync(payload, 0);
+    if (nSync == payload.size()) nSync = 0;
+    if (m_bDrain) {
+        Take(payload.first(nSync));
+        EmitRest(/*bAll=*/true);
+    }
+    Take(payload.subspan(nSync));
 }
 
 /// Queues the frames before a PES packet with timestamps. The first frame that begins in the packet is looked
@@ -78,14 +108,14 @@ void CTsAudioFramer::OnNextFrames(Bytes payload, const PesTimestamps& timestamps
         if (llExpected < 0 || llExpected >= static_cast<std::int64_t>(payload.size())) llExpected = 0;
     }
     const std::size_t nSync = FindSync(payload, static_cast<std::size_t>(llExpected));
-    m_buffer.Take(payload.first(nSync));
+    Take(payload.first(nSync));
     if (!header) {
         EmitFrames(timestamps, 1, 0);
-    } else if (m_clock.GetAudioBase()) {
+    } else if (GetBase()) {
         EmitFrames(timestamps, std::max<std::int64_t>(std::exchange(m_llPending, 0), 1),
                    header->GetFrameLength());
     }
-    m_buffer.Take(payload.subspan(nSync));
+    Take(payload.subspan(nSync));
 }
 
 /// Queues frames from the buffer.
@@ -93,12 +123,13 @@ void CTsAudioFramer::OnNextFrames(Bytes payload, const PesTimestamps& timestamps
 /// @param llFrames    how many there are, at least 1; of one, all bytes are it.
 /// @param nFrameSize  bytes of each, not counting a padding slot.
 void CTsAudioFramer::EmitFrames(const PesTimestamps& next, std::int64_t llFrames, std::uint32_t nFrameSize) {
-    constexpr std::size_t kTolerance = 4, kBehind = 10;  // bytes
-    if (!IsSync(m_buffer.GetBytes(), 0)) {
+    if (m_buffer.GetBytes().empty()) return;
+    const bool bSync = IsSync(m_buffer.GetBytes(), 0);
+    if (!bSync && !m_bDrain) {
         m_buffer.Clear();
         return;
     }
-    if (llFrames == 1) {
+    if (llFrames == 1 || !bSync) {
         QueueFrame(m_buffer.GetBytes().size());
         return;
     }
@@ -108,36 +139,60 @@ void CTsAudioFramer::EmitFrames(const PesTimestamps& next, std::int64_t llFrames
     const PesTimestamps step = {.llPts = Step(m_next.llPts, next.llPts),
                                 .llDts = Step(m_next.llDts, next.llDts)};
     for (std::int64_t i = 0; i < llFrames && m_buffer.GetBytes().size() >= nFrameSize + kBehind; ++i) {
-        const Bytes reach = m_buffer.GetBytes().first(nFrameSize + kTolerance + 2);
-        const std::size_t nEnd = FindSync(reach, nFrameSize - kTolerance);
-        QueueFrame(nEnd < reach.size() ? nEnd : nFrameSize);
+        QueueFrame(FindFrameEnd(m_buffer.GetBytes(), nFrameSize).value_or(nFrameSize));
         m_next.llPts += step.llPts;
         m_next.llDts += step.llDts;
     }
 }
 
+/// Queues frames from the buffer before the next timestamps are known. A frame ends where the header of the next one
+/// should be and is; without it, the rest is one frame.
+/// @param bAll  to the end; else up to a frame whose end is not there, unless it is the only one.
+void CTsAudioFramer::EmitRest(bool bAll) {
+    const PesTimestamps first = m_next;
+    for (std::int64_t llFrames = 1; !m_buffer.GetBytes().empty(); ++llFrames) {
+        const Bytes bytes = m_buffer.GetBytes();
+        const auto header = ReadHeader(bytes);
+        const auto nEnd = header ? FindFrameEnd(bytes, header->GetFrameLength()) : std::nullopt;
+        if (!nEnd && !bAll && llFrames > 1) return;
+        if (!m_description) m_description = header;
+        const bool bTimes = header && first.llPts != kNoTimestamps.llPts;
+        const std::int64_t llDuration =
+            bTimes ? llFrames * GetSamples(*header) * 90000 / header->nSamplingRate : 0;
+        QueueFrame(nEnd.value_or(bytes.size()));
+        m_next = bTimes ? PesTimestamps{first.llPts + llDuration, first.llDts + llDuration} : kNoTimestamps;
+    }
+}
+
 /// Queues the first bytes of the buffer as a frame, and takes them from there. Without a time the frame is
-/// dropped.
+/// dropped, or when draining goes without.
 void CTsAudioFramer::QueueFrame(std::size_t nSize) {
     const Bytes frame = m_buffer.GetBytes().first(nSize);
     if (m_timing == ETsTiming::Pes) {
         m_output.QueueFrame(frame, m_next);
-    } else if (m_description && m_clock.GetAudioBase()) {
+    } else if (m_description && GetBase()) {
         m_output.QueueFrame(frame, CountTime());
+    } else if (m_bDrain) {
+        m_output.QueueFrame(frame, kNoTimestamps);
     }
     m_buffer.Consume(nSize);
 }
 
 /// The time of the next frame by the number of those before it.
 PesTimestamps CTsAudioFramer::CountTime() {
-    constexpr std::uint64_t kSecond = 27'000'000, kTimestampTicks = 300;
+    constexpr std::uint64_t kSecond = 27'000'000;
     const auto nTicks = static_cast<std::uint64_t>(GetSamples(*m_description)) * kSecond;
-    const std::uint64_t nTime = *m_clock.GetAudioBase() + nTicks * m_nFrames++ / m_description->nSamplingRate;
+    const std::uint64_t nTime = *GetBase() + nTicks * m_nFrames++ / m_description->nSamplingRate;
     const auto llTime = static_cast<std::int64_t>(nTime / kTimestampTicks);
     return {.llPts = llTime, .llDts = llTime};
 }
 
 void CTsAudioFramer::Flush() {
+    if (m_bDrain) {
+        if (m_buffer.HasPes()) OnPes();
+        EmitRest(/*bAll=*/true);
+        return;
+    }
     if (m_buffer.HasPes()) m_buffer.Take(m_buffer.GetPes(kLeastPayload).payload);
     m_buffer.DropPes();
     EmitFrames(kNoTimestamps, 1, 0);

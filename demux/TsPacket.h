@@ -11,6 +11,7 @@ namespace kest {
 
 constexpr std::uint32_t kTsPacketSize = 188;
 constexpr std::uint8_t kTsSyncByte = 0x47;
+constexpr std::uint16_t kNullPid = 0x1FFF;
 
 /// The PID, 13 bits.
 inline std::uint16_t GetTsPid(Bytes packet) { return Read16(packet, 1) & 0x1FFF; }
@@ -29,6 +30,11 @@ inline std::size_t GetTsHeaderSize(Bytes packet) {
 /// What follows the header; the last byte at least.
 inline Bytes GetTsPayload(Bytes packet) {
     return packet.subspan(std::min<std::size_t>(GetTsHeaderSize(packet), kTsPacketSize - 1));
+}
+
+/// What follows the header of a packet that has a payload by its adaptation_field_control.
+inline Bytes GetTsTruePayload(Bytes packet) {
+    return GetTsAdaptation(packet) & 1 ? BytesFrom(packet, GetTsHeaderSize(packet)) : Bytes{};
 }
 
 }  // namespace kest

@@ -6,27 +6,38 @@ namespace kest {
 
 bool CTsPacketReader::SkipPacket() {
     m_nOffset += kTsPacketSize;
-    return m_window[m_nOffset] == kTsSyncByte || TryThreeTimes([this] { return FindSync(); });
+    const bool bNothingBehind = m_nOffset == m_window.size();  // only of the last packet
+    return bNothingBehind || m_window[m_nOffset] == kTsSyncByte || Synchronise();
 }
 
-bool CTsPacketReader::FindSync() {
+bool CTsPacketReader::Synchronise() {
+    if (!m_bDrain) return TryThreeTimes([this] { return FindSync() == ESync::Found; });
+    ESync sync = FindSync();
+    while (sync == ESync::NotFound) sync = FindSync();
+    return sync == ESync::Found;
+}
+
+/// Goes to the first of the next 752 bytes with which a run of packets begins, or behind these bytes.
+CTsPacketReader::ESync CTsPacketReader::FindSync() {
     constexpr std::size_t kSearchSize = 4 * kTsPacketSize;  // also what is wanted behind each place
     std::size_t i = 0;
-    while (i < kSearchSize && HasMoreThan(i + kSearchSize)) {
+    while (i < kSearchSize && (HasMoreThan(i + kSearchSize) || IsLast(i + kTsPacketSize))) {
         if (IsSync(m_nOffset + i)) {
             m_nOffset += i;
-            return true;
+            return ESync::Found;
         }
         ++i;
     }
-    if (i == kSearchSize) m_nOffset += kSearchSize;
     Trace("Can not find sync byte\n");
-    return false;
+    if (i < kSearchSize) return ESync::NoData;
+    m_nOffset += kSearchSize;
+    return ESync::NotFound;
 }
 
 bool CTsPacketReader::IsSync(std::size_t nIndex) const {
-    for (std::size_t i = 0; i < 4; ++i) {
-        if (m_window[nIndex + i * kTsPacketSize] != kTsSyncByte) return false;
+    for (std::size_t i = 0; i < 4; ++i, nIndex += kTsPacketSize) {
+        if (nIndex >= m_window.size()) break;  // at the end of the input
+        if (m_window[nIndex] != kTsSyncByte) return false;
     }
     return true;
 }
@@ -43,6 +54,9 @@ void CTsPacketReader::Refill() {
     m_input.Skip(static_cast<std::uint32_t>(m_nOffset));
     m_nOffset = 0;
     m_window = m_input.Peek(kWindowSize);
+    if (m_window.empty() && m_bDrain && m_input.Pad()) m_window = m_input.Peek(kWindowSize);
+    m_window = m_input.TrimPadding(m_window);
+    m_bAtEnd = m_bDrain && m_window.size() < kWindowSize;
     if (m_window.empty() && nRest > 0) m_window = m_input.Peek(nRest);
 }
 

@@ -1,5 +1,7 @@
 #include "demux/TsParseState.h"
 
+#include <algorithm>
+#include <array>
 #include <new>
 
 #include "demux/StartCodeSearch.h"
@@ -19,27 +21,16 @@ std::optional<std::size_t> FindPesStart(Bytes payload, std::uint8_t nFirstId, st
     return nStart;
 }
 
-/// Adds a packet's payload to the stream's PES packet. Where the next one begins, that one is complete.
-template <class Framer>
-void AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirstId, std::uint8_t nIds) {
-    CPesBuffer& buffer = framer.GetBuffer();
-    const Bytes payload = GetTsPayload(packet);
-    const auto nStart = HasTsUnitStart(packet) ? FindPesStart(payload, nFirstId, nIds) : std::nullopt;
-    if (!nStart) {
-        buffer.AppendPes(payload);
-        return;
-    }
-    if (buffer.HasPes()) {
-        buffer.AppendPes(payload.first(*nStart));
-        framer.OnPes();
-    }
-    buffer.AppendPes(payload.subspan(*nStart));
+/// The payload begins with a PES packet of any stream_id, as far as it goes.
+bool BeginsPes(Bytes payload) {
+    constexpr std::array<std::uint8_t, 3> kPrefix = {0, 0, 1};
+    return std::equal(kPrefix.begin(), kPrefix.begin() + std::min(kPrefix.size(), payload.size()),
+                      payload.begin());
 }
 
 }  // namespace
 
 int CTsParseState::Prepare(ETsTiming timing) {
-    m_tables = CTsTables();
     m_clock.Begin(timing);
     m_video.Begin(timing);
     m_audio.Begin(timing);
@@ -55,12 +46,15 @@ int CTsParseState::Prepare(ETsTiming timing) {
 }
 
 void CTsParseState::Begin() {
-    m_reader.Begin();
+    m_tables = CTsTables(m_settings);
+    m_reader.Begin(m_settings.bDrain);
     m_bTables = false;
+    m_kept.clear();
     Trace("KestMpeg4TsDemux pin Start!!!\n");
 }
 
 void CTsParseState::Reset() {
+    m_kept = {};
     m_video.GetBuffer().Free();
     m_audio.GetBuffer().Free();
 }
@@ -68,7 +62,8 @@ void CTsParseState::Reset() {
 // ---------------- the tables
 
 bool CTsParseState::FindTables() {
-    return TryThreeTimes([this] { return m_reader.FindSync(); }) &&
+    if (m_settings.bDrain) return AwaitTables();
+    return m_reader.Synchronise() &&
            TryThreeTimes([this] { return ParseTable(0, &CTsTables::ParsePat, "Can not find PAT\n"); }) &&
            TryThreeTimes([this] {
                return ParseTable(m_tables.GetPmtPid(), &CTsTables::ParsePmt, "Can not find MAP\n");
@@ -90,6 +85,52 @@ bool CTsParseState::ParseTable(std::uint16_t nPid, bool (CTsTables::*pParse)(Byt
     return m_reader.SkipPacket() && bParsed;
 }
 
+/// Looks for a PAT and behind it a PMT without fault, to the end of the input, and keeps the packets in front of
+/// them. @return whether there are any, or streams are known without.
+bool CTsParseState::AwaitTables() {
+    bool bFound = false;
+    if (!m_reader.Synchronise()) return false;
+    while (!bFound && m_reader.HasPacket()) {
+        const Bytes packet = m_reader.GetPacket();
+        const bool bTable = GetTsPid(packet) == 0 || GetTsPid(packet) == m_tables.GetPmtPid();
+        if (bTable) bFound = ParseAnyTable(packet);
+        if (!bTable && !Keep(packet)) break;
+        if (!m_reader.SkipPacket()) break;
+    }
+    if (!bFound) Trace("Can not find MAP\n");
+    return bFound || m_tables.HasChosenPid();
+}
+
+/// Reads a table; one with a fault changes nothing. @return whether both have been read.
+bool CTsParseState::ParseAnyTable(Bytes packet) {
+    CTsTables tables = m_tables;
+    const bool bPat = GetTsPid(packet) == 0;
+    const bool bParsed = bPat ? tables.ParsePat(packet) : tables.ParsePmt(packet);
+    if (bParsed) m_tables = tables;
+    return bParsed && !bPat;
+}
+
+/// Keeps a packet that came before the tables. When there are too many, streams that were chosen are parsed without
+/// tables, else those before are dropped. @return whether the search goes on.
+bool CTsParseState::Keep(Bytes packet) {
+    constexpr std::size_t kMostKept = 4 * 1024 * 1024;  // bytes
+    if (GetTsPid(packet) == kNullPid) return true;
+    if (m_kept.size() + kTsPacketSize > kMostKept) {
+        if (m_tables.HasChosenPid()) return false;
+        Trace("No tables: %zu bytes are dropped\n", m_kept.size());
+        m_kept.clear();
+    }
+    m_kept.insert(m_kept.end(), packet.begin(), packet.end());
+    return true;
+}
+
+void CTsParseState::ParseKept() {
+    for (Bytes rest = m_kept; !rest.empty(); rest = rest.subspan(kTsPacketSize)) {
+        OnPacket(rest.first(kTsPacketSize));
+    }
+    m_kept = {};
+}
+
 // ---------------- the packets
 
 EParsed CTsParseState::ParseUnit() {
@@ -98,6 +139,9 @@ EParsed CTsParseState::ParseUnit() {
         m_bTables = IsPrepared() && FindTables();
         if (m_bTables) {
             m_video.SetMpeg4(m_tables.IsVideoMpeg4());
+            m_video.SetDrain(m_settings.bDrain);
+            m_audio.SetDrain(m_settings.bDrain, m_settings.bDrain && m_tables.GetVideoPid() == 0);
+            ParseKept();
             return EParsed::Unit;
         }
         Trace("KestMpeg4TsDemux pin Exited!!!\n");
@@ -120,6 +164,31 @@ void CTsParseState::OnPacket(Bytes packet) {
     } else if (nPid == m_tables.GetAudioPid()) {
         AssemblePes(m_audio, packet, kFirstAudioStreamId, kAudioIds);
     }
+}
+
+/// Adds a packet's payload to the stream's PES packet. Where the next one begins, that one is complete.
+template <class Framer>
+void CTsParseState::AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirstId, std::uint8_t nIds) {
+    CPesBuffer& buffer = framer.GetBuffer();
+    const bool bDrain = m_settings.bDrain;
+    const auto Append = [&](Bytes bytes) {
+        if (buffer.AppendPes(bytes) || !bDrain) return;
+        framer.OnPes();
+        buffer.ContinuePes();
+        buffer.AppendPes(bytes);
+    };
+    const Bytes payload = bDrain ? GetTsTruePayload(packet) : GetTsPayload(packet);
+    if (payload.empty()) return;
+    std::optional<std::size_t> nStart;
+    if (HasTsUnitStart(packet)) {
+        nStart = bDrain && BeginsPes(payload) ? 0 : FindPesStart(payload, nFirstId, nIds);
+    }
+    if (nStart && buffer.HasPes()) {
+        Append(payload.first(*nStart));
+        framer.OnPes();
+    }
+    if (bDrain && !nStart && !buffer.HasPes()) return;  // of a PES packet that began before the stream
+    Append(payload.subspan(nStart.value_or(0)));
 }
 
 void CTsParseState::End() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "demux/FrameOutput.h"
 #include "demux/StreamInput.h"
@@ -19,6 +20,10 @@ namespace kest {
 /// A run needs its buffers: `Prepare` comes before each, and the end of the run gives them back. A run fails
 /// when the stream has no tables; what fails is tried three times. It ends when the input has no more, or no
 /// packet can be found; then the rest of each stream is queued as one frame.
+///
+/// With `bDrain` the frames hold the payload of the PES packets that begin in the stream, to the last whole transport
+/// packet. The tables may come late: up to 4 MiB of packets in front of them are kept and split when they have come. A
+/// run fails only when its input ends before them and no stream was chosen by its PID.
 class CTsParseState final : public CStreamParser {
 public:
     /// All of these are borrowed.
@@ -38,6 +43,12 @@ public:
 
 private:
     bool FindTables();
+    bool AwaitTables();
+    bool ParseAnyTable(Bytes packet);
+    bool Keep(Bytes packet);
+    void ParseKept();
+    template <class Framer>
+    void AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirstId, std::uint8_t nIds);
     bool ParseTable(std::uint16_t nPid, bool (CTsTables::*pParse)(Bytes), const char* pszNotFound);
     void OnPacket(Bytes packet);
     bool IsPrepared() { return m_audio.GetBuffer().IsAllocated(); }
@@ -47,7 +58,8 @@ private:
     CTsVideoClock m_clock;
     CTsVideoFramer m_video;
     CTsAudioFramer m_audio;
-    bool m_bTables = false;  // the tables of the run have been read
+    bool m_bTables = false;            // the tables of the run have been read
+    std::vector<std::uint8_t> m_kept;  // packets in front of the tables
 };
 
 }  // namespace kest

@@ -22,6 +22,17 @@ bool Fail(const char* pszWhat, const char* pszFault) {
 /// A PID that a stream or a table may have.
 bool IsStreamPid(std::uint16_t nPid) { return nPid >= 16 && nPid <= 8190; }
 
+/// The PID that a setting names; 0: none.
+std::uint16_t GetChosenPid(std::int32_t nChoice) {
+    return nChoice > 0 ? static_cast<std::uint16_t>(nChoice) : std::uint16_t{0};
+}
+
+/// A listed stream of a kind is taken. @param nPresent  PID of the one that is; 0: none.
+bool IsTaken(std::int32_t nChoice, std::uint16_t nPresent, std::uint16_t nPid) {
+    if (nChoice == ParseSettings::kFirstKnownStream) return nPresent == 0;
+    return nChoice == ParseSettings::kAllStreams || nPresent == nPid;
+}
+
 /// The section that begins in the packet, with its CRC; empty after a fault.
 /// @param nMinSize  bytes that are read whatever the section says, at least 6.
 Bytes GetSection(Bytes packet, std::uint8_t nTableId, std::size_t nMinSize, const char* pszTable) {
@@ -41,6 +52,12 @@ Bytes GetSection(Bytes packet, std::uint8_t nTableId, std::size_t nMinSize, cons
 }
 
 }  // namespace
+
+CTsTables::CTsTables(const ParseSettings& settings)
+    : m_nVideoChoice(settings.nVideoStream),
+      m_nAudioChoice(settings.nAudioStream),
+      m_nVideoPid(GetChosenPid(m_nVideoChoice)),
+      m_nAudioPid(GetChosenPid(m_nAudioChoice)) {}
 
 bool CTsTables::ParsePat(Bytes packet) {
     constexpr std::size_t kReadSize = 6, kFixedSize = 8, kEntrySize = 4;
@@ -76,13 +93,18 @@ bool CTsTables::ParsePmt(Bytes packet) {
 
 bool CTsTables::ParseEntry(const MapEntry& entry) {
     switch (entry.nStreamType) {
+        case kStreamTypeMpeg1Video:
+            if (m_nVideoChoice == ParseSettings::kAllStreams) return true;
+            [[fallthrough]];
         case kStreamTypeMpeg2Video:
         case kStreamTypeMpeg4Video:
+            if (!IsTaken(m_nVideoChoice, m_nVideoPid, entry.nId)) return true;
             m_bVideoMpeg4 = entry.nStreamType == kStreamTypeMpeg4Video;
             m_nVideoPid = entry.nId;
             return IsStreamPid(entry.nId) || Fail("video stream", "PID");
         case kStreamTypeMpeg1Audio:
         case kStreamTypeMpeg2Audio:
+            if (!IsTaken(m_nAudioChoice, m_nAudioPid, entry.nId)) return true;
             m_nAudioPid = entry.nId;
             return IsStreamPid(entry.nId) || Fail("audio stream", "PID");
         default: return true;

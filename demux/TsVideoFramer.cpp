@@ -27,23 +27,29 @@ bool BeginsMpeg4Frame(std::uint8_t nCode) {
 void CTsVideoFramer::Begin(ETsTiming timing) {
     m_timing = timing;
     m_next = kNoTimestamps;
+    m_llStep = 0;
+    m_bContinues = false;
 }
 
 void CTsVideoFramer::OnPes() {
-    const auto [timestamps, payload] = m_buffer.GetPes(kLeastPayload);
+    const auto [timestamps, payload] = m_buffer.GetPes(m_bDrain ? 0 : kLeastPayload);
     if (!timestamps) {
-        m_buffer.Take(payload);
+        Take(payload);
     } else {
         const auto nStart = FindFrameStart(payload);
-        const bool bFirst = m_next.llPts == kNoTimestamps.llPts;
-        if (nStart && !bFirst) {
-            m_buffer.Take(payload.first(*nStart));
+        if (nStart && (HasTime() || m_bDrain)) {
+            Take(payload.first(*nStart));
             SplitFrames(timestamps->llDts);
         }
-        m_buffer.Take(payload.subspan(nStart.value_or(0)));
+        Take(payload.subspan(nStart.value_or(0)));
         m_next = *timestamps;
     }
     m_buffer.DropPes();
+}
+
+/// Adds a part of the payload to the buffer; when draining, it is given room.
+void CTsVideoFramer::Take(Bytes part) {
+    while (!m_buffer.Take(part) && m_bDrain) SplitRest(/*bAll=*/false);
 }
 
 std::optional<std::size_t> CTsVideoFramer::FindFrameStart(Bytes payload) const {
@@ -55,10 +61,14 @@ std::optional<std::size_t> CTsVideoFramer::FindFrameStart(Bytes payload) const {
     return nStart;
 }
 
-/// What does not begin with a start code is dropped.
-bool CTsVideoFramer::HasFrameStart() {
+bool CTsVideoFramer::BeginsWithCode() const {
     const Bytes bytes = m_buffer.GetBytes();
-    if (bytes.size() >= 3 && Read24(bytes, 0) == 1) return true;
+    return bytes.size() >= 3 && Read24(bytes, 0) == 1;
+}
+
+/// What does not begin with a start code is dropped, unless everything is wanted.
+bool CTsVideoFramer::HasFrameStart() {
+    if (m_bDrain ? !m_buffer.GetBytes().empty() : BeginsWithCode()) return true;
     m_buffer.Clear();
     return false;
 }
@@ -66,14 +76,38 @@ bool CTsVideoFramer::HasFrameStart() {
 /// Queues the frames that end in the buffer. What follows the last end stays.
 /// @param llNextDts  of the PES packet behind them.
 void CTsVideoFramer::SplitFrames(std::int64_t llNextDts) {
+    if (!HasFrameStart()) {
+        m_bContinues = false;
+        return;
+    }
+    FindFrameEnds(/*bAll=*/true);
+    const auto llFrames = static_cast<std::int64_t>(m_ends.size()) - (m_bContinues ? 1 : 0);
+    const bool bLater = HasTime() && llFrames > 0 && llNextDts > m_next.llDts;
+    const std::int64_t llStep = bLater ? (llNextDts - m_next.llDts) / llFrames : 0;
+    if (bLater) m_llStep = llStep;
+    QueueFrames(llStep);
+}
+
+/// Queues what is in the buffer before the next timestamps are known: its frames have the distance of those
+/// before, and as long as there is none, only the first has times.
+/// @param bAll  to the end; else up to the frame that is not complete. If that is the only one, its beginning.
+void CTsVideoFramer::SplitRest(bool bAll) {
     if (!HasFrameStart()) return;
-    FindFrameEnds();
-    const auto llFrames = static_cast<std::int64_t>(m_ends.size());
-    const std::int64_t llStep = llNextDts > m_next.llDts ? (llNextDts - m_next.llDts) / llFrames : 0;
+    FindFrameEnds(bAll);
+    if (bAll) m_ends.back() = m_buffer.GetBytes().size();
+    const bool bBeginning = !bAll && m_ends.back() == m_buffer.GetBytes().size();
+    QueueFrames(m_llStep);
+    if (m_llStep == 0) m_next = kNoTimestamps;
+    m_bContinues = bBeginning;
+}
+
+void CTsVideoFramer::QueueFrames(std::int64_t llStep) {
     std::size_t nBegin = 0;
     for (const std::size_t nEnd : m_ends) {
+        const bool bMoves = HasTime() && !m_bContinues;
         QueueFrame(nEnd - nBegin);
         nBegin = nEnd;
+        if (!bMoves) continue;
         m_next.llDts += llStep;
         m_next.llPts += llStep;
     }
@@ -81,9 +115,10 @@ void CTsVideoFramer::SplitFrames(std::int64_t llNextDts) {
 
 /// A frame ends where the next one begins: behind a picture, before a header of the layers above or the next
 /// picture. In MPEG-4 nothing but the VOP itself belongs to its picture.
-void CTsVideoFramer::FindFrameEnds() {
+/// @param bAll  the last picture ends with the buffer; else only if it is the only one.
+void CTsVideoFramer::FindFrameEnds(bool bAll) {
     const Bytes bytes = m_buffer.GetBytes();
-    bool bPicture = false;  // there is one since the last end
+    bool bPicture = m_bContinues;  // there is one since the last end
     m_ends.clear();
     const auto OnStartCode = [&](std::size_t nIndex, std::uint8_t nCode) {
         if (bPicture) {
@@ -98,19 +133,33 @@ void CTsVideoFramer::FindFrameEnds() {
     } else {
         ForEachStartCodeOf(bytes, kMpeg2FrameCodes, OnStartCode);
     }
-    if (bPicture || m_ends.empty()) m_ends.push_back(bytes.size());
+    if ((bPicture && bAll) || m_ends.empty()) m_ends.push_back(bytes.size());
 }
 
 /// Queues the first bytes of the buffer as a frame, and takes them from there.
 void CTsVideoFramer::QueueFrame(std::size_t nSize) {
     const Bytes frame = m_buffer.GetBytes().first(nSize);
-    const auto timestamps =
-        m_timing == ETsTiming::Elementary ? m_clock.Advance(frame, m_bMpeg4) : std::optional(m_next);
+    const auto timestamps = frame.empty() ? std::nullopt : FindTime(frame);
     if (timestamps) m_output.QueueFrame(frame, *timestamps);
     m_buffer.Consume(nSize);
+    m_bContinues = false;
+}
+
+/// The timestamps of the frame that the buffer begins with; none: it is dropped.
+std::optional<PesTimestamps> CTsVideoFramer::FindTime(Bytes frame) {
+    if (m_bContinues) return kNoTimestamps;
+    if (m_timing == ETsTiming::Pes) return m_next;
+    if (!m_bDrain) return m_clock.Advance(frame, m_bMpeg4);
+    const bool bFrame = BeginsWithCode() && FindFrameStart(frame);  // else what came before the first one
+    return bFrame ? m_clock.Advance(frame, m_bMpeg4).value_or(kNoTimestamps) : kNoTimestamps;
 }
 
 void CTsVideoFramer::Flush() {
+    if (m_bDrain) {
+        if (m_buffer.HasPes()) OnPes();
+        SplitRest(/*bAll=*/true);
+        return;
+    }
     if (m_buffer.HasPes()) m_buffer.Take(m_buffer.GetPes(kLeastPayload).payload);
     m_buffer.DropPes();
     if (HasFrameStart()) QueueFrame(m_buffer.GetBytes().size());

@@ -13,6 +13,10 @@ namespace kest {
 /// a frame output. The frames of a PES packet with timestamps are queued when the next such packet comes, with
 /// times at equal distances from one packet's timestamps to the next's; or, with elementary timing, with
 /// those of their own headers.
+///
+/// When draining, every byte of payload is queued: what stands before the first timestamp without times, the last
+/// frames as if one more PES packet followed, and frames of which the buffer cannot hold all as a frame and one
+/// without times that goes on with it.
 class CTsVideoFramer {
 public:
     /// Both are borrowed.
@@ -20,28 +24,39 @@ public:
 
     /// A run begins; the buffer is empty.
     void Begin(ETsTiming timing);
+    /// Nothing is dropped. Before the run's first packet.
+    void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
     /// The video is MPEG-4, else MPEG-2.
     void SetMpeg4(bool bMpeg4) { m_bMpeg4 = bMpeg4; }
     /// The PES packet in the buffer is complete.
     void OnPes();
-    /// The stream has ended: what there is left is one frame.
+    /// The stream has ended: what there is left is one frame, or when draining split as ever.
     void Flush();
 
 private:
     std::optional<std::size_t> FindFrameStart(Bytes payload) const;
+    void Take(Bytes part);
     void SplitFrames(std::int64_t llNextDts);
+    void SplitRest(bool bAll);
+    void QueueFrames(std::int64_t llStep);
     bool HasFrameStart();
-    void FindFrameEnds();
+    bool BeginsWithCode() const;
+    bool HasTime() const { return m_next.llPts != kNoTimestamps.llPts; }
+    void FindFrameEnds(bool bAll);
     void QueueFrame(std::size_t nSize);
+    std::optional<PesTimestamps> FindTime(Bytes frame);
 
     CTsVideoClock& m_clock;
     CFrameOutput& m_output;
     CPesBuffer m_buffer;
     ETsTiming m_timing = ETsTiming::Pes;
     bool m_bMpeg4 = false;                 // see SetMpeg4
+    bool m_bDrain = false;                 // see SetDrain
     PesTimestamps m_next = kNoTimestamps;  // of the next frame
+    std::int64_t m_llStep = 0;             // last known distance of two frames; 0: none is known
+    bool m_bContinues = false;             // the buffer goes on with a frame that has been queued
     std::vector<std::size_t> m_ends;       // of the frames in the buffer; kept for its memory
 };
 

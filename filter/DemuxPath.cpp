@@ -143,6 +143,7 @@ HRESULT CDemuxPath::SelectTsTimeReference() {
 }
 
 HRESULT CDemuxPath::BeginElementaryStream() {
+    m_pFramer->SetDrain(m_switches.IsOn(ESwitch::Drain));
     m_timing.Update([](AvTimes& times) {
         times.video.nAccessCount = 0;
         times.video.bFirstTime = true;
@@ -347,6 +348,7 @@ void CDemuxPath::EndInput() {
     const CPushGate::CInside inside(m_feedGate);
     if (m_feedGate.IsHeld() || !m_switches.IsOn(ESwitch::Drain)) return;
     if (Core()) Core()->EndInput();
+    if (m_nWorkingMode == EWorkingMode::Mpeg4VideoEs) m_pFramer->Flush(m_videoPin.GetFrameQueue());
 }
 
 // In the order of the stream: what the demuxer has not parsed may still become frames, and those that are

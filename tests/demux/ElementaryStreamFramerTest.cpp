@@ -39,9 +39,20 @@ TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAPlane) {
         std::vector<ByteVector> expected;
         for (const std::string& strUnit : c.units) expected.push_back(Stream(strUnit));
         for (const std::size_t nPart :
-             {std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{5}, bytes.size()})
+             {std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{5}, bytes.size()}) {
             EXPECT_EQ(Payloads(FrameUnits(bytes, nPart)), expected) << c.strStream << ", " << nPart;
+            EXPECT_EQ(Join(FrameUnits(bytes, nPart, /*bDrain=*/true)), bytes) << c.strStream << ", " << nPart;
+        }
     }
+    // a sequence end code belongs to its plane, the last plane to the stream
+    EXPECT_EQ(Payloads(FrameUnits(Stream(strPlane + "11" + strEnd + strPlane + "22"), 9, true)),
+              (std::vector<ByteVector>{Stream(strPlane + "11" + strEnd), Stream(strPlane + "22")}));
+    const ByteVector large = Stream(strPlane + "*600000" + strPlane + "*600000");
+    std::string strTimes;
+    const std::vector<Frame> units = FrameUnits(large, 100000, true);
+    for (const Frame& unit : units) strTimes += std::to_string(unit.info.llPts) + " ";
+    EXPECT_EQ(Join(units), large);
+    EXPECT_EQ(strTimes, "0 -1 0 -1 ");
 }
 
 TEST(ElementaryStreamFramer, LeavesOutWhatDoesNotFitAndCutsToTheBlock) {

@@ -3,5 +3,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     kest::CMpeg1Rig({pData, nSize}).Run();
+    kest::CMpeg1Rig({pData, nSize}, {.nAudioStream = 0, .bDrain = true, .bAnyAudioHeader = nSize % 2 == 0})
+        .Run();
     return 0;
 }

@@ -3,6 +3,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     static kest::CTsRig rig(/*bRead=*/false);
+    rig.SetSettings({.nVideoStream = nSize % 3 ? -1 : 0x101, .bDrain = nSize % 4 > 1});
     rig.Run({pData, nSize});
     kest::CTransportStreamBuilder b;
     b.Tables(nSize % 2 == 0).Add({pData, pData + nSize});

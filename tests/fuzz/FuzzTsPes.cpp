@@ -14,6 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         rest = rest.subspan(record.size());
     }
     const kest::ByteVector bytes = b.Get();
-    for (const ETsTiming timing : {ETsTiming::Pes, ETsTiming::Elementary}) rig.Run(bytes, timing);
+    for (const bool bDrain : {false, true}) {
+        rig.SetSettings({.bDrain = bDrain});
+        for (const ETsTiming timing : {ETsTiming::Pes, ETsTiming::Elementary}) rig.Run(bytes, timing);
+    }
     return 0;
 }

@@ -62,7 +62,7 @@ inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTim
 template <class Parser, std::uint32_t nMaxVideoFrame, std::uint32_t nVideoBlock>
 class CParserRigOf {
 public:
-    /// @param pVideoQueue, pAudioQueue  open; none: queues of its own, two blocks each.
+    /// @param pVideoQueue, pAudioQueue  open; none: queues of its own.
     explicit CParserRigOf(Bytes bytes, const ParseSettings& settings = {},
                           CBlockMemFileEx* pVideoQueue = nullptr, CBlockMemFileEx* pAudioQueue = nullptr)
         : m_reader(bytes), m_bDrain(settings.bDrain) {
@@ -79,41 +79,52 @@ public:
         m_parser.SetSettings(settings);
         m_parser.Begin();
     }
-    /// Parses until the source has nothing more. What a drain queues has to fit the queues.
+    /// Parses until the source has nothing more; to its last byte where the settings say so.
     Frames Run() {
         Frames frames;
-        while (m_parser.ParseUnit() != EParsed::NoData) TakeFrames(frames);
+        while (m_parser.ParseUnit() != EParsed::NoData) Take(frames);
         if (m_bDrain && m_input.Pad()) m_parser.Drain();
-        TakeFrames(frames);
+        Take(frames);
         return frames;
+    }
+    void Take(Frames& frames) {
+        while (auto frame = TakeFrame(m_video.GetQueue(), 0)) frames.video.push_back(*frame);
+        while (auto frame = TakeFrame(m_audio.GetQueue(), 0)) frames.audio.push_back(*frame);
     }
 
     CMemoryReader m_reader;
     const bool m_bDrain;
     CPulledSource m_source;
     CStreamInput m_input;
-    CFrameOutput m_video{{nMaxVideoFrame, nVideoBlock, 2}}, m_audio{{65536, 32768, 2}};
+    CFrameOutput m_video{{nMaxVideoFrame, nVideoBlock, 4}}, m_audio{{65536, 32768, 16}};
     Parser m_parser{m_input, m_video, m_audio};
-
-private:
-    void TakeFrames(Frames& frames) {
-        while (auto frame = TakeFrame(m_video.GetQueue(), 0)) frames.video.push_back(*frame);
-        while (auto frame = TakeFrame(m_audio.GetQueue(), 0)) frames.audio.push_back(*frame);
-    }
 };
 using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
 using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
 
-/// The units of an elementary stream that comes in parts of this size.
-inline std::vector<Frame> FrameUnits(Bytes data, std::size_t nPart) {
+/// The payloads of frames, one behind the other.
+inline ByteVector Join(const std::vector<Frame>& frames) {
+    ByteVector bytes;
+    for (const Frame& frame : frames) bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
+    return bytes;
+}
+
+/// The units of an elementary stream that comes in parts of this size. @param bDrain  with the last one.
+inline std::vector<Frame> FrameUnits(Bytes data, std::size_t nPart, bool bDrain = false) {
     std::vector<Frame> units;
     CElementaryStreamFramer framer;
     CBlockMemFileEx queue(524288, 512, sizeof(FRAME_INFO));
     queue.WOpen(), queue.ROpen();
+    framer.SetDrain(bDrain);
+    const auto Take = [&] {
+        while (auto unit = TakeFrame(queue, 0)) units.push_back(*unit);
+    };
     for (; !data.empty(); data = data.subspan(std::min(nPart, data.size()))) {
         framer.Push(data.first(std::min(nPart, data.size())), queue);
-        while (auto unit = TakeFrame(queue, 0)) units.push_back(*unit);
+        Take();
     }
+    if (bDrain) framer.Flush(queue);
+    Take();
     return units;
 }
 

@@ -52,6 +52,8 @@ public:
         for (int i = 0; i < 24; ++i) Packet(0x1FFF, false, ByteVector(184));
         return m_bytes;
     }
+    /// The stream as it is.
+    const ByteVector& GetAsItIs() const { return m_bytes; }
     std::size_t Size() const { return m_bytes.size(); }
 
 private:
@@ -61,13 +63,16 @@ private:
 /// The parser over bytes, any number of times.
 class CTsRig : CByteSource {
 public:
-    /// @param bRead  frames are kept; else there is no reader, and no frame waits for one.
-    explicit CTsRig(bool bRead = true) : m_bRead(bRead) {
+    /// @param bRead   frames are kept; else there is no reader, and no frame waits for one.
+    /// @param nBlock  bytes of a frame, at most.
+    explicit CTsRig(bool bRead = true, std::uint32_t nBlock = 65536, std::uint32_t nBlocks = 256)
+        : m_bRead(bRead), m_video({1048576, nBlock, nBlocks}), m_audio({1048576, nBlock, nBlocks}) {
         for (CFrameOutput* pOutput : {&m_video, &m_audio}) {
             pOutput->Attach(nullptr);
             bRead ? pOutput->OpenSides() : static_cast<void>(pOutput->GetQueue().WOpen());
         }
     }
+    void SetSettings(const ParseSettings& settings) { m_parser.SetSettings(settings); }
     /// Parses until there is no more. @param bEnd  and ends the run, unless it failed.
     Frames Run(Bytes bytes, ETsTiming timing = ETsTiming::Pes, bool bEnd = true) {
         m_rest = bytes;
@@ -101,7 +106,7 @@ private:
     const bool m_bRead;
     Bytes m_rest;
     CStreamInput m_input;
-    CFrameOutput m_video{{1048576, 65536, 256}}, m_audio{{1048576, 65536, 256}};
+    CFrameOutput m_video, m_audio;
     CTsParseState m_parser{m_input, m_video, m_audio};
 };
 
