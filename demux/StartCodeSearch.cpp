@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace kest {
@@ -27,6 +28,20 @@ bool HasPair(const std::uint8_t* p, Differ differ) {
         nLeast = nDifference < nLeast ? nDifference : nLeast;
     }
     return nLeast == 0;
+}
+
+/// Whether a prefix 00 00 01 may end in the kBlock bytes from p[1] on. Cut into words of two bytes, one of them is 00 00
+/// or 00 01, wherever the prefix begins.
+bool MayHavePrefix(const std::uint8_t* p) {
+    constexpr std::array<std::uint8_t, 2> kSame = {0xFF, 0xFE};  // bits that the two words share
+    const auto nSame = std::bit_cast<std::uint16_t>(kSame);
+    std::uint16_t nFound = 0;
+    for (std::size_t k = 0; k < kBlock; k += 2) {
+        std::uint16_t nWord;
+        std::memcpy(&nWord, p + k, sizeof(nWord));
+        nFound |= (nWord & nSame) == 0 ? 0xFFFF : 0;
+    }
+    return nFound != 0;
 }
 
 /// Index of the first of the nSize bytes that are searched for.
@@ -75,11 +90,7 @@ std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
 
 std::optional<std::size_t> FindAnyStartCode(Bytes bytes, const ThreeCodes& codes) {
     return Find(
-        bytes, 4,
-        [](const std::uint8_t* p) {
-            return HasPair<kBlock>(
-                p - 1, [](std::uint8_t a, std::uint8_t b) -> std::uint8_t { return a | (b ^ 1); });
-        },
+        bytes, 4, [](const std::uint8_t* pBefore) { return MayHavePrefix(pBefore - 1); },
         [=](std::uint8_t a, std::uint8_t b) {
             const auto Differ = [=](std::size_t i) { return static_cast<std::uint8_t>(b ^ codes[i]); };
             const std::uint8_t nLeast = std::min(std::min(Differ(0), Differ(1)), Differ(2));
