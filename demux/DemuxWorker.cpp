@@ -184,7 +184,8 @@ std::int32_t CDemuxWorker::ThreadProc() {
     m_evRun.Wait();
     if (m_evStop.IsSignalled() || !m_bOpen) return -1;
     BeginRun();
-    for (bool bEnded = false; !bEnded && m_evRun.Wait() && !m_evStop.IsSignalled();) {
+    for (bool bEnded = false;
+         !bEnded && (m_evRun.IsSignalled() || m_evRun.Wait()) && !m_evStop.IsSignalled();) {
         HonourRequests();
         if (IsTrickPlay()) {
             PlayTrick();
@@ -199,7 +200,8 @@ std::int32_t CDemuxWorker::ThreadProc() {
             case EParsed::Ended: bEnded = true; break;
             case EParsed::Failed: return -1;
         }
-        m_llPosition = m_input.GetPosition(0);
+        // Not in one order with all else: that would wait here until what was copied into a frame is stored.
+        m_llPosition.store(m_input.GetPosition(0), std::memory_order_release);
     }
     m_pParser->End();
     return 0;

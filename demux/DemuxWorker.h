@@ -50,6 +50,8 @@ public:
     /// thread at a time.
     /// @return the byte count, or 0 when the thread has ended or the demuxer does not take pushed bytes.
     int PushData(Bytes data);
+    /// Bytes that `PushData` writes without waiting.
+    std::uint32_t GetPushRoom() const { return m_pushed.GetRoom(); }
     /// The gate of whoever pushes: while it is held, `PushData` takes nothing. Set before the first push.
     void SetPushGate(const CPushGate& gate) { m_pushed.SetGate(gate); }
     /// Lets a `PushData` that waits see that its gate is held.

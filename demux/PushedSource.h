@@ -48,6 +48,8 @@ public:
     bool IsEnding() const { return m_pRing->HasWritingEnded(); }
     /// That is so, and everything has been fetched.
     bool HasEnded() const { return IsEnding() && m_pRing->GetAvailable(m_nReader) == 0; }
+    /// Bytes that can be written without a wait.
+    std::uint32_t GetRoom() const { return m_pOwnRing ? m_pOwnRing->GetFreeSize() : 0; }
     /// The demuxer's thread waits for more than the ring has: it has taken what it can.
     bool IsStarved() const;
     /// Drops what the ring holds. What is written from now on is fetched only after `Accept`: so that the

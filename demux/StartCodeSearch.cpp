@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace kest {
@@ -29,11 +30,27 @@ bool HasPair(const std::uint8_t* p, Differ differ) {
     return nLeast == 0;
 }
 
+/// Whether a prefix 00 00 01 may end in the kBlock bytes from p[1] on. Cut into words of two bytes, one of them is 00 00
+/// or 00 01, wherever the prefix begins.
+bool MayHavePrefix(const std::uint8_t* p) {
+    constexpr std::array<std::uint8_t, 2> kSame = {0xFF, 0xFE};  // bits that the two words share
+    const auto nSame = std::bit_cast<std::uint16_t>(kSame);
+    std::uint16_t nFound = 0;
+    for (std::size_t k = 0; k < kBlock; k += 2) {
+        std::uint16_t nWord;
+        std::memcpy(&nWord, p + k, sizeof(nWord));
+        nFound |= (nWord & nSame) == 0 ? 0xFFFF : 0;
+    }
+    return nFound != 0;
+}
+
 /// Index of the first of the nSize bytes that are searched for.
+/// @param mayEnd   whether they may end in the kBlock bytes behind a pointer; costs less than differ.
 /// @param differ   gives 0 for what their last two bytes may be, which are rare.
 /// @param matches  whether they begin at a pointer, once their last two are right.
-template <class Differ, class Matches>
-std::optional<std::size_t> Find(Bytes bytes, std::size_t nSize, Differ differ, Matches matches) {
+template <class MayEnd, class Differ, class Matches>
+std::optional<std::size_t> Find(Bytes bytes, std::size_t nSize, MayEnd mayEnd, Differ differ,
+                                Matches matches) {
     const std::size_t nLast = nSize - 1;
     // Where they end, from i on and before nEnd; nEnd: nowhere.
     const auto FindEnd = [&](std::size_t i, std::size_t nEnd) {
@@ -42,7 +59,8 @@ std::optional<std::size_t> Find(Bytes bytes, std::size_t nSize, Differ differ, M
     };
     std::size_t i = nLast;
     for (; i + kBlock <= bytes.size(); i += kBlock) {
-        if (!HasPair<kBlock>(&bytes[i - 1], differ)) continue;
+        const std::uint8_t* const pBefore = &bytes[i - 1];
+        if (!mayEnd(pBefore) || !HasPair<kBlock>(pBefore, differ)) continue;
         for (std::size_t j = i; j < i + kBlock; j += kSubBlock) {
             if (!HasPair<kSubBlock>(&bytes[j - 1], differ)) continue;
             if (const std::size_t nEnd = FindEnd(j, j + kSubBlock); nEnd < j + kSubBlock) return nEnd - nLast;
@@ -63,7 +81,7 @@ std::array<std::uint8_t, 4> GetCodeBytes(std::uint32_t nCode) {
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
     const std::uint8_t nFirst = pattern[pattern.size() - 2], nSecond = pattern.back();
     return Find(
-        bytes, pattern.size(),
+        bytes, pattern.size(), [](const std::uint8_t*) { return true; },
         [=](std::uint8_t a, std::uint8_t b) {
             return static_cast<std::uint8_t>((a ^ nFirst) | (b ^ nSecond));
         },
@@ -72,7 +90,7 @@ std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern) {
 
 std::optional<std::size_t> FindAnyStartCode(Bytes bytes, const ThreeCodes& codes) {
     return Find(
-        bytes, 4,
+        bytes, 4, [](const std::uint8_t* pBefore) { return MayHavePrefix(pBefore - 1); },
         [=](std::uint8_t a, std::uint8_t b) {
             const auto Differ = [=](std::size_t i) { return static_cast<std::uint8_t>(b ^ codes[i]); };
             const std::uint8_t nLeast = std::min(std::min(Differ(0), Differ(1)), Differ(2));

@@ -328,7 +328,8 @@ void CDemuxPath::Feed(Bytes data) {
     if (m_nWorkingMode == EWorkingMode::None) return;
     const auto pfnFeed = GetFamily().Feed;
     while (!m_feedGate.IsHeld() && !data.empty()) {
-        const Bytes chunk = data.first(std::min(data.size(), kChunkSize));
+        const std::size_t nRoom = Core() ? Core()->GetPushRoom() : 0;  // that goes in without a wait
+        const Bytes chunk = data.first(std::min(data.size(), std::max(nRoom, kChunkSize)));
         if (!(this->*pfnFeed)(chunk)) return;
         data = data.subspan(chunk.size());
     }

@@ -62,7 +62,7 @@ private:
 
 template <class IsOver>
 bool CIntake::WaitUntilDelivered(IsOver isOver) {
-    constexpr std::uint32_t kPollMs = 10;
+    constexpr std::uint32_t kPollMs = 1;
     const std::uint32_t nHolds = CountHolds();
     auto IsHeld = [&] { return m_gate.IsHeld() || CountHolds() != nHolds; };
     m_path.EndInput();

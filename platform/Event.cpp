@@ -33,14 +33,18 @@ public:
     CWaiter(const CWaiter&) = delete;
     CWaiter& operator=(const CWaiter&) = delete;
 
-    /// Wakes the threads that wait for the event, which may be gone by now.
+    /// Wakes the threads that wait for the event, which may be gone by now. The last of them, mostly the only one, is
+    /// woken without the lock, which it takes first.
     static void WakeAll(const CEvent* pEvent) {
-        std::lock_guard lock(CTermination::GetWaitMutex());
+        std::optional<CCondition::CWake> wake;
+        std::unique_lock lock(CTermination::GetWaitMutex());
         for (CWaiter* pWaiter = g_pFirstWaiter; pWaiter; pWaiter = pWaiter->m_pNext) {
-            if (std::ranges::find(pWaiter->m_apEvents, pEvent) != pWaiter->m_apEvents.end()) {
-                pWaiter->m_wake.Notify();
-            }
+            if (std::ranges::find(pWaiter->m_apEvents, pEvent) == pWaiter->m_apEvents.end()) continue;
+            if (wake) wake->Complete();
+            wake = pWaiter->m_wake.Notify();
         }
+        lock.unlock();
+        if (wake) wake->Complete();
     }
 
 private:

@@ -18,7 +18,7 @@ CCondition::Mutex& CTermination::GetWaitMutex() {
 void CTermination::Request() {
     m_bRequested = true;
     std::lock_guard lock(GetWaitMutex());
-    m_wake.Notify();
+    m_wake.Notify().Complete();
 }
 
 void CTermination::ThrowIfRequested() {

@@ -7,7 +7,8 @@
 namespace kest {
 
 CRingBuffer::CRingBuffer(std::uint32_t nCapacity, std::uint32_t nReadBatch)
-    : CBufferSides(nCapacity, nReadBatch), m_pBuffer(std::make_unique<std::uint8_t[]>(nCapacity)) {}
+    : CBufferSides(nCapacity, nReadBatch),
+      m_pBuffer(std::make_unique_for_overwrite<std::uint8_t[]>(nCapacity)) {}
 
 // ---------------- write side
 

@@ -4,7 +4,13 @@
 
 namespace kest {
 
-void CCondition::Notify() { WakeConditionVariable(&m_condition); }
+/// The system's condition must be there when it is woken, so that this is done with the lock.
+CCondition::CWake CCondition::Notify() {
+    WakeConditionVariable(&m_condition);
+    return CWake(nullptr);
+}
+
+void CCondition::CWake::Complete() const {}
 
 void CCondition::Sleep(std::unique_lock<Mutex>& lock) {
     SleepConditionVariableSRW(&m_condition, &lock.mutex()->m_lock, INFINITE, 0);
