@@ -1,0 +1,56 @@
+#pragma once
+
+#include "demux/ElementaryStreamClock.h"
+#include "pins/Timeline.h"
+
+namespace kest {
+
+/// The rules of time with the switch RobustTiming, the same for both pins and every working mode. Both streams lie on
+/// one line of time (SharedLine), so that samples of audio and video are as far apart as their timestamps say,
+/// through wraps, jumps, gaps and seeks. Decoding timestamps find the place, since they do not go back where
+/// pictures are reordered; a video frame starts as much later as its presentation timestamp is.
+///
+/// Of a frame, in this order:
+///
+/// 1. Its timestamp goes on: it differs from the last of its stream by up to a second more than a frame, either way;
+///    or the other stream has gone on for more than a second meanwhile, and this one comes to where the other is.
+///    So a pause of one stream stays as long as it is.
+/// 2. It has jumped to where the other stream is already: it takes the other's place for that timestamp.
+/// 3. It begins, or jumps first: it waits up to about 310 ms for the other stream, which goes on (1) or comes to the
+///    same jump. Then the line goes on where the later of the two ends, without a hole or an overlap. Hence a jump and
+///    a pause of both streams, which cannot be told apart, are both closed.
+///
+/// Time 0 is the first frame of a segment, the earlier one of both; on live input that which comes at the present
+/// stream time. A stream that begins later may have negative times. A stream that was thought to have jumped, while the
+/// other goes on without a jump for 8 s, comes back to the other.
+///
+/// Nothing here seeks, flushes or asks for resets. A reset does not begin the times anew.
+class CRobustTimeline final : public CTimeline {
+public:
+    /// @param pin     whose timeline it is.
+    /// @param mode    decides whether there is a second stream, and where the times come from.
+    /// @param bPush   the input is live.
+    CRobustTimeline(EPin pin, const WorkingMode& mode, bool bPush);
+
+    Placement Map(const TimedFrame& frame, AvTimes& times) override;
+
+private:
+    ERequest FindPlace(const TimedFrame& frame, AvTimes& times) const;
+    bool ComeBack(std::int64_t llTimestamp, SharedLine& line) const;
+    bool GoOn(std::int64_t llTimestamp, SharedLine& line) const;
+    bool Join(std::int64_t llTimestamp, SharedLine& line) const;
+    void BeginEpoch(std::int64_t llEarliest, SharedLine& line) const;
+    void MoveTo(std::uint32_t nEpoch, SharedLine::Place place, SharedLine& line) const;
+    SharedLine::Stream& Own(SharedLine& line) const { return line.Of(m_pin); }
+    SharedLine::Stream& Peer(SharedLine& line) const { return line.Of(PeerOf(m_pin)); }
+
+    const EPin m_pin;
+    const std::int64_t m_llFrame;    // ticks of a frame, as long as the timestamps do not say it
+    const bool m_bAlone;             // the mode has no other stream
+    const bool m_bLive;              // time 0 is the stream time of the first frame
+    const bool m_bAnnounces;         // segments are announced
+    const bool m_bHasOwnClock;       // the times are those in the headers of an elementary stream
+    CElementaryStreamClock m_clock;  // reads them
+};
+
+}  // namespace kest
