@@ -115,7 +115,7 @@ bool CRobustTimeline::GoOn(std::int64_t llTimestamp, SharedLine& line) const {
     const SharedLine::Stream& peer = Peer(line);
     if (own.nEpoch == 0) return false;
     const std::int64_t llAt = own.last.Find(llTimestamp), llFrom = own.last.llAt;
-    const bool bStep = llAt >= llFrom - kPause && llAt <= llFrom + own.llStep + kPause;
+    const bool bStep = IsNear(llAt, llFrom, kPause) || IsNear(llAt, llFrom + own.llStep, kPause);
     const bool bPause = peer.nEpoch == own.nEpoch && peer.last.llAt > llFrom + kPause && llAt > llFrom &&
                         llAt <= peer.last.llAt + kNear;
     if (!bStep && !bPause) return false;

@@ -12,7 +12,7 @@ namespace kest {
 ///
 /// Of a frame, in this order:
 ///
-/// 1. Its timestamp goes on: it differs from the last of its stream by up to a second more than a frame, either way;
+/// 1. Its timestamp goes on: it is at most a second from the last of its stream, or from where the step before it would lead;
 ///    or the other stream has gone on for more than a second meanwhile, and this one comes to where the other is.
 ///    So a pause of one stream stays as long as it is.
 /// 2. It has jumped to where the other stream is already: it takes the other's place for that timestamp.
