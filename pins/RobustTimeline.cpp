@@ -10,21 +10,21 @@
 namespace kest {
 namespace {
 
-constexpr std::int64_t kSecond = 90000;      // ticks
-constexpr std::int64_t kVideoFrame = 3003;   // 29.97 a second
-constexpr std::int64_t kAudioFrame = 2160;   // 24 ms
-constexpr std::int64_t kPause = kSecond;     // a stream goes on across a longer one only where the other is
-constexpr std::int64_t kNear = 8 * kSecond;  // one stream may be as far behind the other in its queue
-constexpr std::int64_t kLongestStep = 60 * kSecond;  // of a slide show
-constexpr std::int64_t kMostLead =
-    10 * kSecond;           // a presentation timestamp further from its decoding one is wrong
+// 90 kHz
+constexpr std::int64_t kSecond = 90000;
+constexpr std::int64_t kVideoFrame = 3003, kAudioFrame = 2160;  // as long as the timestamps do not say it
+constexpr std::int64_t kPause = kSecond;     // longer ones need the other stream, see the class
+constexpr std::int64_t kNear = 8 * kSecond;  // one stream may be as far behind the other, in its queue
+constexpr std::int64_t kLongestStep = 60 * kSecond;  // from picture to picture of a slide show
+constexpr std::int64_t kMostLead = 10 * kSecond;     // from a decoding to a presentation timestamp
+
 constexpr int kWaits = 31;  // for the other stream, 10 ms each
 
 bool IsNear(std::int64_t llA, std::int64_t llB, std::int64_t llLimit) {
     return llA - llB <= llLimit && llB - llA <= llLimit;
 }
 
-/// How much later than its decoding a frame is presented; audio frames have no such time.
+/// How much later than it is decoded a frame is presented. 0: audio, or the timestamps cannot be true.
 std::int64_t GetLead(const TimedFrame& frame, EPin pin) {
     if (pin == EPin::Audio) return 0;
     const std::int64_t llLead = SharedLine::Place::Distance(frame.llDecoding, frame.llTimestamp);
@@ -92,7 +92,7 @@ ERequest CRobustTimeline::FindPlace(const TimedFrame& frame, AvTimes& times) con
     return ERequest::None;
 }
 
-/// The other stream has gone on across what this one took for a jump, or did not jump to where this one is now.
+/// Leaves an epoch that the other stream has not come to: it will not come, or a wrong timestamp began it.
 bool CRobustTimeline::ComeBack(std::int64_t llTimestamp, SharedLine& line) const {
     const SharedLine::Stream& own = Own(line);
     const SharedLine::Stream& peer = Peer(line);
@@ -139,8 +139,8 @@ bool CRobustTimeline::Join(std::int64_t llTimestamp, SharedLine& line) const {
     return false;
 }
 
-/// Begins an epoch with the frame at hand: behind the end of its stream, and so that the frame of the other that waits
-/// at the same jump comes behind the end of that.
+/// Begins an epoch with the frame at hand: behind the end of its stream, and so that the frame of the other
+/// that waits at the same jump comes behind the end of that.
 /// @param llEarliest  no frame is presented before this place of the line.
 void CRobustTimeline::BeginEpoch(std::int64_t llEarliest, SharedLine& line) const {
     const auto FindEnd = [](const SharedLine::Stream& stream, const SharedLine::Stream& other) {
@@ -161,6 +161,7 @@ void CRobustTimeline::BeginEpoch(std::int64_t llEarliest, SharedLine& line) cons
     MoveTo(line.nEpochs, {llTimestamp, llAt}, line);
 }
 
+/// Moves the stream to a place of an epoch.
 void CRobustTimeline::MoveTo(std::uint32_t nEpoch, SharedLine::Place place, SharedLine& line) const {
     SharedLine::Stream& own = Own(line);
     const std::int64_t llStep = SharedLine::Place::Distance(own.last.llTimestamp, place.llTimestamp);

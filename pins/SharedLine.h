@@ -10,8 +10,8 @@ namespace kest {
 enum class EPin { Video, Audio };
 constexpr EPin PeerOf(EPin pin) { return pin == EPin::Video ? EPin::Audio : EPin::Video; }
 
-/// Where both streams stand on one line of time, 90 kHz, for the rules of CRobustTimeline. An epoch is a range of the
-/// line in which timestamps go on; a jump of the timestamps begins the next.
+/// Where both streams stand on one line of time, 90 kHz, for the rules of CRobustTimeline. An epoch is a
+/// range of the line in which timestamps go on; a jump of the timestamps begins the next.
 struct SharedLine {
     /// A position of the line and the timestamp that belongs there.
     struct Place {
@@ -20,8 +20,8 @@ struct SharedLine {
 
         /// Where another timestamp of the same epoch belongs: the nearest place, so that a wrap is none.
         std::int64_t Find(std::int64_t llOther) const { return llAt + Distance(llTimestamp, llOther); }
-        /// Ticks from one timestamp to another, the short way round a counter of 32 bits. That is the counter of
-        /// MPEG-1 system streams, and half that of the others: both wrap where it does.
+        /// Ticks from one timestamp to another, the short way round a counter of 32 bits. That is the counter
+        /// of MPEG-1 system streams, and where the one of 33 bits of the others wraps, it wraps too.
         static std::int64_t Distance(std::int64_t llFrom, std::int64_t llTo) {
             return static_cast<std::int32_t>(static_cast<std::uint32_t>(llTo) -
                                              static_cast<std::uint32_t>(llFrom));
