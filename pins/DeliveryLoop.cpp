@@ -266,7 +266,8 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverFree(Frame& frame) {
     return EStep::NextFrame;
 }
 
-/// Delivers a frame that has no times of its own, outside the timing; a discontinuity restarts that all the same.
+/// Delivers a frame that has no times, or that the timing would drop: outside the timing, which a discontinuity
+/// restarts all the same. A stale frame is only released.
 CDeliveryLoop::EStep CDeliveryLoop::DeliverUntimed(Frame& frame) {
     const bool bDiscontinuity = frame.taken.info.bDiscontinuity != 0;
     if (m_rules.bReadsFlags && bDiscontinuity && !IsStale(frame)) {
@@ -295,6 +296,7 @@ CDeliveryLoop::EStep CDeliveryLoop::PlaceFrame(Frame& frame, Placement& place) {
         });
         if (place.request == ERequest::None) break;
         if (!Fulfil(place.request, frame)) {
+            if (place.request == ERequest::Drop && m_bDrains) return DeliverUntimed(frame);
             const bool bEnds = place.request == ERequest::AwaitTimeBase && IsStopping();
             if (!bEnds || Is(ETimeline::ProgramStream))
                 return EStep::NextFrame;  // where the stop ends the loop

@@ -88,7 +88,9 @@ ERequest CRobustTimeline::FindPlace(const TimedFrame& frame, AvTimes& times) con
     own.llLead = GetLead(frame, m_pin);
     if (bWaits && frame.nBaseWaits < kWaits) return ERequest::AwaitTimeBase;
     if (m_bLive && !frame.rtClock) return ERequest::ReadClock;
-    BeginEpoch(m_bLive ? ToTicks(*frame.rtClock) : std::numeric_limits<std::int64_t>::min() / 2, line);
+    const std::int64_t llEarliest =
+        m_bLive ? ToTicks(*frame.rtClock) : std::numeric_limits<std::int64_t>::min() / 2;
+    BeginEpoch({llTimestamp, FindBeginning(llEarliest, line)}, line);
     return ERequest::None;
 }
 
@@ -139,26 +141,25 @@ bool CRobustTimeline::Join(std::int64_t llTimestamp, SharedLine& line) const {
     return false;
 }
 
-/// Begins an epoch with the frame at hand: behind the end of its stream, and so that the frame of the other
+/// Where an epoch begins with the frame that waits: behind the end of its stream, and so that the frame of the other
 /// that waits at the same jump comes behind the end of that.
 /// @param llEarliest  no frame is presented before this place of the line.
-void CRobustTimeline::BeginEpoch(std::int64_t llEarliest, SharedLine& line) const {
-    const auto FindEnd = [](const SharedLine::Stream& stream, const SharedLine::Stream& other) {
-        if (stream.nEpoch) return stream.llEnd;
-        return other.nEpoch ? other.last.llAt : -stream.llLead;
+std::int64_t CRobustTimeline::FindBeginning(std::int64_t llEarliest, SharedLine& line) const {
+    const auto FindLeast = [=](const SharedLine::Stream& stream, const SharedLine::Stream& other) {
+        const std::int64_t llFirst = other.nEpoch ? other.last.llAt : -stream.llLead;
+        return std::max(stream.nEpoch ? stream.llEnd : llFirst, llEarliest - stream.llLead);
     };
     const SharedLine::Stream& own = Own(line);
     const SharedLine::Stream& peer = Peer(line);
-    const std::int64_t llTimestamp = *own.llWaiting;
-    std::int64_t llAt = std::max(FindEnd(own, peer), llEarliest - own.llLead);
-    if (peer.llWaiting) {
-        const std::int64_t llBehind = SharedLine::Place::Distance(llTimestamp, *peer.llWaiting);
-        if (IsNear(llBehind, 0, kNear)) {
-            llAt = std::max({llAt, FindEnd(peer, own) - llBehind, llEarliest - peer.llLead - llBehind});
-        }
-    }
-    line.Of(++line.nEpochs) = {.last = {llTimestamp, llAt}, .llBegin = llAt, .llEnd = llAt};
-    MoveTo(line.nEpochs, {llTimestamp, llAt}, line);
+    const std::int64_t llAt = FindLeast(own, peer);
+    if (!peer.llWaiting) return llAt;
+    const std::int64_t llBehind = SharedLine::Place::Distance(*own.llWaiting, *peer.llWaiting);
+    return IsNear(llBehind, 0, kNear) ? std::max(llAt, FindLeast(peer, own) - llBehind) : llAt;
+}
+
+void CRobustTimeline::BeginEpoch(SharedLine::Place place, SharedLine& line) const {
+    line.Of(++line.nEpochs) = {.last = place, .llBegin = place.llAt, .llEnd = place.llAt};
+    MoveTo(line.nEpochs, place, line);
 }
 
 /// Moves the stream to a place of an epoch.
@@ -167,8 +168,8 @@ void CRobustTimeline::MoveTo(std::uint32_t nEpoch, SharedLine::Place place, Shar
     const std::int64_t llStep = SharedLine::Place::Distance(own.last.llTimestamp, place.llTimestamp);
     const bool bSame = nEpoch == own.nEpoch;
     own.llStep = own.nEpoch && llStep > 0 && llStep <= kLongestStep ? llStep : 0;
-    own.llEnd =
-        std::max(place.llAt + (bSame && own.llStep ? own.llStep : m_llFrame), bSame ? own.llEnd : place.llAt);
+    const std::int64_t llEnd = place.llAt + (bSame && own.llStep ? own.llStep : m_llFrame);
+    own.llEnd = bSame ? std::max(llEnd, own.llEnd) : llEnd;
     own.nEpoch = nEpoch;
     own.last = place;
     own.bContinued = false;

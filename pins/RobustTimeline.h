@@ -25,10 +25,10 @@ namespace kest {
 /// A jump and a pause of both streams cannot be told apart: 4 closes both. A jump in a recording is common,
 /// and hours of nothing are worse than a pause that is cut.
 ///
-/// Time 0 is the first frame of a segment, the earlier one of both streams; in an MPEG-1 system stream and a
-/// program stream that is pushed it is the stream time at which that frame comes, and no jump leads behind
-/// the present stream time. A stream that begins later may have negative times. A reset does not begin the
-/// times anew, and no rule seeks, flushes or asks for resets.
+/// The first frame of a segment, the earlier one of both streams, has time 0; in an MPEG-1 system stream and
+/// in a program stream that is pushed it has the stream time at which it comes, and a jump leads at least to
+/// the present one. A stream that begins later may have earlier times. A reset does not begin the times anew,
+/// and no rule seeks, flushes or asks for resets.
 class CRobustTimeline final : public CTimeline {
 public:
     /// @param pin    whose timeline it is.
@@ -43,7 +43,8 @@ private:
     bool ComeBack(std::int64_t llTimestamp, SharedLine& line) const;
     bool GoOn(std::int64_t llTimestamp, SharedLine& line) const;
     bool Join(std::int64_t llTimestamp, SharedLine& line) const;
-    void BeginEpoch(std::int64_t llEarliest, SharedLine& line) const;
+    std::int64_t FindBeginning(std::int64_t llEarliest, SharedLine& line) const;
+    void BeginEpoch(SharedLine::Place place, SharedLine& line) const;
     void MoveTo(std::uint32_t nEpoch, SharedLine::Place place, SharedLine& line) const;
     SharedLine::Stream& Own(SharedLine& line) const { return line.Of(m_pin); }
     SharedLine::Stream& Peer(SharedLine& line) const { return line.Of(PeerOf(m_pin)); }

@@ -133,6 +133,10 @@ TEST(Delivery, FramesWithoutTimesStandOutsideTheTiming) {
             EXPECT_THAT(rig.Play(rig.video, {kNoFrameTime, 900000}, 2), ElementsAre("-", "0 DS")) << nMode;
         }
     }
+    CPinRig rig(0);
+    rig.Switch(ESwitch::Drain) = 1;
+    rig.Start(rig.video);
+    EXPECT_THAT(rig.Play(rig.video, {0}, 1), ElementsAre("-")) << "before the first VOP";
 }
 
 // The core would wait for a reader that nobody reads for.
