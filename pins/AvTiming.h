@@ -2,14 +2,11 @@
 
 #include <cstdint>
 
+#include "pins/SharedLine.h"
 #include "platform/CritSec.h"
 #include "platform/api/Interfaces.h"
 
 namespace kest {
-
-/// The two output pins.
-enum class EPin { Video, Audio };
-constexpr EPin PeerOf(EPin pin) { return pin == EPin::Video ? EPin::Audio : EPin::Video; }
 
 /// A time base that is not set.
 constexpr REFERENCE_TIME kNoTimeBase = -1;
@@ -19,6 +16,7 @@ struct PinTiming {
     bool bFirstTime = true;        // m_bFirstTime: the next frame restarts the timing
     bool bRestartPending = false;  // m_bRestartPending: set by a reset; queued frames are dropped first
     bool bReadyToReset = false;    // m_bReadyToReset: the delivery thread is between two deliveries
+    bool bAbsent = false;  // the pin delivers nothing in this run: not connected, or its loop has ended
     REFERENCE_TIME rtTimeBase = kNoTimeBase;  // m_rtTimeBase: origin of the stream time
     REFERENCE_TIME rtStart = 0;      // m_rtStart: start of the sample being delivered; its stop is start + 1
     REFERENCE_TIME rtLastStart = 0;  // m_rtLastStart: the start that the next frame is measured against
@@ -31,6 +29,7 @@ struct PinTiming {
 struct AvTimes {
     PinTiming video;
     PinTiming audio;
+    SharedLine line;  // of both; for CRobustTimeline
 
     PinTiming& Of(EPin pin) { return pin == EPin::Video ? video : audio; }
     const PinTiming& Of(EPin pin) const { return pin == EPin::Video ? video : audio; }

@@ -2,8 +2,10 @@
 
 #include <utility>
 
+#include "demux/ParseSettings.h"
 #include "graph/TimeArithmetic.h"
 #include "pins/AudioTimeline.h"
+#include "pins/RobustTimeline.h"
 #include "pins/VideoTimeline.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
@@ -50,7 +52,9 @@ const DeliveryRules& FindRules(EPin pin, ETimeline variant) {
     }
 }
 
-std::unique_ptr<CTimeline> MakeTimeline(EPin pin, const WorkingMode& mode, bool bPush) {
+std::unique_ptr<CTimeline> MakeTimeline(EPin pin, const WorkingMode& mode, const IDemuxFilterSite& site) {
+    const bool bPush = site.IsPushSource();
+    if (site.GetSwitch(ESwitch::RobustTiming)) return std::make_unique<CRobustTimeline>(pin, mode, bPush);
     if (pin == EPin::Video) return std::make_unique<CVideoTimeline>(mode);
     return std::make_unique<CAudioTimeline>(mode, bPush);
 }
@@ -63,7 +67,8 @@ CDeliveryLoop::CDeliveryLoop(const DeliveryContext& context, Control control)
       m_mode(FindWorkingMode(context.site.GetWorkingMode())),
       m_variant(context.IsVideo() ? m_mode.videoTimeline : m_mode.audioTimeline),
       m_rules(FindRules(context.pin, m_variant)),
-      m_pTimeline(MakeTimeline(context.pin, m_mode, context.site.IsPushSource())),
+      m_pTimeline(MakeTimeline(context.pin, m_mode, context.site)),
+      m_bDrains(context.site.GetSwitch(ESwitch::Drain) != 0),
       m_statistics(context, m_variant) {}
 
 std::int32_t CDeliveryLoop::Run() {
@@ -76,10 +81,13 @@ std::int32_t CDeliveryLoop::Run() {
     m_context.gate.SetEnded(false);
     if (Is(ETimeline::None)) {
     } else if (!m_context.output.IsConnected()) {
+        SetAbsent(true);
         m_control.evStop.Wait();
     } else {
+        SetAbsent(false);
         while (Step() != EStep::End) {
         }
+        SetAbsent(true);
     }
     Trace(m_context.IsVideo() ? "CKestDemux2VideoOutputPin Stop!!! .\n"
                               : "\n CKestDemux2AudioOutputPin Stop!!! .\n");
@@ -106,6 +114,8 @@ CDeliveryLoop::EStep CDeliveryLoop::Step() {
     if (m_rules.bReadsFlags) {
         if (const EStep step = HandleFlags(frame); step != EStep::GoOn) return step;
     }
+    const FRAME_INFO& info = frame.taken.info;
+    if (m_bDrains && info.llPts == kNoFrameTime && info.llDts == kNoFrameTime) return DeliverUntimed(frame);
     Placement place;
     if (const EStep step = PlaceFrame(frame, place); step != EStep::GoOn) return step;
     return DeliverPlaced(frame, place);
@@ -143,6 +153,8 @@ CDeliveryLoop::EStep CDeliveryLoop::ReadFrame(Frame& frame) {
     if (nLength > 0) {
         TraceStep("=======>Audio 3\n");
         frame.timed.llTimestamp = m_context.IsVideo() ? info.llPts : info.llDts;
+        frame.timed.llDecoding = info.llDts;
+        frame.timed.nSegment = frame.taken.nSegment;
         frame.timed.bDiscontinuity = info.bDiscontinuity;
         frame.timed.bytes = frame.buffer.first(static_cast<std::size_t>(nLength));
         return EStep::GoOn;
@@ -204,6 +216,7 @@ void CDeliveryLoop::EndStream(const Frame& frame) {
         if (IsStale(frame)) return;
         m_context.gate.SetEnded(true);
     }
+    m_context.timing.Update([this](AvTimes& times) { times.line.Of(m_context.pin).bEnded = true; });
     m_context.output.DeliverEndOfStream();
     if (!m_context.IsVideo()) return;
     Trace(" $$$$ END OF FILE $$$\n");
@@ -253,6 +266,19 @@ CDeliveryLoop::EStep CDeliveryLoop::DeliverFree(Frame& frame) {
     return EStep::NextFrame;
 }
 
+/// Delivers a frame that has no times, or that the timing would drop: outside the timing, which a discontinuity
+/// restarts all the same. A stale frame is only released.
+CDeliveryLoop::EStep CDeliveryLoop::DeliverUntimed(Frame& frame) {
+    const bool bDiscontinuity = frame.taken.info.bDiscontinuity != 0;
+    if (m_rules.bReadsFlags && bDiscontinuity && !IsStale(frame)) {
+        UpdateOwn([](PinTiming& own) { own.bFirstTime = true; });
+    }
+    frame.pSample->SetTime(nullptr, nullptr);
+    frame.pSample->SetDiscontinuity(bDiscontinuity);
+    const HRESULT hr = Deliver(frame, /*bMayWithhold=*/false);
+    return hr != S_OK && m_rules.bEndsOnDeliveryFailure ? EStep::End : EStep::NextFrame;
+}
+
 // ---------------- time
 
 /// Finds the frame's place, and makes its sample say so.
@@ -270,6 +296,7 @@ CDeliveryLoop::EStep CDeliveryLoop::PlaceFrame(Frame& frame, Placement& place) {
         });
         if (place.request == ERequest::None) break;
         if (!Fulfil(place.request, frame)) {
+            if (place.request == ERequest::Drop && m_bDrains) return DeliverUntimed(frame);
             const bool bEnds = place.request == ERequest::AwaitTimeBase && IsStopping();
             if (!bEnds || Is(ETimeline::ProgramStream))
                 return EStep::NextFrame;  // where the stop ends the loop

@@ -62,6 +62,7 @@ private:
     void DeliverVideoMarker(Frame& frame);
     void DeliverAudioMarker(Frame& frame);
     EStep DeliverFree(Frame& frame);
+    EStep DeliverUntimed(Frame& frame);
 
     EStep PlaceFrame(Frame& frame, Placement& place);
     bool Fulfil(ERequest request, Frame& frame);
@@ -84,6 +85,9 @@ private:
     void UpdateOwn(Change change) {
         m_context.timing.Update([&](AvTimes& times) { change(times.Of(m_context.pin)); });
     }
+    void SetAbsent(bool bAbsent) {
+        UpdateOwn([=](PinTiming& own) { own.bAbsent = bAbsent; });
+    }
     /// A text that only the audio pin's program-stream variant writes.
     void TraceStep(const char* pszText) const;
 
@@ -93,6 +97,7 @@ private:
     const ETimeline m_variant;  // of this pin
     const DeliveryRules& m_rules;
     const std::unique_ptr<CTimeline> m_pTimeline;
+    const bool m_bDrains;  // there are frames without times
     CDeliveryStatistics m_statistics;
     std::int32_t m_nExitCode = 1;
 };

@@ -22,8 +22,10 @@ void CFrameQueue::OpenWriter() {
 
 void CFrameQueue::OpenReader() {
     if (!m_pQueue) return;
-    m_bmHandle = m_pQueue->ROpen();
-    assert(m_bmHandle == 0);  // the pin is the queue's only reader, and closed the one before
+    const int nReader = m_pQueue->ROpen();
+    assert(nReader == 0);  // the pin is the queue's only reader, and closed the one before
+    m_nFirstGeneration = m_pQueue->GetGeneration(nReader);
+    m_bmHandle = nReader;
 }
 
 void CFrameQueue::Close() {
@@ -49,6 +51,7 @@ CFrameQueue::Taken CFrameQueue::Read(std::span<std::uint8_t> dest, std::uint32_t
     const BlockRead read = m_pQueue ? m_pQueue->ReadEx(m_bmHandle, dest, &taken.info, 0)
                                     : BlockRead{.status = BlockRead::EStatus::NotOpen};
     taken.nGeneration = read.nGeneration;
+    taken.nSegment = read.nGeneration - m_nFirstGeneration;
     taken.nLength = read.IsTaken()                               ? static_cast<int>(read.nLength)
                     : read.status == BlockRead::EStatus::Nothing ? 0
                                                                  : -1;

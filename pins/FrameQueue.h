@@ -21,6 +21,7 @@ public:
         FRAME_INFO info{};  // all zero when nothing was taken
         int nLength = 0;    // bytes of the frame; 0: an empty block, or none; negative: the queue is closed
         std::uint32_t nGeneration = 0;  // of the queue when the frame was taken, see IsPast
+        std::uint32_t nSegment = 0;  // how often the queue has been emptied since it was opened for reading
     };
 
     /// @param nBlockSize  bytes of a block. Without memory for the blocks the queue is not there: see Exists.
@@ -55,9 +56,10 @@ public:
 private:
     void WaitForFrame(std::uint32_t nTimeoutMs);
 
-    std::unique_ptr<CBlockMemFileEx> m_pQueue;  // null: there was no memory
-    std::atomic<int> m_bmHandle{-1};            // the pin's reader; -1 when closed
-    std::atomic<bool> m_bReaderWaits{false};    // Read waits for a frame and has taken none
+    std::unique_ptr<CBlockMemFileEx> m_pQueue;         // null: there was no memory
+    std::atomic<int> m_bmHandle{-1};                   // the pin's reader; -1 when closed
+    std::atomic<std::uint32_t> m_nFirstGeneration{0};  // when the read side was opened
+    std::atomic<bool> m_bReaderWaits{false};           // Read waits for a frame and has taken none
 };
 
 }  // namespace kest

@@ -13,10 +13,12 @@ namespace kest {
 /// A frame as the rules of time see it, and what its loop has done for it so far.
 struct TimedFrame {
     std::int64_t llTimestamp = 0;             // PTS of video, DTS of audio; 90 kHz
+    std::int64_t llDecoding = 0;              // DTS, of both; only for CRobustTimeline
+    std::uint32_t nSegment = 0;               // see CFrameQueue::Taken; the same
     bool bDiscontinuity = false;              // its record says so
     std::span<const std::uint8_t> bytes{};    // its bytes, for the times in an elementary stream
     bool bFlushed = false;                    // the flush that was requested for it has been made
-    int nBaseWaits = 0;                       // waits for the audio pin's time base
+    int nBaseWaits = 0;                       // waits for the other pin
     std::optional<REFERENCE_TIME> rtClock{};  // stream time by the graph's clock, 100 ns; 0 without a clock
 };
 
@@ -26,7 +28,7 @@ enum class ERequest {
     Drop,           // the frame is not delivered
     FlushOwn,       // flush downstream, then map again
     FlushBoth,      // flush downstream of both pins, then map again
-    AwaitTimeBase,  // wait a while for the audio pin's time base, then map again
+    AwaitTimeBase,  // wait a while for the other pin's timing, then map again
     ReadClock,      // read the graph's clock, then map again
 };
 

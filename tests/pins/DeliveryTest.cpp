@@ -99,6 +99,46 @@ TEST(Delivery, FailuresEndLoopsByMode) {
     }
 }
 
+TEST(Delivery, BothPinsCrossJumpsAndSeeksTogether) {
+    CPinRig rig(4);
+    rig.Switch(ESwitch::RobustTiming) = 1;
+    for (CDemuxOutputPin* pPin : rig.Pins()) rig.Start(*pPin);
+    rig.Put(rig.video, TestFrame{900000});
+    EXPECT_THAT(rig.Play(rig.audio, {903600}, 1), ElementsAre("400000 DS"));
+    EXPECT_THAT(rig.videoSink.Samples(1), ElementsAre("0 DS"));
+    rig.Put(rig.audio, TestFrame{1805760});
+    EXPECT_THAT(rig.Play(rig.video, {1803600}, 2).back(), "400000 DS");
+    EXPECT_THAT(rig.audioSink.Samples(2).back(), "640000 DS");
+    for (CDemuxOutputPin* pPin : rig.Pins()) pPin->GetFrameQueue().Reset();
+    rig.Put(rig.video, TestFrame{90000});
+    EXPECT_THAT(rig.Play(rig.audio, {90000}, 3).back(), "0 DS");
+    EXPECT_THAT(rig.videoSink.Samples(3).back(), "0 DS");
+    EXPECT_THAT(rig.audioSink.All(5),
+                ElementsAre("segment 1", "400000 DS", "640000 DS", "segment 1", "0 DS"));
+    rig.Put(rig.audio, TestFrame{.bEndOfStream = true, .bytes = {}});
+    rig.audioSink.All(6);
+    EXPECT_TRUE(rig.filter.m_timing.Get().line.Of(EPin::Audio).bEnded) << "it is not waited for";
+}
+
+// In a basic timeline the first frame would be withheld, in the others it would set the time base.
+TEST(Delivery, FramesWithoutTimesStandOutsideTheTiming) {
+    for (const std::uint32_t nMode : {3u, 4u, 5u}) {
+        for (const bool bRobust : {false, true}) {
+            CPinRig rig(nMode);
+            rig.Switch(ESwitch::Drain) = 1;
+            rig.Switch(ESwitch::RobustTiming) = bRobust;
+            rig.Start(rig.audio);
+            EXPECT_THAT(rig.Play(rig.audio, {kNoFrameTime, 900000}, 2), ElementsAre("-", "0 DS"));
+            rig.Start(rig.video);
+            EXPECT_THAT(rig.Play(rig.video, {kNoFrameTime, 900000}, 2), ElementsAre("-", "0 DS")) << nMode;
+        }
+    }
+    CPinRig rig(0);
+    rig.Switch(ESwitch::Drain) = 1;
+    rig.Start(rig.video);
+    EXPECT_THAT(rig.Play(rig.video, {0}, 1), ElementsAre("-")) << "before the first VOP";
+}
+
 // The core would wait for a reader that nobody reads for.
 TEST(Delivery, PinThatIsNotConnectedHoldsNobodyUp) {
     const CComPtr<CPinFilter> pFilter(new CPinFilter);

@@ -4,8 +4,10 @@
 #include <limits>
 #include <memory>
 #include <sstream>
+#include <tuple>
 
 #include "pins/AudioTimeline.h"
+#include "pins/RobustTimeline.h"
 #include "pins/VideoTimeline.h"
 
 namespace kest {
@@ -155,18 +157,22 @@ TEST(Timelines, ElementaryStreamHasTheTimesOfItsHeaders) {
     const std::string vop15 = "\0\0\1\xB6\x17\xFF"s, vop18 = "\0\0\1\xB6\x59\x7F"s;
     const std::string layer =
         "\0\0\1\x20\x00\x84\x40\x07\xA8\x58\x20\xF0\xBF"s;  // 30 ticks a second, no fixed rate
-    CVideoTimeline timeline(FindWorkingMode(EWorkingMode::Mpeg4VideoEs));
-    AvTimes times;
+    const WorkingMode& mode = FindWorkingMode(EWorkingMode::Mpeg4VideoEs);
+    CVideoTimeline classic(mode);
+    CRobustTimeline robust(EPin::Video, mode, false);
+    AvTimes times, robustTimes;
     // 9 ticks are 1000; encoders count 1000 ticks for 1001, so that tick 15 of 30 is at 5005000.
-    for (const auto& [bytes, pszPlaced] : {std::pair(vop15, "."),
-                                           {layer, "."},
-                                           {object + layer + vop15, "5004000 DS"},
-                                           {vop18, "6005000 S"},
-                                           {noise, "6005000 S"},
-                                           {end + vop15, "6005000 S"},
-                                           {layer + vop15 + vop18, "5004000 S"}}) {
+    for (const auto& [bytes, pszPlaced, pszRobust] : {std::tuple(vop15, ".", "."),
+                                                      {layer, ".", "."},
+                                                      {object + layer + vop15, "5004000 DS", "0 DS"},
+                                                      {vop18, "6005000 S", "1001000 S"},
+                                                      {noise, "6005000 S", "1001000 S"},
+                                                      {end + vop15, "6005000 S", "1001000 S"},
+                                                      {layer + vop15 + vop18, "5004000 S", "0 S"}}) {
         const std::span data(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-        EXPECT_EQ(Place(timeline, times, TimedFrame{.llTimestamp = 9, .bytes = data}, 0), pszPlaced);
+        const TimedFrame frame{.llTimestamp = 9, .bytes = data};
+        EXPECT_EQ(Place(classic, times, frame, 0), pszPlaced);
+        EXPECT_EQ(Place(robust, robustTimes, frame, 0), pszRobust);
     }
 }
 
@@ -178,7 +184,8 @@ TEST(Timelines, TakeEveryNumber) {
             const WorkingMode& mode = FindWorkingMode(static_cast<EWorkingMode>(nMode));
             CVideoTimeline video(mode);
             CAudioTimeline audio(mode, /*bPush=*/true);
-            for (CTimeline* pTimeline : {static_cast<CTimeline*>(&video), static_cast<CTimeline*>(&audio)}) {
+            CRobustTimeline robust(EPin::Video, mode, /*bPush=*/true);
+            for (CTimeline* pTimeline : std::initializer_list<CTimeline*>{&video, &audio, &robust}) {
                 AvTimes times;
                 times.audio.rtTimeBase = times.video.rtLastStart = times.audio.rtLastStart = rtOther;
                 for (const auto ll :

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "control/SwitchTable.h"
+#include "demux/ParseSettings.h"
 #include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "pins/AudioOutputPin.h"
@@ -204,15 +205,19 @@ public:
     std::array<CDemuxOutputPin*, 2> Pins() { return {&video, &audio}; }
     CDemuxOutputPin& Pin(bool bVideo) { return *Pins()[bVideo ? 0 : 1]; }
     CRecordingPin& Sink(CDemuxOutputPin& pin) { return pin.IsVideo() ? videoSink : audioSink; }
+    std::int32_t& Switch(ESwitch nSwitch) { return filter.m_anSwitches[static_cast<std::size_t>(nSwitch)]; }
+    bool IsOn(ESwitch nSwitch) const { return filter.GetSwitch(nSwitch) != 0; }
     void Start(CDemuxOutputPin& pin) {
         pin.GetDeliveryThread().Restart();
         pin.GetDeliveryThread().Resume();
     }
     void Put(CDemuxOutputPin& pin, const TestFrame& frame) {
-        constexpr std::int64_t kOther = 5555555;  // distance of the timestamp that does not count
+        const bool bBothCount = IsOn(ESwitch::RobustTiming) || frame.llTimestamp == kNoFrameTime;
+        const std::int64_t llOther =
+            bBothCount ? 0 : 5555555;  // distance of the timestamp that does not count
         FRAME_INFO info{};
-        info.llPts = frame.llTimestamp + (pin.IsVideo() ? 0 : kOther);
-        info.llDts = frame.llTimestamp + (pin.IsVideo() ? kOther : 0);
+        info.llPts = frame.llTimestamp + (pin.IsVideo() ? 0 : llOther);
+        info.llDts = frame.llTimestamp + (pin.IsVideo() ? llOther : 0);
         info.llFilePos = frame.llFilePos;
         info.bDiscontinuity = frame.bDiscontinuity;
         info.bSegmentMarker = frame.bSegmentMarker;
