@@ -93,6 +93,7 @@ bool CDemuxWorker::HasTakenAll() const {
 void CDemuxWorker::SetSettings(const ParseSettings& settings) {
     m_settings = settings;
     m_pParser->SetSettings(settings);
+    if (m_pTrickPlay) m_pTrickPlay->SetSettings(settings);
 }
 
 void CDemuxWorker::Reset() {

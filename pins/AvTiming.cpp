@@ -9,6 +9,7 @@ AvTimes CAvTiming::Get() const {
 
 void CAvTiming::Forget() {
     Update([](AvTimes& times) {
+        times.seekTarget.reset();
         for (PinTiming* pTiming : {&times.video, &times.audio}) {
             pTiming->bFirstTime = true;
             pTiming->bRestartPending = false;
@@ -19,6 +20,7 @@ void CAvTiming::Forget() {
 
 void CAvTiming::Restart() {
     Update([](AvTimes& times) {
+        times.seekTarget.reset();
         for (PinTiming* pTiming : {&times.video, &times.audio}) {
             pTiming->bFirstTime = true;
             pTiming->bRestartPending = true;

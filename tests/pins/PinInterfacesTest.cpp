@@ -74,7 +74,7 @@ struct PinSeeking : testing::Test {
 TEST_F(PinSeeking, DeliveryDoesNotUndoASeek) {
     LONGLONG llNow = 50, llStop = 90;
     const CCaptureTexts texts;
-    rig.video.SetFilePos(1048576);
+    seeking.SetFrame({.llFilePos = 1048576});
     rig.filter.m_onHook = [&] { seeking.UpdatePosition(); };  // a sample is delivered meanwhile
     EXPECT_EQ(seeking.SetPositions(&llNow, 1, &llStop, 3), S_OK);
     EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("stop 140", "seek 50"));
@@ -90,7 +90,7 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     constexpr std::int64_t kMax = 0x7FFFFFFFFFFFFFFF;
     auto Expect = [&](std::int64_t llBytes, std::uint32_t nBitRate, LONGLONG llStop, LONGLONG llNow) {
         rig.filter.m_nBitRate = nBitRate;
-        rig.video.SetFilePos(llBytes);
+        seeking.SetFrame({.llFilePos = llBytes});
         seeking.Init(llBytes);
         seeking.UpdatePosition();
         EXPECT_EQ(std::pair(Stop(), Position()), std::pair(llStop, llNow)) << llBytes;
@@ -118,7 +118,7 @@ TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {
     ASSERT_EQ(pSeeking->QueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())), S_OK);
     EXPECT_EQ(pPosition->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(pDispatch.Put())), S_OK);
     seeking.Init(3000000);
-    rig.video.SetFilePos(1500000);
+    seeking.SetFrame({.llFilePos = 1500000});
     seeking.UpdatePosition();
     REFTIME d = 0;
     EXPECT_EQ(pPosition->put_CurrentPosition(99), S_OK);

@@ -129,7 +129,7 @@ public:
     bool IsResetting() const override { return m_bResetting; }
     void RequestReset() override { ++m_nResets; }
     void OnThreadKilled() override { ++m_nKilled; }
-    HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) override {
+    HRESULT SetPositionsHook(std::int64_t llPosition, REFERENCE_TIME, std::int64_t llLength) override {
         return Note("positions " + std::to_string(llPosition) + " " + std::to_string(llLength));
     }
     HRESULT StopHook(REFERENCE_TIME rt) override { return Note("stop " + std::to_string(rt)); }
