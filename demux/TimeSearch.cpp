@@ -13,7 +13,7 @@ constexpr std::int64_t kMostReorder = 45000;           // a PTS is not further b
 constexpr std::int64_t kLeastRead = 65536;             // bytes
 constexpr std::int64_t kMostRead = 4 << 20;            // a bound of memory: reads that go on grow up to it
 constexpr std::int64_t kMostEnds = 8 << 20;            // read in search of the first and the last timestamps
-constexpr std::int64_t kMostSearched = 64 << 20;     // and of one packet, or of an access point
+constexpr std::int64_t kMostSearched = 64 << 20;       // and of one packet, or of an access point
 constexpr std::int64_t kCloseEnough = 4 * kLeastRead;  // the bisection ends here
 constexpr std::int64_t kOverlap = 2 * kLeastRead;      // of two stretches; the longest packet is within it
 constexpr std::int64_t kMostHeader = kPesFixedHeader + 255;  // of a PES packet
@@ -52,6 +52,7 @@ bool CTimeSearch::Load(std::int64_t llBegin, std::int64_t llEnd) {
 
 std::optional<TimeExtent> CTimeSearch::Measure() {
     m_extent.reset();
+    m_llEnd = m_llLength;
     m_bVideo = m_bAudio = false;
     if (!FindFirst() || !FindLast()) m_extent.reset();
     return m_extent;
@@ -95,9 +96,26 @@ bool CTimeSearch::FindLast() {
         llEnd = llBegin;
         llRead = std::min(2 * llRead, kMostRead);
     }
-    if (llLast >= 0 && !IsPlausible(llLast, m_llLength)) return FindEndOfFirstPart();
-    m_extent->llDuration = std::max(llLast, std::int64_t{0});
-    return llLast > 0;
+    m_extent->llDuration = llLast;
+    const auto bJumps = HasJump();
+    return llLast > 0 && bJumps && (!*bJumps || FindEndOfFirstPart());
+}
+
+/// Whether the times of some places in the source do not grow from its beginning to its end.
+/// @return nothing when it cannot be read.
+std::optional<bool> CTimeSearch::HasJump() {
+    constexpr int kPlaces = 4;
+    if (!IsPlausible(m_extent->llDuration, m_llLength)) return true;
+    std::int64_t llBefore = -kMostBefore;
+    for (int i = 1; i < kPlaces; ++i) {
+        const auto llFound = FindPacket(m_llLength / kPlaces * i, m_llLength);
+        if (!llFound) return std::nullopt;
+        if (*llFound == m_llLength) break;
+        const std::int64_t llTime = OrderOf(m_found, *m_extent);
+        if (llTime < llBefore - kMostReorder || llTime > m_extent->llDuration) return true;
+        llBefore = llTime;
+    }
+    return false;
 }
 
 /// Whether a stream that comes to this time at this position has not jumped before.
@@ -110,19 +128,22 @@ bool CTimeSearch::IsPlausible(std::int64_t llTime, std::int64_t llPosition) cons
 /// The timestamps jump somewhere: the duration is the time up to where they do.
 bool CTimeSearch::FindEndOfFirstPart() {
     std::int64_t llBegin = 0, llEnd = m_llLength;
+    m_extent->llDuration = 0;
     while (llEnd - llBegin > kLeastRead) {
         const std::int64_t llMiddle = llBegin + (llEnd - llBegin) / 2;
         const auto llFound = FindPacket(llMiddle, llEnd);
         if (!llFound) return false;
         const std::int64_t llTime = m_extent->TimeOf(m_found.llPts);
-        if (*llFound < llEnd && IsPlausible(llTime, *llFound)) {
+        if (*llFound < llEnd && IsPlausible(llTime, *llFound) &&
+            llTime > m_extent->llDuration - kMostReorder) {
             m_extent->llDuration = std::max(m_extent->llDuration, llTime);
             llBegin = *llFound;
         } else {
             llEnd = llMiddle;
         }
     }
-    return true;
+    m_llEnd = llEnd;
+    return m_extent->llDuration > 0;
 }
 
 // ---------------- access points
@@ -144,7 +165,7 @@ std::optional<std::int64_t> CTimeSearch::FindPacket(std::int64_t llBegin, std::i
 
 /// A position behind all packets that may be decoded at this time or before, and not far behind.
 std::optional<std::int64_t> CTimeSearch::FindUpperBound(std::int64_t llTime) {
-    std::int64_t llBegin = 0, llEnd = m_llLength;
+    std::int64_t llBegin = 0, llEnd = m_llEnd;
     while (llEnd - llBegin > kCloseEnough) {
         const std::int64_t llMiddle = llBegin + (llEnd - llBegin) / 2;
         const auto llFound = FindPacket(llMiddle, llEnd);

@@ -40,8 +40,9 @@ struct AccessPoint {
 /// or MPEG-2 behind a sequence header or group_of_pictures_header, an I-VOP of MPEG-4; without such headers near it,
 /// any I picture. A stream without video has one in each audio packet with a PTS.
 ///
-/// Streams that jump in time are searched as far as their times go on from the beginning: what is behind a jump counts
-/// as later, and every search ends. Used by one thread at a time.
+/// A stream that jumps in time, as recordings that were put together do, is searched as far as its times go on from the
+/// beginning, when the jump shows at a few places in between. Whatever the timestamps, every search ends. Used by one
+/// thread at a time.
 class CTimeSearch {
 public:
     /// @param pReader   the source; borrowed for as long as it is searched.
@@ -65,6 +66,7 @@ private:
     bool Load(std::int64_t llBegin, std::int64_t llEnd);
     bool FindFirst();
     bool FindLast();
+    std::optional<bool> HasJump();
     bool FindEndOfFirstPart();
     bool IsPlausible(std::int64_t llTime, std::int64_t llPosition) const;
     const Packets& KeyPackets() const { return m_bVideo ? m_stretch.GetVideo() : m_stretch.GetAudio(); }
@@ -72,11 +74,12 @@ private:
     std::optional<std::int64_t> FindUpperBound(std::int64_t llTime);
     std::vector<TimedPicture> FindPictures() const;
 
-    IAsyncReader* const m_pReader;            // the source
-    const std::int64_t m_llLength;            // of it
-    const EVideoCoding m_coding;              // see the constructor
-    CPsStretch m_stretch;                     // what was read last
-    std::vector<std::uint8_t> m_bytes;        // the same, as bytes
+    IAsyncReader* const m_pReader;      // the source
+    const std::int64_t m_llLength;      // of it
+    std::int64_t m_llEnd = 0;           // what is behind is not searched: the source's end, or a jump in time
+    const EVideoCoding m_coding;        // see the constructor
+    CPsStretch m_stretch;               // what was read last
+    std::vector<std::uint8_t> m_bytes;  // the same, as bytes
     std::optional<TimeExtent> m_extent;       // see GetExtent
     bool m_bVideo = false, m_bAudio = false;  // the source has such packets with timestamps
     PesTimestamps m_found{};                  // of the packet that FindPacket found

@@ -67,6 +67,12 @@ struct PinSeeking : testing::Test {
         LONGLONG ll = -1;
         return seeking.GetStopPosition(&ll), ll;
     }
+    void SetFilePos(std::int64_t llFilePos, std::int64_t llPts = 0) {
+        FRAME_INFO info{};
+        info.llFilePos = llFilePos;
+        info.llPts = llPts;
+        seeking.SetFrame(info);
+    }
     CPinRig rig{4};
     CPinSeeking& seeking = rig.video.GetSeeking();
 };
@@ -74,7 +80,7 @@ struct PinSeeking : testing::Test {
 TEST_F(PinSeeking, DeliveryDoesNotUndoASeek) {
     LONGLONG llNow = 50, llStop = 90;
     const CCaptureTexts texts;
-    seeking.SetFrame({.llFilePos = 1048576});
+    SetFilePos(1048576);
     rig.filter.m_onHook = [&] { seeking.UpdatePosition(); };  // a sample is delivered meanwhile
     EXPECT_EQ(seeking.SetPositions(&llNow, 1, &llStop, 3), S_OK);
     EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("stop 140", "seek 50"));
@@ -90,7 +96,7 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     constexpr std::int64_t kMax = 0x7FFFFFFFFFFFFFFF;
     auto Expect = [&](std::int64_t llBytes, std::uint32_t nBitRate, LONGLONG llStop, LONGLONG llNow) {
         rig.filter.m_nBitRate = nBitRate;
-        seeking.SetFrame({.llFilePos = llBytes});
+        SetFilePos(llBytes);
         seeking.Init(llBytes);
         seeking.UpdatePosition();
         EXPECT_EQ(std::pair(Stop(), Position()), std::pair(llStop, llNow)) << llBytes;
@@ -118,7 +124,7 @@ TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {
     ASSERT_EQ(pSeeking->QueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())), S_OK);
     EXPECT_EQ(pPosition->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(pDispatch.Put())), S_OK);
     seeking.Init(3000000);
-    seeking.SetFrame({.llFilePos = 1500000});
+    SetFilePos(1500000);
     seeking.UpdatePosition();
     REFTIME d = 0;
     EXPECT_EQ(pPosition->put_CurrentPosition(99), S_OK);
