@@ -83,23 +83,26 @@ std::vector<TimedPicture> CPsStretch::FindPictures(EVideoCoding coding) const {
     constexpr std::size_t kTypeIndex12 = 5,
                           kTypeIndex4 = 4;  // of the coding type, behind the start code's first byte
     std::vector<TimedPicture> pictures;
-    auto packet = m_video.begin();
-    bool bHeader = false, bTaken = false;  // in this packet: a header, its first picture
+    const bool bMpeg4 = coding == EVideoCoding::Mpeg4;
+    const Packet* pTimed = nullptr;        // the last packet with timestamps before the start code
+    bool bHeader = false, bTaken = false;  // behind its beginning: a header, the first picture
+    auto next = m_video.begin();
     const auto Take = [&](std::size_t nIndex, std::uint8_t nCode) {
-        for (; packet + 1 != m_video.end() && (packet + 1)->nPayload <= nIndex; ++packet)
+        for (; next != m_video.end() && next->nPayload <= nIndex; ++next) {
+            if (!next->timestamps) continue;
+            pTimed = &*next;
             bHeader = bTaken = false;
-        const bool bMpeg4 = coding == EVideoCoding::Mpeg4;
+        }
+        const std::size_t nType = nIndex + (bMpeg4 ? kTypeIndex4 : kTypeIndex12);
         if (nCode != (bMpeg4 ? kVop : kPicture)) {
             bHeader = true;
             return true;
         }
-        const std::size_t nType = nIndex + (bMpeg4 ? kTypeIndex4 : kTypeIndex12);
-        if (bTaken || nType >= m_payload.size()) return true;
+        if (!pTimed || bTaken || nType >= m_payload.size()) return true;
         bTaken = true;
-        if (!packet->timestamps) return true;
         // vop_coding_type 0, picture_coding_type 1
         const bool bIntra = bMpeg4 ? m_payload[nType] >> 6 == 0 : (m_payload[nType] >> 3 & 7) == 1;
-        pictures.push_back({packet->llPosition, packet->timestamps->llPts, bIntra, bHeader || bMpeg4});
+        pictures.push_back({pTimed->llPosition, pTimed->timestamps->llPts, bIntra, bHeader || bMpeg4});
         return true;
     };
     if (coding == EVideoCoding::Mpeg4) {

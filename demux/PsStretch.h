@@ -12,13 +12,13 @@ namespace kest {
 /// How the pictures of a video stream are coded: which start codes they begin with.
 enum class EVideoCoding { Mpeg12, Mpeg4 };
 
-/// A picture whose PES packet carries its timestamps.
+/// A picture that has timestamps.
 struct TimedPicture {
-    std::int64_t llPosition;   // file offset of the packet
+    std::int64_t llPosition;   // file offset of the PES packet that carries them
     std::int64_t llTimestamp;  // PTS
     bool bIntra;               // decoding may begin here: an I picture, or an I-VOP
     bool
-        bHeader;  // a sequence header or group_of_pictures_header precedes it in the packet; of an I-VOP: always
+        bHeader;  // a sequence header or group_of_pictures_header stands between the packet's header and it; of an I-VOP: always
 
     bool operator==(const TimedPicture&) const = default;
 };
@@ -45,8 +45,9 @@ public:
     const std::vector<Packet>& GetVideo() const { return m_video; }
     /// Packets of all audio streams; they have no payload here.
     const std::vector<Packet>& GetAudio() const { return m_audio; }
-    /// The pictures that have timestamps, in the order of the stream: in each packet with timestamps the first picture
-    /// whose start code begins there (ISO/IEC 13818-1 2.4.3.7). One whose header is not whole here is left out.
+    /// The pictures that have timestamps, in the order of the stream: the first picture whose start code begins in a
+    /// packet with timestamps (ISO/IEC 13818-1 2.4.3.7) or, since muxers count a sequence header as part of the picture,
+    /// behind it and before the next such packet. One whose header is not whole here is left out.
     std::vector<TimedPicture> FindPictures(EVideoCoding coding) const;
 
 private:

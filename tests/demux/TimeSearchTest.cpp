@@ -163,8 +163,8 @@ TEST(TimeSearch, AgreesWithTheFramesOfFiles) {
     }
 }
 
-// In each packet with timestamps the first picture that begins there has them, wherever its header lies.
-TEST(TimeSearch, TellsWhichPictureATimestampBelongsTo) {
+// The first picture that begins in a packet with timestamps or behind it has them, wherever its header lies.
+TEST(TimeSearch, KnowsWhichPictureATimestampBelongsTo) {
     const auto I = [](int nType) { return ByteVector{0, 0, 1, 0, 0, static_cast<std::uint8_t>(nType << 3)}; };
     CProgramStreamBuilder b;
     b.Fill(7, 0).Pes(0xE0, {9, 9, 9}, 100);  // no picture begins here
@@ -176,7 +176,9 @@ TEST(TimeSearch, TellsWhichPictureATimestampBelongsTo) {
     b.Pes(0xE0, {7, 7, 0, 0}, 300).Pes(0xC0, {}).Pes(0xE1, I(1), 1).Pes(0xE0, {1, 0, 0, 8}).Pes(0xE0, I(1));
     const auto llHeader = std::ssize(b.Get());
     header.insert(header.end(), two.begin() + 6, two.begin() + 12);
-    b.Pes(0xE0, header, 400, 390).Pes(0xE0, {0, 0, 1, 0, 0}, 500);
+    b.Pes(0xE0, header, 400, 390).Pes(0xE0, {3, 0, 0, 1, 0xB8}, 500);
+    const auto llLate = std::ssize(b.Get());  // the header was before the packet
+    b.Pes(0xE0, {3, 4}, 600).Pes(0xE0, I(1)).Pes(0xE0, I(2)).Pes(0xE0, {0, 0, 1, 0, 0}, 700);
     CPsStretch stretch;
     stretch.Parse(b.Get(), 1000);
     EXPECT_EQ(stretch.GetVideoId(), 0xE0);
@@ -184,7 +186,8 @@ TEST(TimeSearch, TellsWhichPictureATimestampBelongsTo) {
     EXPECT_EQ(stretch.FindPictures(EVideoCoding::Mpeg12),
               (std::vector<TimedPicture>{{1000 + llTwo, 200, false, false},
                                          {1000 + llSplit, 300, true, false},
-                                         {1000 + llHeader, 400, true, true}}));
+                                         {1000 + llHeader, 400, true, true},
+                                         {1000 + llLate, 600, true, false}}));
 }
 
 // Streams that jump back in time, end in mid-air, cannot be read or have no times: every search ends.
