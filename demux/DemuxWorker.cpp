@@ -111,7 +111,9 @@ void CDemuxWorker::SetSettings(const ParseSettings& settings) {
     m_pParser->SetSettings(settings);
     m_video.SetLimits(settings.nVideoBlockSize, settings.bDrain);
     m_audio.SetLimits(0, settings.bDrain);
-    if (m_pTrickPlay) EnableTrickPlay();
+    if (!m_pTrickPlay) return;
+    EnableTrickPlay();
+    m_pTrickPlay->SetSettings(settings);
 }
 
 COUNTERS CDemuxWorker::GetCounters() const {

@@ -4,12 +4,26 @@
 #include <utility>
 
 #include "demux/Mpeg4Headers.h"
+#include "demux/StartCodeSearch.h"
+#include "demux/VideoStartCodes.h"
 
 namespace kest {
 namespace {
 
 constexpr int kMostFramesFast = 50;   // that one step of fast reverse passes
 constexpr int kMostFramesSlow = 150;  // that a slow mode's search for a key frame passes
+
+/// Whether the frame is MPEG-1 or MPEG-2 video, which has no VOP, and its first picture is an I picture (ISO/IEC 13818-2
+/// 6.2.3).
+bool BeginsWithIntraPicture(Bytes frame) {
+    constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
+    constexpr std::uint32_t kPictureStartCode = 0x00000100 | kPicture;
+    constexpr std::size_t kTypeIndex = 5;  // of picture_coding_type, behind 10 bits of temporal_reference
+    constexpr int kIntra = 1;
+    const auto nPicture = FindStartCode(frame, kPictureStartCode);
+    return nPicture && *nPicture + kTypeIndex < frame.size() &&
+           (frame[*nPicture + kTypeIndex] >> 3 & 7) == kIntra && !FindStartCode(frame, kVopStartCode);
+}
 
 }  // namespace
 
@@ -104,7 +118,8 @@ CTrickPlay::EStep CTrickPlay::DeliverUpTo(std::int64_t llTarget) {
 
 bool CTrickPlay::IsKeyFrame() const {
     constexpr int kIntra = 0;
-    return FrameCodingType(m_scanner.GetFrame()) == kIntra;
+    const Bytes frame = m_scanner.GetFrame();
+    return FrameCodingType(frame) == kIntra || (m_bMpegKeyFrames && BeginsWithIntraPicture(frame));
 }
 
 void CTrickPlay::Deliver(bool bNoVideo) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "demux/FrameInfo.h"
+#include "demux/ParseSettings.h"
 #include "demux/VideoFrameScanner.h"
 
 namespace kest {
@@ -20,8 +21,8 @@ protected:
 };
 
 /// Plays the video of a program stream at rates other than 1.0, step by step, without times and without
-/// audio. Fast modes deliver every n-th key frame (a frame whose first VOP is an I-VOP), where each step
-/// counts anew; slow modes deliver every frame, those that only rebuild the decoder's state with `bNoVideo`.
+/// audio. Fast modes deliver every n-th key frame, where each step counts anew: a frame whose first VOP is an
+/// I-VOP or, with `bMpegKeyFrames`, one without a VOP whose first picture is an I picture. Slow modes deliver every frame, those that only rebuild the decoder's state with `bNoVideo`.
 ///
 /// It knows of no thread and no queue: a demuxer's thread calls `Step` again and again.
 class CTrickPlay {
@@ -37,6 +38,8 @@ public:
     /// @param nMaxFrame  see CVideoFrameScanner.
     CTrickPlay(ITrickPlayHost& host, std::uint32_t nMaxFrame) : m_host(host), m_scanner(host, nMaxFrame) {}
 
+    /// Extensions, for the steps that follow: `bMpegKeyFrames`.
+    void SetSettings(const ParseSettings& settings) { m_bMpegKeyFrames = settings.bMpegKeyFrames; }
     /// A new segment begins at this file offset; outside the source: at its nearer end.
     void SeekTo(std::int64_t llPosition);
     /// File offset that the next step goes on from.
@@ -62,7 +65,8 @@ private:
 
     ITrickPlayHost& m_host;
     CVideoFrameScanner m_scanner;
-    bool m_bNewSegment = false;  // no frame has been read since the segment began
+    bool m_bMpegKeyFrames = false;  // see SetSettings
+    bool m_bNewSegment = false;     // no frame has been read since the segment began
 };
 
 }  // namespace kest

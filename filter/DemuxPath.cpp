@@ -191,7 +191,7 @@ HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
 void CDemuxPath::SetReader(IAsyncReader* pReader) {
     if (m_pPsDemux) m_pPsDemux->SetReader(pReader);
     m_videoPin.SetAsyncReader(pReader);
-    m_videoPin.SetFilePos(0);  // a position in the source before means nothing in the next
+    m_videoPin.GetSeeking().ForgetPositions();
     m_videoPin.InitSeeking();
 }
 
@@ -426,8 +426,16 @@ void CDemuxPath::WaitForPins() {
 
 // ---------------- seek
 
-void CDemuxPath::NewSegment(std::int64_t llPosition, std::int64_t llLength) {
+void CDemuxPath::NewSegment(std::int64_t llPosition, std::int64_t llLength,
+                            const std::optional<SeekTarget>& target) {
+    SetTarget(target);
     if (m_pPsDemux) m_pPsDemux->NewSegment(llPosition, llLength);
+}
+
+/// Before the demuxer begins the segment: its first frames are to find the target. The frames before it are of no
+/// account any more.
+void CDemuxPath::SetTarget(const std::optional<SeekTarget>& target) {
+    m_timing.Update([&](AvTimes& times) { times.seekTarget = target; });
 }
 
 /// A flush of both output pins, the audio pin's first, under their flush locks. It ends however the block is
@@ -455,9 +463,10 @@ private:
 // The flush lets downstream drop its samples, and lets a delivery that waits there come back. The demuxer
 // begins anew in between and empties the queues, which makes stale what the delivery threads have in hand. A
 // delivery that was under way before has come back by the end of the flush, so that nothing stale follows it.
-void CDemuxPath::Seek(std::int64_t llPosition) {
+void CDemuxPath::Seek(std::int64_t llPosition, const std::optional<SeekTarget>& target) {
     if (!m_pPsDemux) return;
     const CFlush flush(m_audioPin, m_videoPin);
+    SetTarget(target);
     m_pPsDemux->NewSegment(llPosition);
     m_audioPin.WaitForDelivery();
     m_videoPin.WaitForDelivery();

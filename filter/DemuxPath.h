@@ -113,10 +113,12 @@ public:
     /// Waits up to a second until the delivery threads are between two deliveries, then ends all threads and
     /// starts them again. @return as `Start`.
     HRESULT RestartThreads();
-    /// Asks for a restart of the demuxer at a byte position. @param llLength  bytes of the source.
-    void NewSegment(std::int64_t llPosition, std::int64_t llLength);
+    /// Asks for a restart of the demuxer at a byte position.
+    /// @param llLength  bytes of the source.
+    /// @param target    what the times of the segment are counted from; none: see CTimeline.
+    void NewSegment(std::int64_t llPosition, std::int64_t llLength, const std::optional<SeekTarget>& target);
     /// The same, in a flush of both output pins.
-    void Seek(std::int64_t llPosition);
+    void Seek(std::int64_t llPosition, const std::optional<SeekTarget>& target);
     /// Plays at another rate: see KestMpeg2PsPullDemux::SetRate. At any time, while no connection changes.
     bool SetRate(double dRate) { return !m_pPsDemux || m_pPsDemux->SetRate(dRate); }
 
@@ -133,6 +135,7 @@ private:
     COUNTERS CountParts() const;
     template <class T>
     void Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew);
+    void SetTarget(const std::optional<SeekTarget>& target);
 
     // What the rows of the table are made of.
     template <auto pDemuxMember>

@@ -36,6 +36,7 @@ HRESULT CKestDemux2InputPin::BreakConnect() {
 
 HRESULT CKestDemux2InputPin::CompleteConnect(IPin* pReceivePin) {
     return Guard([&] {
+        m_parts.source.SearchByTime(m_parts.switches.IsOn(ESwitch::SeekByTime));
         m_parts.path.SetReader(m_parts.source.GetReader().Get());
         return CBaseInputPin::CompleteConnect(pReceivePin);
     });

@@ -3,11 +3,19 @@
 #include <string_view>
 
 #include "control/Identifiers.h"
+#include "demux/SystemLayer.h"
 #include "graph/Guard.h"
 #include "platform/DebugText.h"
 #include "platform/Time.h"
 
 namespace kest {
+namespace {
+
+bool IsVideoId(std::int32_t nStream) {
+    return nStream >= kFirstVideoStreamId && nStream < kFirstReservedDataId;
+}
+
+}  // namespace
 
 // ---------------- creation and end
 
@@ -284,8 +292,23 @@ void CKestDemux2Filter::DoSingleStep(const std::function<bool()>& isOver) {
 
 // ---------------- seeking hooks, for a stream that can be sought in
 
-HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) {
-    if (m_path.Mode().bSeekable) m_path.NewSegment(llPosition, llLength);
+HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, REFERENCE_TIME rt,
+                                            std::int64_t llLength) {
+    if (!m_path.Mode().bSeekable) return S_OK;
+    const auto coding =
+        GetWorkingMode() == EWorkingMode::ProgramMpeg4 ? EVideoCoding::Mpeg4 : EVideoCoding::Mpeg12;
+    const std::int32_t nVideoStream = m_switches.Get(ESwitch::VideoStream);
+    m_source.MeasureTime(llLength, coding,
+                         static_cast<std::uint8_t>(IsVideoId(nVideoStream) ? nVideoStream : 0));
+    std::optional<SeekTarget> target;
+    if (m_source.GetTimeExtent()) {
+        llPosition = 0;
+        if (const auto place = rt > 0 ? m_source.FindPlace(rt) : std::nullopt) {
+            llPosition = place->llPosition;
+            target = place->target;
+        }
+    }
+    m_path.NewSegment(llPosition, llLength, target);
     return S_OK;
 }
 
@@ -299,7 +322,7 @@ HRESULT CKestDemux2Filter::SeekHook(REFERENCE_TIME rt) {
         SleepMs(kPollMs);
     }
     if (IsStopped()) return S_OK;
-    if (const auto llPosition = m_source.FindPosition(rt)) m_path.Seek(*llPosition);
+    if (const auto place = m_source.FindPlace(rt)) m_path.Seek(place->llPosition, place->target);
     return S_OK;
 }
 

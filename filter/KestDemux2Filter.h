@@ -105,12 +105,13 @@ public:
     bool IsResetting() const override { return m_resets.m_bResetting; }
     void RequestReset() override { m_resets.m_bResetRequest = true; }
     void OnThreadKilled() override;
-    HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) override;
+    std::optional<TimeExtent> GetTimeExtent() const override { return m_source.GetTimeExtent(); }
+    HRESULT SetPositionsHook(std::int64_t llPosition, REFERENCE_TIME rt, std::int64_t llLength) override;
     /// The stop position has no effect on the demuxer.
     HRESULT StopHook(REFERENCE_TIME) override { return S_OK; }
     /// Waits for a state change or a seek of another thread, so that this one comes behind it, but not for a
     /// stop: that may wait for the thread that seeks, and leaves nothing to seek in. While the bit rate is
-    /// unknown, a seek changes nothing.
+    /// unknown, a seek changes nothing, unless seeks go by time: then the source is read until the place is found.
     HRESULT SeekHook(REFERENCE_TIME rt) override;
     HRESULT RateHook(double dRate) override;
     void DoSingleStep(const std::function<bool()>& isOver) override;

@@ -1,6 +1,9 @@
 #include "filter/Source.h"
 
+#include <algorithm>
 #include <limits>
+
+#include "pins/Timeline.h"
 
 namespace kest {
 
@@ -11,6 +14,8 @@ HRESULT CSource::Connect(IPin* pUpstream) {
 }
 
 void CSource::Disconnect() {
+    m_timeSearch.reset();
+    m_bByTime = false;
     m_PullPin.Disconnect();
     m_bPushSource = true;
 }
@@ -39,6 +44,35 @@ std::optional<std::int64_t> CSource::FindPosition(REFERENCE_TIME rt) const {
     const std::int64_t llRest = rt % kUnit * llBitRate / kUnit;
     if (rt / kUnit > (kLastPosition - llRest) / llBitRate) return kLastPosition;
     return rt / kUnit * llBitRate + llRest;
+}
+
+// ---------------- by time
+
+void CSource::MeasureTime(std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId) {
+    m_timeSearch.reset();
+    const CComPtr<IAsyncReader> pReader = GetReader();
+    if (!m_bByTime || !pReader) return;
+    m_timeSearch.emplace(pReader.Get(), llLength, coding, nVideoId);
+    if (!m_timeSearch->Measure()) m_timeSearch.reset();
+}
+
+std::optional<TimeExtent> CSource::GetTimeExtent() const {
+    return m_timeSearch ? m_timeSearch->GetExtent() : std::nullopt;
+}
+
+// Rounded up: a time that was made of a timestamp is that timestamp again.
+std::optional<CSource::Place> CSource::FindPlace(REFERENCE_TIME rt) {
+    if (const auto extent = GetTimeExtent()) {
+        const std::int64_t llDuration = extent->llDuration;
+        rt = std::clamp(rt, REFERENCE_TIME{0}, CTimeline::ToTime(llDuration));
+        const std::int64_t llTime = std::min((rt * 9 + 999) / 1000, llDuration);
+        if (const auto point = m_timeSearch->FindAccessPoint(llTime)) {
+            const std::int64_t llAhead = llTime - extent->TimeOf(point->llTimestamp);
+            return Place{point->llPosition, SeekTarget{point->llTimestamp + llAhead, rt}};
+        }
+    }
+    if (const auto llPosition = FindPosition(rt)) return Place{*llPosition, std::nullopt};
+    return std::nullopt;
 }
 
 }  // namespace kest

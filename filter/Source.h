@@ -5,7 +5,9 @@
 #include <optional>
 
 #include "demux/StreamTypeProbe.h"
+#include "demux/TimeSearch.h"
 #include "graph/PullPin.h"
+#include "pins/AvTiming.h"
 
 namespace kest {
 
@@ -36,10 +38,30 @@ public:
     /// @return nothing while the bit rate is unknown.
     std::optional<std::int64_t> FindPosition(REFERENCE_TIME rt) const;
 
+    // ---- by time
+
+    /// Whether the source is searched by the timestamps in it, which `Disconnect` ends.
+    void SearchByTime(bool bByTime) { m_bByTime = bByTime; }
+    /// Measures the time that a program stream covers, if it is to be searched by time and can be.
+    /// @param nVideoId  see CTimeSearch.
+    void MeasureTime(std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId);
+    /// That time.
+    std::optional<TimeExtent> GetTimeExtent() const;
+    /// Where a seek to a media time goes: by time, else by the bit rate.
+    struct Place {
+        std::int64_t llPosition;           // byte to begin at
+        std::optional<SeekTarget> target;  // by time: what the segment begins with
+    };
+    /// @param rt  100 ns; a time outside the source is that of its nearer end.
+    /// @return nothing while neither times nor bit rate are known.
+    std::optional<Place> FindPlace(REFERENCE_TIME rt);
+
 private:
-    CPullPin m_PullPin;                     // holds the reader
-    CStreamTypeProbe m_Probe;               // classifies the stream; knows its bit rate
-    std::atomic<bool> m_bPushSource{true};  // see IsPushSource
+    CPullPin m_PullPin;                       // holds the reader
+    CStreamTypeProbe m_Probe;                 // classifies the stream; knows its bit rate
+    std::atomic<bool> m_bPushSource{true};    // see IsPushSource
+    bool m_bByTime = false;                   // see SearchByTime
+    std::optional<CTimeSearch> m_timeSearch;  // see MeasureTime; its reader is that of m_PullPin
 };
 
 }  // namespace kest

@@ -58,7 +58,12 @@ Placement CAudioTimeline::MapProgramStream(const TimedFrame& frame, AvTimes& tim
     PinTiming& own = times.audio;
     if (frame.bDiscontinuity) own.bFirstTime = true;
     Placement place;
-    if (own.bFirstTime) {
+    if (own.bFirstTime && times.seekTarget) {  // the seek has flushed; the video has the same target
+        place = BeginAt(BaseOf(*times.seekTarget, frame.llTimestamp), frame, own);
+        m_bResetRequested = false;
+        place.bAnnounce = true;
+        place.traces = "****** Audio First time ******\n";
+    } else if (own.bFirstTime) {
         if (!frame.bFlushed) return Ask(ERequest::FlushBoth);
         if (m_bPush && !frame.rtClock) return Ask(ERequest::ReadClock);
         const REFERENCE_TIME rtOwn = ToTime(frame.llTimestamp);
@@ -76,6 +81,7 @@ Placement CAudioTimeline::MapProgramStream(const TimedFrame& frame, AvTimes& tim
     if (!RepairWrap(frame, own, place) && RepairBroken(frame, own, place, /*bSyncPoint=*/true)) {
         place.traces += "****** Audio Broken ******\n";
         own.bFirstTime = times.video.bFirstTime = true;
+        times.seekTarget.reset();
         RequestReset(place);
     }
     return place;

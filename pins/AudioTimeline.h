@@ -5,7 +5,7 @@
 namespace kest {
 
 /// The rules of time of the audio pin. Timestamps are DTS. In program streams it sets the time base of both
-/// pins.
+/// pins, except in a segment that was sought by time.
 class CAudioTimeline final : public CTimeline {
 public:
     /// @param mode   decides the variant.

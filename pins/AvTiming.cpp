@@ -10,6 +10,7 @@ AvTimes CAvTiming::Get() const {
 void CAvTiming::Forget() {
     Update([](AvTimes& times) {
         times.line = {};
+        times.seekTarget.reset();
         for (PinTiming* pTiming : {&times.video, &times.audio}) {
             pTiming->bFirstTime = true;
             pTiming->bRestartPending = false;
@@ -21,6 +22,7 @@ void CAvTiming::Forget() {
 void CAvTiming::Restart() {
     Update([](AvTimes& times) {
         for (SharedLine::Stream& stream : times.line.aStreams) stream.llWaiting.reset();
+        times.seekTarget.reset();
         for (PinTiming* pTiming : {&times.video, &times.audio}) {
             pTiming->bFirstTime = true;
             pTiming->bRestartPending = true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "pins/SharedLine.h"
 #include "platform/CritSec.h"
@@ -25,11 +26,23 @@ struct PinTiming {
     bool operator==(const PinTiming&) const = default;
 };
 
+/// Where a seek by time has gone: the media time that the segment begins with. Both pins count their sample times from
+/// it, whatever the variant of their rules, until a reset or a jump of the timestamps.
+struct SeekTarget {
+    std::int64_t llTimestamp =
+        0;  // 90 kHz, of that media time: counted on from that of the access point, which lies
+            // before it, beyond 33 bits if need be
+    REFERENCE_TIME rtMedia = 0;  // the media time, 100 ns
+
+    bool operator==(const SeekTarget&) const = default;
+};
+
 /// The timing of both pins.
 struct AvTimes {
     PinTiming video;
     PinTiming audio;
     SharedLine line;  // of both; for CRobustTimeline
+    std::optional<SeekTarget> seekTarget;  // of the present segment; none: it was not sought by time
 
     PinTiming& Of(EPin pin) { return pin == EPin::Video ? video : audio; }
     const PinTiming& Of(EPin pin) const { return pin == EPin::Video ? video : audio; }

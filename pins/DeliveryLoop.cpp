@@ -196,7 +196,7 @@ CDeliveryLoop::EStep CDeliveryLoop::HandleFlags(Frame& frame) {
         EndStream(frame);
         return EStep::NextFrame;
     }
-    if (m_context.pSeeking && !IsStale(frame)) m_context.pSeeking->SetFilePos(info.llFilePos);
+    if (m_context.pSeeking && !IsStale(frame)) m_context.pSeeking->SetFrame(info);
     if (!info.bSegmentMarker) return EStep::GoOn;
     if (m_context.IsVideo()) {
         DeliverVideoMarker(frame);
@@ -362,11 +362,12 @@ void CDeliveryLoop::ActOn(Frame& frame, const Placement& place) {
     if (place.bRequestReset && !IsStale(frame)) m_context.site.RequestReset();
 }
 
-/// Announces a segment, unless the frame that begins it is stale.
+/// Announces a segment, unless the frame that begins it is stale. Its media time is known when it was sought by time.
 void CDeliveryLoop::Announce(const Frame& frame, double dRate) {
     m_context.gate.WaitForFlush(m_control.evStop);
     const CDeliveryGate::CUnderWay underWay(m_context.gate);
-    if (!IsStale(frame)) m_context.output.DeliverNewSegment(0, kSegmentEnd, dRate);
+    const auto target = m_context.timing.Get().seekTarget;
+    if (!IsStale(frame)) m_context.output.DeliverNewSegment(target ? target->rtMedia : 0, kSegmentEnd, dRate);
 }
 
 void CDeliveryLoop::AwaitAudio(const Frame& frame, const Placement& place) {

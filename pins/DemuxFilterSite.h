@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "control/KestDemux2Control.h"
 #include "demux/Mpeg1SequenceHeader.h"
+#include "demux/TimeSearch.h"
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
 
@@ -26,6 +28,8 @@ public:
     virtual bool IsPushSource() const = 0;
     /// Bits per second of the source, as the probe derived them; 0 when unknown.
     virtual std::uint32_t GetBitRate() const = 0;
+    /// The time that the source covers, where seeks go by time; it changes only in SetPositionsHook.
+    virtual std::optional<TimeExtent> GetTimeExtent() const { return std::nullopt; }
     /// Picture size to offer before the stream has given one, in pixels.
     virtual int GetDefaultWidth() const = 0;
     virtual int GetDefaultHeight() const = 0;
@@ -57,8 +61,9 @@ public:
 
     // ---- seeking hooks; without effect unless a program stream is connected
 
-    /// The length of the source is known: the core restarts at a byte position and has its end.
-    virtual HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) = 0;
+    /// The length of the source is known: the core restarts at a byte position, or by time at a media time (100 ns),
+    /// and has its end.
+    virtual HRESULT SetPositionsHook(std::int64_t llPosition, REFERENCE_TIME rt, std::int64_t llLength) = 0;
     virtual HRESULT StopHook(REFERENCE_TIME rtStop) = 0;
     /// Seeks to a media time, 100 ns.
     virtual HRESULT SeekHook(REFERENCE_TIME rt) = 0;

@@ -4,6 +4,7 @@
 
 #include "graph/Guard.h"
 #include "graph/TimeArithmetic.h"
+#include "pins/Timeline.h"
 #include "platform/DebugText.h"
 
 namespace kest {
@@ -41,11 +42,37 @@ CPinSeeking::CPinSeeking(IUnknown* pOwner, CCritSec* pLock, IDemuxFilterSite* pS
 void CPinSeeking::Init(std::int64_t llLength) {
     m_dwSeekingCaps = kCapabilities;
     m_dRateSeeking = 1.0;
+    const auto extent = m_pDemuxFilter->GetTimeExtent();
+    m_bByTime = extent.has_value();
+    if (extent) {
+        m_extent = *extent;
+        m_llLength = llLength;
+        m_rtStop = m_rtDuration = CTimeline::ToTime(extent->llDuration);
+        return;
+    }
     const std::uint32_t nBitRate = m_pDemuxFilter->GetBitRate();
     if (nBitRate != 0) m_rtStop = m_rtDuration = MulDiv(MulDiv(llLength, kSecond, nBitRate), 8, 1);
 }
 
+void CPinSeeking::ForgetPositions() {
+    m_llFilePos = 0;
+    m_llTimestamp = kNoFrameTime;
+    if (m_pDemuxFilter->GetSwitch(ESwitch::SeekByTime) != 0) m_rtStart = 0;
+}
+
+void CPinSeeking::SetFrame(const FRAME_INFO& info) {
+    m_llFilePos = info.llFilePos;
+    m_llTimestamp = info.bSegmentMarker ? kNoFrameTime : info.llPts;
+}
+
 void CPinSeeking::UpdatePosition() {
+    if (m_bByTime) {
+        const std::int64_t llTimestamp = m_llTimestamp;
+        m_rtStart = llTimestamp != kNoFrameTime ? CTimeline::ToTime(m_extent.TimeOf(llTimestamp))
+                    : m_llLength > 0            ? MulDiv(m_rtDuration, m_llFilePos, m_llLength)
+                                                : 0;
+        return;
+    }
     const std::uint32_t nHundreds = m_pDemuxFilter->GetBitRate() / 100;
     if (nHundreds == 0) return;
     m_rtStart = MulDiv(m_llFilePos, 800000, nHundreds);

@@ -3,6 +3,8 @@
 #include <functional>
 #include <optional>
 
+#include "demux/FrameInfo.h"
+#include "demux/ParseSettings.h"
 #include "graph/MediaPosition.h"
 #include "graph/SourceSeeking.h"
 #include "pins/DemuxFilterSite.h"
@@ -13,7 +15,8 @@ namespace kest {
 /// with its current position, and hands seeks and rate changes to the filter.
 ///
 /// Positions stand for places in the file by the source's bit rate. While that is not known (0) nothing can
-/// be sought: the position stays as it is.
+/// be sought: the position stays as it is. Where seeks go by time (GetTimeExtent), positions are media times instead,
+/// which begin with the earliest timestamp of the source.
 ///
 /// Seeks come one at a time: the seek lock is held from the change of the position to the end of the filter's
 /// hook, and is taken before every other lock of the pins.
@@ -23,14 +26,17 @@ public:
     /// @param pLock   the seeking lock.
     CPinSeeking(IUnknown* pOwner, CCritSec* pLock, IDemuxFilterSite* pSite);
 
-    /// Begins a source: full capabilities, rate 1.0, duration and stop from its length. A bit rate of 0
-    /// leaves duration and stop unchanged.
+    /// Begins a source: full capabilities, rate 1.0, duration and stop from its times, or from its length. A bit rate
+    /// of 0 leaves duration and stop unchanged. While no delivery thread runs.
     /// @param llLength  bytes.
     void Init(std::int64_t llLength);
-    /// The file position of the last frame.
-    void SetFilePos(std::int64_t llFilePos) { m_llFilePos = llFilePos; }
+    /// Another source is connected: positions in the one before mean nothing in it.
+    void ForgetPositions();
+    /// The last frame: its file position and its time.
+    void SetFrame(const FRAME_INFO& info);
     std::int64_t GetFilePos() const { return m_llFilePos; }
-    /// Follows the video: the current position becomes the time that the file position stands for. Notifies
+    /// Follows the video: the current position becomes the media time of the last frame, of one without timestamps in
+    /// proportion to its file position; without media times, the time that the file position stands for. Notifies
     /// nobody. A bit rate below 100 leaves it unchanged.
     void UpdatePosition();
 
@@ -73,12 +79,16 @@ private:
     HRESULT ChangeStart(REFERENCE_TIME rtStart) override;
     HRESULT ChangeStop(REFERENCE_TIME rtStop) override;
     HRESULT ChangeRate(double dRate) override;
-    bool HasPositions() const override { return m_pDemuxFilter->GetBitRate() != 0; }
+    bool HasPositions() const override { return m_bByTime || m_pDemuxFilter->GetBitRate() != 0; }
 
-    IDemuxFilterSite* const m_pDemuxFilter;    // its seeking hooks are called
-    CCritSec m_csSeek;                         // the seek lock
-    std::atomic<std::uint32_t> m_nSeeks{0};    // see GetSeekCount
-    std::atomic<std::int64_t> m_llFilePos{0};  // see SetFilePos
+    IDemuxFilterSite* const m_pDemuxFilter;                 // its seeking hooks are called
+    CCritSec m_csSeek;                                      // the seek lock
+    std::atomic<std::uint32_t> m_nSeeks{0};                 // see GetSeekCount
+    std::atomic<std::int64_t> m_llFilePos{0};               // see SetFrame
+    std::atomic<std::int64_t> m_llTimestamp{kNoFrameTime};  // PTS of the last frame
+    std::atomic<bool> m_bByTime{false};                     // m_extent is known
+    TimeExtent m_extent;                                    // of the source; changed in Init alone
+    std::int64_t m_llLength = 0;                            // of the source, bytes; the same
     CPosition m_position{*this};
 };
 

@@ -79,6 +79,9 @@ protected:
     explicit CTimeline(std::int64_t llFrameTicks) : m_llFrameTicks(llFrameTicks) {}
 
     static Placement Ask(ERequest request);
+    /// The time base of a segment that was sought by time, for a stream that goes on with this timestamp: whatever the
+    /// two have wrapped, they lie close together.
+    static REFERENCE_TIME BaseOf(const SeekTarget& target, std::int64_t llTimestamp);
     /// Places a frame that begins the timing: own.rtTimeBase is set.
     Placement Begin(const TimedFrame& frame, PinTiming& own);
     /// Places a frame that goes on with it.

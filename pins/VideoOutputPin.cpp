@@ -74,7 +74,9 @@ void CKestDemux2VideoOutputPin::InitSeeking() {
     if (!m_pAsyncReader) return;
     LONGLONG llTotal = 0, llAvailable = 0;
     if (FAILED(m_pAsyncReader->Length(&llTotal, &llAvailable))) llTotal = 0;
-    m_pDemuxFilter->SetPositionsHook(m_seeking.GetFilePos(), llTotal);
+    LONGLONG rtCurrent = 0;
+    m_seeking.GetCurrentPosition(&rtCurrent);
+    m_pDemuxFilter->SetPositionsHook(m_seeking.GetFilePos(), rtCurrent, llTotal);
     m_seeking.Init(llTotal);
 }
 
@@ -91,11 +93,17 @@ HRESULT CKestDemux2VideoOutputPin::Deliver(IMediaSample* pSample) {
     return hr;
 }
 
-HRESULT CKestDemux2VideoOutputPin::DeliverNewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
+HRESULT CKestDemux2VideoOutputPin::DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop,
+                                                     double dRate) {
     Trace("===>Enter Video DeliverNewSegment\n");
-    { const CPinUse use(m_flowControl); }
+    const bool bByTime = m_timing.Get().seekTarget.has_value();
+    HRESULT hr = S_OK;
+    {
+        const CPinUse use(m_flowControl);
+        if (use && bByTime) hr = CDemuxOutputPin::DeliverNewSegment(rtStart, rtStop, dRate);
+    }
     Trace("<=== Leave Video DeliverNewSegment\n");
-    return S_OK;
+    return hr;
 }
 
 HRESULT CKestDemux2VideoOutputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {

@@ -26,15 +26,13 @@ public:
     /// Takes duration and stop position from the length of the source and its bit rate, and hands position
     /// and length to the filter. Without a reader it does nothing.
     void InitSeeking();
-    /// The file position of the last frame, for the seeking position.
-    void SetFilePos(std::int64_t llFilePos) { m_seeking.SetFilePos(llFilePos); }
 
     HRESULT CheckMediaType(const CMediaType& type) override;
     HRESULT GetMediaType(int n, CMediaType& type) override;
     /// Moves the seeking position, delivers, and waits for the next step in single-step mode; a preroll
     /// sample is only delivered.
     HRESULT Deliver(IMediaSample* pSample) override;
-    /// Only waits while the pin is blocked: the notice is not passed downstream. S_OK.
+    /// Waits while the pin is blocked. The notice is passed downstream only of a segment that was sought by time.
     HRESULT DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop, double dRate) override;
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
     /// Lateness handling by working mode. @return S_OK when the pin takes care of it, else E_NOTIMPL or,

@@ -69,14 +69,18 @@ Placement CVideoTimeline::MapProgramStream(const TimedFrame& frame, AvTimes& tim
     if (frame.bDiscontinuity) own.bFirstTime = true;
     Placement place;
     if (own.bFirstTime) {
-        if (m_bFlushes && !frame.bFlushed) return Ask(ERequest::FlushOwn);
-        if (!TakeTimeBase(frame, times)) return Ask(ERequest::AwaitTimeBase);
+        if (times.seekTarget) {  // the seek has flushed
+            own.rtTimeBase = BaseOf(*times.seekTarget, frame.llTimestamp);
+        } else {
+            if (m_bFlushes && !frame.bFlushed) return Ask(ERequest::FlushOwn);
+            if (!TakeTimeBase(frame, times)) return Ask(ERequest::AwaitTimeBase);
+        }
         own.bFirstTime = false;
         m_bResetRequested = false;
         place = Begin(frame, own);
         place.bAnnounce = true;
         place.traces = "****** Video First Time ******\n";
-        CheckFirstFrame(times, place);
+        if (!times.seekTarget) CheckFirstFrame(times, place);
     } else {
         place = Continue(frame, own);
     }
@@ -84,6 +88,7 @@ Placement CVideoTimeline::MapProgramStream(const TimedFrame& frame, AvTimes& tim
     if (!RepairWrap(frame, own, place) && RepairBroken(frame, own, place, /*bSyncPoint=*/true)) {
         place.traces += "****** Video Broken ******\n";
         times.audio.bFirstTime = true;
+        times.seekTarget.reset();
         RequestReset(place);
     }
     return place;
@@ -102,9 +107,10 @@ void CVideoTimeline::CheckFirstFrame(const AvTimes& times, Placement& place) {
     if (++m_nWrongTimestamps > kFirstFrameTolerance) place.bSkipAhead = true;
 }
 
-/// A frame of a program stream more than two seconds from the audio takes the audio's start time.
+/// A frame of a program stream more than two seconds from the audio takes the audio's start time, unless the segment was
+/// sought by time: its times are right.
 void CVideoTimeline::Finish(const TimedFrame& frame, AvTimes& times, Placement& place) {
-    if (m_variant == ETimeline::ProgramStream) {
+    if (m_variant == ETimeline::ProgramStream && !times.seekTarget) {
         const REFERENCE_TIME rtDrift = SaturatedSubtract(place.rtStart, times.audio.rtLastStart);
         if (rtDrift <= kDriftLimit && rtDrift >= -kDriftLimit) {
             m_nWrongTimestamps = 0;

@@ -6,7 +6,8 @@
 namespace kest {
 
 /// The rules of time of the video pin. Timestamps are PTS. The time base is the audio pin's, where it has one
-/// within about 310 ms; in program streams the video keeps within bounds of the audio.
+/// within about 310 ms; in program streams the video keeps within bounds of the audio. In a segment that was sought by
+/// time both pins have the time base of the seek.
 class CVideoTimeline final : public CTimeline {
 public:
     /// @param mode  decides the variant.

@@ -43,6 +43,7 @@ struct CHost final : ITrickPlayHost {
     }
     std::vector<Frame> PlayFrom(std::int64_t llFrom, int nRate) {
         CTrickPlay trickPlay(*this, 524288);
+        trickPlay.SetSettings({.bMpegKeyFrames = bMpegKeyFrames});
         frames.clear();
         trickPlay.SeekTo(llFrom);
         Play(trickPlay, nRate);
@@ -53,18 +54,21 @@ struct CHost final : ITrickPlayHost {
     std::int64_t llEnd, llReadable;
     std::size_t nMost = SIZE_MAX;
     int nFailEvery = INT_MAX, nReads = 0;
+    bool bMpegKeyFrames = false;
     std::vector<Frame> frames;
 };
 
 /// The rules of the modes, over all frames that have an end.
 class CModel {
 public:
-    explicit CModel(ByteVector bytes) {
+    /// @param bPictures  key frames are those whose first picture is an I picture.
+    explicit CModel(ByteVector bytes, bool bPictures = false) {
         bytes.resize(bytes.size() + 100000);  // the parser leaves the end of a source unread
         m_all = CParserRig(bytes).Run().video;
         for (const Frame& frame : m_all) {
-            const auto nVop = FindStartCode(frame.payload, 0x1B6);
-            m_abKey.push_back(nVop && frame.payload[*nVop + 4] < 0x40);
+            const auto nFound = FindStartCode(frame.payload, bPictures ? 0x100 : 0x1B6);
+            const auto* pType = nFound ? &frame.payload[*nFound + 4] : nullptr;
+            m_abKey.push_back(pType && (bPictures ? (pType[1] & 0x38) == 8 : *pType < 0x40));
         }
     }
     std::size_t Size() const { return m_all.size(); }
@@ -160,9 +164,12 @@ const std::vector<int> kRates = {5, 15, 20, 39, 100, -5, -10, -25, -60};
 TEST(TrickPlay, DeliversWhatTheRulesGiveFromStartMiddleAndEnd) {
     std::vector<ByteVector> streams = {ReadTestData("ps_mpeg4.mpg")};
     for (const int nGroup : {12, 50, 60, 200}) streams.push_back(Groups(450, nGroup));
+    for (const char* pszName : {"ps_mpeg2_packs.mpg", "ps_mpeg4.mpg"})
+        streams.push_back(ReadTestData(pszName));  // with bMpegKeyFrames
     for (std::size_t i = 0; i < streams.size(); ++i) {
-        CModel model(streams[i]);
         CHost host(streams[i]);
+        host.bMpegKeyFrames = i >= 5;
+        CModel model(streams[i], i == 5);
         const std::int64_t llMiddle = model.PositionOf(model.Size() / 2);
         for (const std::int64_t llFrom : {std::int64_t{0}, llMiddle, llMiddle + 1, host.llEnd, INT64_MAX}) {
             for (const int nRate : kRates) {

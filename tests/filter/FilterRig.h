@@ -63,8 +63,15 @@ struct CReadPin final : CBasePin {
 struct CCountPin final : CBaseInputPin {
     CCountPin(CBaseFilter* pFilter, CCritSec* pLock) : CBaseInputPin(pFilter, pLock, nullptr, L"Input") {}
     HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Receive(IMediaSample*) override {
+    HRESULT STDMETHODCALLTYPE NewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop,
+                                         double dRate) override {
+        m_segment = {rtStart, std::nullopt};
+        return CBaseInputPin::NewSegment(rtStart, rtStop, dRate);
+    }
+    HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override {
         ++m_nSamples;
+        REFERENCE_TIME rtStart = 0, rtStop = 0;
+        if (!m_segment.second && pSample->GetTime(&rtStart, &rtStop) == S_OK) m_segment.second = rtStart;
         if (m_onReceive) m_onReceive();
         return S_OK;
     }
@@ -88,6 +95,8 @@ struct CCountPin final : CBaseInputPin {
     std::atomic<int> m_nSamples{0}, m_nFlushes{0}, m_nHasty{0};  // hasty: flushes that ended while m_bInside
     std::atomic<bool> m_bInside{false};                          // m_onReceive says so
     CEvent m_evEnd;
+    /// The start of the last segment, and of its first sample. Read behind `WaitForEnd`.
+    std::pair<REFERENCE_TIME, std::optional<REFERENCE_TIME>> m_segment;
 };
 
 /// The neighbours, and the filter once it is created.

@@ -115,6 +115,44 @@ TEST_F(FilterStates, SeeksFlushDownstreamUnlessStopped) {
     EXPECT_EQ(nWhole, m_apSinks[0]->WaitForEnd()) << "before the beginning is the beginning";
 }
 
+// The stream's first timestamp is 48003, its access points are at 48003, 93048 and so on by 45045, the last at 315270.
+TEST_F(FilterStates, SeeksByTimeBeginWithTheAccessPoint) {
+    constexpr LONGLONG kDuration = 30419777;  // up to the audio's last timestamp, 321781
+    EXPECT_EQ(S_OK, SetSwitch(ESwitch::SeekByTime, 1));
+    ConnectAll(Load("ps_mpeg2_packs.mpg"));
+    const auto pSeeking = Query<IMediaSeeking>(IID_IMediaSeeking);
+    LONGLONG ll = 0;
+    EXPECT_TRUE(pSeeking->GetDuration(&ll) == S_OK && ll == kDuration) << ll;
+    EXPECT_EQ(S_OK, Seek(20000000));
+    const auto Expect = [&](LONGLONG llSegment, LONGLONG llFirst, const char* pszWhat) {
+        for (CCountPin* pSink : m_apSinks) {
+            pSink->WaitForEnd();
+            EXPECT_EQ(pSink->m_segment.first, llSegment) << pszWhat;
+        }
+        EXPECT_NEAR(static_cast<double>(m_apSinks[0]->m_segment.second.value_or(1)),
+                    static_cast<double>(llFirst), 111)
+            << pszWhat;
+    };
+    ASSERT_EQ(S_OK, m_pFilter->Run(0));
+    Expect(20000000, 15015000 - 20000000, "the position that was set while stopped");
+    const struct {
+        LONGLONG llTo, llSegment, llFirst;
+        const char* pszWhat;
+    } rows[] = {
+        {10010000, 10010000, 0, "an access point"},
+        {10009888, 10009888, 5005000 - 10009888, "a tick before it"},
+        {7000000, 7000000, 5005000 - 7000000, "between two"},
+        {990000000, kDuration, 29696333 - kDuration, "beyond the end is the end"},
+        {-5, 0, 0, "before the beginning is the beginning"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(S_OK, Seek(row.llTo));
+        Expect(row.llSegment, row.llFirst, row.pszWhat);
+    }
+    EXPECT_TRUE(pSeeking->GetCurrentPosition(&ll) == S_OK && ll > kDuration - 4000000 && ll <= kDuration)
+        << ll;
+}
+
 TEST_F(FilterStates, SeekWithoutBitRateChangesNothing) {
     ConnectAll(MakeStream(0));
     ASSERT_EQ(S_OK, m_pFilter->Pause());

@@ -67,6 +67,12 @@ struct PinSeeking : testing::Test {
         LONGLONG ll = -1;
         return seeking.GetStopPosition(&ll), ll;
     }
+    void SetFilePos(std::int64_t llFilePos, std::int64_t llPts = 0) {
+        FRAME_INFO info{};
+        info.llFilePos = llFilePos;
+        info.llPts = llPts;
+        seeking.SetFrame(info);
+    }
     CPinRig rig{4};
     CPinSeeking& seeking = rig.video.GetSeeking();
 };
@@ -74,7 +80,7 @@ struct PinSeeking : testing::Test {
 TEST_F(PinSeeking, DeliveryDoesNotUndoASeek) {
     LONGLONG llNow = 50, llStop = 90;
     const CCaptureTexts texts;
-    rig.video.SetFilePos(1048576);
+    SetFilePos(1048576);
     rig.filter.m_onHook = [&] { seeking.UpdatePosition(); };  // a sample is delivered meanwhile
     EXPECT_EQ(seeking.SetPositions(&llNow, 1, &llStop, 3), S_OK);
     EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("stop 140", "seek 50"));
@@ -90,7 +96,7 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     constexpr std::int64_t kMax = 0x7FFFFFFFFFFFFFFF;
     auto Expect = [&](std::int64_t llBytes, std::uint32_t nBitRate, LONGLONG llStop, LONGLONG llNow) {
         rig.filter.m_nBitRate = nBitRate;
-        rig.video.SetFilePos(llBytes);
+        SetFilePos(llBytes);
         seeking.Init(llBytes);
         seeking.UpdatePosition();
         EXPECT_EQ(std::pair(Stop(), Position()), std::pair(llStop, llNow)) << llBytes;
@@ -110,6 +116,24 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     EXPECT_EQ(Stop(), 50000000);
 }
 
+TEST_F(PinSeeking, TakesDurationAndPositionFromTimestamps) {
+    rig.filter.m_nBitRate = 0;
+    rig.filter.m_extent = TimeExtent{8589934592 - 900000, 5400000};  // a minute, which wraps after 10 s
+    seeking.Init(1000000);
+    EXPECT_EQ(Stop(), 600000000);
+    for (const auto& [llPts, llNow] : {std::pair<LONGLONG, LONGLONG>{8589934592 - 450000, 50000000},
+                                       {450000, 150000000},
+                                       {8589934592 - 903600, -400000},
+                                       {kNoFrameTime, 300000000}}) {
+        SetFilePos(500000, llPts);
+        seeking.UpdatePosition();
+        EXPECT_EQ(Position(), llNow) << llPts;
+    }
+    LONGLONG llTo = 70000000;
+    EXPECT_EQ(seeking.SetPositions(&llTo, 1, nullptr, 0), S_OK);
+    EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("seek 70000000")) << "a bit rate is not needed";
+}
+
 TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {
     CComPtr<IMediaSeeking> pSeeking;
     CComPtr<IMediaPosition> pPosition;
@@ -118,7 +142,7 @@ TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {
     ASSERT_EQ(pSeeking->QueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())), S_OK);
     EXPECT_EQ(pPosition->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(pDispatch.Put())), S_OK);
     seeking.Init(3000000);
-    rig.video.SetFilePos(1500000);
+    SetFilePos(1500000);
     seeking.UpdatePosition();
     REFTIME d = 0;
     EXPECT_EQ(pPosition->put_CurrentPosition(99), S_OK);

@@ -19,6 +19,7 @@ namespace {
 // Sync point, Preroll, "-" none); then what is requested with it (a announce, k skip ahead, r reset, w wait for
 // the audio). Else:
 //   audio, video BASE START LAST   the pin's timing, running
+//   seek TIMESTAMP                 a seek by time: what stands for the start of the segment
 //   first, pending, reset PIN      the first-time flag, the pending restart, or both are set
 //   left V A BASE BASE             what is left: first-time flags and time bases of video and audio
 constexpr const char* kCases = R"(
@@ -26,6 +27,13 @@ constexpr const char* kCases = R"(
 4 live 30000000: 900000=Fc 30000000 DS a; left 1 0 70000000 70000000
 4 audio: reset audio; 900000=F 0 DS a; left 1 1 100000000 100000000
 4 audio: 900000=F 0 DS a; video 100000000 0 0; 1000000=240000 DS r; left 1 1 100000000 100000000
+4 audio: seek 900000; 896400=-400000 DS a; 898560=-160000 S; left 1 0 -1 100000000; first audio; 1000000=11111111 DS a
+2 video: seek 900000; 810000=-10000000 DS a; audio 0 0 500000000; 813600=-9600000 S; left 0 0 100000000 0
+4 video: seek 8589934692; 8589930992=-411112 DS a; 0=-11223 S; first video; 3600=388889 DS a
+4 audio: seek 8589934692; 20=-8889 DS a; 2180=231111 S
+4 audio: seek 100; 8589934592=-11112 DS a
+4 video: seek 900000; 900000=0 DS a; 1080000=333666 DS r; first video; 903600=t 0 DS a
+4 audio: seek 900000; 900000=0 DS a; 1080000=240000 DS r; 1083600=F 0 DS a
 5 audio -5: 777777=c 0 DS; left 1 0 -1 86419671
 5 audio 30000000: 900000=c 30000000 DS; 1800000=30240000 DS r; 1803600=30480000 DS r; 1807200=30720000 DS r
 3 audio: video -1 0 70000000; 900000=70000000 DS; 918000=72000000 S; 936009=72240000 DS; 902160=70240000 S; 882000=70480000 DS; 1800000=68240000 D r; 1800000=68480000 D r; audio 0 0 80000000; first audio; 900000=80000000 DS
@@ -102,6 +110,8 @@ void Change(std::istream& item, AvTimes& times) {
         item >> bVideo >> bAudio >> rtVideo >> rtAudio;
         EXPECT_EQ(std::pair(times.video.bFirstTime, times.audio.bFirstTime), std::pair(bVideo, bAudio));
         EXPECT_EQ(std::pair(times.video.rtTimeBase, times.audio.rtTimeBase), std::pair(rtVideo, rtAudio));
+    } else if (strWord == "seek") {
+        item >> times.seekTarget.emplace().llTimestamp;
     } else if (strWord == "audio" || strWord == "video") {
         PinTiming& pin = strWord == "audio" ? times.audio : times.video;
         item >> pin.rtTimeBase >> pin.rtStart >> pin.rtLastStart;

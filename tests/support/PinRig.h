@@ -120,6 +120,7 @@ public:
     bool IsInputConnected() const override { return m_bInputConnected; }
     bool IsPushSource() const override { return m_bPush; }
     std::uint32_t GetBitRate() const override { return m_nBitRate; }
+    std::optional<TimeExtent> GetTimeExtent() const override { return m_extent; }
     int GetDefaultWidth() const override { return 640; }
     int GetDefaultHeight() const override { return 360; }
     bool IsActive() const override { return m_bActive; }
@@ -130,7 +131,7 @@ public:
     bool IsResetting() const override { return m_bResetting; }
     void RequestReset() override { ++m_nResets; }
     void OnThreadKilled() override { ++m_nKilled; }
-    HRESULT SetPositionsHook(std::int64_t llPosition, std::int64_t llLength) override {
+    HRESULT SetPositionsHook(std::int64_t llPosition, REFERENCE_TIME, std::int64_t llLength) override {
         return Note("positions " + std::to_string(llPosition) + " " + std::to_string(llLength));
     }
     HRESULT StopHook(REFERENCE_TIME rt) override { return Note("stop " + std::to_string(rt)); }
@@ -147,6 +148,7 @@ public:
     }();
     std::atomic<std::uint32_t> m_nMode{4};
     std::atomic<std::uint32_t> m_nBitRate{1500000};
+    std::optional<TimeExtent> m_extent;  // changed while no delivery thread runs
     std::atomic<bool> m_bInputConnected{true}, m_bPush{false}, m_bActive{false}, m_bFreeRun{false};
     std::atomic<bool> m_bResetting{false};
     std::atomic<REFERENCE_TIME> m_rtStreamStart{0};
