@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "control/Counters.h"
 #include "control/SharedStatus.h"
 #include "platform/api/MediaRecords.h"
 #include "platform/api/Unknown.h"
@@ -16,7 +17,7 @@ constexpr IID IID_IKestDemux2Control = {
     0x3FA94086, 0x7B2E, 0x446F, {0x9F, 0x25, 0xA0, 0xF4, 0x07, 0xFB, 0x6F, 0x02}};
 /// IKestDemux2Control2's identifier.
 constexpr IID IID_IKestDemux2Control2 = {
-    0x49B774B1, 0xD8BE, 0x453D, {0xB4, 0xD3, 0x68, 0xB5, 0x78, 0x24, 0x9F, 0xD3}};
+    0xDEF7673F, 0x03A9, 0x4AD1, {0xAE, 0xAC, 0xAB, 0xE0, 0xF2, 0x3C, 0xBA, 0x48}};
 
 /// Bytes of the buffers for text that the two interfaces write to, the final zero included.
 constexpr std::size_t kSendAddressTextSize = 16;
@@ -110,12 +111,22 @@ protected:
     ~IKestDemux2Control() = default;
 };
 
-/// Extensions: each is off or neutral in a new filter, so that a host that does
-/// not know of it sees no difference. Values, defaults and the moment of effect: see the table in
+/// Extensions: each is off or neutral in a new filter, so that a host that does not know of it sees no
+/// difference. Values, defaults and the moment of effect: see the table in
 /// SwitchTable.h.
 enum class ESwitch : std::uint32_t {
     AdmitAll,         // every stream class that the probe recognises is accepted
     PushStreamClass,  // class of the stream of an upstream pin that cannot be read; 6: it is refused
+    AssumeMap,  // a program stream without a map is accepted: ids 0xE0 to 0xEF are video, 0xC0 to 0xDF audio
+    VideoStream,  // stream_id or PID that is taken; 0: the first of a known type; -1: see below
+    AudioStream,  // the same. -1: all ids of the kind in program streams, the last entry in transport streams
+    Drain,        // nothing is lost at either end of the input
+    VideoBlockSize,  // bytes of a block in the video queue, and with it of a sample and of the longest frame
+    RobustTiming,    // one time base for both streams through wraps, jumps and gaps
+    SeekByTime,      // seeks and duration of program streams by the timestamps in the file
+    TrueTypes,       // the output pins offer what the stream's own headers say
+    AnyAudioHeader,  // MPEG-1 system streams: the audio framing takes any valid header
+    MpegKeyFrames,   // trick play finds key frames of MPEG-1/2 video by their picture headers
 };
 
 /// The switches. A module that does not know a switch yet says so by its result, so that the identifier stays
@@ -125,6 +136,8 @@ struct IKestDemux2Control2 : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE get_Switch(ESwitch nSwitch, std::int32_t* pnValue) = 0;
     /// @return E_INVALIDARG: no such switch, or no such value of it.
     virtual HRESULT STDMETHODCALLTYPE put_Switch(ESwitch nSwitch, std::int32_t nValue) = 0;
+    /// The counters as they were published last; all zero before the first start. @return E_POINTER.
+    virtual HRESULT STDMETHODCALLTYPE get_Counters(COUNTERS* pCounters) = 0;
 
 protected:
     ~IKestDemux2Control2() = default;

@@ -20,10 +20,23 @@ struct SwitchTraits {
     EEffect effect;
 };
 
+/// Values of VideoStream and AudioStream that are no stream.
+constexpr std::int32_t kAllStreams = -1, kFirstKnownStream = 0;
+
 /// By ESwitch.
-constexpr std::array<SwitchTraits, 2> kSwitchTable = {{
+constexpr std::array<SwitchTraits, 12> kSwitchTable = {{
     {"AdmitAll", "flag", 0, 0, 1, EEffect::NextConnection},
     {"PushStreamClass", "class of the probe", 6, 0, 6, EEffect::NextConnection},
+    {"AssumeMap", "flag", 0, 0, 1, EEffect::NextConnection},
+    {"VideoStream", "stream_id or PID", kAllStreams, kAllStreams, 0x1FFF, EEffect::NextStart},
+    {"AudioStream", "stream_id or PID", kAllStreams, kAllStreams, 0x1FFF, EEffect::NextStart},
+    {"Drain", "flag", 0, 0, 1, EEffect::NextStart},
+    {"VideoBlockSize", "bytes", 163840, 163840, 4194304, EEffect::NextConnection},
+    {"RobustTiming", "flag", 0, 0, 1, EEffect::NextStart},
+    {"SeekByTime", "flag", 0, 0, 1, EEffect::NextConnection},
+    {"TrueTypes", "flag", 0, 0, 1, EEffect::NextConnection},
+    {"AnyAudioHeader", "flag", 0, 0, 1, EEffect::NextStart},
+    {"MpegKeyFrames", "flag", 0, 0, 1, EEffect::NextStart},
 }};
 
 }  // namespace kest

@@ -79,6 +79,22 @@ int CDemuxWorker::PushData(Bytes data) {
     return m_pushed.Write(data, [this] { return IsRunning(); });
 }
 
+void CDemuxWorker::EndInput() {
+    if (!m_bOpen || IsPulling()) return;
+    m_bEndSent = false;
+    m_pushed.EndInput();
+}
+
+bool CDemuxWorker::HasTakenAll() const {
+    if (!IsRunning()) return true;
+    return IsPulling() || m_pushed.IsEnding() ? m_bEndSent.load() : m_pushed.IsStarved();
+}
+
+void CDemuxWorker::SetSettings(const ParseSettings& settings) {
+    m_settings = settings;
+    m_pParser->SetSettings(settings);
+}
+
 void CDemuxWorker::Reset() {
     if (!m_bOpen) return;
     std::lock_guard lock(m_requestMutex);
@@ -171,17 +187,26 @@ void CDemuxWorker::BeginRun() {
     if (bPulling) m_bNewSegment = true;
 }
 
-/// A pulled source that has nothing more ends both streams, once until there is data again; unless it is
-/// being left for another place.
+/// An input that has nothing more ends both streams, once until there is data again; unless it is being left
+/// for another place.
 void CDemuxWorker::OnNoData() {
     constexpr std::uint32_t kPauseMs = 10;
     if (m_evStop.IsSignalled() || m_bReset || m_bNewSegment) return;
-    if (IsPulling() && !m_bEndSent) {
+    if (!m_bEndSent && (IsPulling() || m_pushed.HasEnded())) OnEnd();
+    m_evStop.Wait(kPauseMs);
+}
+
+/// Who pushes ends the streams himself.
+void CDemuxWorker::OnEnd() {
+    if (m_settings.bDrain && m_input.Pad()) {
+        m_pParser->Drain();
+        m_input.Drop();
+    }
+    if (IsPulling()) {
         m_audio.QueueEnd(m_bNewSegment);
         m_video.QueueEnd(m_bNewSegment);
-        m_bEndSent = true;
     }
-    m_evStop.Wait(kPauseMs);
+    m_bEndSent = true;
 }
 
 // ---------------- trick play

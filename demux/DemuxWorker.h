@@ -53,11 +53,14 @@ public:
     void SetPushGate(const CPushGate& gate) { m_pushed.SetGate(gate); }
     /// Lets a `PushData` that waits see that its gate is held.
     void WakePush() { m_pushed.WakeWrite(); }
-    /// The thread has taken what there is, or has ended: of a pulled source to its end, of what was pushed all that
-    /// it can parse without more. For the thread that pushes.
-    bool HasTakenAll() const {
-        return !IsRunning() || (IsPulling() ? m_bEndSent.load() : m_pushed.IsStarved());
-    }
+    /// Nothing more will be pushed, until something is: with `bDrain` the rest is parsed and the unfinished frames are
+    /// queued. For the thread that pushes.
+    void EndInput();
+    /// The thread has taken what there is, or has ended: of a pulled source, and of what was pushed before `EndInput`,
+    /// to the end; else all that it can parse without more. For the thread that pushes.
+    bool HasTakenAll() const;
+    /// Extensions, for the runs that follow. Not during a run.
+    void SetSettings(const ParseSettings& settings);
     /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
     /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
     /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be
@@ -117,6 +120,7 @@ private:
     void HonourRequests();
     void BeginSegment();
     void OnNoData();
+    void OnEnd();
     void PlayTrick();
     void EmptyForSegment(std::int64_t llStart);
     bool MayGoOn() override;
@@ -133,9 +137,11 @@ private:
     CPushedSource m_pushed;                    // the input's source without a reader
     CPulledSource m_pulled;                    // and with one
     std::unique_ptr<CStreamParser> m_pParser;  // see SetParser
+    ParseSettings m_settings;                  // see SetSettings
     std::atomic<bool> m_bOpen{false};          // ring and queues are attached
-    std::atomic<bool> m_bEndSent{false};     // the present run of empty results has its end-of-stream records
-    std::mutex m_requestMutex;               // keeps a request and its carrying out apart
+    std::atomic<bool> m_bEndSent{
+        false};                 // the end of the input has been dealt with, and nothing has come since
+    std::mutex m_requestMutex;  // keeps a request and its carrying out apart
     std::atomic<bool> m_bReset{false};       // a reset is requested
     std::atomic<bool> m_bNewSegment{false};  // a restart is requested
     std::int64_t m_llSegmentPos = 0;         // where the last one requested is to begin; under m_requestMutex

@@ -70,12 +70,13 @@ bool CPushedSource::WaitForBytes(std::uint32_t n) {
 
 std::uint32_t CPushedSource::Fetch(const FetchRequest& request) {
     const std::uint32_t nNeeded = (request.nMissing + m_nReadUnit - 1) / m_nReadUnit * m_nReadUnit;
-    if (m_bFlushed || !WaitForBytes(nNeeded)) return 0;
+    if (m_bFlushed) return 0;
+    const bool bLast = !WaitForBytes(nNeeded) && m_pRing->HasWritingEnded();
     std::lock_guard lock(m_mutex);
     if (m_bFlushed) return 0;
     std::size_t nTaken =
         std::min<std::size_t>({m_pRing->GetAvailable(m_nReader), request.room.size(), m_nMaxChunk});
-    nTaken -= nTaken % m_nReadUnit;
+    if (!bLast) nTaken = nTaken < nNeeded ? 0 : nTaken - nTaken % m_nReadUnit;
     if (nTaken == 0) return 0;
     return static_cast<std::uint32_t>(
         std::max(0, m_pRing->ReadTimed(m_nReader, request.room.first(nTaken), 0)));

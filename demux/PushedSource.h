@@ -42,6 +42,11 @@ public:
     /// The gate that ends writes while it is held; its owner wakes them by `WakeWrite`. Set before the first one.
     void SetGate(const CPushGate& gate) { m_pGate = &gate; }
     void WakeWrite();
+    /// Nothing more is pushed, until something is: a fetch brings what there is.
+    void EndInput() { m_pRing->EndWriting(); }
+    bool IsEnding() const { return m_pRing->HasWritingEnded(); }
+    /// That is so, and everything has been fetched.
+    bool HasEnded() const { return IsEnding() && m_pRing->GetAvailable(m_nReader) == 0; }
     /// The demuxer's thread waits for more than the ring has: it has taken what it can.
     bool IsStarved() const;
     /// Drops what the ring holds. What is written from now on is fetched only after `Accept`: so that the
@@ -50,7 +55,7 @@ public:
     /// The demuxer has dropped what it had.
     void Accept() { m_bFlushed = false; }
 
-    /// Waits without limit until the missing bytes are there, or the ring is closed or flushed.
+    /// Waits without limit until the missing bytes are there, the input has ended, or the ring is closed or flushed.
     std::uint32_t Fetch(const FetchRequest& request) override;
 
 private:

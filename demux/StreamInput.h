@@ -23,8 +23,8 @@ public:
     void SetSource(CByteSource* pSource, bool bPositioned);
     /// Drops what is unread and goes on at this offset of the source.
     void SeekTo(std::int64_t llPosition);
-    /// Drops what is unread and goes on behind it.
-    void Drop() { m_nBegin = m_nEnd = 0; }
+    /// Drops what is unread, padding included, and goes on behind it.
+    void Drop();
 
     /// The next n bytes, 1 to kMaxPeek, without taking them; valid until the next call of another operation
     /// but `Skip`. None when they cannot be had: then nothing changes but that more may have been fetched.
@@ -46,9 +46,17 @@ public:
     }
     /// Takes a structure that begins with its length, 16 bits. @return whether all of it could be had.
     bool SkipSection();
+    /// Lets parsers come to the end of the source: what is left is fetched, whatever its length, and behind it
+    /// everything can be peeked at as if the stream went on with stuffing bytes, until the next `Drop` or `SeekTo`.
+    /// @return false, with nothing padded: the source has more than the input holds.
+    bool Pad();
+    /// Those of the bytes, which were peeked at last, that are the source's own.
+    Bytes TrimPadding(Bytes bytes) const;
+    /// The next byte is padding: the source has been parsed to its end.
+    bool IsAtPadding() const { return m_bPadded && m_nBegin >= m_nOwnEnd; }
     /// Offset in the source of the byte nBefore bytes before the next one; 0 in a source without positions.
     std::int64_t GetPosition(std::uint32_t nBefore) const {
-        return m_bPositioned ? m_llEnd - (m_nEnd - m_nBegin) - nBefore : 0;
+        return m_bPositioned ? m_llEnd - (m_nEnd - m_nBegin) - nBefore : 0;  // also of padding
     }
 
 private:
@@ -57,6 +65,7 @@ private:
 
     bool Fill(std::uint32_t n);
     void MakeRoom();
+    void FillWithPadding();
 
     std::unique_ptr<std::uint8_t[]> m_pStorage;  // kCapacity bytes
     std::uint32_t m_nBegin = 0;                  // index of the first unread byte
@@ -64,6 +73,8 @@ private:
     std::int64_t m_llEnd = 0;                    // offset in the source of the byte to be fetched next
     CByteSource* m_pSource = nullptr;            // borrowed
     bool m_bPositioned = false;                  // see SetSource
+    bool m_bPadded = false;                      // see Pad
+    std::uint32_t m_nOwnEnd = 0;                 // index behind the source's last byte when padded
 };
 
 }  // namespace kest

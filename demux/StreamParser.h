@@ -1,5 +1,7 @@
 #pragma once
 
+#include "demux/ParseSettings.h"
+
 namespace kest {
 
 /// What one step of a parser came to.
@@ -17,6 +19,9 @@ class CStreamParser {
 public:
     virtual ~CStreamParser() = default;
 
+    /// Extensions, for the runs that follow. Not during a run.
+    void SetSettings(const ParseSettings& settings) { m_settings = settings; }
+
     /// A run begins: back to the state of a new parser.
     virtual void Begin() = 0;
     /// Parses the next structure, or skips bytes in search of it: a bounded number, except as long as the input
@@ -24,9 +29,15 @@ public:
     virtual EParsed ParseUnit() = 0;
     /// A run that has not failed is over: the parser queues what it has, if that is the family's way.
     virtual void End() {}
+    /// The input has ended, and all that `ParseUnit` can parse has been: parses the rest to its last byte and
+    /// queues the frames that are being assembled. Called with `bDrain` alone.
+    virtual void Drain() {}
     /// The input has jumped: drops the frames that are being assembled, and all that belongs to them. What
     /// the stream said about itself stays.
     virtual void Reset() = 0;
+
+protected:
+    ParseSettings m_settings;  // see SetSettings
 };
 
 }  // namespace kest

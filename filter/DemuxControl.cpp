@@ -218,6 +218,8 @@ HRESULT CDemuxControl::put_Switch(ESwitch nSwitch, std::int32_t nValue) {
     return S_OK;
 }
 
+HRESULT CDemuxControl::get_Counters(COUNTERS* pCounters) { return Give(pCounters, COUNTERS()); }
+
 // ---------------- property page
 
 HRESULT CDemuxControl::GetPages(CAUUID* pPages) {

@@ -74,6 +74,8 @@ public:
     HRESULT STDMETHODCALLTYPE get_Switch(ESwitch nSwitch, std::int32_t* pnValue) override;
     HRESULT STDMETHODCALLTYPE put_Switch(ESwitch nSwitch, std::int32_t nValue) override;
 
+    HRESULT STDMETHODCALLTYPE get_Counters(COUNTERS* pCounters) override;
+
     /// The property page, where the system has dialogs; the list is freed with CoTaskMemFree.
     /// @return E_OUTOFMEMORY; E_POINTER.
     HRESULT STDMETHODCALLTYPE GetPages(CAUUID* pPages) override;

@@ -31,6 +31,18 @@ HRESULT StartDelivery(CDemuxOutputPin& pin) {
     return S_OK;
 }
 
+static_assert(ParseSettings::kAllStreams == kAllStreams &&
+              ParseSettings::kFirstKnownStream == kFirstKnownStream);
+
+ParseSettings MakeParseSettings(const CSwitches& switches) {
+    return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
+            .nVideoStream = switches.Get(ESwitch::VideoStream),
+            .nAudioStream = switches.Get(ESwitch::AudioStream),
+            .bDrain = switches.IsOn(ESwitch::Drain),
+            .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
+            .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames)};
+}
+
 }  // namespace
 
 // ---------------- families of demuxers
@@ -141,12 +153,13 @@ bool CDemuxPath::FeedFramer(Bytes chunk) { return m_pFramer->Push(chunk, m_video
 // ---------------- connection
 
 CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin,
-                       CAvTiming& timing, const CSendSettings& settings)
+                       CAvTiming& timing, const CSendSettings& settings, const CSwitches& switches)
     : m_videoPin(videoPin),
       m_audioPin(audioPin),
       m_apOutputPins{&videoPin, &audioPin},
       m_timing(timing),
-      m_settings(settings) {
+      m_settings(settings),
+      m_switches(switches) {
     m_videoPin.SetPeer(m_audioPin);
     m_audioPin.SetPeer(m_videoPin);
 }
@@ -202,6 +215,7 @@ HRESULT CDemuxPath::Start() {
 /// first frames find their readers in place.
 HRESULT CDemuxPath::StartThreads() {
     const Family& family = GetFamily();
+    if (Core()) Core()->SetSettings(MakeParseSettings(m_switches));
     HRESULT hr = family.BeforeStart ? (this->*family.BeforeStart)() : S_OK;
     if (FAILED(hr)) return hr;
     if (Core() && !RestartWorker(*Core())) return E_OUTOFMEMORY;
@@ -275,6 +289,12 @@ void CDemuxPath::HoldFeed() {
             m_videoPin.GetFrameQueue().WakeWriter();
         }
     });
+}
+
+void CDemuxPath::EndInput() {
+    const CPushGate::CInside inside(m_feedGate);
+    if (m_feedGate.IsHeld() || !m_switches.IsOn(ESwitch::Drain)) return;
+    if (Core()) Core()->EndInput();
 }
 
 // In the order of the stream: what the demuxer has not parsed may still become frames, and those that are

@@ -10,6 +10,7 @@
 #include "demux/Mpeg1PsDemux.h"
 #include "demux/Mpeg2PsPullDemux.h"
 #include "demux/Mpeg4TsDemux.h"
+#include "filter/Switches.h"
 #include "net/SendSettings.h"
 #include "pins/AudioOutputPin.h"
 #include "pins/AvTiming.h"
@@ -35,8 +36,9 @@ public:
     /// @param videoPin, audioPin  the output pins; they outlive the path.
     /// @param timing              of both pins; the same.
     /// @param settings            their demux function counts at the next start.
+    /// @param switches            those of the demuxers count at the next start.
     CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutputPin& audioPin, CAvTiming& timing,
-               const CSendSettings& settings);
+               const CSendSettings& settings, const CSwitches& switches);
 
     // ---- connection
 
@@ -85,6 +87,8 @@ public:
     /// that feeds; with the pin lock held, or while connections cannot change.
     void HoldFeed();
     void ReleaseFeed() { m_feedGate.Release(); }
+    /// Nothing more is fed, until something is: with the switch Drain, the rest of what was fed becomes frames.
+    void EndInput();
     /// All that was fed has left the output pins, as far as it can without more. False while the feed is held.
     bool IsDelivered();
     /// Passes the end of the stream downstream, on the video pin first.
@@ -140,6 +144,7 @@ private:
     const std::array<CDemuxOutputPin*, 2> m_apOutputPins;  // the same two, video first
     CAvTiming& m_timing;                                   // see the constructor
     const CSendSettings& m_settings;                       // see the constructor
+    const CSwitches& m_switches;                           // see the constructor
     CPushGate m_feedGate;                                  // of Feed
     CEvent m_evAbort{true, false};                         // from Stop to Start; ends waits of deliveries
     std::atomic<EWorkingMode> m_nWorkingMode{EWorkingMode::None};  // see EnterMode

@@ -65,6 +65,7 @@ bool CIntake::WaitUntilDelivered(IsOver isOver) {
     constexpr std::uint32_t kPollMs = 10;
     const std::uint32_t nHolds = CountHolds();
     auto IsHeld = [&] { return m_gate.IsHeld() || CountHolds() != nHolds; };
+    m_path.EndInput();
     while (!m_path.IsDelivered() || !m_sender.IsDrained()) {
         if (IsHeld() || isOver()) return false;
         SleepMs(kPollMs);

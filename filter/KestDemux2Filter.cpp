@@ -25,7 +25,7 @@ CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
     : CBaseFilter(nullptr, pOuter, &m_csPins, kFilterClass),
       m_pVideoPin(std::make_unique<CKestDemux2VideoOutputPin>(this, this, m_timing, &m_csPins, phr)),
       m_pAudioPin(std::make_unique<CKestDemux2AudioOutputPin>(this, this, m_timing, &m_csPins, phr)),
-      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, *m_UdpSender.GetSettingsPtr()),
+      m_path(*m_pVideoPin, *m_pAudioPin, m_timing, *m_UdpSender.GetSettingsPtr(), m_switches),
       m_intake(m_path, m_UdpSender, m_publisher, m_dump),
       m_pInputPin(std::make_unique<CKestDemux2InputPin>(this,
                                                         CKestDemux2InputPin::Parts{.resets = *this,

@@ -90,6 +90,7 @@ public:
 
     // ---- IDemuxFilterSite
 
+    std::int32_t GetSwitch(ESwitch nSwitch) const override { return m_switches.Get(nSwitch); }
     EWorkingMode GetWorkingMode() const override { return m_path.GetWorkingMode(); }
     bool IsInputConnected() const override { return m_pInputPin->IsConnected(); }
     bool IsPushSource() const override { return m_source.IsPushSource(); }

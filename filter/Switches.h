@@ -14,6 +14,7 @@ public:
         for (std::size_t i = 0; i < kSwitchTable.size(); ++i) m_anValues[i] = kSwitchTable[i].nDefault;
     }
     std::int32_t Get(ESwitch nSwitch) const { return m_anValues[static_cast<std::size_t>(nSwitch)]; }
+    bool IsOn(ESwitch nSwitch) const { return Get(nSwitch) != 0; }
     /// @param nValue  within the switch's range.
     void Set(ESwitch nSwitch, std::int32_t nValue) { m_anValues[static_cast<std::size_t>(nSwitch)] = nValue; }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "control/KestDemux2Control.h"
 #include "demux/Mpeg1SequenceHeader.h"
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
@@ -13,6 +14,9 @@ namespace kest {
 /// Flags may be read and requests made from any thread.
 class IDemuxFilterSite {
 public:
+    /// The value of a switch, see SwitchTable.h.
+    virtual std::int32_t GetSwitch(ESwitch nSwitch) const = 0;
+
     // ---- what the connection has fixed
 
     virtual EWorkingMode GetWorkingMode() const = 0;

@@ -48,6 +48,7 @@ bool CBufferSides::Wait(Side& side, std::uint32_t nGeneration, std::uint32_t n, 
 bool CBufferSides::OpenWriteSide(std::uint32_t nMaxChunk) {
     CAutoLock lockWrite(m_csWrite);
     if (m_writer.bOpen) return false;
+    m_bWritingEnded = false;
     for (ReaderRecord& reader : m_aReader) {
         if (!reader.bOpen) continue;
         CAutoLock lock(reader.cs);
@@ -64,6 +65,7 @@ bool CBufferSides::OpenWriteSide(std::uint32_t nMaxChunk) {
 
 void CBufferSides::CloseWriteSide() {
     CAutoLock lockWrite(m_csWrite);
+    m_bWritingEnded = false;
     m_writer.nPos = 0;
     CloseSide(m_writer);
 }
@@ -96,6 +98,7 @@ void CBufferSides::CloseReadSide(int nReader) {
 
 void CBufferSides::Empty(ESides sides, bool bWake) {
     CAutoLock lockWrite(m_csWrite);
+    m_bWritingEnded = false;
     for (ReaderRecord& reader : m_aReader) {
         if (!reader.bOpen) continue;
         CAutoLock lock(reader.cs);
@@ -159,11 +162,17 @@ std::unique_lock<CCritSec> CBufferSides::BeginWrite(std::uint32_t nGeneration, s
 void CBufferSides::Credit(std::uint32_t n) {
     m_writer.nPos = Moved(m_writer.nPos, n);
     m_writer.llTotal += n;
+    if (m_bWritingEnded) m_bWritingEnded = false;
     for (ReaderRecord& reader : m_aReader) {
         if (!reader.bOpen) continue;
         const std::uint32_t nPending = reader.nPending += n;
         if (!reader.hEvent.IsSignalled() && nPending >= reader.nRequired) reader.hEvent.Set();
     }
+}
+
+void CBufferSides::EndWriting() {
+    m_bWritingEnded = true;
+    for (ReaderRecord& reader : m_aReader) reader.hEvent.Set();
 }
 
 void CBufferSides::WakeWaitingWriter() {
@@ -193,7 +202,8 @@ CBufferSides::ReadTurn CBufferSides::BeginRead(int nReader, std::uint32_t n, std
     ReadTurn turn{&reader, {}};
     auto IsReady = [&] { return reader.nPending >= n; };
     auto WaitForPending = [&](std::uint32_t nUnits, std::uint32_t nMs) {
-        return Wait(reader, nGeneration, nUnits, nMs, [&, nUnits] { return reader.nPending >= nUnits; });
+        return Wait(reader, nGeneration, nUnits, nMs,
+                    [&, nUnits] { return reader.nPending >= nUnits || m_bWritingEnded; });
     };
     // First for a batch, which comes soon where units come fast, and then for what is wanted.
     if (!IsReady() && nTimeoutMs > kBatchWaitMs && m_nReadBatch > n) {

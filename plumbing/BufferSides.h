@@ -96,6 +96,10 @@ protected:
     void Credit(std::uint32_t n);
     /// Ends a writer's wait: it goes on when it has its room, and gives up otherwise.
     void WakeWaitingWriter();
+    /// The writer has written its last, until it writes again or the buffer is opened, closed or emptied: readers wait
+    /// no longer for more than is pending.
+    void EndWriting();
+    bool HasWritingEnded() const { return m_bWritingEnded; }
 
     // ---------------- reading
 
@@ -122,6 +126,7 @@ protected:
     Side m_writer;                                    // the write side
     mutable CCritSec m_csWrite;                       // see the lock order
     std::array<ReaderRecord, kMaxReaders> m_aReader;  // by number
+    std::atomic<bool> m_bWritingEnded{false};         // see EndWriting
 
 private:
     template <class IsReady>

@@ -70,6 +70,9 @@ public:
     /// Sets the writer's event when the side is open: a write that waits goes on when it has its room, and
     /// gives up otherwise.
     void WakeWriter();
+    /// Nothing more will be written, until something is: readers get no more than is pending, and do not wait.
+    using CBufferSides::EndWriting;
+    using CBufferSides::HasWritingEnded;
     /// Room for the writer: the capacity less what the slowest open reader has pending.
     std::uint32_t GetFreeSize() const { return GetRoom(); }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "control/SwitchTable.h"
 #include "graph/BaseFilter.h"
 #include "graph/BaseInputPin.h"
 #include "pins/AudioOutputPin.h"
@@ -111,6 +112,9 @@ public:
                                         &m_audioSink}[static_cast<std::size_t>(n)];
     }
 
+    std::int32_t GetSwitch(ESwitch nSwitch) const override {
+        return m_anSwitches[static_cast<std::size_t>(nSwitch)];
+    }
     EWorkingMode GetWorkingMode() const override { return static_cast<EWorkingMode>(m_nMode.load()); }
     bool IsInputConnected() const override { return m_bInputConnected; }
     bool IsPushSource() const override { return m_bPush; }
@@ -135,6 +139,11 @@ public:
     void DoSingleStep(const std::function<bool()>&) override { ++m_nSteps; }
 
     CCritSec m_csPins;
+    std::array<std::int32_t, kSwitchTable.size()> m_anSwitches = [] {
+        std::array<std::int32_t, kSwitchTable.size()> an;
+        for (std::size_t i = 0; i < an.size(); ++i) an[i] = kSwitchTable[i].nDefault;
+        return an;
+    }();
     std::atomic<std::uint32_t> m_nMode{4};
     std::atomic<std::uint32_t> m_nBitRate{1500000};
     std::atomic<bool> m_bInputConnected{true}, m_bPush{false}, m_bActive{false}, m_bFreeRun{false};
