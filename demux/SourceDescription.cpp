@@ -22,13 +22,13 @@ std::int64_t StreamDescription::GetDuration() const {
     return llTicks < 0 ? -1 : llTicks + GetFrameTicks();
 }
 
-const StreamDescription* SourceDescription::FindStream(EStreamKind kind, std::uint16_t nId) const {
+const StreamDescription* SourceDescription::FindStream(EStreamKind kind, std::int32_t nChoice) const {
+    const bool bLast = nChoice < 0 && container == EContainer::TransportStream;
     const StreamDescription* pFound = nullptr;
     for (const StreamDescription& stream : streams) {
         if (stream.kind != kind) continue;
-        if (nId != 0 && stream.nId == nId) return &stream;
-        if (nId != 0 || stream.codec == ECodec::Unknown) continue;
-        if (!pFound || container == EContainer::TransportStream) pFound = &stream;
+        if (nChoice > 0 ? stream.nId != nChoice : stream.codec == ECodec::Unknown) continue;
+        if (!pFound || bLast) pFound = &stream;
     }
     return pFound;
 }

@@ -114,10 +114,11 @@ struct SourceDescription {
     std::uint32_t nMuxRate = 0;              // bit/s, program_mux_rate of the first pack header; 0: none
     std::vector<StreamDescription> streams;  // in the order of the map, then of appearance
 
-    /// The stream that the demuxer takes by itself: the first of its kind with a known codec, of a transport stream
-    /// the last one that the map lists. Null: there is none.
-    /// @param nId  the stream with this id instead; 0: as above.
-    const StreamDescription* FindStream(EStreamKind kind, std::uint16_t nId = 0) const;
+    /// The stream that a demuxer takes.
+    /// @param nChoice  the value of the switch VideoStream or AudioStream: an id; 0: the first stream of the kind that
+    ///                 has a known codec; -1: the same, but of a transport stream the last one.
+    /// @return null: there is none.
+    const StreamDescription* FindStream(EStreamKind kind, std::int32_t nChoice = -1) const;
     /// From the first PTS of all streams to the end of the last frame of all, 90 kHz; -1: not known.
     std::int64_t GetDuration() const;
     /// The earliest of the streams' first PTS, across a wrap of the counter; -1: none.
