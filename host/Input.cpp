@@ -65,6 +65,32 @@ int GetAssumedClass(const Input& input) {
     return bProgramStream && bUnsure ? input.description.GetStreamClass() : input.nClass;
 }
 
+/// @param isUsable  whether the input is what is wanted.
+template <class IsUsable>
+Input OpenAndProbe(const std::filesystem::path& path, EAccess access, bool bDescribe, IsUsable isUsable) {
+    Input input = OpenReader(path, access);
+    CStreamTypeProbe probe;
+    probe.SetReader(input.pReader.Get());
+    input.nClass = probe.Probe();
+    input.llLength = probe.GetTotalLength();
+    if (input.llLength == 0) {
+        CheckReadErrors(input);
+        Fail(input.path, "the file is empty");
+    }
+    if (bDescribe) {
+        input.description = Describe(*input.pReader.Get());
+        input.nClass = GetAssumedClass(input);
+    }
+    if (!input.pReader->IsSeekable()) input.llLength = 0;
+    if (!isUsable(input)) {
+        CheckReadErrors(input);
+        Fail(input.path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
+    }
+    input.nVideoStreamType = probe.GetVideoStreamType();
+    if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
+    return input;
+}
+
 }  // namespace
 
 const char* GetClassName(int nClass) {
@@ -81,27 +107,13 @@ const char* GetClassName(int nClass) {
 }
 
 Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe) {
-    Input input = OpenReader(path, access);
-    CStreamTypeProbe probe;
-    probe.SetReader(input.pReader.Get());
-    input.nClass = probe.Probe();
-    input.llLength = probe.GetTotalLength();
-    if (input.llLength == 0) {
-        CheckReadErrors(input);
-        Fail(input.path, "the file is empty");
-    }
-    if (bDescribe) {
-        input.description = Describe(*input.pReader.Get());
-        input.nClass = GetAssumedClass(input);
-    }
-    if (!input.pReader->IsSeekable()) input.llLength = 0;
-    if (input.nClass == kClassNotRecognised) {
-        CheckReadErrors(input);
-        Fail(input.path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
-    }
-    input.nVideoStreamType = probe.GetVideoStreamType();
-    if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
-    return input;
+    return OpenAndProbe(path, access, bDescribe,
+                        [](const Input& input) { return input.nClass != kClassNotRecognised; });
+}
+
+Input DescribeInput(const std::filesystem::path& path, EAccess access) {
+    return OpenAndProbe(path, access, true,
+                        [](const Input& input) { return !input.description.streams.empty(); });
 }
 
 bool IsProgramStream(const Input& input) {
