@@ -113,7 +113,7 @@ struct SourceDescription {
     bool bHasMap = false;                    // a program stream map or a program map section was found
     std::int64_t llLength = 0;               // bytes; 0: not known
     std::uint32_t nMuxRate = 0;              // bit/s, program_mux_rate of the first pack header; 0: none
-    std::vector<StreamDescription> streams;  // in the order of the map, then of appearance
+    std::vector<StreamDescription> streams;  // as they were seen, then those that the map alone lists
 
     /// The stream that a demuxer takes.
     /// @param nChoice  the value of the switch VideoStream or AudioStream: an id; 0: the first stream of the kind that
