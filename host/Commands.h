@@ -13,6 +13,7 @@ namespace kest {
 
 struct ProbeOptions {
     std::string strFile;
+    bool bPlain = false;  // every switch of the demultiplexer is off, as in a new filter
     bool bJson = false;
 };
 /// Prints what the probe finds out about a file: class, name, bit rate, length, estimated duration.
@@ -22,6 +23,7 @@ constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
 
 struct FramesOptions {
     std::string strFile;
+    bool bPlain = false;  // every switch of the demultiplexer is off, as in a new filter
     bool bJson = false;
     ETsTiming timing = ETsTiming::Pes;  // of a transport stream's frames
     double dRate = 1.0;                 // at which it is played
@@ -34,6 +36,7 @@ void RunFrames(const FramesOptions& options);
 
 struct SamplesOptions {
     std::string strFile;
+    bool bPlain = false;  // every switch of the demultiplexer is off, as in a new filter
     bool bJson = false;
     std::optional<double> dSeek;        // media time to begin at, seconds
     ETsTiming timing = ETsTiming::Pes;  // of a transport stream's samples
@@ -47,6 +50,7 @@ void RunSamples(const SamplesOptions& options);
 
 struct DemuxOptions {
     std::string strFile;
+    bool bPlain = false;   // every switch of the demultiplexer is off, as in a new filter
     std::string strVideo;  // output name, "-" for standard output; empty: derived from the input's name
     std::string strAudio;
     bool bForce = false;    // overwrite files that exist
@@ -69,6 +73,7 @@ constexpr int kMaxChunkKB = 48;
 
 struct RelayOptions {
     std::string strFile;
+    bool bPlain = false;                      // every switch of the demultiplexer is off, as in a new filter
     std::string strTo;                        // see Destination
     std::optional<std::uint16_t> nLocalPort;  // forward to the local view too, at this port
     std::optional<int> nChunkKB;              // KiB of a datagram

@@ -44,6 +44,10 @@ CLI::App* AddFileCommand(CLI::App& app, const char* pszName, const char* pszWhat
     return pCommand;
 }
 
+void AddPlainOption(CLI::App* pCommand, bool& bPlain) {
+    pCommand->add_flag("--plain", bPlain, "the filter's own defaults: every switch off");
+}
+
 void AddModuleOption(CLI::App* pCommand, std::string& strModule) {
     pCommand->add_option("--module", strModule,
                          "the demultiplexer's module; default: the one beside the program, else the one that "
@@ -102,6 +106,7 @@ void AddProbeCommand(CLI::App& app) {
     const auto pOptions = std::make_shared<ProbeOptions>();
     CLI::App* pCommand = AddFileCommand(app, "probe", "Show what a file is", pOptions->strFile,
                                         "kestdemux probe movie.mpg", kPipeHelp);
+    AddPlainOption(pCommand, pOptions->bPlain);
     pCommand->add_flag("--json", pOptions->bJson, "one JSON object");
     pCommand->callback([pOptions] { RunProbe(*pOptions); });
 }
@@ -115,6 +120,7 @@ void AddFramesCommand(CLI::App& app) {
     AddTimingOption(pCommand, pOptions->timing);
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     pCommand->add_option("--from", pOptions->llFrom, "byte to begin at")->check(WholeNumber(0));
+    AddPlainOption(pCommand, pOptions->bPlain);
     pCommand->callback([pOptions] { RunFrames(*pOptions); });
 }
 
@@ -129,6 +135,7 @@ void AddSamplesCommand(CLI::App& app) {
     AddRateOptions(pCommand, pOptions->dRate, pOptions->nCount);
     AddTimingOption(pCommand, pOptions->timing);
     AddModuleOption(pCommand, pOptions->strModule);
+    AddPlainOption(pCommand, pOptions->bPlain);
     pCommand->callback([pOptions] { RunSamples(*pOptions); });
 }
 
@@ -144,6 +151,7 @@ void AddDemuxCommand(CLI::App& app) {
                          "where the audio goes; default: FILE's name with .mp2");
     pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
     AddModuleOption(pCommand, pOptions->strModule);
+    AddPlainOption(pCommand, pOptions->bPlain);
     pCommand->callback([pOptions] { RunDemux(*pOptions); });
 }
 
@@ -160,6 +168,7 @@ void AddRelayCommand(CLI::App& app) {
         ->capture_default_str();
     pCommand->add_flag("--demux", pOptions->bDemux, "demultiplex it as well");
     AddModuleOption(pCommand, pOptions->strModule);
+    AddPlainOption(pCommand, pOptions->bPlain);
     pCommand->callback([pOptions] { RunRelay(*pOptions); });
 }
 

@@ -6,6 +6,7 @@
 
 #include "control/KestDemux2Control.h"
 #include "demux/Mpeg1SequenceHeader.h"
+#include "demux/SourceDescription.h"
 #include "demux/TimeSearch.h"
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
@@ -30,6 +31,9 @@ public:
     virtual std::uint32_t GetBitRate() const = 0;
     /// The time that the source covers, where seeks go by time; it changes only in SetPositionsHook.
     virtual std::optional<TimeExtent> GetTimeExtent() const { return std::nullopt; }
+    /// What the stream of a pin says of itself, known with the switch TrueTypes; else null. To be called with the
+    /// filter's pin lock held, and valid as long.
+    virtual const StreamDescription* GetDescription(EStreamKind kind) const = 0;
     /// Picture size to offer before the stream has given one, in pixels.
     virtual int GetDefaultWidth() const = 0;
     virtual int GetDefaultHeight() const = 0;
