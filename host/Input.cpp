@@ -2,7 +2,9 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
+#include "demux/SourceAnalyzer.h"
 #include "host/CommandError.h"
 #include "host/FileReader.h"
 #include "host/Interrupts.h"
@@ -46,6 +48,23 @@ Input OpenReader(const std::filesystem::path& path, EAccess access) {
     return input;
 }
 
+/// A pipe's end is still to come.
+SourceDescription Describe(CInputReader& reader) {
+    if (reader.IsSeekable()) return CSourceAnalyzer::Describe(&reader);
+    LONGLONG llTotal = 0, llAvailable = 0;
+    reader.Length(&llTotal, &llAvailable);
+    std::vector<std::uint8_t> beginning(static_cast<std::size_t>(llAvailable));
+    reader.SyncRead(0, static_cast<LONG>(llAvailable), beginning.data());
+    return CSourceAnalyzer::DescribeBeginning(beginning);
+}
+
+/// The class of what the filter takes with its switch AssumeMap on, see CSource.
+int GetAssumedClass(const Input& input) {
+    const bool bProgramStream = input.description.container == EContainer::ProgramStream;
+    const bool bUnsure = input.nClass == kClassNotRecognised || input.nClass == kClassMpeg4VideoEs;
+    return bProgramStream && bUnsure ? input.description.GetStreamClass() : input.nClass;
+}
+
 }  // namespace
 
 const char* GetClassName(int nClass) {
@@ -61,7 +80,7 @@ const char* GetClassName(int nClass) {
     return kNames.at(static_cast<std::size_t>(nClass));
 }
 
-Input OpenInput(const std::filesystem::path& path, EAccess access) {
+Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe) {
     Input input = OpenReader(path, access);
     CStreamTypeProbe probe;
     probe.SetReader(input.pReader.Get());
@@ -70,6 +89,10 @@ Input OpenInput(const std::filesystem::path& path, EAccess access) {
     if (input.llLength == 0) {
         CheckReadErrors(input);
         Fail(input.path, "the file is empty");
+    }
+    if (bDescribe) {
+        input.description = Describe(*input.pReader.Get());
+        input.nClass = GetAssumedClass(input);
     }
     if (!input.pReader->IsSeekable()) input.llLength = 0;
     if (input.nClass == kClassNotRecognised) {

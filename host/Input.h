@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "demux/SourceDescription.h"
 #include "demux/StreamTypeProbe.h"
 #include "host/InputReader.h"
 
@@ -16,6 +17,7 @@ struct Input {
     int nClass = kClassNotRecognised;   // EStreamClass
     std::uint32_t nBitRate = 0;         // bits per second; 0 when it is not known
     std::uint8_t nVideoStreamType = 0;  // stream_type of a program stream's video
+    SourceDescription description;      // by its own headers; only of an input that was opened with bDescribe
 };
 
 /// What a command can take.
@@ -26,8 +28,10 @@ enum class EAccess {
 
 /// Opens and probes a file or pipe. Waits for the beginning of what comes through a pipe. Throws
 /// CCommandError when it cannot be read or is not recognised, or the user interrupts the program.
-/// @param path  "-": standard input.
-Input OpenInput(const std::filesystem::path& path, EAccess access);
+/// @param path       "-": standard input.
+/// @param bDescribe  it is described as well, and recognised by that where the probe does not: program streams
+///                   without a program stream map.
+Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe = false);
 
 /// Whether the input is an MPEG-2 program stream, whose demuxer reads it itself.
 bool IsProgramStream(const Input& input);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/Commands.h"
+#include "host/DescriptionText.h"
 #include "host/Input.h"
 #include "host/OutputFile.h"
 
@@ -40,11 +41,29 @@ std::string ToText(const Input& input) {
     return strText + "\nduration: " + szDuration + " (estimated from the bit rate)\n";
 }
 
+/// By the stream's own headers.
+std::string DescribeText(const SourceDescription& description) {
+    std::string strText = "container: " + GetContainerName(description) + "\n";
+    const std::int64_t llDuration = description.GetDuration(), llBitRate = GetBitRate(description);
+    if (description.llLength) strText += "length:    " + std::to_string(description.llLength) + " bytes\n";
+    if (llDuration >= 0) strText += "duration:  " + ToSeconds(llDuration, 3) + " s\n";
+    if (llBitRate) strText += "bit rate:  " + std::to_string(llBitRate) + " bit/s\n";
+    return strText + ListStreams(description);
+}
+
+std::string MakeText(const ProbeOptions& options) {
+    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
+    if (options.bPlain) return options.bJson ? ToJson(input) : ToText(input);
+    if (!options.bJson) return DescribeText(input.description);
+    return ToJson(input.description, options.strFile)
+               .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
+           "\n";
+}
+
 }  // namespace
 
 void RunProbe(const ProbeOptions& options) {
-    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
-    const std::string strText = options.bJson ? ToJson(input) : ToText(input);
+    const std::string strText = MakeText(options);
     COutputFile output("-", false);
     output.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
     output.Commit();

@@ -1,0 +1,15 @@
+// Arithmetic of timestamps: 33-bit counts of a 90 kHz clock that begin anew at 0.
+#pragma once
+
+#include <cstdint>
+
+namespace kest {
+
+/// From llFrom to llTo the shorter way round the counter, in ticks: -2^32 to 2^32 - 1.
+inline std::int64_t SubtractTimestamps(std::int64_t llTo, std::int64_t llFrom) {
+    constexpr std::int64_t kRange = std::int64_t{1} << 33;
+    constexpr std::int64_t kHalf = kRange / 2;
+    return ((llTo - llFrom + kHalf) & (kRange - 1)) - kHalf;
+}
+
+}  // namespace kest
