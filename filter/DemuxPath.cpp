@@ -31,18 +31,6 @@ HRESULT StartDelivery(CDemuxOutputPin& pin) {
     return S_OK;
 }
 
-static_assert(ParseSettings::kAllStreams == kAllStreams &&
-              ParseSettings::kFirstKnownStream == kFirstKnownStream);
-
-ParseSettings MakeParseSettings(const CSwitches& switches) {
-    return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
-            .nVideoStream = switches.Get(ESwitch::VideoStream),
-            .nAudioStream = switches.Get(ESwitch::AudioStream),
-            .bDrain = switches.IsOn(ESwitch::Drain),
-            .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
-            .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames)};
-}
-
 }  // namespace
 
 // ---------------- families of demuxers

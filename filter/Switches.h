@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "control/SwitchTable.h"
+#include "demux/ParseSettings.h"
 
 namespace kest {
 
@@ -21,5 +22,22 @@ public:
 private:
     std::array<std::atomic<std::int32_t>, kSwitchTable.size()> m_anValues;  // by ESwitch
 };
+
+static_assert(ParseSettings::kAllStreams == kAllStreams &&
+              ParseSettings::kFirstKnownStream == kFirstKnownStream);
+
+/// The switches as the demuxers see them.
+inline ParseSettings MakeParseSettings(const CSwitches& switches) {
+    const std::int32_t nBlockSize = switches.Get(ESwitch::VideoBlockSize);
+    const bool bOwnSize =
+        nBlockSize == kSwitchTable[static_cast<std::size_t>(ESwitch::VideoBlockSize)].nDefault;
+    return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
+            .nVideoStream = switches.Get(ESwitch::VideoStream),
+            .nAudioStream = switches.Get(ESwitch::AudioStream),
+            .bDrain = switches.IsOn(ESwitch::Drain),
+            .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
+            .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames),
+            .nVideoBlockSize = bOwnSize ? 0 : static_cast<std::uint32_t>(nBlockSize)};
+}
 
 }  // namespace kest

@@ -74,9 +74,10 @@ void AddDemuxCommand(CLI::App& app) {
         ->add_option("--audio", pOptions->strAudio, "where the audio goes; default: FILE's name with .mp2")
         ->option_text("PATH");
     pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
-    AddModuleOption(pCommand, pOptions->strModule);
     CLI::Option* pPlain = AddPlainOption(pCommand, pOptions->bPlain);
     AddChoiceOptions(pCommand, *pOptions, pPlain);
+    pCommand->add_flag("--list", pOptions->bList, "list the streams, write nothing")->excludes(pPlain);
+    AddModuleOption(pCommand, pOptions->strModule);
     AddQuietOption(pCommand, pOptions->bQuiet, "neither progress bar nor summary");
     pCommand->callback([pOptions] { RunDemux(*pOptions); });
 }

@@ -58,8 +58,10 @@ struct DemuxOptions : StreamOptions {
     std::string strVideo;  // output name, "-" for standard output; empty: derived from the input's name
     std::string strAudio;
     bool bForce = false;  // overwrite files that exist
+    bool bList = false;   // list the streams instead; not with bPlain
 };
-/// Writes the payloads of the two elementary streams into a file each.
+/// Writes the payloads of the two elementary streams into a file each, and prints how much was written and what was
+/// lost. A stream that is not there has no file.
 void RunDemux(const DemuxOptions& options);
 
 /// An IPv4 address and a UDP port, as options name them: "127.0.0.1:5000".

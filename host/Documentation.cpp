@@ -168,17 +168,11 @@ std::string MakeBashCompletion(const CLI::App& app) {
            "complete -o bashdefault -o default -F _kestdemux kestdemux\n";
 }
 
-void WriteFile(const std::filesystem::path& path, const std::string& strText) {
-    COutputFile file(path, true);
-    file.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
-    file.Commit();
-}
-
 }  // namespace
 
 void WriteDocumentation(const CLI::App& app, const std::filesystem::path& folder) {
-    WriteFile(folder / "kestdemux.1", MakeManPage(app));
-    WriteFile(folder / "kestdemux.bash", MakeBashCompletion(app));
+    WriteTextFile(folder / "kestdemux.1", true, MakeManPage(app));
+    WriteTextFile(folder / "kestdemux.bash", true, MakeBashCompletion(app));
 }
 
 }  // namespace kest
