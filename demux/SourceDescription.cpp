@@ -6,6 +6,15 @@
 #include "demux/TimestampArithmetic.h"
 
 namespace kest {
+namespace {
+
+/// The demuxers take streams of this codec.
+bool IsTaken(ECodec codec) {
+    return codec == ECodec::Mpeg1Video || codec == ECodec::Mpeg2Video || codec == ECodec::Mpeg4Video ||
+           codec == ECodec::MpegAudio;
+}
+
+}  // namespace
 
 std::int64_t StreamDescription::GetFrameTicks() const {
     constexpr std::int64_t kTicksPerSecond = 90000;
@@ -27,7 +36,7 @@ const StreamDescription* SourceDescription::FindStream(EStreamKind kind, std::in
     const StreamDescription* pFound = nullptr;
     for (const StreamDescription& stream : streams) {
         if (stream.kind != kind) continue;
-        if (nChoice > 0 ? stream.nId != nChoice : stream.codec == ECodec::Unknown) continue;
+        if (nChoice > 0 ? stream.nId != nChoice : !IsTaken(stream.codec)) continue;
         if (!pFound || bLast) pFound = &stream;
     }
     return pFound;

@@ -41,12 +41,13 @@ enum class ECodec {
 
 /// What the first headers of a video stream say.
 struct VideoFormat {
-    std::uint32_t nWidth = 0;          // pixels; 0: no headers were found
-    std::uint32_t nHeight = 0;         // pixels
-    Fraction sampleAspect;             // width to height of a pixel
-    Fraction displayAspect;            // width to height of the picture
-    Fraction frameRate;                // frames a second; of MPEG-4 known when the rate is fixed
-    std::uint32_t nBitRate = 0;        // bit/s, the highest; 0: not said, or variable
+    std::uint32_t nWidth = 0;    // pixels; 0: no headers were found
+    std::uint32_t nHeight = 0;   // pixels
+    Fraction sampleAspect;       // width to height of a pixel
+    Fraction displayAspect;      // width to height of the picture
+    Fraction frameRate;          // frames a second; of MPEG-4 known when the rate is fixed
+    std::uint32_t nBitRate = 0;  // bit/s, the highest one of a variable rate; 0: not said
+    bool bVariableRate = false;  // MPEG-1/2: the first picture does not say when to decode it (vbv_delay)
     std::uint32_t nVbvBufferSize = 0;  // bytes; 0: not said
     std::uint8_t nProfileLevel = 0;    // profile_and_level_indication; 0: none
     bool bProgressive = true;          // there are no interlaced frames
@@ -112,11 +113,12 @@ struct SourceDescription {
     bool bHasMap = false;                    // a program stream map or a program map section was found
     std::int64_t llLength = 0;               // bytes; 0: not known
     std::uint32_t nMuxRate = 0;              // bit/s, program_mux_rate of the first pack header; 0: none
-    std::vector<StreamDescription> streams;  // in the order of the map, then of appearance
+    std::vector<StreamDescription> streams;  // as they were seen, then those that the map alone lists
 
     /// The stream that a demuxer takes.
     /// @param nChoice  the value of the switch VideoStream or AudioStream: an id; 0: the first stream of the kind that
-    ///                 has a known codec; -1: the same, but of a transport stream the last one.
+    ///                 is MPEG-1, MPEG-2 or MPEG-4 video, or MPEG audio; -1: the same, but of a transport stream the
+    ///                 last one.
     /// @return null: there is none.
     const StreamDescription* FindStream(EStreamKind kind, std::int32_t nChoice = -1) const;
     /// From the first PTS of all streams to the end of the last frame of all, 90 kHz; -1: not known.

@@ -31,6 +31,9 @@ void SetDisplayAspect(VideoFormat& format, Fraction aspect) {
                                        std::uint64_t{aspect.nDenominator} * format.nWidth);
 }
 
+/// Bytes that headers have at most; what is longer is none.
+constexpr std::size_t kMostHeaders = 1024;
+
 /// Where the headers that begin with the bytes end: at the first start code that `goesOn` does not take.
 /// @return nothing when it is not there.
 template <class GoesOn>
@@ -112,6 +115,16 @@ bool ParseSequenceExtension(Bytes extension, SequenceFields& fields, VideoFormat
     return !reader.Failed();
 }
 
+/// Whether the vbv_delay of the first picture in the bytes says that the bit rate is variable.
+bool HasVariableRate(Bytes bytes) {
+    constexpr std::uint32_t kNoDelay = 0xFFFF;
+    const auto nPicture = FindStartCode(bytes, 0x100U | kPicture);
+    if (!nPicture) return false;
+    CBitReader reader(bytes.subspan(*nPicture));
+    reader.Skip(32 + 10 + 3);  // start code, temporal_reference, picture_coding_type
+    return reader.Read(16) == kNoDelay;
+}
+
 /// @param bytes  from the start code of a sequence header on.
 std::optional<VideoHeaders> ParseSequence(Bytes bytes) {
     constexpr std::uint32_t kVariable = 0x3FFFF;  // of bit_rate in MPEG-1
@@ -119,7 +132,7 @@ std::optional<VideoHeaders> ParseSequence(Bytes bytes) {
     auto fields = ParseSequenceFields(bytes);
     if (!fields) return std::nullopt;
     const auto nEnd = FindHeadersEnd(bytes, [](std::uint8_t nCode) { return nCode == kVideoExtension; });
-    if (!nEnd) return std::nullopt;
+    if (!nEnd || *nEnd > kMostHeaders) return std::nullopt;
     const Bytes header = bytes.first(*nEnd);
 
     VideoHeaders found{.codec = ECodec::Mpeg1Video, .format = {}};
@@ -132,10 +145,9 @@ std::optional<VideoHeaders> ParseSequence(Bytes bytes) {
     const bool bMpeg2 = found.codec == ECodec::Mpeg2Video;
     format.nWidth = fields->nWidth;
     format.nHeight = fields->nHeight;
-    const bool bVariable =
-        (fields->nBitRate & kVariable) == kVariable && (!bMpeg2 || fields->nBitRate == kVariable);
-    const std::uint64_t nBitRate = bVariable ? 0 : fields->nBitRate * kBitRateUnit;
+    const std::uint64_t nBitRate = fields->nBitRate == kVariable ? 0 : fields->nBitRate * kBitRateUnit;
     format.nBitRate = static_cast<std::uint32_t>(std::min<std::uint64_t>(nBitRate, UINT32_MAX));
+    format.bVariableRate = nBitRate == 0 || HasVariableRate(bytes.subspan(*nEnd));
     format.nVbvBufferSize = static_cast<std::uint32_t>(fields->nVbvBufferSize * kVbvUnit);
     bMpeg2 ? SetMpeg2Aspect(format, fields->nAspectCode) : SetMpeg1Aspect(format, fields->nAspectCode);
     return found;
@@ -181,7 +193,7 @@ std::optional<VideoHeaders> ParseLayer(Bytes bytes, Bytes bytesBefore) {
     if (ParseVol(layer, bytes) != 0 || !layer.video_object_layer_width || !layer.video_object_layer_height)
         return std::nullopt;
     const auto nEnd = FindHeadersEnd(bytes, [](std::uint8_t) { return false; });
-    if (!nEnd) return std::nullopt;
+    if (!nEnd || *nEnd > kMostHeaders) return std::nullopt;
 
     constexpr std::uint32_t kVisualObjectSequence = 0x1B0;
     constexpr unsigned kBitsPerByte = 8;
@@ -217,7 +229,6 @@ bool IsLayer(std::uint8_t nCode) { return nCode > kLastVideoObject && nCode <= k
 // and a sequence header with plausible fields.
 std::optional<VideoHeaders> FindVideoHeaders(Bytes bytes) {
     constexpr std::size_t kStartCodeSize = 4;
-    constexpr std::size_t kMostHeaders = 4096;  // bytes in front of a layer that are kept with it
     std::optional<VideoHeaders> found;
     std::optional<std::size_t> nHeaders;  // where the headers begin that have come one after the other
     std::size_t nObject = SIZE_MAX;       // where the last video object began

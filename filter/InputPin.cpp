@@ -37,6 +37,7 @@ HRESULT CKestDemux2InputPin::BreakConnect() {
 HRESULT CKestDemux2InputPin::CompleteConnect(IPin* pReceivePin) {
     return Guard([&] {
         m_parts.path.SetReader(m_parts.source.GetReader().Get());
+        if (m_parts.switches.IsOn(ESwitch::TrueTypes)) m_parts.source.Describe();
         return CBaseInputPin::CompleteConnect(pReceivePin);
     });
 }
@@ -67,7 +68,8 @@ HRESULT CKestDemux2InputPin::GetMediaType(int n, CMediaType& type) {
 
 int CKestDemux2InputPin::ClassifySource() {
     if (m_parts.source.IsPushSource()) return m_parts.switches.Get(ESwitch::PushStreamClass);
-    return m_parts.source.ClassifyStream(m_parts.switches.Get(ESwitch::AdmitAll) != 0);
+    return m_parts.source.ClassifyStream(m_parts.switches.IsOn(ESwitch::AdmitAll),
+                                         m_parts.switches.IsOn(ESwitch::AssumeMap));
 }
 
 HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {

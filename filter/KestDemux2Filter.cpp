@@ -264,6 +264,12 @@ int CKestDemux2Filter::CheckNeedReset() {
 
 // ---------------- services for the pins
 
+const StreamDescription* CKestDemux2Filter::GetDescription(EStreamKind kind) const {
+    const bool bVideo = kind == EStreamKind::Video;
+    return m_source.GetDescription().FindStream(
+        kind, m_switches.Get(bVideo ? ESwitch::VideoStream : ESwitch::AudioStream));
+}
+
 bool CKestDemux2Filter::GetClockTime(REFERENCE_TIME& rtNow) {
     CComPtr<IReferenceClock> pClock;
     GetSyncSource(pClock.Put());

@@ -96,6 +96,7 @@ public:
     bool IsPushSource() const override { return m_source.IsPushSource(); }
     std::uint32_t GetBitRate() const override { return m_source.GetBitRate(); }
     Mpeg1SequenceHeader GetSequenceHeader() const override { return m_path.GetSequenceHeader(); }
+    const StreamDescription* GetDescription(EStreamKind kind) const override;
     int GetDefaultWidth() const override { return 720; }
     int GetDefaultHeight() const override { return 480; }
     bool IsActive() const override { return m_bActive; }

@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "demux/SourceAnalyzer.h"
+
 namespace kest {
 
 HRESULT CSource::Connect(IPin* pUpstream) {
@@ -13,20 +15,33 @@ HRESULT CSource::Connect(IPin* pUpstream) {
 void CSource::Disconnect() {
     m_PullPin.Disconnect();
     m_bPushSource = true;
+    m_description = {};
 }
 
 // The second probe decides on all but a program stream with MPEG-4 video.
-int CSource::ClassifyStream(bool bAdmitAll) {
+int CSource::ClassifyStream(bool bAdmitAll, bool bAssumeMap) {
     const CComPtr<IAsyncReader> pReader = GetReader();
     m_Probe.SetReader(pReader.Get());
     int nClass = m_Probe.Probe();
-    if (nClass != kClassProgramMpeg4) {
+    bool bAdmitted = nClass == kClassProgramMpeg4;
+    if (!bAdmitted) {
         nClass = m_Probe.Probe();
-        if (!bAdmitAll && nClass != kClassProgramMpeg12) nClass = kClassNotRecognised;
+        bAdmitted = bAdmitAll || nClass == kClassProgramMpeg12;
     }
     m_Probe.SetReader(nullptr);  // the next connection brings its own
-    return nClass;
+    m_nBitRate = m_Probe.GetBitRate();
+    // The headers of MPEG-4 video make a program stream without a map an elementary stream.
+    if (bAssumeMap && (nClass == kClassNotRecognised || nClass == kClassMpeg4VideoEs)) {
+        const SourceDescription description = CSourceAnalyzer::Describe(pReader.Get());
+        if (description.container == EContainer::ProgramStream && !description.streams.empty()) {
+            m_nBitRate = description.nMuxRate;
+            return description.GetStreamClass();
+        }
+    }
+    return bAdmitted ? nClass : kClassNotRecognised;
 }
+
+void CSource::Describe() { m_description = CSourceAnalyzer::Describe(GetReader().Get()); }
 
 // In two parts, neither of which overflows: the time in multiples of what makes a whole number of bytes at
 // every bit rate, and the rest.

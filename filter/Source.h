@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "demux/SourceDescription.h"
 #include "demux/StreamTypeProbe.h"
 #include "graph/PullPin.h"
 
@@ -25,12 +26,19 @@ public:
     /// The reader, from the attempt to connect to the disconnection; else null.
     CComPtr<IAsyncReader> GetReader() const { return m_PullPin.GetReader(); }
 
-    /// Reads the beginning of the source. @param bAdmitAll  every class is admitted, not program streams alone.
+    /// Reads the beginning of the source.
+    /// @param bAdmitAll   every class is admitted, not program streams alone.
+    /// @param bAssumeMap  a program stream without a program stream map, or without a video in it, is admitted as well;
+    ///                    its class is that of its video, see SourceDescription.
     /// @return the class (EStreamClass) of a stream that is admitted; else 6.
-    int ClassifyStream(bool bAdmitAll);
+    int ClassifyStream(bool bAdmitAll, bool bAssumeMap);
+    /// Reads what the streams say of themselves. A source that cannot be read says nothing.
+    void Describe();
+    /// What the last `Describe` of the connection found.
+    const SourceDescription& GetDescription() const { return m_description; }
     /// Bits per second of the last program stream that was classified; 0 before, and for a push source, whose
     /// stream is another.
-    std::uint32_t GetBitRate() const { return m_bPushSource ? 0 : m_Probe.GetBitRate(); }
+    std::uint32_t GetBitRate() const { return m_bPushSource ? 0 : m_nBitRate; }
     /// The byte that a media time (100 ns) stands for, rt * bit rate / 8 / 10000000 rounded down. A time before
     /// the beginning is the beginning, one beyond the last file position is that position.
     /// @return nothing while the bit rate is unknown.
@@ -38,7 +46,9 @@ public:
 
 private:
     CPullPin m_PullPin;                     // holds the reader
-    CStreamTypeProbe m_Probe;               // classifies the stream; knows its bit rate
+    CStreamTypeProbe m_Probe;               // classifies the stream
+    SourceDescription m_description;        // see GetDescription
+    std::uint32_t m_nBitRate = 0;           // see GetBitRate
     std::atomic<bool> m_bPushSource{true};  // see IsPushSource
 };
 

@@ -121,8 +121,11 @@ void PrintLosses(const COUNTERS& counters) {
 }  // namespace
 
 void RunDemux(const DemuxOptions& options) {
+    if (options.bList) {
+        const Input input = DescribeInput(options.strFile, EAccess::FileOrPipe);
+        return WriteTextFile("-", false, ListStreams(input.description));
+    }
     const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
-    if (options.bList) return WriteTextFile("-", false, ListStreams(input.description));
     const fs::path videoPath =
         OutputPath(options.strVideo, input, VideoExtension(input, options.nVideoStream));
     const fs::path audioPath =

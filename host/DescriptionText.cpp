@@ -114,7 +114,10 @@ std::string ToText(const VideoFormat& video, ECodec codec) {
     const Fraction rate = video.frameRate;
     if (rate.IsKnown()) strText += Format(", %.4g frames/s", 1.0 * rate.nNumerator / rate.nDenominator);
     if (!video.bProgressive) strText += ", interlaced";
-    if (video.nBitRate) strText += Format(", at most %" PRIu32 " kbit/s", video.nBitRate / 1000);
+    if (video.nBitRate) {
+        strText += Format(video.bVariableRate ? ", at most %" PRIu32 " kbit/s" : ", %" PRIu32 " kbit/s",
+                          video.nBitRate / 1000);
+    }
     return strText;
 }
 
@@ -152,7 +155,8 @@ void AddVideo(nlohmann::ordered_json& json, const StreamDescription& stream) {
     if (video.displayAspect.IsKnown()) json["display_aspect_ratio"] = ToText(video.displayAspect, ':');
     if (bMpeg2 && video.bProgressive) json["field_order"] = "progressive";
     if (video.frameRate.IsKnown()) json["r_frame_rate"] = ToText(video.frameRate, '/');
-    if (video.nBitRate) json["bit_rate"] = std::to_string(video.nBitRate);
+    if (video.nBitRate)
+        json[video.bVariableRate ? "max_bit_rate" : "bit_rate"] = std::to_string(video.nBitRate);
 }
 
 void AddAudio(nlohmann::ordered_json& json, const AudioFormat& audio) {
@@ -179,6 +183,13 @@ nlohmann::ordered_json ToJson(const StreamDescription& stream, EContainer contai
     if (stream.llFirstPts >= 0) json["start_time"] = ToSeconds(stream.llFirstPts, 6);
     if (stream.GetDuration() >= 0) json["duration"] = ToSeconds(stream.GetDuration(), 6);
     return json;
+}
+
+/// From the first to the last moment of the source, each rounded; -1: not known.
+std::int64_t GetMicroseconds(const SourceDescription& description) {
+    const auto Round = [](std::int64_t llTicks) { return (llTicks * 100 + 4) / 9; };
+    const std::int64_t llStart = description.GetStart(), llDuration = description.GetDuration();
+    return llDuration < 0 ? -1 : Round(llStart + llDuration) - Round(llStart);
 }
 
 }  // namespace
@@ -215,10 +226,10 @@ std::string ToSeconds(std::int64_t llTicks, int nDecimals) {
 }
 
 std::int64_t GetBitRate(const SourceDescription& description) {
-    const std::int64_t llDuration = description.GetDuration();
-    if (llDuration <= 0) return 0;
-    return static_cast<std::int64_t>(8.0 * static_cast<double>(description.llLength) * kTicksPerSecond /
-                                     static_cast<double>(llDuration));
+    const std::int64_t llMicroseconds = GetMicroseconds(description);
+    return llMicroseconds <= 0 ? 0
+                               : static_cast<std::int64_t>(8e6 * static_cast<double>(description.llLength) /
+                                                           static_cast<double>(llMicroseconds));
 }
 
 nlohmann::ordered_json ToJson(const SourceDescription& description, const std::string& strFile) {
@@ -231,7 +242,8 @@ nlohmann::ordered_json ToJson(const SourceDescription& description, const std::s
     format["format_name"] = kFormats.at(static_cast<std::size_t>(description.container));
     format["format_long_name"] = GetContainerName(description);
     if (description.GetStart() >= 0) format["start_time"] = ToSeconds(description.GetStart(), 6);
-    if (description.GetDuration() >= 0) format["duration"] = ToSeconds(description.GetDuration(), 6);
+    if (const std::int64_t ll = GetMicroseconds(description); ll >= 0)
+        format["duration"] = Format("%" PRId64 ".%06" PRId64, ll / 1000000, ll % 1000000);
     if (description.llLength) format["size"] = std::to_string(description.llLength);
     if (GetBitRate(description)) format["bit_rate"] = std::to_string(GetBitRate(description));
     return {{"streams", streams}, {"format", format}};

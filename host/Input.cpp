@@ -74,6 +74,34 @@ std::uint32_t MeasureBitRate(const SourceDescription& description) {
     return bKnown ? static_cast<std::uint32_t>(llBitRate) : description.nMuxRate;
 }
 
+/// @param isUsable  whether the input is what is wanted.
+template <class IsUsable>
+Input OpenAndProbe(const std::filesystem::path& path, EAccess access, bool bDescribe, IsUsable isUsable) {
+    Input input = OpenReader(path, access);
+    CStreamTypeProbe probe;
+    probe.SetReader(input.pReader.Get());
+    input.nClass = probe.Probe();
+    input.llLength = probe.GetTotalLength();
+    if (input.llLength == 0) {
+        CheckReadErrors(input);
+        Fail(input.path, "the file is empty");
+    }
+    if (bDescribe) {
+        input.description = Describe(*input.pReader.Get());
+        input.nClass = GetAssumedClass(input);
+    }
+    if (!input.pReader->IsSeekable()) input.llLength = 0;
+    if (!isUsable(input)) {
+        CheckReadErrors(input);
+        Fail(input.path,
+             std::string(bDescribe ? "" : "class 6, ") + "not recognised; missing: " + probe.GetMissing());
+    }
+    input.nVideoStreamType = probe.GetVideoStreamType();
+    if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
+    if (bDescribe) input.nBitRate = MeasureBitRate(input.description);
+    return input;
+}
+
 }  // namespace
 
 const char* GetClassName(int nClass) {
@@ -90,29 +118,13 @@ const char* GetClassName(int nClass) {
 }
 
 Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe) {
-    Input input = OpenReader(path, access);
-    CStreamTypeProbe probe;
-    probe.SetReader(input.pReader.Get());
-    input.nClass = probe.Probe();
-    input.llLength = probe.GetTotalLength();
-    if (input.llLength == 0) {
-        CheckReadErrors(input);
-        Fail(input.path, "the file is empty");
-    }
-    if (bDescribe) {
-        input.description = Describe(*input.pReader.Get());
-        input.nClass = GetAssumedClass(input);
-    }
-    if (!input.pReader->IsSeekable()) input.llLength = 0;
-    if (input.nClass == kClassNotRecognised) {
-        CheckReadErrors(input);
-        Fail(input.path,
-             std::string(bDescribe ? "" : "class 6, ") + "not recognised; missing: " + probe.GetMissing());
-    }
-    input.nVideoStreamType = probe.GetVideoStreamType();
-    if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
-    if (bDescribe) input.nBitRate = MeasureBitRate(input.description);
-    return input;
+    return OpenAndProbe(path, access, bDescribe,
+                        [](const Input& input) { return input.nClass != kClassNotRecognised; });
+}
+
+Input DescribeInput(const std::filesystem::path& path, EAccess access) {
+    return OpenAndProbe(path, access, true,
+                        [](const Input& input) { return !input.description.streams.empty(); });
 }
 
 bool IsProgramStream(const Input& input) {

@@ -32,6 +32,9 @@ enum class EAccess {
 /// @param bDescribe  it is described as well, and recognised by that where the probe does not: program streams
 ///                   without a program stream map. Its bit rate is then the measured one, where it can be.
 Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe = false);
+/// The same with a description, for those who want no more: also for a stream that the filter does not take, which
+/// has class 6.
+Input DescribeInput(const std::filesystem::path& path, EAccess access);
 
 /// Whether the input is an MPEG-2 program stream, whose demuxer reads it itself.
 bool IsProgramStream(const Input& input);

@@ -52,12 +52,14 @@ std::string DescribeText(const SourceDescription& description) {
 }
 
 std::string MakeText(const ProbeOptions& options) {
-    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
-    if (options.bPlain) return options.bJson ? ToJson(input) : ToText(input);
-    if (!options.bJson) return DescribeText(input.description);
-    return ToJson(input.description, options.strFile)
-               .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
-           "\n";
+    if (options.bPlain) {
+        const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
+        return options.bJson ? ToJson(input) : ToText(input);
+    }
+    const SourceDescription description = DescribeInput(options.strFile, EAccess::FileOrPipe).description;
+    if (!options.bJson) return DescribeText(description);
+    constexpr auto kOnOddNames = nlohmann::json::error_handler_t::replace;
+    return ToJson(description, options.strFile).dump(-1, ' ', false, kOnOddNames) + "\n";
 }
 
 }  // namespace

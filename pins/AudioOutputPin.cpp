@@ -27,6 +27,41 @@ CMediaType MakeAudioType() {
     return type;
 }
 
+/// Bytes of a frame when all have the same number of them, else 1.
+WORD GetBlockAlign(const AudioFormat& audio) {
+    const std::uint64_t nSlotSize = audio.nLayer == 1 ? 4 : 1;
+    const std::uint64_t nSlots = audio.nFrameSamples / 8 / nSlotSize * std::uint64_t{audio.nBitRate};
+    return nSlots == 0 || nSlots % audio.nSamplingRate
+               ? WORD{1}
+               : static_cast<WORD>(nSlots / audio.nSamplingRate * nSlotSize);
+}
+
+/// What the first header of the stream says. The header's codes are bits or count from 1 in the record.
+CMediaType MakeTrueAudioType(const AudioFormat& audio) {
+    constexpr WORD kPrivate = 1, kCopyright = 2, kOriginal = 4, kProtection = 8, kMpeg1 = 16;  // ACM_MPEG_...
+    const auto Bit = [](unsigned n) { return static_cast<WORD>(1U << n); };
+    MPEG1WAVEFORMAT format{};
+    format.wfx.wFormatTag = WAVE_FORMAT_MPEG;
+    format.wfx.nChannels = static_cast<WORD>(audio.nChannels);
+    format.wfx.nSamplesPerSec = audio.nSamplingRate;
+    format.wfx.nAvgBytesPerSec = audio.nBitRate / 8;
+    format.wfx.nBlockAlign = GetBlockAlign(audio);
+    format.wfx.cbSize = 22;
+    format.fwHeadLayer = Bit(audio.nLayer - 1U);
+    format.dwHeadBitrate = audio.nBitRate;
+    format.fwHeadMode = Bit(audio.nMode);
+    format.fwHeadModeExt = Bit(audio.nModeExtension);
+    format.wHeadEmphasis = static_cast<WORD>(audio.nEmphasis + 1U);
+    format.fwHeadFlags =
+        static_cast<WORD>((audio.bPrivate ? kPrivate : 0) | (audio.bCopyright ? kCopyright : 0) |
+                          (audio.bOriginal ? kOriginal : 0) | (audio.bProtected ? kProtection : 0) |
+                          (audio.nVersion == 1 ? kMpeg1 : 0));
+    CMediaType type(MEDIATYPE_Audio, MEDIASUBTYPE_MPEG1AudioPayload);
+    type.SetFormatType(FORMAT_WaveFormatEx);
+    type.SetFormat(format);
+    return type;
+}
+
 }  // namespace
 
 CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxFilterSite* pSite,
@@ -44,12 +79,21 @@ CKestDemux2AudioOutputPin::CKestDemux2AudioOutputPin(CPinOwner* pFilter, IDemuxF
 
 HRESULT CKestDemux2AudioOutputPin::SetOfferedType(const AM_MEDIA_TYPE& type) {
     CAutoLock lock(*m_pLock);
+    m_bByHost = true;
     return m_mtOffered.Set(type);
+}
+
+CMediaType CKestDemux2AudioOutputPin::GetOfferedType() const {
+    const StreamDescription* pStream =
+        m_bByHost ? nullptr : m_pDemuxFilter->GetDescription(EStreamKind::Audio);
+    return pStream && pStream->codec == ECodec::MpegAudio && pStream->audio.nLayer
+               ? MakeTrueAudioType(pStream->audio)
+               : m_mtOffered;
 }
 
 HRESULT CKestDemux2AudioOutputPin::CheckMediaType(const CMediaType& type) {
     CAutoLock lock(*m_pLock);
-    if (!m_pDemuxFilter->IsInputConnected() || !(type == m_mtOffered)) return S_FALSE;
+    if (!m_pDemuxFilter->IsInputConnected() || !(type == GetOfferedType())) return S_FALSE;
     const bool bAudio =
         type.Subtype() == MEDIASUBTYPE_MPEG1Audio || type.Subtype() == MEDIASUBTYPE_MPEG1AudioPayload;
     return type.Type() == MEDIATYPE_Audio && bAudio ? S_OK : S_FALSE;
@@ -59,7 +103,7 @@ HRESULT CKestDemux2AudioOutputPin::GetMediaType(int n, CMediaType& type) {
     if (n < 0) return E_INVALIDARG;
     if (n > 0) return VFW_S_NO_MORE_ITEMS;
     CAutoLock lock(*m_pLock);
-    return type.Set(m_mtOffered);
+    return type.Set(GetOfferedType());
 }
 
 HRESULT CKestDemux2AudioOutputPin::DeliverNewSegment(REFERENCE_TIME rtStart, REFERENCE_TIME rtStop,

@@ -4,8 +4,8 @@
 
 namespace kest {
 
-/// The pin "Audio Output": one or more compressed audio frames a sample. It has one media type: MPEG-1 audio,
-/// unless the host has set another.
+/// The pin "Audio Output": one or more compressed audio frames a sample. It has one media type: that which
+/// the host has set; else the stream's own, with the switch TrueTypes; else MPEG-1 audio of a fixed format.
 class CKestDemux2AudioOutputPin final : public CDemuxOutputPin {
 public:
     /// @param pFilter, pSite  the filter.
@@ -27,7 +27,10 @@ public:
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
 private:
-    CMediaType m_mtOffered;  // the one type; under the pin lock
+    CMediaType GetOfferedType() const;
+
+    CMediaType m_mtOffered;  // the one type, unless the stream's own is known; under the pin lock
+    bool m_bByHost = false;  // the host has set it; under the pin lock
 };
 
 }  // namespace kest

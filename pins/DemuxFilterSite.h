@@ -5,6 +5,7 @@
 
 #include "control/KestDemux2Control.h"
 #include "demux/Mpeg1SequenceHeader.h"
+#include "demux/SourceDescription.h"
 #include "pins/WorkingMode.h"
 #include "platform/api/Interfaces.h"
 
@@ -26,6 +27,9 @@ public:
     virtual bool IsPushSource() const = 0;
     /// Bits per second of the source, as the probe derived them; 0 when unknown.
     virtual std::uint32_t GetBitRate() const = 0;
+    /// What the stream of a pin says of itself, known with the switch TrueTypes; else null. To be called with the
+    /// filter's pin lock held, and valid as long.
+    virtual const StreamDescription* GetDescription(EStreamKind kind) const = 0;
     /// Picture size to offer before the stream has given one, in pixels.
     virtual int GetDefaultWidth() const = 0;
     virtual int GetDefaultHeight() const = 0;

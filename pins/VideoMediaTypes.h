@@ -2,7 +2,10 @@
 
 #include <cstdint>
 
+#include <optional>
+
 #include "demux/Mpeg1SequenceHeader.h"
+#include "demux/SourceDescription.h"
 #include "graph/MediaType.h"
 
 namespace kest {
@@ -21,5 +24,9 @@ CMediaType MakeMpeg4VideoType(int nWidth, int nHeight);
 CMediaType MakeMpeg2VideoType();
 /// For MPEG-1 video in system streams, with the picture size and the bit rate that the sequence header says.
 CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header);
+
+/// The type of a stream by its own headers: size, aspect, frame rate, bit rate, profile and level, sequence header.
+/// @return nothing when its headers are not known, or it is none of these three.
+std::optional<CMediaType> MakeTrueVideoType(const StreamDescription& stream);
 
 }  // namespace kest

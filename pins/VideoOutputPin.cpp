@@ -51,21 +51,32 @@ HRESULT CKestDemux2VideoOutputPin::CheckMediaType(const CMediaType& type) {
 HRESULT CKestDemux2VideoOutputPin::GetMediaType(int n, CMediaType& type) {
     if (n < 0) return E_INVALIDARG;
     if (n > 0) return VFW_S_NO_MORE_ITEMS;
-    CMediaType offered;
-    switch (FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).videoType) {
+    CAutoLock lock(*m_pLock);
+    const std::optional<CMediaType> offered = GetOfferedType();
+    if (!offered) return E_INVALIDARG;
+    if (!IsConnected())
+        m_mt = *offered;  // what is offered is the pin's type until a connection fixes another
+    return type.Set(*offered);
+}
+
+/// @return nothing: there is no stream.
+std::optional<CMediaType> CKestDemux2VideoOutputPin::GetOfferedType() const {
+    const EVideoType kind = FindWorkingMode(m_pDemuxFilter->GetWorkingMode()).videoType;
+    const StreamDescription* pStream = m_pDemuxFilter->GetDescription(EStreamKind::Video);
+    if (kind != EVideoType::None && pStream) {
+        if (auto type = MakeTrueVideoType(*pStream)) return type;
+    }
+    switch (kind) {
         case EVideoType::Mpeg4: {
             const bool bLive = m_pDemuxFilter->IsPushSource();
-            offered = MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
-                                         bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight());
-            break;
+            return MakeMpeg4VideoType(bLive ? kLiveWidth : m_pDemuxFilter->GetDefaultWidth(),
+                                      bLive ? kLiveHeight : m_pDemuxFilter->GetDefaultHeight());
         }
-        case EVideoType::Mpeg2: offered = MakeMpeg2VideoType(); break;
-        case EVideoType::Mpeg1: offered = MakeMpeg1VideoType(m_pDemuxFilter->GetSequenceHeader()); break;
-        case EVideoType::None: return E_INVALIDARG;
+        case EVideoType::Mpeg2: return MakeMpeg2VideoType();
+        case EVideoType::Mpeg1: return MakeMpeg1VideoType(m_pDemuxFilter->GetSequenceHeader());
+        case EVideoType::None: break;
     }
-    CAutoLock lock(*m_pLock);
-    if (!IsConnected()) m_mt = offered;  // what is offered is the pin's type until a connection fixes another
-    return type.Set(offered);
+    return std::nullopt;
 }
 
 // ---------------- seeking

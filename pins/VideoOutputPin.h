@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "pins/DemuxOutputPin.h"
 #include "pins/PinSeeking.h"
 
@@ -42,6 +44,7 @@ public:
     HRESULT STDMETHODCALLTYPE Notify(IBaseFilter* pSelf, Quality q) override;
 
 private:
+    std::optional<CMediaType> GetOfferedType() const;
     HRESULT NotifyElementaryStream(const Quality& q);
 
     CComPtr<IAsyncReader> m_pAsyncReader;  // of the input; null without a pull source

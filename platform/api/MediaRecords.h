@@ -125,6 +125,9 @@ struct MPEG1WAVEFORMAT {
 
 constexpr WORD WAVE_FORMAT_MPEG = 0x0050;
 
+constexpr DWORD AMINTERLACE_IsInterlaced = 0x0001;
+constexpr DWORD AMINTERLACE_DisplayModeBobOrWeave = 0x0080;
+
 constexpr GUID MEDIATYPE_Stream = {
     0xE436EB83, 0x524F, 0x11CE, {0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 constexpr GUID MEDIATYPE_Video = {

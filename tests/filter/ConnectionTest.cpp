@@ -111,7 +111,7 @@ TEST_F(FilterConnection, SourceFindsThePositionOfEveryTime) {
         CSource source;
         m_pSource->m_pin.m_pReader = MakeStream(nMuxRate);
         source.Connect(&m_pSource->m_pin);
-        source.ClassifyStream(false);
+        source.ClassifyStream(false, false);
         EXPECT_EQ(position, source.FindPosition(rt)) << rt;
     }
 }

@@ -40,10 +40,15 @@ public:
 
     // ---------------- making and connecting
 
+    /// Whether the output pins of a filter that is opened say what their streams are.
+    void SetTrueTypes(bool bOn) { m_bTrueTypes = bOn; }
+
     /// Loads a file and connects the source with the filter. @return the result of the connection.
     HRESULT Open(const std::wstring& wszFile) {
         const auto pSource = Add(CLSID_AsyncReader);
         m_pFilter = Add(kFilterClass);
+        const auto pSwitches = Query<IKestDemux2Control2>(m_pFilter, IID_IKestDemux2Control2);
+        RequireOk(pSwitches->put_Switch(ESwitch::TrueTypes, m_bTrueTypes), "true types");
         RequireOk(Query<IFileSourceFilter>(pSource)->Load(wszFile.c_str(), nullptr), "the file");
         return m_pGraph->ConnectDirect(GetPin(pSource, kSourceOutput).Get(), GetPin(m_pFilter, kInput).Get(),
                                        nullptr);
@@ -203,6 +208,7 @@ private:
     const CComPtr<IMediaControl> m_pControl = Query<IMediaControl>(m_pGraph);
     const CComPtr<IMediaSeeking> m_pSeeking = Query<IMediaSeeking>(m_pGraph);
     CComPtr<IBaseFilter> m_pFilter;         // the one under test
+    bool m_bTrueTypes = false;  // see SetTrueTypes
     CComPtr<IBaseFilter> m_pVideoRenderer;  // behind the video's grabber
 };
 

@@ -157,8 +157,10 @@ std::string CheckMerit(const std::wstring& wszFile, const std::wstring&) {
 }
 
 /// The host's audio decoder, where it has one, makes PCM of what the audio pin delivers.
-std::string CheckDecoder(const std::wstring& wszFile, const std::wstring&) {
+/// @param wszTrueTypes  not empty: the audio pin says what the stream is.
+std::string CheckDecoder(const std::wstring& wszFile, const std::wstring& wszTrueTypes) {
     CModuleGraph graph;
+    graph.SetTrueTypes(!wszTrueTypes.empty());
     CComPtr<IBaseFilter> pDecoder;
     CoCreateInstance(CLSID_CMpegAudioCodec, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(pDecoder.Put()));
     graph.Build(wszFile, pDecoder);

@@ -119,6 +119,9 @@ public:
     bool IsInputConnected() const override { return m_bInputConnected; }
     bool IsPushSource() const override { return m_bPush; }
     std::uint32_t GetBitRate() const override { return m_nBitRate; }
+    const StreamDescription* GetDescription(EStreamKind kind) const override {
+        return m_description.FindStream(kind);
+    }
     int GetDefaultWidth() const override { return 640; }
     int GetDefaultHeight() const override { return 360; }
     bool IsActive() const override { return m_bActive; }
@@ -139,6 +142,7 @@ public:
     void DoSingleStep(const std::function<bool()>&) override { ++m_nSteps; }
 
     CCritSec m_csPins;
+    SourceDescription m_description;
     std::array<std::int32_t, kSwitchTable.size()> m_anSwitches = [] {
         std::array<std::int32_t, kSwitchTable.size()> an;
         for (std::size_t i = 0; i < an.size(); ++i) an[i] = kSwitchTable[i].nDefault;
