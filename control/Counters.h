@@ -9,18 +9,19 @@ struct STREAM_COUNTERS {
     std::uint64_t nPackets = 0;          // PES packets, or packets of an MPEG-1 system stream
     std::uint64_t nFramesQueued = 0;     // given to the pin's queue
     std::uint64_t nFramesDelivered = 0;  // samples that went downstream
-    std::uint64_t nFramesCut = 0;        // those of the queued ones that were longer than their block
+    std::uint64_t nFramesCut = 0;        // of the queued ones, those that were longer than they may be
     std::uint64_t nFramesLost = 0;       // begun, and dropped before they were queued
     std::uint64_t llBytesCut = 0;        // payload that the cut frames lost
     std::uint64_t llBytesLost = 0;       // payload of the lost frames, and what was in no frame
     std::uint64_t nDiscontinuities =
-        0;  // frames that were queued with a mark that others before them are missing
+        0;  // of the queued ones, those that say that others before them are missing; but
+            // the first of all
 
     bool operator==(const STREAM_COUNTERS&) const = default;
 };
 
-/// What has become of the input since the filter was connected. The thread that works counts, and publishes its
-/// numbers a few times a second and when it has nothing to do.
+/// What has become of the input since the filter was connected. The threads that work count, each its own numbers, which
+/// can be read at any time; while they work, numbers may be of different moments.
 struct COUNTERS {
     std::uint64_t llBytesRead = 0;     // bytes that the demuxer has taken from its source
     std::uint64_t nPacks = 0;          // pack headers, or transport packets

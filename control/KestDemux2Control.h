@@ -136,7 +136,7 @@ struct IKestDemux2Control2 : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE get_Switch(ESwitch nSwitch, std::int32_t* pnValue) = 0;
     /// @return E_INVALIDARG: no such switch, or no such value of it.
     virtual HRESULT STDMETHODCALLTYPE put_Switch(ESwitch nSwitch, std::int32_t nValue) = 0;
-    /// The counters as they were published last; all zero before the first start. @return E_POINTER.
+    /// The counters; all zero without a connection. @return E_POINTER.
     virtual HRESULT STDMETHODCALLTYPE get_Counters(COUNTERS* pCounters) = 0;
 
 protected:

@@ -1,8 +1,24 @@
 #include "demux/DemuxWorker.h"
 
+#include <algorithm>
+
 #include "platform/DebugText.h"
 
 namespace kest {
+namespace {
+
+STREAM_COUNTERS MakeStreamCounters(std::uint64_t nPackets, const FrameCounters& frames) {
+    return {.nPackets = nPackets,
+            .nFramesQueued = frames.nQueued,
+            .nFramesDelivered = 0,
+            .nFramesCut = frames.nCut,
+            .nFramesLost = frames.nLost,
+            .llBytesCut = frames.llBytesCut,
+            .llBytesLost = frames.llBytesLost,
+            .nDiscontinuities = frames.nDiscontinuities};
+}
+
+}  // namespace
 
 CDemuxWorker::CDemuxWorker(const DemuxSizes& sizes)
     : m_video(sizes.video), m_audio(sizes.audio), m_sizes(sizes) {}
@@ -93,6 +109,21 @@ bool CDemuxWorker::HasTakenAll() const {
 void CDemuxWorker::SetSettings(const ParseSettings& settings) {
     m_settings = settings;
     m_pParser->SetSettings(settings);
+    m_video.SetLimits(settings.nVideoBlockSize, settings.bDrain);
+    m_audio.SetLimits(0, settings.bDrain);
+    if (m_pTrickPlay) EnableTrickPlay();
+}
+
+COUNTERS CDemuxWorker::GetCounters() const {
+    const ParseCounters& parsed = m_pParser->GetCounters();
+    return {.llBytesRead = m_pulled.CountBytesRead() + m_pushed.CountBytesRead(),
+            .nPacks = parsed.nPacks,
+            .nOtherPackets = parsed.nOtherPackets,
+            .nResyncs = parsed.nResyncs,
+            .llBytesSkipped = parsed.llBytesSkipped,
+            .nResets = 0,
+            .video = MakeStreamCounters(parsed.nVideoPackets, m_video.GetCounters()),
+            .audio = MakeStreamCounters(parsed.nAudioPackets, m_audio.GetCounters())};
 }
 
 void CDemuxWorker::Reset() {
@@ -196,9 +227,10 @@ void CDemuxWorker::OnNoData() {
     m_evStop.Wait(kPauseMs);
 }
 
-/// Who pushes ends the streams himself.
+/// Who pushes ends the streams himself. An input that cannot be padded has more by now, and has not ended.
 void CDemuxWorker::OnEnd() {
-    if (m_settings.bDrain && m_input.Pad()) {
+    if (m_settings.bDrain) {
+        if (!m_input.Pad()) return;
         m_pParser->Drain();
         m_input.Drop();
     }
@@ -213,7 +245,8 @@ void CDemuxWorker::OnEnd() {
 
 void CDemuxWorker::EnableTrickPlay() {
     ITrickPlayHost& host = *this;
-    m_pTrickPlay = std::make_unique<CTrickPlay>(host, m_sizes.video.nMaxFrame);
+    m_pTrickPlay =
+        std::make_unique<CTrickPlay>(host, std::max(m_sizes.video.nMaxFrame, m_settings.nVideoBlockSize));
 }
 
 /// One step; what is pushed plays at the normal rate alone.
@@ -242,7 +275,8 @@ bool CDemuxWorker::Read(std::int64_t llPosition, std::span<std::uint8_t> room) {
 }
 
 void CDemuxWorker::Deliver(Bytes frame, const FRAME_INFO& info) {
-    m_video.GetQueue().WriteEx(frame, &info, kInfinite, m_nFrameGeneration);
+    if (m_video.GetQueue().WriteEx(frame, &info, kInfinite, m_nFrameGeneration) > 0)
+        m_video.CountQueued(info);
 }
 
 }  // namespace kest

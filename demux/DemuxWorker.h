@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "control/Counters.h"
 #include "demux/FrameOutput.h"
 #include "demux/PulledSource.h"
 #include "demux/PushedSource.h"
@@ -59,8 +60,11 @@ public:
     /// The thread has taken what there is, or has ended: of a pulled source, and of what was pushed before `EndInput`,
     /// to the end; else all that it can parse without more. For the thread that pushes.
     bool HasTakenAll() const;
-    /// Extensions, for the runs that follow. Not during a run.
+    /// Extensions, for the runs that follow. Not during a run. Throws for want of memory.
     void SetSettings(const ParseSettings& settings);
+    /// What has become of the input since the demuxer was made. What it does not know, deliveries and resets that
+    /// restart it, is 0. Any thread.
+    COUNTERS GetCounters() const;
     /// Asks for a fresh start: what has come so far and is not queued is dropped, and the next frames begin
     /// with what comes after. What is pushed before this call counts as before, what is pushed afterwards is
     /// kept. The thread does it before its next unit, so that a frame that it has just ended may still be

@@ -24,6 +24,7 @@ void CElementaryStreamFramer::Reset() {
 }
 
 bool CElementaryStreamFramer::Push(Bytes data, CBlockMemFileEx& queue) {
+    m_llBytes += data.size();
     std::size_t nBegin = 0;  // first byte that is not in the accumulator
     for (std::size_t i = 0; (i = FindCodeEnd(data, i)) < data.size();) {
         ++i;
@@ -74,6 +75,9 @@ bool CElementaryStreamFramer::Deliver(CBlockMemFileEx& queue) {
     const FRAME_INFO info{};
     const std::size_t nExpected = std::min<std::size_t>(unit.size(), queue.GetBlockSize());
     if (queue.WriteEx(unit, &info, kInfinite) < static_cast<int>(nExpected)) return false;
+    ++m_counters.nQueued;
+    if (unit.size() > nExpected) ++m_counters.nCut;
+    m_counters.llBytesCut += unit.size() - nExpected;
     m_pFrameAcc->Consume(static_cast<std::int32_t>(unit.size()));
     return true;
 }

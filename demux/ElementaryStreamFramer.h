@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "demux/BigEndian.h"
+#include "demux/ParseCounters.h"
 #include "plumbing/BlockMemFile.h"
 #include "plumbing/FrameAccumulator.h"
 
@@ -15,10 +16,16 @@ namespace kest {
 /// stream to the next.
 ///
 /// A unit ends at the start code behind its plane, so that the last one of a stream stays behind. A sequence
-/// end code behind a plane is left out. Bytes that would make a unit longer than 524288 are left out, as many
+/// end code behind a plane is left out. Bytes that would make a unit longer than it may be are left out, as many
 /// as come at a time, and a unit that is longer than a block of the queue is cut to the block.
 class CElementaryStreamFramer {
 public:
+    static constexpr std::uint32_t kMaxUnit = 524288;
+
+    /// @param nMaxUnit  bytes of the longest unit.
+    explicit CElementaryStreamFramer(std::uint32_t nMaxUnit = kMaxUnit)
+        : m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
+
     /// Forgets what came so far.
     void Reset();
     /// Takes the next part of the stream and puts every unit that ends in it into the queue, waiting without
@@ -26,6 +33,9 @@ public:
     /// emptied meanwhile, the unit is kept, and the bytes behind its end are dropped.
     /// @return false in that case.
     bool Push(Bytes data, CBlockMemFileEx& queue);
+    /// What has become of the units, and the bytes that have come, since it was made. Any thread.
+    const FrameCounters& GetCounters() const { return m_counters; }
+    std::uint64_t CountBytes() const { return m_llBytes; }
 
 private:
     static constexpr std::uint32_t kNoCode = 0xFFFFFFFF;
@@ -34,11 +44,12 @@ private:
     bool IsUnitEnd();
     bool Deliver(CBlockMemFileEx& queue);
 
-    std::uint32_t m_dwStartCode = kNoCode;  // the last four bytes, most recent lowest
-    const std::unique_ptr<CFrameAccumulator> m_pFrameAcc =
-        std::make_unique<CFrameAccumulator>(524288);  // the unit that is being assembled
-    bool m_bInVop = false;                            // inside a plane
+    std::uint32_t m_dwStartCode = kNoCode;                 // the last four bytes, most recent lowest
+    const std::unique_ptr<CFrameAccumulator> m_pFrameAcc;  // the unit that is being assembled
+    bool m_bInVop = false;                                 // inside a plane
     bool m_bHeaderSeen = false;  // a start code other than a plane's came since the last cut
+    FrameCounters m_counters;    // see GetCounters
+    CCount m_llBytes;          // see CountBytes
 };
 
 }  // namespace kest

@@ -29,8 +29,10 @@ std::uint32_t CPulledSource::Fetch(const FetchRequest& request) {
 }
 
 bool CPulledSource::Read(std::int64_t llPosition, std::span<std::uint8_t> room) {
-    return m_bOpen &&
-           m_pReader.load()->SyncRead(llPosition, static_cast<LONG>(room.size()), room.data()) == S_OK;
+    const bool bRead = m_bOpen && m_pReader.load()->SyncRead(llPosition, static_cast<LONG>(room.size()),
+                                                             room.data()) == S_OK;
+    if (bRead) m_llBytesRead += room.size();
+    return bRead;
 }
 
 }  // namespace kest

@@ -5,6 +5,7 @@
 
 #include "demux/ByteSource.h"
 #include "platform/api/AsyncReader.h"
+#include "plumbing/Count.h"
 
 namespace kest {
 
@@ -32,11 +33,14 @@ public:
     std::uint32_t Fetch(const FetchRequest& request) override;
     /// Reads all bytes of `room` from a file offset on; only when it has a reader. @return whether it could.
     bool Read(std::int64_t llPosition, std::span<std::uint8_t> room);
+    /// Bytes that it has read so far. Any thread.
+    std::uint64_t CountBytesRead() const { return m_llBytesRead; }
 
 private:
     std::atomic<IAsyncReader*> m_pReader{nullptr};  // borrowed; none: the demuxer does not read itself
     std::atomic<std::int64_t> m_llEnd{0};           // see SetEnd
     std::atomic<bool> m_bOpen{false};               // see Open
+    CCount m_llBytesRead;                           // see CountBytesRead
 };
 
 }  // namespace kest

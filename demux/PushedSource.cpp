@@ -78,8 +78,9 @@ std::uint32_t CPushedSource::Fetch(const FetchRequest& request) {
         std::min<std::size_t>({m_pRing->GetAvailable(m_nReader), request.room.size(), m_nMaxChunk});
     if (!bLast) nTaken = nTaken < nNeeded ? 0 : nTaken - nTaken % m_nReadUnit;
     if (nTaken == 0) return 0;
-    return static_cast<std::uint32_t>(
-        std::max(0, m_pRing->ReadTimed(m_nReader, request.room.first(nTaken), 0)));
+    const int nRead = std::max(0, m_pRing->ReadTimed(m_nReader, request.room.first(nTaken), 0));
+    m_llBytesRead += static_cast<std::uint64_t>(nRead);
+    return static_cast<std::uint32_t>(nRead);
 }
 
 }  // namespace kest

@@ -8,6 +8,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/ByteSource.h"
+#include "plumbing/Count.h"
 #include "plumbing/PushGate.h"
 #include "plumbing/RingBuffer.h"
 
@@ -57,6 +58,8 @@ public:
 
     /// Waits without limit until the missing bytes are there, the input has ended, or the ring is closed or flushed.
     std::uint32_t Fetch(const FetchRequest& request) override;
+    /// Bytes that it has fetched so far. Any thread.
+    std::uint64_t CountBytesRead() const { return m_llBytesRead; }
 
 private:
     int WriteChunk(Bytes chunk);
@@ -72,6 +75,7 @@ private:
     std::atomic<std::uint32_t> m_nAwaited{0};  // bytes that Fetch waits for; 0: it does not wait
     std::mutex m_mutex;                        // keeps a flush and a fetch apart
     std::atomic<bool> m_bFlushed{false};       // flushed since the last `Accept`
+    CCount m_llBytesRead;                      // see CountBytesRead
 };
 
 template <class IsWanted>

@@ -18,7 +18,7 @@ void CStreamInput::SeekTo(std::int64_t llPosition) {
 }
 
 void CStreamInput::Drop() {
-    if (m_bPadded) m_llEnd -= m_nEnd - m_nOwnEnd;
+    if (m_bPadded) m_llEnd = m_llOwnEnd;
     m_bPadded = false;
     m_nBegin = m_nEnd = 0;
 }
@@ -72,6 +72,7 @@ bool CStreamInput::Pad() {
     }
     m_bPadded = true;
     m_nOwnEnd = m_nEnd;
+    m_llOwnEnd = m_llEnd;
     return true;
 }
 

@@ -14,7 +14,8 @@ namespace kest {
 /// Used by one thread.
 class CStreamInput {
 public:
-    static constexpr std::uint32_t kMaxPeek = 65536;  // most bytes that can be asked for at a time
+    /// Most bytes that can be asked for at a time: a PES packet of any length, with its stream_id.
+    static constexpr std::uint32_t kMaxPeek = 65552;
 
     CStreamInput();
 
@@ -54,6 +55,8 @@ public:
     Bytes TrimPadding(Bytes bytes) const;
     /// The next byte is padding: the source has been parsed to its end.
     bool IsAtPadding() const { return m_bPadded && m_nBegin >= m_nOwnEnd; }
+    /// None of the source has been passed over: not by `SeekTo`, `Skip` or `Drop`.
+    bool IsAtBeginning() const { return m_llEnd - (m_nEnd - m_nBegin) == 0; }
     /// Offset in the source of the byte nBefore bytes before the next one; 0 in a source without positions.
     std::int64_t GetPosition(std::uint32_t nBefore) const {
         return m_bPositioned ? m_llEnd - (m_nEnd - m_nBegin) - nBefore : 0;  // also of padding
@@ -75,6 +78,7 @@ private:
     bool m_bPositioned = false;                  // see SetSource
     bool m_bPadded = false;                      // see Pad
     std::uint32_t m_nOwnEnd = 0;                 // index behind the source's last byte when padded
+    std::int64_t m_llOwnEnd = 0;                 // its offset in the source, the same
 };
 
 }  // namespace kest

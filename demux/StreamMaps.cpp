@@ -8,7 +8,10 @@
 
 namespace kest {
 
-void CStreamMaps::InitStreamMaps() {
+void CStreamMaps::InitStreamMaps(const ParseSettings& settings) {
+    m_settings = settings;
+    m_listed = {};
+    m_bAudioListed = m_bVideoListed = false;
     m_active.fill(kIgnore);
     m_active[kFirstAudioStreamId] = kAudio;
     m_active[kFirstVideoStreamId] = kVideo;
@@ -23,8 +26,20 @@ std::uint8_t CStreamMaps::ClassifyStreamId(std::uint8_t nStreamId) const {
         case kSystemHeaderId:
         case kProgramStreamMapId:
         case kPaddingStreamId: return nStreamId;
-        default: return m_active[nStreamId];
+        default: break;
     }
+    const std::uint8_t nCategory = m_active[nStreamId];
+    return nCategory == kIgnore && !m_listed[nStreamId] ? AssumeCategory(nStreamId) : nCategory;
+}
+
+std::uint8_t CStreamMaps::AssumeCategory(std::uint8_t nStreamId) const {
+    constexpr std::uint8_t kAudioMask = 0xE0, kVideoMask = 0xF0;
+    const bool bAudio = (nStreamId & kAudioMask) == kFirstAudioStreamId;
+    const bool bVideo = (nStreamId & kVideoMask) == kFirstVideoStreamId;
+    const bool bAssume = m_settings.bAssumeMap;
+    if (bAudio && ((bAssume && !m_bAudioListed) || nStreamId == m_settings.nAudioStream)) return kAudio;
+    if (bVideo && ((bAssume && !m_bVideoListed) || nStreamId == m_settings.nVideoStream)) return kVideo;
+    return kIgnore;
 }
 
 void CStreamMaps::ApplyMap(Bytes map) {
@@ -50,6 +65,7 @@ void CStreamMaps::ApplyMap(Bytes map) {
 }
 
 void CStreamMaps::StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId) {
+    m_listed[nStreamId] = true;
     switch (nStreamType) {
         case kStreamTypeMpeg1Audio:
         case kStreamTypeMpeg2Audio:
@@ -60,6 +76,7 @@ void CStreamMaps::StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId) {
         case 0x99:
             m_staged[nStreamId] = kAudio;
             m_nAudioStreamType = nStreamType;
+            m_bAudioListed = true;
             if (nStreamId != kFirstAudioStreamId) Trace("0C");
             return;
         case kStreamTypeMpeg1Video:
@@ -67,6 +84,7 @@ void CStreamMaps::StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId) {
         case kStreamTypeMpeg4Video:
             m_staged[nStreamId] = kVideo;
             m_nVideoStreamType = nStreamType;
+            m_bVideoListed = true;
             if (nStreamId != kFirstVideoStreamId) Trace("0E");
             return;
         default: m_staged[nStreamId] = kIgnore;

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "demux/BigEndian.h"
+#include "demux/ParseSettings.h"
 
 namespace kest {
 
@@ -19,8 +20,11 @@ public:
     static constexpr std::uint8_t kVideo = 0x50;
     static constexpr std::uint8_t kAudio = 0xA0;
 
-    /// Sets both tables to the defaults: 0xC0 is audio, 0xE0 is video, all else is ignored.
-    void InitStreamMaps();
+    /// Sets both tables to the defaults: 0xC0 is audio, 0xE0 is video, all else is ignored. No id has been listed.
+    /// @param settings  an id that no map has listed is what its number says, 0xC0 to 0xDF audio and 0xE0 to 0xEF
+    ///                  video, when it is the stream that was chosen; with bAssumeMap also as long as no map has listed
+    ///                  a stream of this kind.
+    void InitStreamMaps(const ParseSettings& settings = {});
     /// The category of a stream_id.
     std::uint8_t ClassifyStreamId(std::uint8_t nStreamId) const;
     /// Takes the entries of a program stream map into the staged table. A map whose lengths do not add up
@@ -35,11 +39,16 @@ public:
 private:
     void StageEntry(std::uint8_t nStreamType, std::uint8_t nStreamId);
     void SwapStreamMaps();
+    std::uint8_t AssumeCategory(std::uint8_t nStreamId) const;
 
     std::array<std::uint8_t, 256> m_active{};  // category by stream_id
     std::array<std::uint8_t, 256> m_staged{};  // the table that the next map fills
     std::uint8_t m_nAudioStreamType = 0;       // see GetAudioStreamType
     std::uint8_t m_nVideoStreamType = 0;       // see GetVideoStreamType
+    ParseSettings m_settings;                  // see InitStreamMaps
+    std::array<bool, 256> m_listed{};          // by stream_id: a map has listed it
+    bool m_bAudioListed = false;               // one has listed audio
+    bool m_bVideoListed = false;               // and video
 };
 
 }  // namespace kest

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "demux/ParseCounters.h"
 #include "demux/ParseSettings.h"
 
 namespace kest {
@@ -36,8 +37,12 @@ public:
     /// the stream said about itself stays.
     virtual void Reset() = 0;
 
+    /// What it has met so far. Any thread.
+    const ParseCounters& GetCounters() const { return m_counters; }
+
 protected:
     ParseSettings m_settings;  // see SetSettings
+    ParseCounters m_counters;  // see GetCounters
 };
 
 }  // namespace kest

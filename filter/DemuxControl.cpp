@@ -218,7 +218,9 @@ HRESULT CDemuxControl::put_Switch(ESwitch nSwitch, std::int32_t nValue) {
     return S_OK;
 }
 
-HRESULT CDemuxControl::get_Counters(COUNTERS* pCounters) { return Give(pCounters, COUNTERS()); }
+HRESULT CDemuxControl::get_Counters(COUNTERS* pCounters) {
+    return pCounters ? Give(pCounters, m_parts.path.GetCounters()) : E_POINTER;
+}
 
 // ---------------- property page
 

@@ -29,6 +29,7 @@ public:
         CSwitches& switches;
         ResetFlags& resets;
         const CIntake& intake;
+        const CDemuxPath& path;
         CKestDemux2AudioOutputPin& audioPin;
     };
     CDemuxControl(IUnknown* pOuter, const Parts& parts) : CImplements(pOuter), m_parts(parts) {}

@@ -86,7 +86,7 @@ template <auto pDemuxMember>
 HRESULT CDemuxPath::Create() {
     auto& pMember = this->*pDemuxMember;
     using Demux = typename std::remove_reference_t<decltype(pMember)>::element_type;
-    pMember.reset();  // ends its thread before the next one writes to the same queues
+    Replace(pMember, {});  // ends its thread before the next one writes to the same queues
     auto pDemux = std::make_unique<Demux>();
     pDemux->SetPushGate(m_feedGate);
     if constexpr (std::is_same_v<Demux, KestMpeg2PsPullDemux>) {
@@ -94,13 +94,14 @@ HRESULT CDemuxPath::Create() {
     }
     const int nError = pDemux->Open(nullptr, &m_videoPin.GetFrameQueue(), &m_audioPin.GetFrameQueue());
     if (nError != 0 || !pDemux->IsRunning()) return E_OUTOFMEMORY;
-    pMember = std::move(pDemux);
+    Replace(pMember, std::move(pDemux));
     return S_OK;
 }
 
 HRESULT CDemuxPath::CreateFramer() {
-    if (!m_pFramer) m_pFramer = std::make_unique<CElementaryStreamFramer>();
-    m_pFramer->Reset();
+    const std::uint32_t nMaxUnit =
+        std::max(CElementaryStreamFramer::kMaxUnit, m_videoPin.GetFrameQueue().GetBlockSize());
+    Replace(m_pFramer, std::make_unique<CElementaryStreamFramer>(nMaxUnit));
     return S_OK;
 }
 
@@ -157,7 +158,15 @@ HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
     HoldFeed();                           // bytes of the connection before may still be on their way
     m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
     const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
-    const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
+    const HRESULT hr = pfnCreate ? Guard([&] {
+        m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
+        return (this->*pfnCreate)();
+    })
+                                 : S_OK;
+    {
+        CAutoLock lock(m_csParts);
+        m_atConnection = CountParts();
+    }
     if (SUCCEEDED(hr)) m_nWorkingMode = mode;
     ReleaseFeed();
     return hr;
@@ -172,6 +181,43 @@ void CDemuxPath::SetReader(IAsyncReader* pReader) {
 
 void CDemuxPath::SetInGraph(bool bInGraph) {
     for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->SetStopEvent(bInGraph ? &m_evAbort : nullptr);
+}
+
+// ---------------- counters
+
+/// Puts a new part, or none, in the place of another, which ends behind the lock: it may have to wait for its thread.
+template <class T>
+void CDemuxPath::Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew) {
+    CAutoLock lock(m_csParts);
+    pPart.swap(pNew);
+}
+
+/// What is counted outside the demuxer. Under m_csParts.
+COUNTERS CDemuxPath::CountParts() const {
+    COUNTERS counters;
+    counters.nResets = m_nResets;
+    counters.video.nFramesDelivered = m_videoPin.CountDelivered();
+    counters.audio.nFramesDelivered = m_audioPin.CountDelivered();
+    return counters;
+}
+
+COUNTERS CDemuxPath::GetCounters() const {
+    CAutoLock lock(m_csParts);
+    if (m_nWorkingMode == EWorkingMode::None) return {};
+    COUNTERS counters;
+    if (Core()) {
+        counters = Core()->GetCounters();
+    } else if (m_pFramer) {
+        const FrameCounters& units = m_pFramer->GetCounters();
+        counters.llBytesRead = m_pFramer->CountBytes();
+        counters.video = {
+            .nFramesQueued = units.nQueued, .nFramesCut = units.nCut, .llBytesCut = units.llBytesCut};
+    }
+    const COUNTERS now = CountParts();
+    counters.nResets = now.nResets - m_atConnection.nResets;
+    counters.video.nFramesDelivered = now.video.nFramesDelivered - m_atConnection.video.nFramesDelivered;
+    counters.audio.nFramesDelivered = now.audio.nFramesDelivered - m_atConnection.audio.nFramesDelivered;
+    return counters;
 }
 
 // ---------------- threads
@@ -203,8 +249,11 @@ HRESULT CDemuxPath::Start() {
 /// first frames find their readers in place.
 HRESULT CDemuxPath::StartThreads() {
     const Family& family = GetFamily();
-    if (Core()) Core()->SetSettings(MakeParseSettings(m_switches));
-    HRESULT hr = family.BeforeStart ? (this->*family.BeforeStart)() : S_OK;
+    HRESULT hr = Guard([&] {
+        const std::uint32_t nBlockSize = m_videoPin.GetFrameQueue().GetBlockSize();
+        if (Core()) Core()->SetSettings(MakeParseSettings(m_switches, nBlockSize));
+        return family.BeforeStart ? (this->*family.BeforeStart)() : S_OK;
+    });
     if (FAILED(hr)) return hr;
     if (Core() && !RestartWorker(*Core())) return E_OUTOFMEMORY;
     if (family.BeforeDelivery) hr = (this->*family.BeforeDelivery)();
@@ -249,9 +298,9 @@ void CDemuxPath::End() {
         pPin->StopDelivery();
         pPin->CloseMemFiles();
     }
-    m_pTsDemux.reset();
-    m_pPsDemux.reset();
-    m_pMpeg1Demux.reset();
+    Replace(m_pTsDemux, {});
+    Replace(m_pPsDemux, {});
+    Replace(m_pMpeg1Demux, {});
     for (CDemuxOutputPin* pPin : m_apOutputPins) pPin->EndDelivery();
 }
 
@@ -326,6 +375,7 @@ bool CDemuxPath::ResetCore() {
     if (!m_pPsDemux) return false;
     m_timing.Restart();
     m_pPsDemux->Reset();
+    ++m_nResets;
     return true;
 }
 
@@ -337,6 +387,7 @@ HRESULT CDemuxPath::RestartThreads() {
     }
     StopCore();
     m_timing.Restart();
+    ++m_nResets;
     return StartThreads();
 }
 

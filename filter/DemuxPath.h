@@ -16,7 +16,9 @@
 #include "pins/AvTiming.h"
 #include "pins/VideoOutputPin.h"
 #include "pins/WorkingMode.h"
+#include "platform/CritSec.h"
 #include "platform/Event.h"
+#include "plumbing/Count.h"
 #include "plumbing/PushGate.h"
 
 namespace kest {
@@ -28,7 +30,7 @@ namespace kest {
 /// Every family of demuxers is one row of a table, which says how it is made and what its start needs; the rest
 /// is the same for all. The demuxer of the present mode exists as long as the mode is set.
 ///
-/// Locking: no lock of its own. `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
+/// Locking: no lock of its own but m_csParts, a leaf. `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
 /// for a path that is stopped; `Start` to `Seek` come from one thread at a time, which holds no lock that a
 /// delivery thread takes. The filter ensures both. `GetWorkingMode` and `IsFreeRun` may be called at any time.
 class CDemuxPath {
@@ -44,7 +46,8 @@ public:
 
     EWorkingMode GetWorkingMode() const { return m_nWorkingMode; }
     const WorkingMode& Mode() const { return FindWorkingMode(m_nWorkingMode); }
-    /// Makes the demuxer of a mode and enters the mode. The demuxers of other families stay.
+    /// Makes the demuxer of a mode and enters the mode. The demuxers of other families stay. The video's queue gets
+    /// blocks of the size that its switch has now.
     /// @return E_OUTOFMEMORY, with no mode and no demuxer of the family, when memory or a thread is missing.
     HRESULT EnterMode(EWorkingMode mode);
     /// Gives demuxer and video pin the reader of a source that begins, or takes it back from them.
@@ -56,6 +59,9 @@ public:
     /// The sequence header that the MPEG-1 demuxer had met when it was stopped last, or the default one. Any
     /// thread.
     Mpeg1SequenceHeader GetSequenceHeader() const { return m_sequenceHeader.Get(); }
+
+    /// What has become of the input since the mode was entered. Any thread.
+    COUNTERS GetCounters() const;
 
     // ---- threads
 
@@ -124,6 +130,9 @@ private:
     HRESULT StartThreads();
     void StopCore();
     void WaitForPins();
+    COUNTERS CountParts() const;
+    template <class T>
+    void Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew);
 
     // What the rows of the table are made of.
     template <auto pDemuxMember>
@@ -154,6 +163,9 @@ private:
     std::unique_ptr<KestMpeg1PsDemux> m_pMpeg1Demux;               // of mode 5
     CSequenceHeaderCapture m_sequenceHeader;                       // see GetSequenceHeader
     std::unique_ptr<CElementaryStreamFramer> m_pFramer;            // of mode 0
+    mutable CCritSec m_csParts;  // keeps replacing one of the four and counting in it apart
+    CCount m_nResets;          // resets carried out
+    COUNTERS m_atConnection;     // of what outlives a connection, when the mode was entered; under m_csParts
 };
 
 }  // namespace kest

@@ -45,6 +45,7 @@ CKestDemux2Filter::CKestDemux2Filter(IUnknown* pOuter, HRESULT* phr)
                              .switches = m_switches,
                              .resets = m_resets,
                              .intake = m_intake,
+                             .path = m_path,
                              .audioPin = *m_pAudioPin}) {
     BeginServices();
 }

@@ -27,17 +27,16 @@ static_assert(ParseSettings::kAllStreams == kAllStreams &&
               ParseSettings::kFirstKnownStream == kFirstKnownStream);
 
 /// The switches as the demuxers see them.
-inline ParseSettings MakeParseSettings(const CSwitches& switches) {
-    const std::int32_t nBlockSize = switches.Get(ESwitch::VideoBlockSize);
-    const bool bOwnSize =
-        nBlockSize == kSwitchTable[static_cast<std::size_t>(ESwitch::VideoBlockSize)].nDefault;
+/// @param nVideoBlockSize  bytes of a block in the video's queue; the default changes no demuxer's limits.
+inline ParseSettings MakeParseSettings(const CSwitches& switches, std::uint32_t nVideoBlockSize) {
+    const auto nDefault = kSwitchTable[static_cast<std::size_t>(ESwitch::VideoBlockSize)].nDefault;
     return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
             .nVideoStream = switches.Get(ESwitch::VideoStream),
             .nAudioStream = switches.Get(ESwitch::AudioStream),
             .bDrain = switches.IsOn(ESwitch::Drain),
             .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
             .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames),
-            .nVideoBlockSize = bOwnSize ? 0 : static_cast<std::uint32_t>(nBlockSize)};
+            .nVideoBlockSize = nVideoBlockSize > static_cast<std::uint32_t>(nDefault) ? nVideoBlockSize : 0};
 }
 
 }  // namespace kest

@@ -58,8 +58,10 @@ private:
 
 void RunFrames(const FramesOptions& options) {
     const Input input = OpenInput(options.strFile, EAccess::File, !options.bPlain);
+    const CProgramSwitches switches(options, input);
     const CoreOptions coreOptions = {
-        .settings = MakeParseSettings(CProgramSwitches(options, input)),
+        .settings =
+            MakeParseSettings(switches, static_cast<std::uint32_t>(switches.Get(ESwitch::VideoBlockSize))),
         .timing = options.timing,
         .dRate = options.dRate,
         .llFrom = options.llFrom,

@@ -7,6 +7,7 @@
 #include "pins/DemuxFilterSite.h"
 #include "pins/FrameQueue.h"
 #include "pins/PinSeeking.h"
+#include "plumbing/Count.h"
 
 namespace kest {
 
@@ -20,6 +21,7 @@ struct DeliveryContext {
     CDeliveryGate& gate;                 // keeps deliveries and flushes apart
     CPinFlowControl& flowControl;        // keeps deliveries and reconnections apart
     CEvent& evActive;                    // auto-reset; set when the pin's allocator has been committed
+    CCount& nDelivered;                  // samples that have gone downstream
     CPinSeeking* pSeeking = nullptr;     // follows the video; null for the audio pin
     CDeliveryGate* pPeerGate = nullptr;  // of the other pin
 

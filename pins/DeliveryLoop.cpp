@@ -386,6 +386,7 @@ HRESULT CDeliveryLoop::Deliver(Frame& frame, bool bMayWithhold) {
     if (use && !bWithheld) {
         m_context.gate.SetEnded(false);
         hr = m_context.output.Deliver(frame.pSample.Get());
+        if (hr == S_OK) ++m_context.nDelivered;
     }
     frame.pSample = nullptr;
     return hr;

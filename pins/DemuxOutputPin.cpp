@@ -1,5 +1,7 @@
 #include "pins/DemuxOutputPin.h"
 
+#include <algorithm>
+
 #include "graph/Guard.h"
 
 namespace kest {
@@ -17,7 +19,8 @@ CDemuxOutputPin::CDemuxOutputPin(const Traits& traits, CPinOwner* pFilter, IDemu
                 .frames = m_frames,
                 .gate = m_gate,
                 .flowControl = m_flowControl,
-                .evActive = m_evActive},
+                .evActive = m_evActive,
+                .nDelivered = m_nDelivered},
       m_nBuffers(traits.nBuffers),
       m_nBufferSize(traits.nBufferSize),
       m_frames(traits.nBlockSize) {
@@ -82,7 +85,7 @@ HRESULT CDemuxOutputPin::Active() {
 HRESULT CDemuxOutputPin::DecideBufferSize(IMemAllocator* pAlloc, ALLOCATOR_PROPERTIES& props) {
     if (!IsConnected()) return E_UNEXPECTED;
     props.cBuffers = m_nBuffers;
-    props.cbBuffer = m_nBufferSize;
+    props.cbBuffer = std::max(m_nBufferSize, static_cast<LONG>(m_frames.GetBlockSize()));
     props.cbAlign = 1;
     ALLOCATOR_PROPERTIES actual{};
     if (const HRESULT hr = pAlloc->SetProperties(&props, &actual); FAILED(hr)) return hr;

@@ -25,6 +25,9 @@ public:
 
     /// The queue that a demuxer writes its frames to.
     CBlockMemFileEx& GetFrameQueue() { return m_frames.GetBlocks(); }
+    /// Makes its blocks of this many bytes, and the samples of the connections that follow at least as long. While it is
+    /// closed; throws for want of memory.
+    void SetBlockSize(std::uint32_t nBlockSize) { m_frames.SetBlockSize(nBlockSize); }
     /// Opens the queue's write side.
     void WOpenMemFile() { m_frames.OpenWriter(); }
     /// Opens the pin's read side; the one before must have been closed. The queue of a pin that is not
@@ -35,6 +38,8 @@ public:
     /// Blocks of the queue, and those waiting for the pin.
     std::uint32_t GetFrameCapacity() const { return m_frames.GetBlockCount(); }
     std::uint32_t GetFramesPending() const { return m_frames.GetPending(); }
+    /// Samples that have gone downstream since the pin was made. Any thread.
+    std::uint64_t CountDelivered() const { return m_nDelivered; }
 
     // ---- the delivery thread, called by the filter
 
@@ -83,7 +88,7 @@ protected:
         LPCWSTR pszName;
         std::uint32_t nBlockSize;  // bytes of a block of the frame queue
         LONG nBuffers;             // samples that the pin wants from an allocator
-        LONG nBufferSize;          // bytes of each
+        LONG nBufferSize;          // bytes of each, unless a block is longer
         bool bGate;                // one user at a time between the flow control's brackets
     };
 
@@ -104,6 +109,7 @@ private:
     CFrameQueue m_frames;                         // frames of the demuxer
     CDeliveryGate m_gate{*this};                  // keeps deliveries and flushes apart
     CEvent m_evActive{/*bManualReset=*/false};    // ends the delivery thread's pause without samples
+    CCount m_nDelivered;                          // see CountDelivered
     CDeliveryThread m_deliveryThread{m_context};  // last: it uses the others
 };
 

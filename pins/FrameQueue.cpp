@@ -12,6 +12,10 @@ CFrameQueue::CFrameQueue(std::uint32_t nBlockSize) noexcept {
     }
 }
 
+void CFrameQueue::SetBlockSize(std::uint32_t nBlockSize) {
+    if (m_pQueue) m_pQueue->SetBlockSize(nBlockSize);
+}
+
 void CFrameQueue::OpenWriter() {
     if (m_pQueue) m_pQueue->WOpen();
 }

@@ -30,6 +30,10 @@ public:
     bool Exists() const { return m_pQueue != nullptr; }
     /// The write side, for a demuxer.
     CBlockMemFileEx& GetBlocks() { return *m_pQueue; }
+    /// Bytes of a block; 0 when there are none.
+    std::uint32_t GetBlockSize() const { return m_pQueue ? m_pQueue->GetBlockSize() : 0; }
+    /// Makes other blocks, while both sides are closed. Throws for want of memory, and keeps the old ones.
+    void SetBlockSize(std::uint32_t nBlockSize);
     void OpenWriter();
     /// Opens the read side; the one before must have been closed.
     void OpenReader();

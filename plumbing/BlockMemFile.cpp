@@ -6,11 +6,27 @@
 
 namespace kest {
 
+namespace {
+
+/// Storage that nobody writes to before a block does: the system gives memory page by page, as it is used.
+std::unique_ptr<std::uint8_t[]> MakeBlocks(std::uint32_t nBlockSize, std::uint32_t nBlockCount) {
+    return std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nBlockSize} * nBlockCount);
+}
+
+}  // namespace
+
 CBlockMemFile::CBlockMemFile(std::uint32_t nBlockSize, std::uint32_t nBlockCount)
     : CBufferSides(nBlockCount, nBlockCount / 5),
       m_nBlockSize(nBlockSize),
-      m_pBlocks(std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t{nBlockSize} * nBlockCount)),
+      m_pBlocks(MakeBlocks(nBlockSize, nBlockCount)),
       m_pLengths(std::make_unique<std::uint32_t[]>(nBlockCount)) {}
+
+void CBlockMemFile::SetBlockSize(std::uint32_t nBlockSize) {
+    CAutoLock lock(m_csWrite);
+    if (nBlockSize == m_nBlockSize) return;
+    m_pBlocks = MakeBlocks(nBlockSize, m_nUnits);
+    m_nBlockSize = nBlockSize;
+}
 
 std::uint32_t CBlockMemFile::GetGeneration(int nReader) const {
     if (nReader < 0 || nReader >= kMaxReaders) return 0;

@@ -55,6 +55,9 @@ public:
     /// generation belongs to what was emptied: see WriteEx.
     std::uint32_t GetWriteGeneration() const { return m_writer.nGeneration; }
     std::uint32_t GetBlockSize() const { return m_nBlockSize; }
+    /// Makes other blocks, which take memory as they are used. While no side is open; without memory, it throws and
+    /// leaves the old ones.
+    void SetBlockSize(std::uint32_t nBlockSize);
     std::uint32_t GetBlockCount() const { return m_nUnits; }
 
 protected:
@@ -63,7 +66,7 @@ protected:
 
     std::span<std::uint8_t> Block(std::uint32_t nIndex);
 
-    const std::uint32_t m_nBlockSize;             // bytes per block
+    std::uint32_t m_nBlockSize;                   // bytes per block
     std::unique_ptr<std::uint8_t[]> m_pBlocks;    // block i begins at i × m_nBlockSize
     std::unique_ptr<std::uint32_t[]> m_pLengths;  // stored length of each block
 };

@@ -110,5 +110,182 @@ TEST(Mpeg2PsParser, ReadsTheEndOfASourceAsFarAsTheEndPositionAllows) {
     }
 }
 
+// ---------------- extensions
+
+/// A queue of its test, open.
+struct Queue : CBlockMemFileEx {
+    explicit Queue(std::uint32_t nBlockSize) : CBlockMemFileEx(nBlockSize, 64, sizeof(FRAME_INFO)) {
+        WOpen(), ROpen();
+    }
+};
+
+Frames ParseWith(const ParseSettings& settings, Bytes bytes, std::uint32_t nBlockSize = 4096) {
+    Queue video(nBlockSize), audio(nBlockSize);
+    return CParserRig(bytes, settings, &video, &audio).Run();
+}
+
+TEST(Mpeg2PsParser, TakesTheStreamsThatAreChosenOrAssumed) {
+    const std::string strAll = "b1:1x1 a1:1x2 w1:1x3 v1:1x4 b2:1x1 a2:1x2 w2:1x3 v2:1x4 ";
+    const std::string strAudioMap = "00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C2 00 00 01 02 03 04 ";
+    const std::string strListed = "00 00 01 BC 00 12 E1 FF 00 00 00 08 02 E0 00 00 0F C1 00 00 01 02 03 04 ";
+    // the payload of an ignored packet, which looks like two packets of the video
+    const std::string strFalse =
+        "v1:1x1 00 00 01 BD 00 1C 00 00 01 E0 00 09 80 80 05 21 00 01 00 15 07 00 00 01 E0 00 08 "
+        "80 80 05 21 00 01 v2:1x2 ";
+    constexpr std::int32_t kAll = ParseSettings::kAllStreams, kFirst = ParseSettings::kFirstKnownStream;
+    const struct {
+        bool bAssumeMap;
+        std::int32_t nVideo, nAudio;
+        std::string strStream;
+        const char* pszFrames;
+    } cases[] = {
+        {false, kAll, kAll, strAll, "v1!1x4 v2:1x4 a1!1x2 a2:1x2 "},
+        {true, kAll, kAll, strAll, "v1!1x3 v1:1x4 v2:1x3 v2:1x4 a1!1x1 a1:1x2 a2:1x1 a2:1x2 "},
+        {true, kFirst, kFirst, strAll, "v1!1x3 v2:1x3 a1!1x1 a2:1x1 "},
+        {false, kFirst, kFirst, strAll, "v1!1x4 v2:1x4 a1!1x2 a2:1x2 "},
+        {true, 0xE0, 0xC0, strAll, "v1!1x4 v2:1x4 a1!1x2 a2:1x2 "},
+        {false, 0xE1, 0xC1, strAll,
+         "v1!1x3 v2:1x3 a1!1x1 a2:1x1 "},  // what was chosen by its id needs no map
+        {true, 0xE2, 0x1FFF, strAll, ""},
+        {true, kAll, kAll, strAudioMap + strAll,
+         "v1!1x3 v1:1x4 v2:1x3 v2:1x4 a1!1x2 a2:1x2 "},            // a map that lists no video
+        {true, kAll, 0xC1, strListed + strAll, "v1!1x4 v2:1x4 "},  // listed with a type that is not known
+        {false, kAll, kAll, strFalse, "v1!1x1 v10:1x7 "},
+        {true, kAll, kAll, strFalse, "v1!1x1 "},
+    };
+    for (const auto& c : cases) {
+        const ParseSettings settings{
+            .bAssumeMap = c.bAssumeMap, .nVideoStream = c.nVideo, .nAudioStream = c.nAudio};
+        const ByteVector bytes = Stream(c.strStream + "v3: a3: b3: w3: 00 00 01 BE FF 00 *65280");
+        EXPECT_EQ(Describe(ParseWith(settings, bytes)), c.pszFrames) << &c - cases;
+    }
+}
+
+/// A stream that knows where the payload of each of its bytes went.
+class CPayloadStream {
+public:
+    void Add(const std::string& strText) {
+        const ByteVector bytes = Stream(strText);
+        m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
+    }
+    /// Adds a packet with a payload of n bytes.
+    void AddPacket(const std::string& strTimestamps, std::size_t n) {
+        Add(strTimestamps + ":" + std::to_string(n) + "x0");
+        for (std::size_t i = m_bytes.size() - n; i < m_bytes.size(); ++i) {
+            m_bytes[i] = static_cast<std::uint8_t>(++m_nCount % 251);
+            (strTimestamps[0] == 'v' ? m_video : m_audio).push_back(i);
+        }
+    }
+    const ByteVector& Get() const { return m_bytes; }
+    /// The payload of the video, or of the audio, in the first nSize bytes.
+    ByteVector Payload(bool bVideo, std::size_t nSize) const {
+        ByteVector payload;
+        for (const std::size_t i : bVideo ? m_video : m_audio) {
+            if (i < nSize) payload.push_back(m_bytes[i]);
+        }
+        return payload;
+    }
+
+private:
+    ByteVector m_bytes;
+    std::vector<std::size_t> m_video, m_audio;  // indices of the payload
+    unsigned m_nCount = 0;
+};
+
+ByteVector Concatenate(const std::vector<Frame>& frames) {
+    ByteVector bytes;
+    for (const Frame& frame : frames) bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
+    return bytes;
+}
+
+/// Payload at both ends, frames longer than a block, garbage, ignored packets.
+CPayloadStream MakeStreamToDrain(std::size_t nFill) {
+    CPayloadStream stream;
+    if (nFill > 0) stream.Add("00 00 01 BE 3E 80 *16000 *" + std::to_string(nFill));
+    stream.Add("pack 00 00 01 BB 00 03 00 00 01");
+    for (const char* pszPacket : {"v", "a", "v1", "v", "v4/3", "a5"}) {
+        stream.AddPacket(pszPacket, 41);
+        stream.Add("d1:5x1 *3");
+    }
+    stream.AddPacket("v", 300);
+    stream.AddPacket("a", 200);
+    stream.Add("v7: 00 00 01 B9 pack 00 00 01 E0 00 05 84 00 02 FF FF");
+    stream.AddPacket("a8", 1);
+    stream.AddPacket("v9", 250);
+    stream.AddPacket("v", 20);
+    return stream;
+}
+
+// Faults: a tail that the search for start codes or the last block of a source leaves behind, a packet cut in its header
+// or payload, a frame that does not fit its block, payload in front of the first timestamp.
+TEST(Mpeg2PsParser, DrainsEveryByteWhereverTheStreamEnds) {
+    for (const std::size_t nFill :
+         {0u, 1u, 200u, 360u}) {  // the source's last whole block ends in different places
+        const CPayloadStream stream = MakeStreamToDrain(nFill);
+        const std::size_t nWhole = stream.Get().size(), nFirst = nFill > 0 ? 15900 : 0;
+        for (std::size_t nSize = nFirst; nSize <= nWhole; ++nSize) {
+            SCOPED_TRACE(std::to_string(nFill) + ", " + std::to_string(nSize) + " bytes");
+            const Frames frames = ParseWith({.bDrain = true}, Bytes(stream.Get()).first(nSize), 100);
+            ASSERT_EQ(Concatenate(frames.video), stream.Payload(true, nSize));
+            ASSERT_EQ(Concatenate(frames.audio), stream.Payload(false, nSize));
+        }
+    }
+}
+
+TEST(Mpeg2PsParser, GivesDrainedFramesTheTimesThatTheyHave) {
+    const struct {
+        const char* pszStream;
+        const char* pszFrames;
+    } cases[] = {
+        {"v:4x1 v1:4x2 v2:4x3", "v-1:4x1 v1!4x2 v2:4x3 "},                       // both ends
+        {"v1:150x1 v:100x2 v2:1x3", "v1!100x1 v-1:50x1,50x2 v-1:50x2 v2:1x3 "},  // split, in mid-packet too
+        {"v1:100x1 v2:100x2 a3:101x3", "v1!100x1 v2:100x2 a3!100x3 a-1:1x3 "},   // not at the end of a block
+        {"v1:4x1 00 00 01 E0 00 00 80 80 05 21 00 01 0F A1 v:3x2 v3:3x3 ", "v1!4x1 v2000:3x2 v3:3x3 "},
+        {"v4294967295:4x1 v5:1x2", "v4294967295!4x1 v5:1x2 "},  // a time like any other
+        {"v1:4x1 00 00 01 E0 00 FF 80 80 05 21", "v1!4x1 "},    // cut in its header
+        {"*5000 v1:4x1 *5000", "v1!4x1 "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Describe(ParseWith({.bDrain = true}, Stream(c.pszStream), 100)), c.pszFrames);
+    }
+}
+
+// What comes before a timestamp is of use at the beginning of the input, and of none behind a jump.
+TEST(Mpeg2PsParser, DropsUntimedPayloadBehindAJump) {
+    const ByteVector bytes = Stream("v1:4x1 v:300x2 v2:4x3");
+    Queue video(100), audio(100);
+    CParserRig rig(bytes, {.bDrain = true}, &video, &audio);
+    rig.m_input.SeekTo(18);
+    rig.m_parser.Reset();
+    EXPECT_EQ(Describe(rig.Run()), "v2!4x3 ");
+    EXPECT_EQ(rig.m_video.GetCounters().llBytesLost, 300u);
+}
+
+TEST(Mpeg2PsParser, CountsWhatBecomesOfTheInput) {
+    const ByteVector bytes = Stream("pack v:4x1 v1:101x2 v2:4x3 *7 d1:5x1 a1:100x1 pack a2:4x2 *2000 v3:4x4");
+    using Numbers = std::vector<std::uint64_t>;
+    const struct {
+        bool bDrain;
+        Numbers parser;        // packs, video, audio and other packets, searches, bytes skipped
+        Numbers video, audio;  // queued, cut and bytes, lost and bytes
+    } cases[] = {
+        {false, {2, 3, 2, 1, 3, 7 + 15 + 1024}, {1, 1, 1, 1, 4}, {1, 0, 0, 0, 0}},
+        {true, {2, 4, 2, 1, 2, 7 + 2000}, {5, 0, 0, 0, 0}, {2, 0, 0, 0, 0}},
+    };
+    const auto NumbersOf = [](const FrameCounters& frames) {
+        return Numbers{frames.nQueued, frames.nCut, frames.llBytesCut, frames.nLost, frames.llBytesLost};
+    };
+    for (const auto& c : cases) {
+        Queue video(100), audio(100);
+        CParserRig rig(bytes, {.bDrain = c.bDrain}, &video, &audio);
+        rig.Run();
+        const ParseCounters& n = rig.m_parser.GetCounters();
+        EXPECT_EQ(c.parser, (Numbers{n.nPacks, n.nVideoPackets, n.nAudioPackets, n.nOtherPackets, n.nResyncs,
+                                     n.llBytesSkipped}));
+        EXPECT_EQ(c.video, NumbersOf(rig.m_video.GetCounters()));
+        EXPECT_EQ(c.audio, NumbersOf(rig.m_audio.GetCounters()));
+    }
+}
+
 }  // namespace
 }  // namespace kest

@@ -62,32 +62,44 @@ inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTim
 template <class Parser, std::uint32_t nMaxVideoFrame, std::uint32_t nVideoBlock>
 class CParserRigOf {
 public:
-    explicit CParserRigOf(Bytes bytes) : m_reader(bytes) {
+    /// @param pVideoQueue, pAudioQueue  open; none: queues of its own, two blocks each.
+    explicit CParserRigOf(Bytes bytes, const ParseSettings& settings = {},
+                          CBlockMemFileEx* pVideoQueue = nullptr, CBlockMemFileEx* pAudioQueue = nullptr)
+        : m_reader(bytes), m_bDrain(settings.bDrain) {
         m_source.SetReader(&m_reader);
         m_source.SetEnd(static_cast<std::int64_t>(bytes.size()));
         m_source.Open();
         m_input.SetSource(&m_source, true);
+        m_video.Attach(pVideoQueue);
+        m_audio.Attach(pAudioQueue);
         for (CFrameOutput* pOutput : {&m_video, &m_audio}) {
-            pOutput->Attach(nullptr);
+            pOutput->SetLimits(0, settings.bDrain);
             pOutput->OpenSides();
         }
+        m_parser.SetSettings(settings);
         m_parser.Begin();
     }
-    /// Parses until the source has nothing more.
+    /// Parses until the source has nothing more. What a drain queues has to fit the queues.
     Frames Run() {
         Frames frames;
-        while (m_parser.ParseUnit() != EParsed::NoData) {
-            if (auto frame = TakeFrame(m_video.GetQueue(), 0)) frames.video.push_back(*frame);
-            if (auto frame = TakeFrame(m_audio.GetQueue(), 0)) frames.audio.push_back(*frame);
-        }
+        while (m_parser.ParseUnit() != EParsed::NoData) TakeFrames(frames);
+        if (m_bDrain && m_input.Pad()) m_parser.Drain();
+        TakeFrames(frames);
         return frames;
     }
 
     CMemoryReader m_reader;
+    const bool m_bDrain;
     CPulledSource m_source;
     CStreamInput m_input;
     CFrameOutput m_video{{nMaxVideoFrame, nVideoBlock, 2}}, m_audio{{65536, 32768, 2}};
     Parser m_parser{m_input, m_video, m_audio};
+
+private:
+    void TakeFrames(Frames& frames) {
+        while (auto frame = TakeFrame(m_video.GetQueue(), 0)) frames.video.push_back(*frame);
+        while (auto frame = TakeFrame(m_audio.GetQueue(), 0)) frames.audio.push_back(*frame);
+    }
 };
 using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
 using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;

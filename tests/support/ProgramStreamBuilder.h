@@ -88,7 +88,7 @@ private:
 
 /// The bytes of a text of words: two hexadecimal digits are a byte; *9 is nine bytes FF, | as many as make a
 /// multiple of 188; "pack" a pack header; v1000/997:4x1 a video packet with its PTS, DTS and payload, 01 01
-/// 01 01, v:4x1 one without timestamps. a, b and d are packets of the stream ids 0xC0, 0xC1 and 0xBD. V, A
+/// 01 01, v:4x1 one without timestamps. a, b, d and w are packets of the stream ids 0xC0, 0xC1, 0xBD and 0xE1. V, A
 /// and B are packets of an MPEG-1 system stream.
 inline ByteVector Stream(const std::string& strText) {
     CProgramStreamBuilder b;
@@ -104,7 +104,10 @@ inline ByteVector Stream(const std::string& strText) {
             const ByteVector payload(nPayload,
                                      static_cast<std::uint8_t>(nPayload ? word[nTimes + 1] - '0' : 0));
             const int nKind = word[0] | 0x20;  // lower case
-            const int nId = nKind == 'v' ? 0xE0 : nKind == 'd' ? 0xBD : nKind - 'a' + 0xC0;
+            const int nId = nKind == 'v'   ? 0xE0
+                            : nKind == 'w' ? 0xE1
+                            : nKind == 'd' ? 0xBD
+                                           : nKind - 'a' + 0xC0;
             if (word[0] == nKind) b.Pes(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
             if (word[0] != nKind) b.Mpeg1Packet(static_cast<std::uint8_t>(nId), payload, llPts, llDts);
         } else if (word == "pack") {
