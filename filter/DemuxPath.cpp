@@ -31,21 +31,6 @@ HRESULT StartDelivery(CDemuxOutputPin& pin) {
     return S_OK;
 }
 
-static_assert(ParseSettings::kAllStreams == kAllStreams &&
-              ParseSettings::kFirstKnownStream == kFirstKnownStream);
-
-/// @param nVideoBlockSize  bytes of a block in the video's queue; the default changes no demuxer's limits.
-ParseSettings MakeParseSettings(const CSwitches& switches, std::uint32_t nVideoBlockSize) {
-    const auto nDefault = kSwitchTable[static_cast<std::size_t>(ESwitch::VideoBlockSize)].nDefault;
-    return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
-            .nVideoStream = switches.Get(ESwitch::VideoStream),
-            .nAudioStream = switches.Get(ESwitch::AudioStream),
-            .bDrain = switches.IsOn(ESwitch::Drain),
-            .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
-            .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames),
-            .nVideoBlockSize = nVideoBlockSize > static_cast<std::uint32_t>(nDefault) ? nVideoBlockSize : 0};
-}
-
 }  // namespace
 
 // ---------------- families of demuxers

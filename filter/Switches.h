@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "control/SwitchTable.h"
+#include "demux/ParseSettings.h"
 
 namespace kest {
 
@@ -21,5 +22,21 @@ public:
 private:
     std::array<std::atomic<std::int32_t>, kSwitchTable.size()> m_anValues;  // by ESwitch
 };
+
+static_assert(ParseSettings::kAllStreams == kAllStreams &&
+              ParseSettings::kFirstKnownStream == kFirstKnownStream);
+
+/// The switches as the demuxers see them.
+/// @param nVideoBlockSize  bytes of a block in the video's queue; the default changes no demuxer's limits.
+inline ParseSettings MakeParseSettings(const CSwitches& switches, std::uint32_t nVideoBlockSize) {
+    const auto nDefault = kSwitchTable[static_cast<std::size_t>(ESwitch::VideoBlockSize)].nDefault;
+    return {.bAssumeMap = switches.IsOn(ESwitch::AssumeMap),
+            .nVideoStream = switches.Get(ESwitch::VideoStream),
+            .nAudioStream = switches.Get(ESwitch::AudioStream),
+            .bDrain = switches.IsOn(ESwitch::Drain),
+            .bAnyAudioHeader = switches.IsOn(ESwitch::AnyAudioHeader),
+            .bMpegKeyFrames = switches.IsOn(ESwitch::MpegKeyFrames),
+            .nVideoBlockSize = nVideoBlockSize > static_cast<std::uint32_t>(nDefault) ? nVideoBlockSize : 0};
+}
 
 }  // namespace kest

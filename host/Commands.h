@@ -19,11 +19,20 @@ struct ProbeOptions {
 /// Prints what the probe finds out about a file: class, name, bit rate, length, estimated duration.
 void RunProbe(const ProbeOptions& options);
 
-constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
-
-struct FramesOptions {
+/// What the commands have in common that demultiplex a stream.
+struct StreamOptions {
     std::string strFile;
     bool bPlain = false;  // every switch of the demultiplexer is off, as in a new filter
+    bool bQuiet = false;  // neither progress nor a summary
+    std::int32_t nVideoStream =
+        0;  // stream_id or PID of the stream that is taken; 0: the first of a known type
+    std::int32_t nAudioStream = 0;  // the same
+    std::string strModule;          // module of the demultiplexer; empty: see LoadDemuxModule
+};
+
+constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
+
+struct FramesOptions : StreamOptions {
     bool bJson = false;
     ETsTiming timing = ETsTiming::Pes;  // of a transport stream's frames
     double dRate = 1.0;                 // at which it is played
@@ -34,29 +43,25 @@ struct FramesOptions {
 /// order within each stream; the streams interleave as they come.
 void RunFrames(const FramesOptions& options);
 
-struct SamplesOptions {
-    std::string strFile;
-    bool bPlain = false;  // every switch of the demultiplexer is off, as in a new filter
+struct SamplesOptions : StreamOptions {
     bool bJson = false;
     std::optional<double> dSeek;        // media time to begin at, seconds
     ETsTiming timing = ETsTiming::Pes;  // of a transport stream's samples
     double dRate = 1.0;                 // at which it is played
     std::uint64_t nCount = kNoLimit;    // samples after which the listing ends
-    std::string strModule;              // module of the demultiplexer; empty: see LoadDemuxModule
 };
 /// Lists every sample and every event that leaves the output pins, with its times. In order within each pin;
 /// the pins interleave as they come.
 void RunSamples(const SamplesOptions& options);
 
-struct DemuxOptions {
-    std::string strFile;
-    bool bPlain = false;   // every switch of the demultiplexer is off, as in a new filter
+struct DemuxOptions : StreamOptions {
     std::string strVideo;  // output name, "-" for standard output; empty: derived from the input's name
     std::string strAudio;
-    bool bForce = false;    // overwrite files that exist
-    std::string strModule;  // as above
+    bool bForce = false;  // overwrite files that exist
+    bool bList = false;   // list the streams instead; not with bPlain
 };
-/// Writes the payloads of the two elementary streams into a file each.
+/// Writes the payloads of the two elementary streams into a file each, and prints how much was written and what was
+/// lost. A stream that is not there has no file.
 void RunDemux(const DemuxOptions& options);
 
 /// An IPv4 address and a UDP port, as options name them: "127.0.0.1:5000".
@@ -71,15 +76,12 @@ std::string ToText(const Destination& destination);
 /// Most KiB of a datagram.
 constexpr int kMaxChunkKB = 48;
 
-struct RelayOptions {
-    std::string strFile;
-    bool bPlain = false;                      // every switch of the demultiplexer is off, as in a new filter
+struct RelayOptions : StreamOptions {
     std::string strTo;                        // see Destination
     std::optional<std::uint16_t> nLocalPort;  // forward to the local view too, at this port
     std::optional<int> nChunkKB;              // KiB of a datagram
     double dSpeed = 1;                        // times the stream's bit rate; 0: as fast as it goes
     bool bDemux = false;                      // demultiplex beside that
-    std::string strModule;                    // as above
 };
 /// Forwards a stream over UDP through the filter, and prints what was sent.
 void RunRelay(const RelayOptions& options);

@@ -89,6 +89,7 @@ private:
 /// What takes an input that is pushed.
 struct PushTarget {
     std::function<bool(Bytes)> push;  // takes the next bytes. @return false: nothing more is taken
+    std::function<void()> end;        // there are no more
     std::function<bool()> isStarved;  // everything has been taken as far as it can be
     std::function<void()> stop;       // afterwards it has queued its last frame
 };
@@ -123,6 +124,7 @@ private:
             if (!m_target.push({pChunk.get(), static_cast<std::size_t>(llChunk)})) return;
             m_llPosition += llChunk;
         }
+        m_target.end();
         while (!m_target.isStarved()) SleepMs(kPollMs);
     }
 
@@ -174,12 +176,14 @@ private:
 /// The two queues of a demuxer that is open, being emptied into the handler, and the waits for them.
 class CStreams {
 public:
-    CStreams(const Input& input, CBlockMemFileEx& video, CBlockMemFileEx& audio, CFrameCounter& frames)
+    CStreams(const Input& input, bool bQuiet, CBlockMemFileEx& video, CBlockMemFileEx& audio,
+             CFrameCounter& frames)
         : m_input(input),
           m_frames(frames),
           m_handler([&frames](EStream stream, const FRAME_INFO& info, std::span<const std::uint8_t> payload) {
               frames.Handle(stream, info, payload);
           }),
+          m_progress(input.llLength, bQuiet),
           m_video(EStream::Video, video, m_handler, m_evFailed),
           m_audio(EStream::Audio, audio, m_handler, m_evFailed) {}
 
@@ -213,21 +217,22 @@ private:
     const Input& m_input;
     CFrameCounter& m_frames;
     const FrameHandler m_handler;  // passes to m_frames
-    CProgress m_progress{m_input.llLength};
+    CProgress m_progress;
     CEvent m_evFailed;  // set when the handler threw
     CStreamDrain m_video;
     CStreamDrain m_audio;
 };
 
 /// Runs a demuxer that reads the input itself, and ends its streams at the rate 1.0.
-void RunPulled(const Input& input, const PlayRange& range, CFrameCounter& frames) {
+void RunPulled(const Input& input, const CoreOptions& options, CFrameCounter& frames) {
     KestMpeg2PsPullDemux core;
+    core.SetSettings(options.settings);
     core.SetReader(input.pReader.Get());
     if (core.Open(nullptr, nullptr, nullptr) != 0 || !core.IsRunning())
         Fail(input, "cannot start the demuxer");
-    core.NewSegment(range.llFrom, input.llLength);
-    core.SetRate(range.dRate);
-    CStreams streams(input, core.GetVideoQueue(), core.GetAudioQueue(), frames);
+    core.NewSegment(options.llFrom, input.llLength);
+    core.SetRate(options.dRate);
+    CStreams streams(input, options.bQuiet, core.GetVideoQueue(), core.GetAudioQueue(), frames);
     core.Resume();
     streams.WaitForEnds([&]() -> std::optional<std::int64_t> {
         if (!core.IsRunning()) Fail(input, "no end of stream received");
@@ -241,19 +246,21 @@ void RunPulled(const Input& input, const PlayRange& range, CFrameCounter& frames
 /// The queues of a run that is pushed to, as the pins have them. They are not a demuxer's own, so that they
 /// stay open for the last frames when it is stopped.
 struct Queues {
-    static constexpr std::uint32_t kBlocks = 80;
+    static constexpr std::uint32_t kVideoBlockSize = 163840, kAudioBlockSize = 32768, kBlocks = 80;
 
-    Queues() {
+    explicit Queues(const ParseSettings& settings)
+        : video(std::max(settings.nVideoBlockSize, kVideoBlockSize), kBlocks, sizeof(FRAME_INFO)) {
         for (CBlockMemFileEx* pQueue : {&video, &audio}) pQueue->WOpen(), pQueue->ROpen();
     }
 
-    CBlockMemFileEx video{163840, kBlocks, sizeof(FRAME_INFO)};
-    CBlockMemFileEx audio{32768, kBlocks, sizeof(FRAME_INFO)};
+    CBlockMemFileEx video;
+    CBlockMemFileEx audio{kAudioBlockSize, kBlocks, sizeof(FRAME_INFO)};
 };
 
 /// Pushes the whole input to a target that fills the queues, and stops it when it has taken what it can.
-void RunPushed(const Input& input, CFrameCounter& frames, Queues& queues, const PushTarget& target) {
-    CStreams streams(input, queues.video, queues.audio, frames);
+void RunPushed(const Input& input, bool bQuiet, CFrameCounter& frames, Queues& queues,
+               const PushTarget& target) {
+    CStreams streams(input, bQuiet, queues.video, queues.audio, frames);
     {
         CPusher pusher(input, target);
         streams.WaitFor(pusher.GetDoneEvent(), [&] { return pusher.GetPosition(); });
@@ -271,56 +278,63 @@ void RunPushed(const Input& input, CFrameCounter& frames, Queues& queues, const 
 /// Runs a demuxer that is pushed to.
 /// @param prepare  what the demuxer wants before it runs. @return whether it could.
 template <class Core, class Prepare>
-void RunPushedCore(const Input& input, CFrameCounter& frames, Prepare prepare) {
-    Queues queues;
+void RunPushedCore(const Input& input, const CoreOptions& options, CFrameCounter& frames, Prepare prepare) {
+    Queues queues(options.settings);
     Core core;
+    core.SetSettings(options.settings);
     if (core.Open(nullptr, &queues.video, &queues.audio) != 0 || !core.IsRunning() || !prepare(core))
         Fail(input, "cannot start the demuxer");
     core.Resume();
-    RunPushed(input, frames, queues,
+    RunPushed(input, options.bQuiet, frames, queues,
               {.push = [&](Bytes data) { return core.PushData(data) > 0; },
+               .end =
+                   [&] {
+                       if (options.settings.bDrain) core.EndInput();
+                   },
                .isStarved = [&] { return core.HasTakenAll(); },
                .stop = [&] { core.Stop(); }});
     if (core.GetExitCode() != 0) Fail(input, "the demuxer cannot parse its beginning");
 }
 
 /// Runs the framer of elementary streams.
-void RunFramer(const Input& input, CFrameCounter& frames) {
-    Queues queues;
+void RunFramer(const Input& input, const CoreOptions& options, CFrameCounter& frames) {
+    Queues queues(options.settings);
     CElementaryStreamFramer framer;
-    RunPushed(input, frames, queues,
+    RunPushed(input, options.bQuiet, frames, queues,
               {.push =
                    [&](Bytes data) {
                        framer.Push(data, queues.video);  // the queue stays open
                        return true;
                    },
+               .end = [] {},
                .isStarved = [] { return true; },
                .stop = [] {}});
 }
 
 }  // namespace
 
-void RunCore(const Input& input, ETsTiming timing, const FrameHandler& handler, const PlayRange& range) {
+void RunCore(const Input& input, const CoreOptions& options, const FrameHandler& handler) {
     const bool bPulled = IsProgramStream(input);
     const FrameHandler handleFrame = [&](EStream stream, const FRAME_INFO& info, auto payload) {
         if (bPulled || !info.bEndOfStream) handler(stream, info, payload);  // a pushed stream's is from below
     };
-    CFrameCounter frames(handleFrame, range.nCount);
-    if (bPulled) return RunPulled(input, range, frames);
-    if (range.dRate != 1.0 || range.llFrom != 0) {
+    CFrameCounter frames(handleFrame, options.nCount);
+    if (bPulled) return RunPulled(input, options, frames);
+    if (options.dRate != 1.0 || options.llFrom != 0) {
         Fail(input, "only a program stream is played at another rate or from another byte");
     }
     switch (input.nClass) {
         case kClassTransportMpeg4:
         case kClassTransportMpeg12:
-            RunPushedCore<KestMpeg4TsDemux>(input, frames, [&](KestMpeg4TsDemux& core) {
-                return 0 == (timing == ETsTiming::Pes ? core.UsePtsDtsTiming() : core.UseElementaryTiming());
+            RunPushedCore<KestMpeg4TsDemux>(input, options, frames, [&](KestMpeg4TsDemux& core) {
+                return 0 == (options.timing == ETsTiming::Pes ? core.UsePtsDtsTiming()
+                                                              : core.UseElementaryTiming());
             });
             return;
         case kClassMpeg1System:
-            RunPushedCore<KestMpeg1PsDemux>(input, frames, [](KestMpeg1PsDemux&) { return true; });
+            RunPushedCore<KestMpeg1PsDemux>(input, options, frames, [](KestMpeg1PsDemux&) { return true; });
             return;
-        default: RunFramer(input, frames);
+        default: RunFramer(input, options, frames);
     }
 }
 

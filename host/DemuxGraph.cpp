@@ -37,8 +37,8 @@ std::span<const std::uint8_t> GetPayload(IMediaSample& sample) {
 
 // ---------------- building
 
-CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio,
-                         const Options& options)
+CDemuxGraph::CDemuxGraph(const Input& input, const CSwitches& switches, ISinkHandler* pVideo,
+                         ISinkHandler* pAudio, const Options& options)
     : m_input(input),
       m_options(options),
       m_pModule(LoadDemuxModule(options.strModule)),
@@ -52,7 +52,7 @@ CDemuxGraph::CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler*
     Require(m_pGraph->AddFilter(m_pSource.Get(), L"source"), "cannot add the source");
     Require(m_pGraph->AddFilter(m_pDemux.Get(), L"demultiplexer"), "cannot add the filter");
     if (pVideo) SetPace();
-    AdmitInput();
+    SetSwitches(switches);
     Require(m_pGraph->Connect(m_pSource->GetPin(0), FindPin(m_pDemux.Get(), L"Input").Get()),
             "cannot connect the filter's input");
     if (!pVideo) return;
@@ -85,16 +85,22 @@ void CDemuxGraph::SetPace() {
     }
 }
 
-/// Has the filter accept what it does not accept by itself.
-void CDemuxGraph::AdmitInput() {
-    CComPtr<IKestDemux2Control2> pSwitches;
-    m_pDemux->QueryInterface(IID_IKestDemux2Control2, reinterpret_cast<void**>(pSwitches.Put()));
-    const auto Switch = [&](ESwitch nSwitch, int nValue) {
-        Require(pSwitches ? pSwitches->put_Switch(nSwitch, nValue) : E_NOINTERFACE,
-                "the filter has no such setting");
-    };
-    if (!IsProgramStream(m_input)) Switch(ESwitch::AdmitAll, 1);
-    if (!m_input.pReader->IsSeekable()) Switch(ESwitch::PushStreamClass, m_input.nClass);
+/// Sets what differs from a new filter, so that a module that knows no other switches will do.
+void CDemuxGraph::SetSwitches(const CSwitches& switches) {
+    m_pDemux->QueryInterface(IID_IKestDemux2Control2, reinterpret_cast<void**>(m_pSwitches.Put()));
+    for (std::size_t i = 0; i < kSwitchTable.size(); ++i) {
+        const auto nSwitch = static_cast<ESwitch>(i);
+        const std::int32_t nValue = switches.Get(nSwitch);
+        if (nValue == kSwitchTable[i].nDefault) continue;
+        Require(m_pSwitches ? m_pSwitches->put_Switch(nSwitch, nValue) : E_NOINTERFACE,
+                ("the filter has no setting " + std::string(kSwitchTable[i].strName)).c_str());
+    }
+}
+
+COUNTERS CDemuxGraph::GetCounters() const {
+    COUNTERS counters;
+    Require(m_pSwitches ? m_pSwitches->get_Counters(&counters) : E_NOINTERFACE, "the filter has no counters");
+    return counters;
 }
 
 void CDemuxGraph::ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin) {
@@ -138,7 +144,7 @@ void CDemuxGraph::RunToEnd() {
 }
 
 void CDemuxGraph::WaitForEnd() {
-    CProgress progress(m_input.llLength);
+    CProgress progress(m_input.llLength, m_options.bQuiet);
     while (!IsDone() && !HasStalled()) {
         m_evNotice.Wait(kWatchMs);
         progress.Show(m_pSource->GetPosition());

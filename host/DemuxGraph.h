@@ -8,6 +8,7 @@
 #include <string>
 
 #include "control/KestDemux2Control.h"
+#include "filter/Switches.h"
 #include "host/Graph.h"
 #include "host/Input.h"
 #include "host/Sink.h"
@@ -33,16 +34,22 @@ public:
         std::optional<double> dBytesPerSecond = {};
         /// A transport stream has the times of its elementary streams. Only with EPace::Timed.
         bool bElementaryTiming = false;
+        /// Shows no progress.
+        bool bQuiet = false;
     };
 
     /// Builds the graph, stopped.
     /// @param input           outlives it.
+    /// @param switches        those of the demultiplexer.
     /// @param pVideo, pAudio  take what leaves the two pins, on the threads of the graph; outlive it. Null,
     ///                        both of them: the pins are not connected.
-    CDemuxGraph(const Input& input, ISinkHandler* pVideo, ISinkHandler* pAudio, const Options& options);
+    CDemuxGraph(const Input& input, const CSwitches& switches, ISinkHandler* pVideo, ISinkHandler* pAudio,
+                const Options& options);
 
     /// The demultiplexer's settings.
     IKestDemux2Control& GetControl() { return *m_pControl.Get(); }
+    /// What became of the input so far. Only with a switch on that the filter does not have by itself.
+    COUNTERS GetCounters() const;
     /// Pauses, and while paused sets the rate and seeks.
     /// @param dSeconds  media time.
     /// @param dRate     at another than 1.0 there is no end of the streams: `RunToEnd` ends when nothing has
@@ -62,7 +69,7 @@ private:
     void MakeSource();
     void SetPace();
     void ConnectSink(CComPtr<CSink>& pSink, EStream stream, ISinkHandler* pHandler, LPCWSTR pszPin);
-    void AdmitInput();
+    void SetSwitches(const CSwitches& switches);
     void WaitForEnd();
     bool IsDone() const;
     bool HasStalled();
@@ -80,8 +87,9 @@ private:
     CEvent m_evNotice{false};                                // auto-reset: a stream has ended or failed
     CComPtr<CSourceFilter> m_pSource;
     CComPtr<IBaseFilter> m_pDemux;
-    CComPtr<IKestDemux2Control> m_pControl;  // of m_pDemux
-    CComPtr<CSink> m_pVideo;                 // null: not connected, as m_pAudio
+    CComPtr<IKestDemux2Control> m_pControl;    // of m_pDemux
+    CComPtr<IKestDemux2Control2> m_pSwitches;  // the same; null: it has none
+    CComPtr<CSink> m_pVideo;                   // null: not connected, as m_pAudio
     CComPtr<CSink> m_pAudio;
     CComPtr<CGraph> m_pGraph{new CGraph};  // last: it stops before the others go
 };

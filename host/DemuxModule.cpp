@@ -12,11 +12,15 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleFile = "KestDemux2Filter.so";
 
-/// Where the module is when it lies beside the program; empty when that is not known.
-fs::path FindBesideProgram() {
+/// Where the module is when it was built or installed with the program: beside it or, of a program in a folder
+/// bin/, in lib/kestdemux2/. Empty when neither is known.
+fs::path FindWithProgram() {
     std::error_code error;
-    fs::path program = fs::read_symlink("/proc/self/exe", error);
-    return error ? fs::path() : program.replace_filename(kModuleFile);
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    if (error) return {};
+    const fs::path folder = program.parent_path();
+    const fs::path beside = folder / kModuleFile;
+    return fs::exists(beside, error) ? beside : folder.parent_path() / "lib/kestdemux2" / kModuleFile;
 }
 
 /// The modules in the list, the last first. Throws CCommandError when it cannot be read.
@@ -38,8 +42,8 @@ CModuleRegistry OpenModuleRegistry() {
 fs::path FindDemuxModule(const std::string& strGiven) {
     if (!strGiven.empty()) return strGiven;
     std::error_code ignored;
-    fs::path beside = FindBesideProgram();
-    if (fs::exists(beside, ignored)) return beside;
+    fs::path own = FindWithProgram();
+    if (fs::exists(own, ignored)) return own;
     for (const fs::path& module : FindRegistered()) {
         if (fs::exists(module, ignored)) return module;
     }

@@ -1,11 +1,13 @@
 #include "host/Input.h"
 
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "demux/SourceAnalyzer.h"
 #include "host/CommandError.h"
+#include "host/DescriptionText.h"
 #include "host/FileReader.h"
 #include "host/Interrupts.h"
 #include "host/PipeReader.h"
@@ -65,6 +67,13 @@ int GetAssumedClass(const Input& input) {
     return bProgramStream && bUnsure ? input.description.GetStreamClass() : input.nClass;
 }
 
+/// That of the whole source, else the one in its first pack header, which need not be true.
+std::uint32_t MeasureBitRate(const SourceDescription& description) {
+    const std::int64_t llBitRate = GetBitRate(description);
+    const bool bKnown = llBitRate > 0 && llBitRate <= std::numeric_limits<std::uint32_t>::max();
+    return bKnown ? static_cast<std::uint32_t>(llBitRate) : description.nMuxRate;
+}
+
 /// @param isUsable  whether the input is what is wanted.
 template <class IsUsable>
 Input OpenAndProbe(const std::filesystem::path& path, EAccess access, bool bDescribe, IsUsable isUsable) {
@@ -84,10 +93,12 @@ Input OpenAndProbe(const std::filesystem::path& path, EAccess access, bool bDesc
     if (!input.pReader->IsSeekable()) input.llLength = 0;
     if (!isUsable(input)) {
         CheckReadErrors(input);
-        Fail(input.path, "class 6, not recognised; missing: " + std::string(probe.GetMissing()));
+        Fail(input.path,
+             std::string(bDescribe ? "" : "class 6, ") + "not recognised; missing: " + probe.GetMissing());
     }
     input.nVideoStreamType = probe.GetVideoStreamType();
     if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
+    if (bDescribe) input.nBitRate = MeasureBitRate(input.description);
     return input;
 }
 

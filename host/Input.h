@@ -30,7 +30,7 @@ enum class EAccess {
 /// CCommandError when it cannot be read or is not recognised, or the user interrupts the program.
 /// @param path       "-": standard input.
 /// @param bDescribe  it is described as well, and recognised by that where the probe does not: program streams
-///                   without a program stream map.
+///                   without a program stream map. Its bit rate is then the measured one, where it can be.
 Input OpenInput(const std::filesystem::path& path, EAccess access, bool bDescribe = false);
 /// The same with a description, for those who want no more: also for a stream that the filter does not take, which
 /// has class 6.

@@ -238,6 +238,12 @@ void COutputFile::Fail() const {
                         m_path.string() + ": " + std::error_code(errno, std::generic_category()).message());
 }
 
+void WriteTextFile(const fs::path& path, bool bForce, const std::string& strText) {
+    COutputFile file(path, bForce);
+    file.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
+    file.Commit();
+}
+
 bool AreSamePlace(const fs::path& a, const fs::path& b) {
     const auto infoA = StatOf(a), infoB = StatOf(b);
     if (infoA && infoB) {

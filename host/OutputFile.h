@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace kest {
@@ -66,6 +67,9 @@ private:
     std::chrono::steady_clock::time_point m_lastWrite{};  // of what was collected, when live
     std::uint64_t m_nSize = 0;                            // see GetSize
 };
+
+/// Writes a text as a whole file, see COutputFile.
+void WriteTextFile(const std::filesystem::path& path, bool bForce, const std::string& strText);
 
 /// Both names lead to one and the same file, pipe or block device, "-" being standard output; for files that
 /// do not exist yet: to one place. Character devices such as /dev/null take whatever is written to them.

@@ -64,11 +64,6 @@ std::string MakeText(const ProbeOptions& options) {
 
 }  // namespace
 
-void RunProbe(const ProbeOptions& options) {
-    const std::string strText = MakeText(options);
-    COutputFile output("-", false);
-    output.Write({reinterpret_cast<const std::uint8_t*>(strText.data()), strText.size()});
-    output.Commit();
-}
+void RunProbe(const ProbeOptions& options) { WriteTextFile("-", false, MakeText(options)); }
 
 }  // namespace kest

@@ -16,7 +16,8 @@ constexpr double kMaxLeft = 99 * 3600;  // seconds; not more are shown
 
 }  // namespace
 
-CProgress::CProgress(std::int64_t llTotal) : m_llTotal(llTotal), m_bShown(isatty(STDERR_FILENO)) {}
+CProgress::CProgress(std::int64_t llTotal, bool bQuiet)
+    : m_llTotal(llTotal), m_bShown(!bQuiet && isatty(STDERR_FILENO)) {}
 
 CProgress::~CProgress() {
     if (m_bDrawn) std::fputs("\r\033[K", stderr);

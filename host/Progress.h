@@ -10,7 +10,8 @@ namespace kest {
 class CProgress {
 public:
     /// @param llTotal  bytes of the whole work; 0: not known, then neither percent nor time left are shown.
-    explicit CProgress(std::int64_t llTotal);
+    /// @param bQuiet   nothing is shown at all.
+    explicit CProgress(std::int64_t llTotal, bool bQuiet = false);
     ~CProgress();
     CProgress(const CProgress&) = delete;
     CProgress& operator=(const CProgress&) = delete;

@@ -5,6 +5,7 @@
 #include "host/CommandError.h"
 #include "host/Commands.h"
 #include "host/DemuxGraph.h"
+#include "host/ProgramSwitches.h"
 #include "host/StatusClient.h"
 
 namespace kest {
@@ -89,13 +90,18 @@ void PrintSent(const SEND_SETTINGS& settings, const RelayOptions& options) {
 void RunRelay(const RelayOptions& options) {
     const auto to = ParseDestination(options.strTo);
     if (!to) throw CCommandError(kExitBadUsage, "--to: " + options.strTo + " is not an ADDRESS:PORT");
-    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
+    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
     CCounting video, audio;
-    CDemuxGraph graph(input, options.bDemux ? &video : nullptr, options.bDemux ? &audio : nullptr,
-                      {.strModule = options.strModule, .dBytesPerSecond = GetRate(input, options.dSpeed)});
+    CDemuxGraph graph(input, CProgramSwitches(options, input), options.bDemux ? &video : nullptr,
+                      options.bDemux ? &audio : nullptr,
+                      {.strModule = options.strModule,
+                       .dBytesPerSecond = GetRate(input, options.dSpeed),
+                       .bQuiet = options.bQuiet});
     SetUp(graph, options, *to);
     graph.RunToEnd();
-    PrintSent(ApplySettings(graph).settings, options);
+    const SEND_SETTINGS settings = ApplySettings(graph).settings;
+    if (options.bQuiet) return;
+    PrintSent(settings, options);
     if (!options.bDemux) return;
     video.PrintSummary(EStream::Video);
     audio.PrintSummary(EStream::Audio);

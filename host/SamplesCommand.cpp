@@ -11,6 +11,7 @@
 #include "host/Commands.h"
 #include "host/DemuxGraph.h"
 #include "host/Listing.h"
+#include "host/ProgramSwitches.h"
 
 namespace kest {
 namespace {
@@ -117,7 +118,7 @@ private:
 }  // namespace
 
 void RunSamples(const SamplesOptions& options) {
-    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe);
+    const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
     const bool bSeekable = input.pReader->IsSeekable() && IsProgramStream(input);
     if ((options.dSeek || options.dRate != 1.0) && !bSeekable) {
         throw CCommandError(kExitBadInput, input.path.string() + ": not seekable");
@@ -125,10 +126,11 @@ void RunSamples(const SamplesOptions& options) {
     CSampleListing listing(options.bJson, options.nCount);
     CRecording video(EStream::Video, listing);
     CRecording audio(EStream::Audio, listing);
-    CDemuxGraph graph(input, &video, &audio,
+    CDemuxGraph graph(input, CProgramSwitches(options, input), &video, &audio,
                       {.pace = CDemuxGraph::EPace::Timed,
                        .strModule = options.strModule,
-                       .bElementaryTiming = options.timing == ETsTiming::Elementary});
+                       .bElementaryTiming = options.timing == ETsTiming::Elementary,
+                       .bQuiet = options.bQuiet});
     listing.m_onEnough = [&graph] { graph.End(); };
     if (options.dSeek || options.dRate != 1.0) graph.Seek(options.dSeek.value_or(0), options.dRate);
     graph.RunToEnd();

@@ -85,9 +85,9 @@ dump_registry() { # file
     done
 }
 
-# What the program lists of a stream's samples, pin after pin.
+# What the program lists of the samples of a stream, pin after pin, with the filter as a host finds it.
 list_natively() { # stream, options...
-    build/debug/bin/kestdemux samples --json "${@:2}" "$1" | grep '"event":"sample"' | sort -s -t, -k1,1
+    build/debug/bin/kestdemux samples --plain --json "${@:2}" "$1" | grep '"event":"sample"' | sort -s -t, -k1,1
 }
 
 # Compares every sample of both pins, from the beginning and from seeks, with what the program lists.
