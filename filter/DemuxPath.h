@@ -87,7 +87,8 @@ public:
 
     // ---- bytes that are pushed
 
-    /// Hands bytes to the demuxer, waiting for room as long as it runs. What it does not take is dropped.
+    /// Hands bytes to the demuxer: all that it has room for at once, and 2048 at a time while it has none, waiting as
+    /// long as it runs. What it does not take is dropped.
     void Feed(Bytes data);
     /// Ends a `Feed` that is under way, and lets none begin until `ReleaseFeed`; holds add up. Not for the thread
     /// that feeds; with the pin lock held, or while connections cannot change.
