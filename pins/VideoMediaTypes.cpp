@@ -81,14 +81,13 @@ CMediaType MakeTrueMpeg2Type(const VideoFormat& video) {
 
 /// The samples are the payload of the packets, and the type says so.
 CMediaType MakeTrueMpeg1Type(const VideoFormat& video) {
-    constexpr std::uint64_t kPelsPerMeter = 2000;
+    constexpr std::uint32_t kPelsPerMeter = 2000;
     MPEG1VIDEOINFO format{};
     SetHeader(format.hdr, video);
-    const Fraction aspect = video.sampleAspect;
-    format.hdr.bmiHeader.biYPelsPerMeter = kPelsPerMeter;
+    const Fraction aspect = video.sampleAspect.IsKnown() ? video.sampleAspect : Fraction{1, 1};
     format.hdr.bmiHeader.biXPelsPerMeter =
-        aspect.IsKnown() ? static_cast<LONG>(kPelsPerMeter * aspect.nDenominator / aspect.nNumerator)
-                         : kPelsPerMeter;
+        static_cast<LONG>(kPelsPerMeter * aspect.nDenominator / aspect.nNumerator);
+    format.hdr.bmiHeader.biYPelsPerMeter = kPelsPerMeter;
     format.cbSequenceHeader = static_cast<DWORD>(video.abHeader.size());
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG1Payload);
     type.SetFormatType(FORMAT_MPEGVideo);
