@@ -112,10 +112,10 @@ TEST(TimeSearch, AgreesWithTheFramesOfFiles) {
             if (found == frame.payload.end() || (bMpeg4 ? found[4] >= 0x40 : (found[5] & 0x38) != 8))
                 continue;
             const std::int64_t llTime = extent->TimeOf(frame.info.llPts);
-            EXPECT_EQ(search.FindAccessPoint(llTime - 1),
-                      llTime > 0 ? expected : AccessPoint{frame.info.llFilePos, frame.info.llPts});
-            expected = {frame.info.llFilePos, frame.info.llPts};
-            EXPECT_EQ(search.FindAccessPoint(llTime), expected);
+            const AccessPoint point{frame.info.llFilePos, frame.info.llPts};
+            EXPECT_EQ(search.FindAccessPoint(llTime - 1), llTime > 0 ? expected : point);
+            EXPECT_EQ(search.FindAccessPoint(llTime), point);
+            expected = point;
             ++nPoints;
         }
         EXPECT_GE(nPoints, 5);
