@@ -8,7 +8,7 @@ namespace {
 constexpr std::int64_t kTicksPerSecond = 90000;
 constexpr std::int64_t kTimestampRange = std::int64_t{1} << 33;
 constexpr std::int64_t kMostBefore = 10 * kTicksPerSecond;  // of a timestamp before time 0
-constexpr std::int64_t kLeastByteRate = 4000;          // bytes a second; less than that is a jump in time
+constexpr std::int64_t kLeastByteRate = 1000;          // bytes a second; less than that is a jump in time
 constexpr std::int64_t kMostReorder = 45000;           // a PTS is not further behind its DTS
 constexpr std::int64_t kLeastRead = 65536;             // bytes
 constexpr std::int64_t kMostRead = 4 << 20;            // a bound of memory: reads that go on grow up to it
@@ -31,6 +31,26 @@ std::int64_t OrderOf(const PesTimestamps& timestamps, const TimeExtent& extent) 
     const bool bHasDts = timestamps.llDts != timestamps.llPts;
     return extent.TimeOf(timestamps.llDts) - (bHasDts ? 0 : kMostReorder);
 }
+
+/// The choice of an access point among the pictures before a time, the last of them first. An I picture without a
+/// header is taken when the two before it have none either: where headers are not repeated. The first picture of a
+/// source has one always, so that it says nothing about that.
+struct Choice {
+    std::optional<TimedPicture> picture;  // the access point
+    std::optional<TimedPicture> last;     // the last picture, whatever it is
+    int nWithout = 0;                     // I pictures without a header
+
+    /// @param bFirst  it is the first picture of the source.
+    /// @return whether the choice is made.
+    bool Take(const TimedPicture& next, bool bFirst) {
+        constexpr int kEnoughWithout = 3;
+        if (!last) last = next;
+        if (!next.bIntra) return false;
+        const bool bWithHeader = next.bHeader && !(bFirst && nWithout > 0);
+        if (bWithHeader || nWithout == 0) picture = next;
+        return bWithHeader || ++nWithout == kEnoughWithout;
+    }
+};
 
 }  // namespace
 
@@ -189,41 +209,32 @@ std::vector<TimedPicture> CTimeSearch::FindPictures() const {
     return pictures;
 }
 
-// Reads back from the upper bound. An I picture without a header is taken when those before it, the first of the source
-// left out, have none either: where headers are not repeated.
+// Reads back from the upper bound, more at a time.
 std::optional<AccessPoint> CTimeSearch::FindAccessPoint(std::int64_t llTime) {
-    constexpr int kEnoughWithout = 3;
     if (!m_extent) return std::nullopt;
     llTime = std::clamp(llTime, std::int64_t{0}, m_extent->llDuration);
     const auto llBound = FindUpperBound(llTime);
     if (!llBound) return std::nullopt;
 
-    std::optional<TimedPicture> withoutHeader, lastPicture;
-    int nWithout = 0;
+    Choice choice;
+    bool bDone = false;
     std::int64_t llRead = kCloseEnough;
     const std::int64_t llFarthest = std::max(*llBound - kMostSearched, std::int64_t{0});
-    for (std::int64_t llEnd = *llBound; llEnd > llFarthest && nWithout < kEnoughWithout;) {
+    for (std::int64_t llEnd = *llBound; llEnd > llFarthest && !bDone;) {
         const std::int64_t llBegin = std::max(llEnd - llRead, std::int64_t{0});
         if (!Load(llBegin, llEnd + kOverlap)) return std::nullopt;
         const auto pictures = FindPictures();
-        for (auto it = pictures.rbegin(); it != pictures.rend() && nWithout < kEnoughWithout; ++it) {
-            const std::int64_t llPictureTime = m_extent->TimeOf(it->llTimestamp);
-            if (it->llPosition >= llEnd && llEnd != *llBound) continue;
-            if (llPictureTime > llTime) continue;
-            if (!lastPicture) lastPicture = *it;
-            if (!it->bIntra) continue;
-            const bool bFirst = llBegin == 0 && it + 1 == pictures.rend();
-            if (it->bHeader && !(bFirst && withoutHeader))
-                return AccessPoint{it->llPosition, it->llTimestamp};
-            if (!withoutHeader) withoutHeader = *it;
-            ++nWithout;
+        for (auto it = pictures.rbegin(); it != pictures.rend() && !bDone; ++it) {
+            const bool bHadBefore = it->llPosition >= llEnd && llEnd != *llBound;
+            if (bHadBefore || m_extent->TimeOf(it->llTimestamp) > llTime) continue;
+            bDone = choice.Take(*it, llBegin == 0 && it + 1 == pictures.rend());
         }
         llEnd = llBegin;
         llRead = std::min(2 * llRead, kMostRead);
     }
-    if (!withoutHeader && llFarthest > 0) withoutHeader = lastPicture;  // no access point far and wide
-    if (withoutHeader) return AccessPoint{withoutHeader->llPosition, withoutHeader->llTimestamp};
-    return AccessPoint{0, m_extent->llFirst};
+    if (!choice.picture && llFarthest > 0) choice.picture = choice.last;  // no access point within reach
+    if (!choice.picture) return AccessPoint{0, m_extent->llFirst};
+    return AccessPoint{choice.picture->llPosition, choice.picture->llTimestamp};
 }
 
 }  // namespace kest

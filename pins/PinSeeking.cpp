@@ -82,7 +82,7 @@ void CPinSeeking::UpdatePosition() {
 std::optional<std::uint32_t> CPinSeeking::SkipAhead(const std::function<bool()>& isStale) {
     constexpr REFERENCE_TIME kStep = 1000000;
     CAutoLock lock(m_csSeek);
-    if (!HasPositions() || isStale()) return std::nullopt;
+    if (m_bByTime || !HasPositions() || isStale()) return std::nullopt;
     REFERENCE_TIME rtStart = 0;
     {
         CAutoLock positions(*m_pLock);

@@ -40,7 +40,7 @@ public:
     /// nobody. A bit rate below 100 leaves it unchanged.
     void UpdatePosition();
 
-    /// Seeks 100 ms ahead of the current position.
+    /// Seeks 100 ms ahead of the current position; not by time, since an access point may lie before it.
     /// @param isStale  asked with the seek lock held; true: another seek has been faster, there is none.
     /// @return the number of the seek; empty: there was none.
     std::optional<std::uint32_t> SkipAhead(const std::function<bool()>& isStale);

@@ -38,7 +38,7 @@ REFERENCE_TIME CTimeline::BaseOf(const SeekTarget& target, std::int64_t llTimest
     constexpr std::int64_t kRange = kLastTimestamp + 1;
     const std::int64_t llAhead = SaturatedAdd(SaturatedSubtract(llTimestamp, target.llTimestamp), kRange / 2);
     const std::int64_t llWraps = llAhead / kRange - (llAhead % kRange < 0 ? 1 : 0);
-    return ToTime(target.llTimestamp + llWraps * kRange);
+    return ToTime(SaturatedAdd(target.llTimestamp, llWraps * kRange));
 }
 
 Placement CTimeline::Begin(const TimedFrame& frame, PinTiming& own) {

@@ -136,10 +136,9 @@ struct PinSeeking : testing::Test {
         LONGLONG ll = -1;
         return seeking.GetStopPosition(&ll), ll;
     }
-    void SetFilePos(std::int64_t llFilePos, std::int64_t llPts = 0) {
+    void SetFilePos(std::int64_t llFilePos) {
         FRAME_INFO info{};
         info.llFilePos = llFilePos;
-        info.llPts = llPts;
         seeking.SetFrame(info);
     }
     CPinRig rig{4};
@@ -183,24 +182,6 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     rig.video.SetAsyncReader(nullptr);
     EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("positions 1 5000"));
     EXPECT_EQ(Stop(), 50000000);
-}
-
-TEST_F(PinSeeking, TakesDurationAndPositionFromTimestamps) {
-    rig.filter.m_nBitRate = 0;
-    rig.filter.m_extent = TimeExtent{8589934592 - 900000, 5400000};  // a minute, which wraps after 10 s
-    seeking.Init(1000000);
-    EXPECT_EQ(Stop(), 600000000);
-    for (const auto& [llPts, llNow] : {std::pair<LONGLONG, LONGLONG>{8589934592 - 450000, 50000000},
-                                       {450000, 150000000},
-                                       {8589934592 - 903600, -400000},
-                                       {kNoFrameTime, 300000000}}) {
-        SetFilePos(500000, llPts);
-        seeking.UpdatePosition();
-        EXPECT_EQ(Position(), llNow) << llPts;
-    }
-    LONGLONG llTo = 70000000;
-    EXPECT_EQ(seeking.SetPositions(&llTo, 1, nullptr, 0), S_OK);
-    EXPECT_THAT(rig.filter.m_hooks.Get(), ElementsAre("seek 70000000")) << "a bit rate is not needed";
 }
 
 TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {

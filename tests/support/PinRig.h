@@ -120,7 +120,6 @@ public:
     bool IsInputConnected() const override { return m_bInputConnected; }
     bool IsPushSource() const override { return m_bPush; }
     std::uint32_t GetBitRate() const override { return m_nBitRate; }
-    std::optional<TimeExtent> GetTimeExtent() const override { return m_extent; }
     const StreamDescription* GetDescription(EStreamKind kind) const override {
         return m_description.FindStream(kind);
     }
@@ -152,7 +151,6 @@ public:
     }();
     std::atomic<std::uint32_t> m_nMode{4};
     std::atomic<std::uint32_t> m_nBitRate{1500000};
-    std::optional<TimeExtent> m_extent;  // changed while no delivery thread runs
     std::atomic<bool> m_bInputConnected{true}, m_bPush{false}, m_bActive{false}, m_bFreeRun{false};
     std::atomic<bool> m_bResetting{false};
     std::atomic<REFERENCE_TIME> m_rtStreamStart{0};
