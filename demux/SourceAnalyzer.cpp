@@ -20,15 +20,13 @@ namespace {
 constexpr std::size_t kLeastRead = 0x40000;  // bytes of the beginning, and of the end, that are read
 constexpr std::size_t kMostRead = 0x400000;  // as long as something is missing
 
-/// Whether a pack header stands in the bytes, and whose.
+/// What the first pack header in the bytes begins; None: there is no pack header.
 EContainer FindPacks(Bytes bytes) {
     EContainer container = EContainer::None;
-    bool bPack = false;
     WalkProgramStream(bytes, [&](std::uint8_t nId, Bytes structure) {
-        if (bPack) return false;  // something follows the pack header
-        bPack = nId == kPackHeaderId;
-        if (bPack) container = structure[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
-        return true;
+        if (nId != kPackHeaderId) return true;
+        container = structure[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
+        return false;
     });
     return container;
 }

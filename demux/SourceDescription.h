@@ -91,8 +91,8 @@ struct StreamDescription {
     std::uint8_t nStreamType = 0;  // stream_type of the map; 0: there is none, or it does not list the stream
     EStreamKind kind = EStreamKind::Other;
     ECodec codec = ECodec::Unknown;  // by the stream's own headers; without any by the map
-    VideoFormat video;               // of video
-    AudioFormat audio;               // of audio
+    VideoFormat video{};             // of video
+    AudioFormat audio{};             // of audio
     bool bSeen = false;              // a packet of it was found; else the map alone lists it
     std::int64_t llFirstPts = -1;    // 90 kHz, 33 bits; the earliest of the first ones; -1: none was found
     std::int64_t llFirstDts = -1;    // of the first packet with timestamps; its PTS where it has no DTS

@@ -14,13 +14,13 @@ namespace {
 constexpr REFERENCE_TIME kFrameTime = 333667;  // 100 ns of a frame at 30000/1001 a second
 constexpr DWORD kBitmapHeaderSize = 40;
 
-/// A format block whose sequence header stands where the record ends in an array of one element, at nOffset.
+/// Sets a format block whose sequence header stands where the record ends in an array of one element, at nOffset.
 template <class Record>
-std::vector<BYTE> MakeBlock(const Record& record, std::size_t nOffset, std::span<const std::uint8_t> header) {
+void SetFormat(CMediaType& type, const Record& record, std::size_t nOffset, std::span<const BYTE> header) {
     std::vector<BYTE> block(std::max(sizeof record, nOffset + header.size()));
     std::memcpy(block.data(), &record, sizeof record);
     std::copy(header.begin(), header.end(), block.begin() + static_cast<std::ptrdiff_t>(nOffset));
-    return block;
+    type.SetFormat(std::span<const BYTE>(block));
 }
 
 // ---------------- what the stream's own headers say
@@ -75,24 +75,23 @@ CMediaType MakeTrueMpeg2Type(const VideoFormat& video) {
     format.dwLevel = GetLevel(video.nProfileLevel);
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
     type.SetFormatType(FORMAT_MPEG2Video);
-    type.SetFormat(MakeBlock(format, offsetof(MPEG2VIDEOINFO, dwSequenceHeader), video.abHeader));
+    SetFormat(type, format, offsetof(MPEG2VIDEOINFO, dwSequenceHeader), video.abHeader);
     return type;
 }
 
 /// The samples are the payload of the packets, and the type says so.
 CMediaType MakeTrueMpeg1Type(const VideoFormat& video) {
-    constexpr std::uint64_t kPelsPerMeter = 2000;
+    constexpr std::uint32_t kPelsPerMeter = 2000;
     MPEG1VIDEOINFO format{};
     SetHeader(format.hdr, video);
-    const Fraction aspect = video.sampleAspect;
-    format.hdr.bmiHeader.biYPelsPerMeter = kPelsPerMeter;
+    const Fraction aspect = video.sampleAspect.IsKnown() ? video.sampleAspect : Fraction{1, 1};
     format.hdr.bmiHeader.biXPelsPerMeter =
-        aspect.IsKnown() ? static_cast<LONG>(kPelsPerMeter * aspect.nDenominator / aspect.nNumerator)
-                         : kPelsPerMeter;
+        static_cast<LONG>(kPelsPerMeter * aspect.nDenominator / aspect.nNumerator);
+    format.hdr.bmiHeader.biYPelsPerMeter = kPelsPerMeter;
     format.cbSequenceHeader = static_cast<DWORD>(video.abHeader.size());
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG1Payload);
     type.SetFormatType(FORMAT_MPEGVideo);
-    type.SetFormat(MakeBlock(format, offsetof(MPEG1VIDEOINFO, bSequenceHeader), video.abHeader));
+    SetFormat(type, format, offsetof(MPEG1VIDEOINFO, bSequenceHeader), video.abHeader);
     return type;
 }
 
@@ -147,7 +146,6 @@ CMediaType MakeMpeg2VideoType() {
 
 CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header) {
     const Mpeg1SequenceFields fields = ParseSequenceHeader(header);
-    constexpr std::size_t kMpeg1BlockSize = 244;
     MPEG1VIDEOINFO format{};
     format.hdr.rcSource = {0, 0, fields.horizontal_size, fields.vertical_size};
     format.hdr.dwBitRate = fields.nBitRate;
@@ -160,8 +158,10 @@ CMediaType MakeMpeg1VideoType(const Mpeg1SequenceHeader& header) {
     format.dwStartTimeCode = 4097;
     format.cbSequenceHeader = static_cast<DWORD>(header.size());
 
-    std::vector<BYTE> block = MakeBlock(format, offsetof(MPEG1VIDEOINFO, bSequenceHeader), header);
-    block.resize(kMpeg1BlockSize);
+    // The sequence header stands where the record ends in a one-byte array.
+    std::array<BYTE, 244> block{};
+    std::memcpy(block.data(), &format, sizeof format);
+    std::copy(header.begin(), header.end(), block.begin() + offsetof(MPEG1VIDEOINFO, bSequenceHeader));
     CMediaType type(MEDIATYPE_Video, MEDIASUBTYPE_MPEG1Packet);
     type.SetFormatType(FORMAT_MPEGVideo);
     type.SetFormat(block);

@@ -54,6 +54,44 @@ TEST_F(FilterConnection, RefusedConnectionsLeaveNothingBehind) {
     EXPECT_EQ(S_OK, Input().CheckMediaType(CMediaType()));
 }
 
+TEST_F(FilterConnection, SwitchesAdmitStreamsWithoutMapAndGiveThePinsTheirTypes) {
+    ByteVector mpeg4 = ReadTestData("ps_mpeg4.mpg");  // its map becomes padding
+    for (std::size_t i = 3; i < mpeg4.size(); ++i) {
+        if (mpeg4[i] == 0xBC && mpeg4[i - 1] == 1 && mpeg4[i - 2] == 0 && mpeg4[i - 3] == 0) mpeg4[i] = 0xBE;
+    }
+    const ByteVector audioAlone = CProgramStreamBuilder().Pack(1000).Pes(0xC0, ByteVector(900, 1), 0).Get();
+    const auto GetSize = [this] {
+        CMediaType type;
+        EXPECT_EQ(Output(0).GetMediaType(0, type), S_OK);
+        LONG lHeight = 0;  // of the bitmap header, which stands in another place of MPEG2VIDEOINFO
+        const bool bMpeg2 = type.FormatType() == FORMAT_MPEG2Video;
+        std::memcpy(&lHeight,
+                    type.Format().data() + (bMpeg2 ? offsetof(MPEG2VIDEOINFO, hdr.bmiHeader.biHeight)
+                                                   : offsetof(VIDEOINFOHEADER, bmiHeader.biHeight)),
+                    sizeof lHeight);
+        return lHeight;
+    };
+    const std::tuple<ByteVector, EWorkingMode, std::uint32_t, LONG> cases[] = {
+        {ReadTestData("vob_mpeg2_nomap.mpg"), EWorkingMode::ProgramMpeg12, 1800000, 240},
+        {mpeg4, EWorkingMode::ProgramMpeg4, 409600, 240},
+        {audioAlone, EWorkingMode::ProgramMpeg12, 400000, 480}};
+    for (const auto& [bytes, mode, nBitRate, lHeight] : cases) {
+        EXPECT_EQ(S_OK, SetSwitch(ESwitch::AssumeMap, 0));
+        EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(Load(bytes)));
+        EXPECT_EQ(S_OK, SetSwitch(ESwitch::AssumeMap, 1));
+        for (int bTrueTypes : {0, 1}) {
+            EXPECT_EQ(S_OK, SetSwitch(ESwitch::TrueTypes, bTrueTypes));
+            ASSERT_EQ(S_OK, Connect(Load(bytes)));
+            EXPECT_EQ(std::pair(mode, nBitRate),
+                      std::pair(m_pFilter->GetWorkingMode(), m_pFilter->GetBitRate()));
+            EXPECT_EQ(GetSize(), bTrueTypes ? lHeight : 480);
+            Disconnect();
+        }
+    }
+    EXPECT_EQ(S_OK, SetSwitch(ESwitch::TrueTypes, 0));
+    EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(Load("ts_mpeg2.ts"))) << "not this switch's";
+}
+
 // A Pause that has begun must not have the reader taken from its threads, nor begin while a connection makes
 // the demuxer that it would start.
 TEST_F(FilterConnection, PathAndConnectionsExcludeEachOther) {

@@ -56,6 +56,75 @@ TEST(PinMediaTypes, AreOfferedByMode) {
     EXPECT_EQ(rig.video.GetMediaType(1, type), VFW_S_NO_MORE_ITEMS);
 }
 
+TEST(PinMediaTypes, AreTheStreamsOwnWhereTheseAreKnown) {
+    CPinRig rig(4);
+    StreamDescription video{.nId = 0xE0, .kind = EStreamKind::Video, .codec = ECodec::Mpeg2Video};
+    video.video = {.nWidth = 720,
+                   .nHeight = 576,
+                   .sampleAspect = {16, 15},
+                   .displayAspect = {4, 3},
+                   .frameRate = {25, 1},
+                   .nBitRate = 6000000,
+                   .nProfileLevel = 0x48,
+                   .bProgressive = false,
+                   .abHeader = {0, 0, 1, 0xB3, 0x2D}};
+    StreamDescription audio{.nId = 0xC0, .kind = EStreamKind::Audio, .codec = ECodec::MpegAudio};
+    audio.audio = {.nSamplingRate = 48000,
+                   .nChannels = 1,
+                   .nBitRate = 192000,
+                   .nFrameSamples = 1152,
+                   .nLayer = 2,
+                   .nVersion = 1,
+                   .nMode = 3,
+                   .nEmphasis = 1,
+                   .bProtected = true,
+                   .bOriginal = true};
+    CMediaType type;
+    const auto Offer = [&](CDemuxOutputPin& pin) {
+        rig.filter.m_description.streams = {video, audio};
+        EXPECT_EQ(pin.GetMediaType(0, type), S_OK);
+        EXPECT_EQ(pin.CheckMediaType(type), S_OK);
+        return type;
+    };
+    const auto mpeg2 = FormatOf<MPEG2VIDEOINFO>(Offer(rig.video));
+    EXPECT_EQ(std::tuple(mpeg2.hdr.rcSource.right, mpeg2.hdr.bmiHeader.biWidth, mpeg2.hdr.bmiHeader.biHeight,
+                         mpeg2.hdr.AvgTimePerFrame, mpeg2.hdr.dwBitRate),
+              std::tuple(720, 720, 576, 400000, 6000000u));
+    EXPECT_EQ(std::tuple(mpeg2.hdr.dwPictAspectRatioX, mpeg2.hdr.dwPictAspectRatioY,
+                         mpeg2.hdr.dwInterlaceFlags, mpeg2.dwProfile, mpeg2.dwLevel, mpeg2.cbSequenceHeader),
+              std::tuple(4u, 3u, 0x81u, 2u, 2u, 5u));
+    const auto header = type.Format().subspan(offsetof(MPEG2VIDEOINFO, dwSequenceHeader), 5);
+    EXPECT_TRUE(std::ranges::equal(header, video.video.abHeader));
+
+    video.codec = ECodec::Mpeg1Video;
+    video.video.frameRate = {24000, 1001};
+    const auto mpeg1 = FormatOf<MPEG1VIDEOINFO>(Offer(rig.video));
+    EXPECT_EQ(type.Subtype(), MEDIASUBTYPE_MPEG1Payload) << "also of a program stream";
+    EXPECT_EQ(std::tuple(mpeg1.hdr.AvgTimePerFrame, mpeg1.hdr.bmiHeader.biXPelsPerMeter,
+                         mpeg1.hdr.bmiHeader.biYPelsPerMeter, mpeg1.cbSequenceHeader),
+              std::tuple(417083, 1875, 2000, 5u));
+
+    video.codec = ECodec::Mpeg4Video;
+    EXPECT_EQ(FormatOf<VIDEOINFOHEADER>(Offer(rig.video)).bmiHeader.biWidth, 720);
+    EXPECT_EQ(type.Subtype(), MEDIASUBTYPE_KestMpeg4Video);
+    video.video = {};
+    EXPECT_EQ(FormatOf<MPEG2VIDEOINFO>(Offer(rig.video)).hdr.bmiHeader.biWidth, 352) << "that of the mode";
+
+    const auto mono = FormatOf<MPEG1WAVEFORMAT>(Offer(rig.audio));
+    EXPECT_EQ(
+        std::tuple(WORD{mono.wfx.nChannels}, DWORD{mono.wfx.nSamplesPerSec}, DWORD{mono.wfx.nAvgBytesPerSec},
+                   WORD{mono.wfx.nBlockAlign}, DWORD{mono.dwHeadBitrate}),
+        std::tuple(1, 48000u, 24000u, 576, 192000u));
+    EXPECT_EQ(std::tuple(WORD{mono.fwHeadLayer}, WORD{mono.fwHeadMode}, WORD{mono.fwHeadModeExt},
+                         WORD{mono.wHeadEmphasis}, WORD{mono.fwHeadFlags}),
+              std::tuple(2, 8, 1, 2, 4 + 8 + 16));
+    audio.audio.nSamplingRate = 44100;  // frames of two sizes
+    EXPECT_EQ(WORD{FormatOf<MPEG1WAVEFORMAT>(Offer(rig.audio)).wfx.nBlockAlign}, 1);
+    CMediaType host(MEDIATYPE_Audio, MEDIASUBTYPE_MPEG1Audio);
+    ASSERT_EQ(rig.audio.SetOfferedType(host), S_OK);
+    EXPECT_TRUE(Offer(rig.audio) == host) << "the host's own";
+}
+
 // ---------------- seeking
 
 struct PinSeeking : testing::Test {
