@@ -90,7 +90,9 @@ void RequireStreams(const Input& input, const DemuxOptions& options, const CWrit
     Require(EStream::Video, video, options.nVideoStream);
     Require(EStream::Audio, audio, options.nAudioStream);
     if (video.IsEmpty() && audio.IsEmpty())
-        throw CCommandError(kExitBadInput, input.path.string() + ": neither video nor audio came out of it");
+        throw CCommandError(
+            kExitBadInput,
+            input.path.string() + ": neither video nor audio came out of it; --list shows what there is");
 }
 
 /// What was lost, of one stream; empty: nothing.

@@ -62,9 +62,11 @@ SourceDescription Describe(CInputReader& reader) {
 
 /// The class of what the filter takes with its switch AssumeMap on, see CSource.
 int GetAssumedClass(const Input& input) {
-    const bool bProgramStream = input.description.container == EContainer::ProgramStream;
+    const SourceDescription& description = input.description;
+    const bool bProgramStream =
+        description.container == EContainer::ProgramStream && !description.streams.empty();
     const bool bUnsure = input.nClass == kClassNotRecognised || input.nClass == kClassMpeg4VideoEs;
-    return bProgramStream && bUnsure ? input.description.GetStreamClass() : input.nClass;
+    return bProgramStream && bUnsure ? description.GetStreamClass() : input.nClass;
 }
 
 /// That of the whole source, else the one in its first pack header, which need not be true.
@@ -72,6 +74,15 @@ std::uint32_t MeasureBitRate(const SourceDescription& description) {
     const std::int64_t llBitRate = GetBitRate(description);
     const bool bKnown = llBitRate > 0 && llBitRate <= std::numeric_limits<std::uint32_t>::max();
     return bKnown ? static_cast<std::uint32_t>(llBitRate) : description.nMuxRate;
+}
+
+/// The error of an input that is not what is wanted.
+/// @param pszMissing  what the probe has missed.
+[[noreturn]] void FailUnusable(const Input& input, bool bDescribed, const char* pszMissing) {
+    CheckReadErrors(input);
+    if (!bDescribed) Fail(input.path, std::string("class 6, not recognised; missing: ") + pszMissing);
+    if (input.description.container == EContainer::ProgramStream) pszMissing = "packets of video or audio";
+    Fail(input.path, std::string("not recognised; missing: ") + pszMissing);
 }
 
 /// @param isUsable  whether the input is what is wanted.
@@ -91,11 +102,7 @@ Input OpenAndProbe(const std::filesystem::path& path, EAccess access, bool bDesc
         input.nClass = GetAssumedClass(input);
     }
     if (!input.pReader->IsSeekable()) input.llLength = 0;
-    if (!isUsable(input)) {
-        CheckReadErrors(input);
-        Fail(input.path,
-             std::string(bDescribe ? "" : "class 6, ") + "not recognised; missing: " + probe.GetMissing());
-    }
+    if (!isUsable(input)) FailUnusable(input, bDescribe, probe.GetMissing());
     input.nVideoStreamType = probe.GetVideoStreamType();
     if (input.nVideoStreamType) input.nBitRate = probe.GetBitRate();
     if (bDescribe) input.nBitRate = MeasureBitRate(input.description);
