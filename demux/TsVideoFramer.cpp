@@ -27,7 +27,7 @@ bool BeginsMpeg4Frame(std::uint8_t nCode) {
 void CTsVideoFramer::Begin(ETsTiming timing) {
     m_timing = timing;
     m_next = kNoTimestamps;
-    m_llStep = 0;
+    m_llStep.reset();
     m_bContinues = false;
 }
 
@@ -97,19 +97,18 @@ void CTsVideoFramer::SplitRest(bool bAll) {
     if (bAll) m_ends.back() = m_buffer.GetBytes().size();
     const bool bBeginning = !bAll && m_ends.back() == m_buffer.GetBytes().size();
     QueueFrames(m_llStep);
-    if (m_llStep == 0) m_next = kNoTimestamps;
     m_bContinues = bBeginning;
 }
 
-void CTsVideoFramer::QueueFrames(std::int64_t llStep) {
+/// Queues the frames whose ends were found. @param llStep  their distance; none: it is not known.
+void CTsVideoFramer::QueueFrames(std::optional<std::int64_t> llStep) {
     std::size_t nBegin = 0;
     for (const std::size_t nEnd : m_ends) {
         const bool bMoves = HasTime() && !m_bContinues;
         QueueFrame(nEnd - nBegin);
         nBegin = nEnd;
         if (!bMoves) continue;
-        m_next.llDts += llStep;
-        m_next.llPts += llStep;
+        m_next = llStep ? PesTimestamps{m_next.llPts + *llStep, m_next.llDts + *llStep} : kNoTimestamps;
     }
 }
 

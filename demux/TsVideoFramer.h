@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "demux/FrameOutput.h"
@@ -40,7 +41,7 @@ private:
     void Take(Bytes part);
     void SplitFrames(std::int64_t llNextDts);
     void SplitRest(bool bAll);
-    void QueueFrames(std::int64_t llStep);
+    void QueueFrames(std::optional<std::int64_t> llStep);
     bool HasFrameStart();
     bool BeginsWithCode() const;
     bool HasTime() const { return m_next.llPts != kNoTimestamps.llPts; }
@@ -55,7 +56,7 @@ private:
     bool m_bMpeg4 = false;                 // see SetMpeg4
     bool m_bDrain = false;                 // see SetDrain
     PesTimestamps m_next = kNoTimestamps;  // of the next frame
-    std::int64_t m_llStep = 0;             // last known distance of two frames; 0: none is known
+    std::optional<std::int64_t> m_llStep;  // last known distance of two frames
     bool m_bContinues = false;             // the buffer goes on with a frame that has been queued
     std::vector<std::size_t> m_ends;       // of the frames in the buffer; kept for its memory
 };

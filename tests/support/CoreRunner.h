@@ -48,7 +48,7 @@ inline std::string Describe(const Frames& frames) {
 /// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
 /// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
-    static thread_local ByteVector block(524288);
+    static thread_local ByteVector block(1048576);
     FRAME_INFO info{};
     const std::uint32_t nBegin = TickCount();
     do {
