@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <span>
+#include <type_traits>
 #include <string_view>
 
 #include "platform/api/MediaRecords.h"
@@ -71,6 +72,7 @@ public:
     bool SetFormat(std::span<const BYTE> block);
     /// Replaces the format block by a copy of a record such as VIDEOINFOHEADER.
     template <class Record>
+        requires std::is_trivially_copyable_v<Record>
     bool SetFormat(const Record& record) {
         return SetFormat({reinterpret_cast<const BYTE*>(&record), sizeof record});
     }

@@ -81,6 +81,11 @@ ERequest CRobustTimeline::FindPlace(const TimedFrame& frame, AvTimes& times) con
     own.bEnded = false;
     if (ComeBack(llTimestamp, line) || GoOn(llTimestamp, line) || Join(llTimestamp, line))
         return ERequest::None;
+    if (times.seekTarget && line.nEpochs == 0) {
+        const SharedLine::Place target = {.llTimestamp = times.seekTarget->llTimestamp, .llAt = 0};
+        BeginEpoch({llTimestamp, target.Find(llTimestamp)}, line);
+        return ERequest::None;
+    }
 
     const bool bIsPeer = !m_bAlone && !times.Of(PeerOf(m_pin)).bAbsent && !peer.bEnded;
     const bool bWaits = bIsPeer && own.bContinued && !peer.llWaiting;

@@ -27,7 +27,8 @@ namespace kest {
 ///
 /// The first frame of a segment, the earlier one of both streams, has time 0; in an MPEG-1 system stream and
 /// in a program stream that is pushed it has the stream time at which it comes, and a jump leads at least to
-/// the present one. A stream that begins later may have earlier times. A reset does not begin the times anew,
+/// the present one. Behind a seek by time, the seek's target has time 0, whichever stream comes first. A stream
+/// that begins later may have earlier times. A reset does not begin the times anew,
 /// and no rule seeks, flushes or asks for resets.
 class CRobustTimeline final : public CTimeline {
 public:
