@@ -300,13 +300,17 @@ void RunPushedCore(const Input& input, const CoreOptions& options, CFrameCounter
 void RunFramer(const Input& input, const CoreOptions& options, CFrameCounter& frames) {
     Queues queues(options.settings);
     CElementaryStreamFramer framer;
+    framer.SetDrain(options.settings.bDrain);
     RunPushed(input, options.bQuiet, frames, queues,
               {.push =
                    [&](Bytes data) {
                        framer.Push(data, queues.video);  // the queue stays open
                        return true;
                    },
-               .end = [] {},
+               .end =
+                   [&] {
+                       if (options.settings.bDrain) framer.Flush(queues.video);
+                   },
                .isStarved = [] { return true; },
                .stop = [] {}});
 }

@@ -84,7 +84,7 @@ TEST_P(Transcript, IsWhatTheProgramDoes) {
 INSTANTIATE_TEST_SUITE_P(Golden, Transcript,
                          testing::Values("probe", "frames", "frames_ts", "frames_json", "samples",
                                          "samples_json", "demux", "errors", "outputs", "interrupts",
-                                         "modules", "live", "help"),
+                                         "modules", "live", "help", "whole"),
                          [](const auto& test) { return test.param; });
 
 }  // namespace
