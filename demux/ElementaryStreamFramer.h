@@ -24,8 +24,9 @@ public:
 
     /// @param nMaxUnit  bytes of the longest unit.
     explicit CElementaryStreamFramer(std::uint32_t nMaxUnit = kMaxUnit)
-        : m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
+        : m_nMaxUnit(nMaxUnit), m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
 
+    std::uint32_t GetMaxUnit() const { return m_nMaxUnit; }
     /// Forgets what came so far.
     void Reset();
     /// Takes the next part of the stream and puts every unit that ends in it into the queue, waiting without
@@ -44,12 +45,13 @@ private:
     bool IsUnitEnd();
     bool Deliver(CBlockMemFileEx& queue);
 
+    const std::uint32_t m_nMaxUnit;                        // see the constructor
     std::uint32_t m_dwStartCode = kNoCode;                 // the last four bytes, most recent lowest
     const std::unique_ptr<CFrameAccumulator> m_pFrameAcc;  // the unit that is being assembled
     bool m_bInVop = false;                                 // inside a plane
     bool m_bHeaderSeen = false;  // a start code other than a plane's came since the last cut
     FrameCounters m_counters;    // see GetCounters
-    CCount m_llBytes;          // see CountBytes
+    CCount m_llBytes;            // see CountBytes
 };
 
 }  // namespace kest

@@ -1,6 +1,8 @@
 #include "filter/DemuxPath.h"
 
 #include <algorithm>
+#include <bit>
+#include <functional>
 #include <type_traits>
 
 #include "graph/Guard.h"
@@ -113,10 +115,13 @@ HRESULT CDemuxPath::Create() {
     return S_OK;
 }
 
+/// Bytes of the longest unit of an elementary stream.
+std::uint32_t CDemuxPath::MaxUnit() const {
+    return std::max(CElementaryStreamFramer::kMaxUnit, m_videoPin.GetFrameQueue().GetBlockSize());
+}
+
 HRESULT CDemuxPath::CreateFramer() {
-    const std::uint32_t nMaxUnit =
-        std::max(CElementaryStreamFramer::kMaxUnit, m_videoPin.GetFrameQueue().GetBlockSize());
-    Replace(m_pFramer, std::make_unique<CElementaryStreamFramer>(nMaxUnit));
+    Replace(m_pFramer, std::make_unique<CElementaryStreamFramer>(MaxUnit()));
     return S_OK;
 }
 
@@ -168,20 +173,23 @@ CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutp
     m_audioPin.SetPeer(m_videoPin);
 }
 
+HRESULT CDemuxPath::BeginConnection(EWorkingMode mode) {
+    const HRESULT hr = Guard([&] {
+        m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
+        if (mode != m_nWorkingMode) return EnterMode(mode);
+        return m_pFramer && m_pFramer->GetMaxUnit() != MaxUnit() ? CreateFramer() : S_OK;
+    });
+    CAutoLock lock(m_csParts);
+    m_atConnection = CountAll();
+    return hr;
+}
+
 HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
     if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
     HoldFeed();                           // bytes of the connection before may still be on their way
     m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
     const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
-    const HRESULT hr = pfnCreate ? Guard([&] {
-        m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
-        return (this->*pfnCreate)();
-    })
-                                 : S_OK;
-    {
-        CAutoLock lock(m_csParts);
-        m_atConnection = CountParts();
-    }
+    const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
     if (SUCCEEDED(hr)) m_nWorkingMode = mode;
     ReleaseFeed();
     return hr;
@@ -207,18 +215,8 @@ void CDemuxPath::Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew) {
     pPart.swap(pNew);
 }
 
-/// What is counted outside the demuxer. Under m_csParts.
-COUNTERS CDemuxPath::CountParts() const {
-    COUNTERS counters;
-    counters.nResets = m_nResets;
-    counters.video.nFramesDelivered = m_videoPin.CountDelivered();
-    counters.audio.nFramesDelivered = m_audioPin.CountDelivered();
-    return counters;
-}
-
-COUNTERS CDemuxPath::GetCounters() const {
-    CAutoLock lock(m_csParts);
-    if (m_nWorkingMode == EWorkingMode::None) return {};
+/// Everything that demuxer, pins and path have counted, since they were made. Under m_csParts.
+COUNTERS CDemuxPath::CountAll() const {
     COUNTERS counters;
     if (Core()) {
         counters = Core()->GetCounters();
@@ -228,11 +226,20 @@ COUNTERS CDemuxPath::GetCounters() const {
         counters.video = {
             .nFramesQueued = units.nQueued, .nFramesCut = units.nCut, .llBytesCut = units.llBytesCut};
     }
-    const COUNTERS now = CountParts();
-    counters.nResets = now.nResets - m_atConnection.nResets;
-    counters.video.nFramesDelivered = now.video.nFramesDelivered - m_atConnection.video.nFramesDelivered;
-    counters.audio.nFramesDelivered = now.audio.nFramesDelivered - m_atConnection.audio.nFramesDelivered;
+    counters.nResets = m_nResets;
+    counters.video.nFramesDelivered = m_videoPin.CountDelivered();
+    counters.audio.nFramesDelivered = m_audioPin.CountDelivered();
     return counters;
+}
+
+COUNTERS CDemuxPath::GetCounters() const {
+    using Numbers = std::array<std::uint64_t, sizeof(COUNTERS) / sizeof(std::uint64_t)>;
+    CAutoLock lock(m_csParts);
+    if (m_nWorkingMode == EWorkingMode::None) return {};
+    const auto before = std::bit_cast<Numbers>(m_atConnection);
+    auto counted = std::bit_cast<Numbers>(CountAll());
+    std::ranges::transform(counted, before, counted.begin(), std::minus());
+    return std::bit_cast<COUNTERS>(counted);
 }
 
 // ---------------- threads

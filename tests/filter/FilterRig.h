@@ -63,8 +63,9 @@ struct CReadPin final : CBasePin {
 struct CCountPin final : CBaseInputPin {
     CCountPin(CBaseFilter* pFilter, CCritSec* pLock) : CBaseInputPin(pFilter, pLock, nullptr, L"Input") {}
     HRESULT CheckMediaType(const CMediaType&) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Receive(IMediaSample*) override {
+    HRESULT STDMETHODCALLTYPE Receive(IMediaSample* pSample) override {
         ++m_nSamples;
+        m_llBytes += pSample->GetActualDataLength();
         if (m_onReceive) m_onReceive();
         return S_OK;
     }
@@ -87,6 +88,7 @@ struct CCountPin final : CBaseInputPin {
     std::function<void()> m_onReceive;                           // set while nothing is delivered
     std::atomic<int> m_nSamples{0}, m_nFlushes{0}, m_nHasty{0};  // hasty: flushes that ended while m_bInside
     std::atomic<bool> m_bInside{false};                          // m_onReceive says so
+    std::atomic<std::int64_t> m_llBytes{0};                      // of all samples
     CEvent m_evEnd;
 };
 

@@ -104,6 +104,25 @@ private:
 using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
 using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
 
+/// A queue that is open. What a drain queues fits it.
+struct CTestQueue : CBlockMemFileEx {
+    explicit CTestQueue(std::uint32_t nBlockSize) : CBlockMemFileEx(nBlockSize, 2048, sizeof(FRAME_INFO)) {
+        WOpen(), ROpen();
+    }
+};
+
+/// The frames of a program stream, with extensions.
+inline Frames ParseWith(const ParseSettings& settings, Bytes bytes, std::uint32_t nBlockSize = 4096) {
+    CTestQueue video(nBlockSize), audio(nBlockSize);
+    return CParserRig(bytes, settings, &video, &audio).Run();
+}
+
+inline ByteVector Concatenate(const std::vector<Frame>& frames) {
+    ByteVector bytes;
+    for (const Frame& frame : frames) bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
+    return bytes;
+}
+
 /// The units of an elementary stream that comes in parts of this size.
 inline std::vector<Frame> FrameUnits(Bytes data, std::size_t nPart) {
     std::vector<Frame> units;
