@@ -174,14 +174,13 @@ CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutp
 }
 
 HRESULT CDemuxPath::BeginConnection(EWorkingMode mode) {
-    const HRESULT hr = Guard([&] {
+    return Guard([&] {
         m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
         if (mode != m_nWorkingMode) return EnterMode(mode);
-        return m_pFramer && m_pFramer->GetMaxUnit() != MaxUnit() ? CreateFramer() : S_OK;
+        const HRESULT hr = m_pFramer && m_pFramer->GetMaxUnit() != MaxUnit() ? CreateFramer() : S_OK;
+        BeginCounting(mode);
+        return hr;
     });
-    CAutoLock lock(m_csParts);
-    m_atConnection = CountAll();
-    return hr;
 }
 
 HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
@@ -190,7 +189,7 @@ HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
     m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
     const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
     const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
-    if (SUCCEEDED(hr)) m_nWorkingMode = mode;
+    if (SUCCEEDED(hr)) BeginCounting(mode);
     ReleaseFeed();
     return hr;
 }
@@ -213,6 +212,13 @@ template <class T>
 void CDemuxPath::Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew) {
     CAutoLock lock(m_csParts);
     pPart.swap(pNew);
+}
+
+/// Enters the mode with counters that are 0.
+void CDemuxPath::BeginCounting(EWorkingMode mode) {
+    CAutoLock lock(m_csParts);
+    m_nWorkingMode = mode;
+    m_atConnection = CountAll();
 }
 
 /// Everything that demuxer, pins and path have counted, since they were made. Under m_csParts.

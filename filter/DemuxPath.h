@@ -132,6 +132,7 @@ private:
     HRESULT StartThreads();
     void StopCore();
     void WaitForPins();
+    void BeginCounting(EWorkingMode mode);
     COUNTERS CountAll() const;
     std::uint32_t MaxUnit() const;
     template <class T>
