@@ -13,9 +13,9 @@ struct STREAM_COUNTERS {
     std::uint64_t nFramesLost = 0;       // begun, and dropped before they were queued
     std::uint64_t llBytesCut = 0;        // payload that the cut frames lost
     std::uint64_t llBytesLost = 0;       // payload of the lost frames, and what was in no frame
-    std::uint64_t nDiscontinuities =
-        0;  // of the queued ones, those that say that others before them are missing; but
-            // the first of all
+    /// Of the queued ones, those that say that others before them are missing, but for the first one behind a start or
+    /// a seek.
+    std::uint64_t nDiscontinuities = 0;
 
     bool operator==(const STREAM_COUNTERS&) const = default;
 };

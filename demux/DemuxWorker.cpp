@@ -21,7 +21,10 @@ STREAM_COUNTERS MakeStreamCounters(std::uint64_t nPackets, const FrameCounters& 
 }  // namespace
 
 CDemuxWorker::CDemuxWorker(const DemuxSizes& sizes)
-    : m_video(sizes.video), m_audio(sizes.audio), m_sizes(sizes) {}
+    : m_video(sizes.video), m_audio(sizes.audio), m_sizes(sizes) {
+    m_video.SetSuperseded(m_bNewSegment);
+    m_audio.SetSuperseded(m_bNewSegment);
+}
 
 void CDemuxWorker::EndThread() {
     if (IsRunning()) Stop();
@@ -239,8 +242,8 @@ void CDemuxWorker::OnEnd() {
         m_input.Drop();
     }
     if (IsPulling()) {
-        m_audio.QueueEnd(m_bNewSegment);
-        m_video.QueueEnd(m_bNewSegment);
+        m_audio.QueueEnd();
+        m_video.QueueEnd();
     }
     m_bEndSent = true;
 }

@@ -27,8 +27,9 @@ public:
 
     /// @param nMaxUnit  bytes of the longest unit.
     explicit CElementaryStreamFramer(std::uint32_t nMaxUnit = kMaxUnit)
-        : m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
+        : m_nMaxUnit(nMaxUnit), m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
 
+    std::uint32_t GetMaxUnit() const { return m_nMaxUnit; }
     /// Forgets what came so far.
     void Reset();
     /// Nothing is dropped. Before the first part of a stream.
@@ -53,6 +54,7 @@ private:
     bool Deliver(std::uint32_t nBehind, CBlockMemFileEx& queue);
     bool Write(Bytes unit, CBlockMemFileEx& queue);
 
+    const std::uint32_t m_nMaxUnit;                        // see the constructor
     std::uint32_t m_dwStartCode = kNoCode;                 // the last four bytes, most recent lowest
     const std::unique_ptr<CFrameAccumulator> m_pFrameAcc;  // the unit that is being assembled
     bool m_bDrain = false;                                 // see SetDrain

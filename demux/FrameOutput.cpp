@@ -1,6 +1,7 @@
 #include "demux/FrameOutput.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/DebugText.h"
 
@@ -43,6 +44,13 @@ void CFrameOutput::SetLimits(std::uint32_t nLeastFrame, bool bSplits) {
 
 // ---------------- frames
 
+/// Waits for the next block; none when the queue was closed or emptied meanwhile, or is about to be. The flag last: when
+/// the queue is emptied later, the block belongs to what was emptied.
+BlockWrite CFrameOutput::BeginBlock() {
+    const BlockWrite block = m_pQueue->BeginBlock(kInfinite);
+    return m_pbSuperseded && *m_pbSuperseded ? BlockWrite{} : block;
+}
+
 /// Room that the frame's block has; a lost frame has none.
 std::size_t CFrameOutput::GetBlockRoom() const {
     return m_block.storage.size() - std::min<std::size_t>(m_nFill, m_block.storage.size());
@@ -53,7 +61,7 @@ void CFrameOutput::Append(Bytes payload, const FRAME_INFO& info) {
         m_llLeftOut += payload.size();
         return;
     }
-    if (IsEmpty()) m_block = m_pQueue->BeginBlock(kInfinite);
+    if (IsEmpty()) m_block = BeginBlock();
     while (m_bSplits && payload.size() > GetBlockRoom() && !m_block.storage.empty()) {
         const Bytes fits = payload.first(GetBlockRoom());
         std::ranges::copy(fits, m_block.storage.begin() + m_nFill);
@@ -71,12 +79,12 @@ void CFrameOutput::Continue(const FRAME_INFO& info) {
     const std::uint32_t nGeneration = m_block.nGeneration;
     Queue(info);
     m_bContinued = true;
-    m_block = m_pQueue->BeginBlock(kInfinite);
+    m_block = BeginBlock();
     if (m_block.nGeneration != nGeneration) m_block = {};
 }
 
 void CFrameOutput::Queue(const FRAME_INFO& info) {
-    if (IsEmpty()) m_block = m_pQueue->BeginBlock(kInfinite);
+    if (IsEmpty()) m_block = BeginBlock();
     FRAME_INFO queued = info;
     if (m_bContinued) {
         queued = kNoTimes;
@@ -92,7 +100,7 @@ void CFrameOutput::Queue(const FRAME_INFO& info) {
         if (llCut > 0) ++m_counters.nCut;
         m_counters.llBytesCut += llCut;
     }
-    Drop();
+    Clear();
 }
 
 void CFrameOutput::QueueFrame(Bytes frame, const PesTimestamps& timestamps) {
@@ -103,15 +111,20 @@ void CFrameOutput::QueueFrame(Bytes frame, const PesTimestamps& timestamps) {
     Queue(info);
 }
 
-void CFrameOutput::QueueEnd(const std::atomic<bool>& bSuperseded) {
+void CFrameOutput::QueueEnd() {
     Lose();
     FRAME_INFO info{};
     info.bEndOfStream = 1;
-    const BlockWrite block = m_pQueue->BeginBlock(kInfinite);
-    if (!block.storage.empty() && !bSuperseded) m_pQueue->CommitBlock(block, 0, &info);
+    const BlockWrite block = BeginBlock();
+    if (!block.storage.empty()) m_pQueue->CommitBlock(block, 0, &info);
 }
 
 void CFrameOutput::Drop() {
+    Clear();
+    m_bBegins = true;
+}
+
+void CFrameOutput::Clear() {
     m_nFill = 0;
     m_bContinued = false;
     m_llLeftOut = 0;
@@ -120,12 +133,12 @@ void CFrameOutput::Drop() {
 void CFrameOutput::Lose() {
     if (!IsEmpty()) ++m_counters.nLost;
     m_counters.llBytesLost += m_nFill + m_llLeftOut;
-    Drop();
+    Clear();
 }
 
-// The first frame of all says so too.
+// The first frame behind a start or a jump says so too.
 void CFrameOutput::CountQueued(const FRAME_INFO& info) {
-    if (info.bDiscontinuity && m_counters.nQueued > 0) ++m_counters.nDiscontinuities;
+    if (info.bDiscontinuity && !std::exchange(m_bBegins, false)) ++m_counters.nDiscontinuities;
     ++m_counters.nQueued;
 }
 

@@ -52,6 +52,10 @@ public:
     ///                     a frame without times.
     void SetLimits(std::uint32_t nLeastFrame, bool bSplits);
 
+    /// Lets whoever asks for another place of the stream say so, before he empties the queue: what begins then is of no
+    /// interest and is dropped. Set before the first frame, if at all.
+    void SetSuperseded(const std::atomic<bool>& bSuperseded) { m_pbSuperseded = &bSuperseded; }
+
     /// Adds bytes, at least one, to the frame; with its first bytes it waits without limit for a free block, and
     /// with those of the next block when it is split. Otherwise, bytes that would make the frame longer than it
     /// may be are left out, all of them.
@@ -71,10 +75,8 @@ public:
     void QueueFrame(Bytes frame, const PesTimestamps& timestamps);
     /// Loses the frame and puts an end-of-stream record into the queue, waiting without limit for a free
     /// block.
-    /// @param bSuperseded  set, before the queue is emptied, by whoever asks for another place of the stream:
-    ///                     the end is then of no interest.
-    void QueueEnd(const std::atomic<bool>& bSuperseded);
-    /// Drops the frame, because somebody wants it so: it is not counted.
+    void QueueEnd();
+    /// Drops the frame, because somebody wants it so: it is not counted. The stream begins, or goes on elsewhere.
     void Drop();
     /// Drops the frame, which is a loss.
     void Lose();
@@ -87,19 +89,23 @@ public:
     const FrameCounters& GetCounters() const { return m_counters; }
 
 private:
+    BlockWrite BeginBlock();
     std::size_t GetBlockRoom() const;
     void Continue(const FRAME_INFO& info);
+    void Clear();
 
     const FrameOutputSizes m_sizes;
-    std::uint32_t m_nMaxFrame;                     // bytes of a frame that are taken in
-    bool m_bSplits = false;                        // see SetLimits
-    std::unique_ptr<CBlockMemFileEx> m_pOwnQueue;  // set when the output made it
-    CBlockMemFileEx* m_pQueue = nullptr;           // the queue in use
-    BlockWrite m_block;                            // where the frame is, as far as it fits; none: it is lost
-    std::uint32_t m_nFill = 0;                     // see GetFill
-    bool m_bContinued = false;                     // blocks of the frame have been queued
-    std::uint64_t m_llLeftOut = 0;                 // bytes that `Append` has left out of the frame
-    FrameCounters m_counters;                      // see GetCounters
+    std::uint32_t m_nMaxFrame;                          // bytes of a frame that are taken in
+    bool m_bSplits = false;                             // see SetLimits
+    std::unique_ptr<CBlockMemFileEx> m_pOwnQueue;       // set when the output made it
+    CBlockMemFileEx* m_pQueue = nullptr;                // the queue in use
+    const std::atomic<bool>* m_pbSuperseded = nullptr;  // see SetSuperseded
+    BlockWrite m_block;             // where the frame is, as far as it fits; none: it is lost
+    std::uint32_t m_nFill = 0;      // see GetFill
+    bool m_bContinued = false;      // blocks of the frame have been queued
+    bool m_bBegins = true;          // no frame with a discontinuity has been queued since `Drop`
+    std::uint64_t m_llLeftOut = 0;  // bytes that `Append` has left out of the frame
+    FrameCounters m_counters;       // see GetCounters
 };
 
 }  // namespace kest

@@ -1,6 +1,8 @@
 #include "filter/DemuxPath.h"
 
 #include <algorithm>
+#include <bit>
+#include <functional>
 #include <type_traits>
 
 #include "graph/Guard.h"
@@ -98,10 +100,13 @@ HRESULT CDemuxPath::Create() {
     return S_OK;
 }
 
+/// Bytes of the longest unit of an elementary stream.
+std::uint32_t CDemuxPath::MaxUnit() const {
+    return std::max(CElementaryStreamFramer::kMaxUnit, m_videoPin.GetFrameQueue().GetBlockSize());
+}
+
 HRESULT CDemuxPath::CreateFramer() {
-    const std::uint32_t nMaxUnit =
-        std::max(CElementaryStreamFramer::kMaxUnit, m_videoPin.GetFrameQueue().GetBlockSize());
-    Replace(m_pFramer, std::make_unique<CElementaryStreamFramer>(nMaxUnit));
+    Replace(m_pFramer, std::make_unique<CElementaryStreamFramer>(MaxUnit()));
     return S_OK;
 }
 
@@ -154,21 +159,23 @@ CDemuxPath::CDemuxPath(CKestDemux2VideoOutputPin& videoPin, CKestDemux2AudioOutp
     m_audioPin.SetPeer(m_videoPin);
 }
 
+HRESULT CDemuxPath::BeginConnection(EWorkingMode mode) {
+    return Guard([&] {
+        m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
+        if (mode != m_nWorkingMode) return EnterMode(mode);
+        const HRESULT hr = m_pFramer && m_pFramer->GetMaxUnit() != MaxUnit() ? CreateFramer() : S_OK;
+        BeginCounting(mode);
+        return hr;
+    });
+}
+
 HRESULT CDemuxPath::EnterMode(EWorkingMode mode) {
     if (mode == EWorkingMode::Mpeg4VideoEs) m_bFreeRun = false;
     HoldFeed();                           // bytes of the connection before may still be on their way
     m_nWorkingMode = EWorkingMode::None;  // the next connection tries again to make what could not be made
     const auto pfnCreate = kFamilies[static_cast<std::size_t>(FindWorkingMode(mode).family)].Create;
-    const HRESULT hr = pfnCreate ? Guard([&] {
-        m_videoPin.SetBlockSize(static_cast<std::uint32_t>(m_switches.Get(ESwitch::VideoBlockSize)));
-        return (this->*pfnCreate)();
-    })
-                                 : S_OK;
-    {
-        CAutoLock lock(m_csParts);
-        m_atConnection = CountParts();
-    }
-    if (SUCCEEDED(hr)) m_nWorkingMode = mode;
+    const HRESULT hr = pfnCreate ? Guard([&] { return (this->*pfnCreate)(); }) : S_OK;
+    if (SUCCEEDED(hr)) BeginCounting(mode);
     ReleaseFeed();
     return hr;
 }
@@ -193,18 +200,15 @@ void CDemuxPath::Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew) {
     pPart.swap(pNew);
 }
 
-/// What is counted outside the demuxer. Under m_csParts.
-COUNTERS CDemuxPath::CountParts() const {
-    COUNTERS counters;
-    counters.nResets = m_nResets;
-    counters.video.nFramesDelivered = m_videoPin.CountDelivered();
-    counters.audio.nFramesDelivered = m_audioPin.CountDelivered();
-    return counters;
+/// Enters the mode with counters that are 0.
+void CDemuxPath::BeginCounting(EWorkingMode mode) {
+    CAutoLock lock(m_csParts);
+    m_nWorkingMode = mode;
+    m_atConnection = CountAll();
 }
 
-COUNTERS CDemuxPath::GetCounters() const {
-    CAutoLock lock(m_csParts);
-    if (m_nWorkingMode == EWorkingMode::None) return {};
+/// Everything that demuxer, pins and path have counted, since they were made. Under m_csParts.
+COUNTERS CDemuxPath::CountAll() const {
     COUNTERS counters;
     if (Core()) {
         counters = Core()->GetCounters();
@@ -214,11 +218,20 @@ COUNTERS CDemuxPath::GetCounters() const {
         counters.video = {
             .nFramesQueued = units.nQueued, .nFramesCut = units.nCut, .llBytesCut = units.llBytesCut};
     }
-    const COUNTERS now = CountParts();
-    counters.nResets = now.nResets - m_atConnection.nResets;
-    counters.video.nFramesDelivered = now.video.nFramesDelivered - m_atConnection.video.nFramesDelivered;
-    counters.audio.nFramesDelivered = now.audio.nFramesDelivered - m_atConnection.audio.nFramesDelivered;
+    counters.nResets = m_nResets;
+    counters.video.nFramesDelivered = m_videoPin.CountDelivered();
+    counters.audio.nFramesDelivered = m_audioPin.CountDelivered();
     return counters;
+}
+
+COUNTERS CDemuxPath::GetCounters() const {
+    using Numbers = std::array<std::uint64_t, sizeof(COUNTERS) / sizeof(std::uint64_t)>;
+    CAutoLock lock(m_csParts);
+    if (m_nWorkingMode == EWorkingMode::None) return {};
+    const auto before = std::bit_cast<Numbers>(m_atConnection);
+    auto counted = std::bit_cast<Numbers>(CountAll());
+    std::ranges::transform(counted, before, counted.begin(), std::minus());
+    return std::bit_cast<COUNTERS>(counted);
 }
 
 // ---------------- threads

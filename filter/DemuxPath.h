@@ -30,7 +30,7 @@ namespace kest {
 /// Every family of demuxers is one row of a table, which says how it is made and what its start needs; the rest
 /// is the same for all. The demuxer of the present mode exists as long as the mode is set.
 ///
-/// Locking: no lock of its own but m_csParts, a leaf. `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
+/// Locking: no lock of its own but m_csParts, a leaf. `BeginConnection`, `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
 /// for a path that is stopped; `Start` to `Seek` come from one thread at a time, which holds no lock that a
 /// delivery thread takes. The filter ensures both. `GetWorkingMode` and `IsFreeRun` may be called at any time.
 class CDemuxPath {
@@ -46,8 +46,10 @@ public:
 
     EWorkingMode GetWorkingMode() const { return m_nWorkingMode; }
     const WorkingMode& Mode() const { return FindWorkingMode(m_nWorkingMode); }
-    /// Makes the demuxer of a mode and enters the mode. The demuxers of other families stay. The video's queue gets
-    /// blocks of the size that its switch has now.
+    /// A source of this mode is to be connected: enters the mode when it is another. The video's queue gets blocks of
+    /// the size that its switch has now, and the counters begin at 0. @return as `EnterMode`.
+    HRESULT BeginConnection(EWorkingMode mode);
+    /// Makes the demuxer of a mode and enters the mode. The demuxers of other families stay.
     /// @return E_OUTOFMEMORY, with no mode and no demuxer of the family, when memory or a thread is missing.
     HRESULT EnterMode(EWorkingMode mode);
     /// Gives demuxer and video pin the reader of a source that begins, or takes it back from them.
@@ -60,7 +62,7 @@ public:
     /// thread.
     Mpeg1SequenceHeader GetSequenceHeader() const { return m_sequenceHeader.Get(); }
 
-    /// What has become of the input since the mode was entered. Any thread.
+    /// What has become of the input since the connection was begun. Any thread.
     COUNTERS GetCounters() const;
 
     // ---- threads
@@ -133,7 +135,9 @@ private:
     HRESULT StartThreads();
     void StopCore();
     void WaitForPins();
-    COUNTERS CountParts() const;
+    void BeginCounting(EWorkingMode mode);
+    COUNTERS CountAll() const;
+    std::uint32_t MaxUnit() const;
     template <class T>
     void Replace(std::unique_ptr<T>& pPart, std::unique_ptr<T> pNew);
     void SetTarget(const std::optional<SeekTarget>& target);
@@ -168,8 +172,8 @@ private:
     CSequenceHeaderCapture m_sequenceHeader;                       // see GetSequenceHeader
     std::unique_ptr<CElementaryStreamFramer> m_pFramer;            // of mode 0
     mutable CCritSec m_csParts;  // keeps replacing one of the four and counting in it apart
-    CCount m_nResets;          // resets carried out
-    COUNTERS m_atConnection;     // of what outlives a connection, when the mode was entered; under m_csParts
+    CCount m_nResets;            // resets carried out
+    COUNTERS m_atConnection;     // what had been counted before the connection; under m_csParts
 };
 
 }  // namespace kest

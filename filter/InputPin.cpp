@@ -91,11 +91,10 @@ HRESULT CKestDemux2InputPin::ApplyStreamClass(int nClass) {
 }
 
 HRESULT CKestDemux2InputPin::SetWorkingMode(EWorkingMode mode) {
-    HRESULT hr = S_OK;
     if (mode != m_parts.path.GetWorkingMode()) {
         Trace("==>SetWorkingMode %s\n", FindWorkingMode(mode).pszName);
-        hr = m_parts.path.EnterMode(mode);
     }
+    const HRESULT hr = m_parts.path.BeginConnection(mode);
     m_parts.publisher.Publish(static_cast<std::uint32_t>(m_parts.path.GetWorkingMode()),
                               m_parts.sender.GetSettingsPtr()->Get());
     return hr;

@@ -41,6 +41,8 @@ void ExpectUntouchedBefore(std::ptrdiff_t nDamage, const std::vector<Frame>& who
     }
 }
 
+constexpr ParseSettings kExtended{.bAssumeMap = true, .nVideoStream = 0, .nAudioStream = 0, .bDrain = true};
+
 /// The frames that a class of stream gives.
 Frames Demux(int nClass, Bytes bytes) {
     if (nClass == 0) return {FrameUnits(bytes, 4096), {}};
@@ -71,6 +73,7 @@ TEST(RealStreams, AreClassifiedAndSurviveDamage) {
         EXPECT_EQ(probe.GetBitRate(), stream.nBitRate) << stream.pszFile;
         const Frames whole = Demux(stream.nClass, intact);
         const bool bTransport = stream.nClass == 1 || stream.nClass == 3;
+        const Frames extended = ParseWith(kExtended, intact, 32768);
         EXPECT_EQ(whole.video.size() > 30, !bTransport) << stream.pszFile;
         std::mt19937 random(20240229);
         for (int i = 0; i < nPlaces * kKinds; ++i) {
@@ -92,6 +95,10 @@ TEST(RealStreams, AreClassifiedAndSurviveDamage) {
                 i % kKinds == kCut ? nPlace & ~16383 : nPlace;  // what is read in whole blocks
             ExpectUntouchedBefore(nSafe, whole.video, damaged.video);
             ExpectUntouchedBefore(nSafe, whole.audio, damaged.audio);
+            if (bTransport) continue;
+            const Frames drained = ParseWith(kExtended, bytes, 32768);
+            ExpectUntouchedBefore(nPlace, extended.video, drained.video);
+            ExpectUntouchedBefore(nPlace, extended.audio, drained.audio);
         }
     }
 }

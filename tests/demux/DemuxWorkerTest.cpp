@@ -144,6 +144,35 @@ TEST(DemuxWorker, NothingPushedAfterASeekOrAResetIsLostStress) {
     });
 }
 
+// Faults: the end does not wake a thread that waits for more, or comes before what was pushed; a drain that leaves the
+// parser in the middle of something.
+TEST(DemuxWorker, EndsWhatIsPushedWithItsLastByteStress) {
+    KestMpeg2PsPullDemux core;
+    core.SetSettings({.bDrain = true});
+    CTestQueue video(600), audio(600);
+    ASSERT_EQ(core.Open(nullptr, &video, &audio), 0);
+    core.Resume();
+    std::uint64_t llPushed = 0;
+    RunForASecond([&](int i) {
+        const ByteVector bytes = Pictures(5, i % 200);
+        const std::size_t nPictures = 14 + static_cast<std::size_t>(i) * 7 % 5057;  // the rest is padding
+        core.PushData(Bytes(bytes).first(nPictures));
+        llPushed += nPictures;
+        Spin(i % 977 * 10);
+        core.EndInput();
+        const std::uint32_t nBegin = TickCount();
+        while (!core.HasTakenAll() && TickCount() - nBegin < kTooLongMs) std::this_thread::yield();
+        ByteVector expected, payload;
+        for (std::size_t k = 0; k < nPictures; ++k) {
+            if (k % 1014 >= 14) expected.push_back(bytes[k]);
+        }
+        while (const auto frame = TakeFrame(video, 0))
+            payload.insert(payload.end(), frame->payload.begin(), frame->payload.end());
+        ASSERT_EQ(payload, expected) << "in round " << i;
+        ASSERT_EQ(core.GetCounters().llBytesRead, llPushed);
+    });
+}
+
 TEST(DemuxWorker, TakesMoreThanItsRingHoldsUntilItIsStopped) {
     const ByteVector bytes = Pictures(3000);
     KestMpeg2PsPullDemux core;

@@ -112,18 +112,6 @@ TEST(Mpeg2PsParser, ReadsTheEndOfASourceAsFarAsTheEndPositionAllows) {
 
 // ---------------- extensions
 
-/// A queue of its test, open.
-struct Queue : CBlockMemFileEx {
-    explicit Queue(std::uint32_t nBlockSize) : CBlockMemFileEx(nBlockSize, 64, sizeof(FRAME_INFO)) {
-        WOpen(), ROpen();
-    }
-};
-
-Frames ParseWith(const ParseSettings& settings, Bytes bytes, std::uint32_t nBlockSize = 4096) {
-    Queue video(nBlockSize), audio(nBlockSize);
-    return CParserRig(bytes, settings, &video, &audio).Run();
-}
-
 TEST(Mpeg2PsParser, TakesTheStreamsThatAreChosenOrAssumed) {
     const std::string strAll = "b1:1x1 a1:1x2 w1:1x3 v1:1x4 b2:1x1 a2:1x2 w2:1x3 v2:1x4 ";
     const std::string strAudioMap = "00 00 01 BC 00 0E E1 FF 00 00 00 04 03 C2 00 00 01 02 03 04 ";
@@ -192,12 +180,6 @@ private:
     unsigned m_nCount = 0;
 };
 
-ByteVector Concatenate(const std::vector<Frame>& frames) {
-    ByteVector bytes;
-    for (const Frame& frame : frames) bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
-    return bytes;
-}
-
 /// Payload at both ends, frames longer than a block, garbage, ignored packets.
 CPayloadStream MakeStreamToDrain(std::size_t nFill) {
     CPayloadStream stream;
@@ -226,8 +208,8 @@ TEST(Mpeg2PsParser, DrainsEveryByteWhereverTheStreamEnds) {
         for (std::size_t nSize = nFirst; nSize <= nWhole; ++nSize) {
             SCOPED_TRACE(std::to_string(nFill) + ", " + std::to_string(nSize) + " bytes");
             const Frames frames = ParseWith({.bDrain = true}, Bytes(stream.Get()).first(nSize), 100);
-            ASSERT_EQ(Concatenate(frames.video), stream.Payload(true, nSize));
-            ASSERT_EQ(Concatenate(frames.audio), stream.Payload(false, nSize));
+            ASSERT_EQ(Join(frames.video), stream.Payload(true, nSize));
+            ASSERT_EQ(Join(frames.audio), stream.Payload(false, nSize));
         }
     }
 }
@@ -253,7 +235,7 @@ TEST(Mpeg2PsParser, GivesDrainedFramesTheTimesThatTheyHave) {
 // What comes before a timestamp is of use at the beginning of the input, and of none behind a jump.
 TEST(Mpeg2PsParser, DropsUntimedPayloadBehindAJump) {
     const ByteVector bytes = Stream("v1:4x1 v:300x2 v2:4x3");
-    Queue video(100), audio(100);
+    CTestQueue video(100), audio(100);
     CParserRig rig(bytes, {.bDrain = true}, &video, &audio);
     rig.m_input.SeekTo(18);
     rig.m_parser.Reset();
@@ -276,7 +258,7 @@ TEST(Mpeg2PsParser, CountsWhatBecomesOfTheInput) {
         return Numbers{frames.nQueued, frames.nCut, frames.llBytesCut, frames.nLost, frames.llBytesLost};
     };
     for (const auto& c : cases) {
-        Queue video(100), audio(100);
+        CTestQueue video(100), audio(100);
         CParserRig rig(bytes, {.bDrain = c.bDrain}, &video, &audio);
         rig.Run();
         const ParseCounters& n = rig.m_parser.GetCounters();

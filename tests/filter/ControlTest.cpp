@@ -55,6 +55,65 @@ TEST_F(FilterControl, SwitchesAdmitWhatIsRefusedWithoutThem) {
     EXPECT_EQ(EWorkingMode::TransportMpeg12, m_pFilter->GetWorkingMode());
 }
 
+// Faults: a part on the way whose blocks or limits stay as they were, also when the queue changes its blocks under a
+// demuxer of another family; counts of the connection before.
+TEST_F(FilterControl, BlockSizeCountsFromConnectionToConnection) {
+    constexpr std::int32_t kSmall = 163840;
+    ConnectPushed(3);  // its demuxer stays, attached to the same queues
+    Disconnect();
+    SetSwitch(ESwitch::PushStreamClass, 6);
+    SetOutput(kDemuxOutputFreeRun);
+    CProgramStreamBuilder b;
+    b.Pack().Map({{0x02, 0xE0}, {0x03, 0xC0}});
+    for (int i = 0; i < 3; ++i) {
+        b.Pes(0xE0, ByteVector(65000, 1), i);
+        for (int k = 1; k < 10; ++k) b.Pes(0xE0, ByteVector(65000, 1));
+        b.Pes(0xC0, ByteVector(100, 1), i);
+    }
+    const struct {
+        std::int32_t nBlockSize, bDrain;
+        std::int64_t llBytes;
+        STREAM_COUNTERS video;
+    } cases[] = {
+        {kSmall, 0, 2 * kSmall, {.nFramesQueued = 2, .nFramesCut = 2, .llBytesCut = 2 * (650000 - kSmall)}},
+        {700000, 0, 2 * 650000, {.nFramesQueued = 2}},
+        {700000, 1, 3 * 650000, {.nFramesQueued = 3}},
+        {kSmall, 1, 3 * 650000, {.nFramesQueued = 12}},
+        {4194304, 1, 3 * 650000, {.nFramesQueued = 3}},
+    };
+    const auto pControl = Query<IKestDemux2Control2>(IID_IKestDemux2Control2);
+    for (const auto& c : cases) {
+        SetSwitch(ESwitch::VideoBlockSize, c.nBlockSize);
+        SetSwitch(ESwitch::Drain, c.bDrain);
+        m_apSinks[0]->m_llBytes = 0;
+        ConnectAll(Load(b.Get()));
+        EXPECT_EQ(S_OK, m_pFilter->Pause());
+        EXPECT_EQ(S_OK, m_pFilter->Run(0));
+        for (CCountPin* pSink : m_apSinks) pSink->WaitForEnd();
+        COUNTERS counters, expected;
+        EXPECT_EQ(S_OK, pControl->get_Counters(&counters));
+        expected.video = c.video;
+        expected.video.nFramesDelivered = c.video.nFramesQueued;
+        if (c.bDrain) {
+            expected.llBytesRead = b.Size();
+            expected.nPacks = 1;
+            expected.video.nPackets = 30;
+            expected.audio = {.nPackets = 3, .nFramesQueued = 3, .nFramesDelivered = 3};
+        } else {  // how far the last block of the source is read, and what is lost by that: see the parser's tests
+            counters = {.video = {.nFramesQueued = counters.video.nFramesQueued,
+                                  .nFramesDelivered = counters.video.nFramesDelivered,
+                                  .nFramesCut = counters.video.nFramesCut,
+                                  .llBytesCut = counters.video.llBytesCut},
+                        .audio = {}};
+        }
+        EXPECT_TRUE(expected == counters) << c.nBlockSize << (c.bDrain ? ", drained" : "");
+        EXPECT_EQ(c.llBytes, m_apSinks[0]->m_llBytes);
+        EXPECT_EQ(S_OK, m_pFilter->Stop());
+        Disconnect();
+    }
+    EXPECT_EQ(E_POINTER, pControl->get_Counters(nullptr));
+}
+
 TEST_F(FilterControl, AudioPinOffersTheTypeThatIsSet) {
     CMediaType type(MEDIATYPE_Audio, MEDIASUBTYPE_MPEG1Audio), offered;
     EXPECT_EQ(S_OK, Control()->put_AudioMediaType(&type));

@@ -72,6 +72,7 @@ struct CCountPin final : CBaseInputPin {
         ++m_nSamples;
         REFERENCE_TIME rtStart = 0, rtStop = 0;
         if (!m_segment.second && pSample->GetTime(&rtStart, &rtStop) == S_OK) m_segment.second = rtStart;
+        m_llBytes += pSample->GetActualDataLength();
         if (m_onReceive) m_onReceive();
         return S_OK;
     }
@@ -94,6 +95,7 @@ struct CCountPin final : CBaseInputPin {
     std::function<void()> m_onReceive;                           // set while nothing is delivered
     std::atomic<int> m_nSamples{0}, m_nFlushes{0}, m_nHasty{0};  // hasty: flushes that ended while m_bInside
     std::atomic<bool> m_bInside{false};                          // m_onReceive says so
+    std::atomic<std::int64_t> m_llBytes{0};                      // of all samples
     CEvent m_evEnd;
     /// The start of the last segment, and of its first sample. Read behind `WaitForEnd`.
     std::pair<REFERENCE_TIME, std::optional<REFERENCE_TIME>> m_segment;

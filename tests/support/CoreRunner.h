@@ -102,6 +102,19 @@ public:
 using CParserRig = CParserRigOf<CMpeg2PsParser, 524288, 524288>;
 using CMpeg1Rig = CParserRigOf<CMpeg1SystemParser, 163840, 262144>;
 
+/// A queue that is open. What a drain queues fits it.
+struct CTestQueue : CBlockMemFileEx {
+    explicit CTestQueue(std::uint32_t nBlockSize) : CBlockMemFileEx(nBlockSize, 2048, sizeof(FRAME_INFO)) {
+        WOpen(), ROpen();
+    }
+};
+
+/// The frames of a program stream, with extensions.
+inline Frames ParseWith(const ParseSettings& settings, Bytes bytes, std::uint32_t nBlockSize = 4096) {
+    CTestQueue video(nBlockSize), audio(nBlockSize);
+    return CParserRig(bytes, settings, &video, &audio).Run();
+}
+
 /// The payloads of frames, one behind the other.
 inline ByteVector Join(const std::vector<Frame>& frames) {
     ByteVector bytes;
