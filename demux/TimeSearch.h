@@ -49,7 +49,11 @@ public:
     /// @param llLength  of the source, bytes.
     /// @param nVideoId  stream id of the video; 0: the first in the source.
     CTimeSearch(IAsyncReader* pReader, std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId)
-        : m_pReader(pReader), m_llLength(llLength), m_coding(coding), m_stretch(nVideoId) {}
+        : m_pReader(pReader),
+          m_llLength(llLength),
+          m_coding(coding),
+          m_nVideoId(nVideoId),
+          m_stretch(nVideoId) {}
 
     /// Reads beginning and end of the source. @return nothing when it cannot be read or has no timestamps there.
     std::optional<TimeExtent> Measure();
@@ -57,6 +61,10 @@ public:
     /// @param llTime  ticks; a time outside the extent is that of its nearer end.
     /// @return nothing when the source cannot be read, or has not been measured.
     std::optional<AccessPoint> FindAccessPoint(std::int64_t llTime);
+    /// It was made with the same values, and has measured the source.
+    bool HasMeasured(std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId) const {
+        return m_extent && llLength == m_llLength && coding == m_coding && nVideoId == m_nVideoId;
+    }
     /// What `Measure` has found.
     const std::optional<TimeExtent>& GetExtent() const { return m_extent; }
 
@@ -78,6 +86,7 @@ private:
     const std::int64_t m_llLength;      // of it
     std::int64_t m_llEnd = 0;           // what is behind is not searched: the source's end, or a jump in time
     const EVideoCoding m_coding;        // see the constructor
+    const std::uint8_t m_nVideoId;      // see the constructor
     CPsStretch m_stretch;               // what was read last
     std::vector<std::uint8_t> m_bytes;  // the same, as bytes
     std::optional<TimeExtent> m_extent;       // see GetExtent

@@ -63,8 +63,9 @@ std::optional<std::int64_t> CSource::FindPosition(REFERENCE_TIME rt) const {
 // ---------------- by time
 
 void CSource::MeasureTime(std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId) {
-    m_timeSearch.reset();
     const CComPtr<IAsyncReader> pReader = GetReader();
+    if (m_bByTime && m_timeSearch && m_timeSearch->HasMeasured(llLength, coding, nVideoId)) return;
+    m_timeSearch.reset();
     if (!m_bByTime || !pReader) return;
     m_timeSearch.emplace(pReader.Get(), llLength, coding, nVideoId);
     if (!m_timeSearch->Measure()) m_timeSearch.reset();

@@ -50,7 +50,8 @@ public:
 
     /// Whether the source is searched by the timestamps in it, which `Disconnect` ends.
     void SearchByTime(bool bByTime) { m_bByTime = bByTime; }
-    /// Measures the time that a program stream covers, if it is to be searched by time and can be.
+    /// Measures the time that a program stream covers, if it is to be searched by time and can be; once for a
+    /// connection, as long as the length stays.
     /// @param nVideoId  see CTimeSearch.
     void MeasureTime(std::int64_t llLength, EVideoCoding coding, std::uint8_t nVideoId);
     /// That time.
