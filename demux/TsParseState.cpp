@@ -119,7 +119,7 @@ bool CTsParseState::Keep(Bytes packet) {
     if (GetTsPid(packet) == kNullPid) return true;
     if (m_kept.size() + kTsPacketSize > kMostKept) {
         if (m_tables.HasChosenPid()) return false;
-        Trace("No tables: %zu bytes are dropped\n", m_kept.size());
+        Trace("No tables: %u bytes are dropped\n", static_cast<unsigned>(m_kept.size()));
         m_kept.clear();
     }
     m_kept.insert(m_kept.end(), packet.begin(), packet.end());
