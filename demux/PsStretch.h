@@ -6,6 +6,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/PesHeader.h"
+#include "demux/ProgramStreamWalk.h"
 
 namespace kest {
 
@@ -18,7 +19,8 @@ struct TimedPicture {
     std::int64_t llTimestamp;  // PTS
     bool bIntra;               // decoding may begin here: an I picture, or an I-VOP
     bool
-        bHeader;  // a sequence header or group_of_pictures_header stands between the packet's header and it; of an I-VOP: always
+        bHeader;  // a sequence header or group_of_pictures_header stands between the packet's header and it; of a
+                  // VOP: always
 
     bool operator==(const TimedPicture&) const = default;
 };
@@ -51,8 +53,7 @@ public:
     std::vector<TimedPicture> FindPictures(EVideoCoding coding) const;
 
 private:
-    std::size_t ParseUnit(Bytes unit, std::int64_t llPosition);
-    void TakePacket(Bytes packet, std::int64_t llPosition);
+    void TakePacket(const SystemStructure& structure, std::int64_t llPosition);
 
     std::uint8_t m_nVideoId;              // see GetVideoId
     std::vector<Packet> m_video;          // see GetVideo

@@ -23,9 +23,9 @@ constexpr std::size_t kMostRead = 0x400000;  // as long as something is missing
 /// What the first pack header in the bytes begins; None: there is no pack header.
 EContainer FindPacks(Bytes bytes) {
     EContainer container = EContainer::None;
-    WalkProgramStream(bytes, [&](std::uint8_t nId, Bytes structure) {
-        if (nId != kPackHeaderId) return true;
-        container = structure[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
+    WalkProgramStream(bytes, ECutOff::InRow, [&](const SystemStructure& structure) {
+        if (structure.nId != kPackHeaderId) return true;
+        container = structure.bytes[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
         return false;
     });
     return container;
@@ -51,17 +51,16 @@ EContainer FindContainer(Bytes bytes) {
 // ---------------- program and system streams
 
 EStreamKind GetKind(std::uint8_t nStreamId) {
-    if (nStreamId >= kFirstVideoStreamId && nStreamId < kFirstReservedDataId) return EStreamKind::Video;
-    if (nStreamId >= kFirstAudioStreamId && nStreamId < kFirstVideoStreamId) return EStreamKind::Audio;
-    return EStreamKind::Other;
+    if (IsVideoStreamId(nStreamId)) return EStreamKind::Video;
+    return IsAudioStreamId(nStreamId) ? EStreamKind::Audio : EStreamKind::Other;
 }
 
 /// The streams of a program stream, and what its headers say of them.
 class CProgramStreamContent {
 public:
     explicit CProgramStreamContent(Bytes bytes) {
-        WalkProgramStream(bytes, [this](std::uint8_t nId, Bytes structure) {
-            TakeStructure(nId, structure);
+        WalkProgramStream(bytes, ECutOff::InRow, [this](const SystemStructure& structure) {
+            TakeStructure(structure.nId, structure.bytes);
             return true;
         });
     }

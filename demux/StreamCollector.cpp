@@ -8,8 +8,6 @@
 namespace kest {
 namespace {
 
-constexpr std::int64_t kSecond = 90000;  // ticks
-
 /// Kind and codec that stand for a stream_type, ISO/IEC 13818-1 table 2-34; 0x81 is AC-3 by ATSC A/52.
 struct TypeMeaning {
     std::uint8_t nStreamType;
@@ -112,10 +110,10 @@ void CStreamCollector::TakeTimestamps(Stream& stream, const PesTimestamps& times
         return;
     }
     const std::int64_t llFromFirst = SubtractTimestamps(timestamps.llPts, description.llFirstPts);
-    if (stream.nTimestamps <= kFirstOnes && llFromFirst < 0 && llFromFirst > -kSecond)
+    if (stream.nTimestamps <= kFirstOnes && llFromFirst < 0 && llFromFirst > -kTicksPerSecond)
         description.llFirstPts = timestamps.llPts;
     const std::int64_t llFromLast = SubtractTimestamps(timestamps.llPts, description.llLastPts);
-    if (llFromLast > 0 || llFromLast < -kSecond) description.llLastPts = timestamps.llPts;
+    if (llFromLast > 0 || llFromLast < -kTicksPerSecond) description.llLastPts = timestamps.llPts;
 }
 
 std::vector<StreamDescription> CStreamCollector::Describe() const {

@@ -18,6 +18,10 @@ constexpr std::uint8_t kFirstAudioStreamId = 0xC0;
 constexpr std::uint8_t kFirstVideoStreamId = 0xE0;
 constexpr std::uint8_t kFirstReservedDataId = 0xF0;  // of an MPEG-1 stream, ISO/IEC 11172-1 table 1
 
+/// Whether an id is a stream_id of audio, 0xC0 to 0xDF, or of video, 0xE0 to 0xEF.
+constexpr bool IsAudioStreamId(int nId) { return nId >= kFirstAudioStreamId && nId < kFirstVideoStreamId; }
+constexpr bool IsVideoStreamId(int nId) { return nId >= kFirstVideoStreamId && nId < kFirstReservedDataId; }
+
 // stream_type values, ISO/IEC 13818-1 table 2-34.
 constexpr std::uint8_t kStreamTypeMpeg1Video = 0x01;
 constexpr std::uint8_t kStreamTypeMpeg2Video = 0x02;
