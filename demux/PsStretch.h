@@ -18,16 +18,14 @@ struct TimedPicture {
     std::int64_t llPosition;   // file offset of the PES packet that carries them
     std::int64_t llTimestamp;  // PTS
     bool bIntra;               // decoding may begin here: an I picture, or an I-VOP
-    bool
-        bHeader;  // a sequence header or group_of_pictures_header stands between the packet's header and it; of a
-                  // VOP: always
+    /// A sequence header or group_of_pictures_header stands between the packet's header and it; of a VOP: always.
+    bool bHeader;
 
     bool operator==(const TimedPicture&) const = default;
 };
 
-/// The PES packets of one video and one audio stream in a stretch of an MPEG-2 program stream, which may begin and end
-/// anywhere. A start code counts as that of a packet only where the stream goes on behind the packet with another
-/// start code, or ends: a start code in a payload is not taken for one.
+/// The PES packets of one video stream and of all audio streams in a stretch of a program stream, which may begin and
+/// end anywhere. What counts as a packet is as in WalkProgramStream, so that a start code in a payload does not.
 class CPsStretch {
 public:
     struct Packet {
