@@ -87,7 +87,6 @@ private:
     }
 
     void TakePack(Bytes pack) {
-        constexpr std::uint32_t kMuxRateUnit = 400;  // program_mux_rate counts 50 bytes per second
         if (m_nMuxRate != 0) return;
         if (pack.size() >= 9 && pack[0] >> 6 == 1) m_nMuxRate = (Read24(pack, 6) >> 2) * kMuxRateUnit;
         if (pack.size() == 8) m_nMuxRate = (Read24(pack, 5) >> 1 & 0x3FFFFF) * kMuxRateUnit;
@@ -118,8 +117,7 @@ private:
     void TakePacket(std::uint8_t nId, EStreamKind kind, Bytes structure) {
         const auto content = ParsePacket(BytesFrom(structure, 2));
         if (!content) return;
-        m_collector.Take(nId, 0, kind, content->timestamps ? &*content->timestamps : nullptr,
-                         content->payload);
+        m_collector.Take(nId, 0, kind, content->timestamps, content->payload);
     }
 
     /// Audio behind a substream header of four bytes, as on DVDs, is a stream for each number in it: AC-3 where it has
@@ -129,15 +127,14 @@ private:
         const auto content = ParsePacket(BytesFrom(structure, 2));
         if (!content) return;
         const Bytes payload = content->payload;
-        const PesTimestamps* pTimestamps = content->timestamps ? &*content->timestamps : nullptr;
         if (payload.size() >= kSubstreamHeader && payload[0] >= 0x80 && payload[0] <= 0x87) {
             const Bytes unit = BytesFrom(payload, kSubstreamHeader - 1u + Read16(payload, 2));
             const bool bSync = unit.size() >= 2 && Read16(unit, 0) == 0x0B77;
             if (bSync || m_collector.HasSeen(kPrivateStream1Id, payload[0]))
-                return m_collector.Take(kPrivateStream1Id, payload[0], EStreamKind::Other, pTimestamps,
-                                        payload.subspan(kSubstreamHeader));
+                return m_collector.Take(kPrivateStream1Id, payload[0], EStreamKind::Other,
+                                        content->timestamps, payload.subspan(kSubstreamHeader));
         }
-        m_collector.Take(kPrivateStream1Id, 0, EStreamKind::Other, pTimestamps, payload);
+        m_collector.Take(kPrivateStream1Id, 0, EStreamKind::Other, content->timestamps, payload);
     }
 
     CStreamCollector m_collector;
@@ -157,13 +154,13 @@ void TakeTransportStream(Bytes bytes, CStreamCollector& collector) {
         if (!(GetTsAdaptation(packet) & 1) || bScrambled || !collector.IsListed(nPid)) return;
         const Bytes payload = GetTsPayload(packet);
         if (!HasTsUnitStart(packet)) {
-            if (collector.HasSeen(nPid, 0)) collector.Take(nPid, 0, EStreamKind::Other, nullptr, payload);
+            if (collector.HasSeen(nPid, 0))
+                collector.Take(nPid, 0, EStreamKind::Other, std::nullopt, payload);
             return;
         }
         if (payload.size() < kToLength || Read24(payload, 0) != 1) return;
         if (const auto content = ParsePacket(payload.subspan(kToLength)))
-            collector.Take(nPid, 0, EStreamKind::Other, content->timestamps ? &*content->timestamps : nullptr,
-                           content->payload);
+            collector.Take(nPid, 0, EStreamKind::Other, content->timestamps, content->payload);
     });
 }
 
@@ -201,7 +198,7 @@ Findings Examine(Bytes bytes) {
         }
         case EContainer::ElementaryStream: {
             CStreamCollector collector;
-            collector.Take(0, 0, EStreamKind::Video, nullptr, bytes);
+            collector.Take(0, 0, EStreamKind::Video, std::nullopt, bytes);
             description.streams = collector.Describe();
             break;
         }

@@ -85,7 +85,7 @@ void CStreamCollector::List(std::uint16_t nId, std::uint8_t nStreamType) {
 }
 
 void CStreamCollector::Take(std::uint16_t nId, std::uint8_t nSubstreamId, EStreamKind kind,
-                            const PesTimestamps* pTimestamps, Bytes payload) {
+                            const std::optional<PesTimestamps>& timestamps, Bytes payload) {
     const auto [position, bNew] = m_seen.try_emplace(GetKey(nId, nSubstreamId), m_streams.size());
     if (bNew) {
         Stream& stream = m_streams.emplace_back();
@@ -96,7 +96,7 @@ void CStreamCollector::Take(std::uint16_t nId, std::uint8_t nSubstreamId, EStrea
     }
     Stream& stream = m_streams[position->second];
     stream.bytes.insert(stream.bytes.end(), payload.begin(), payload.end());
-    if (pTimestamps) TakeTimestamps(stream, *pTimestamps);
+    if (timestamps) TakeTimestamps(stream, *timestamps);
 }
 
 // The earliest PTS is among the first ones: pictures come in the order of their decoding. A PTS that goes back by more

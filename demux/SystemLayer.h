@@ -7,6 +7,7 @@ namespace kest {
 
 // Start codes of a program stream, ISO/IEC 13818-1 table 2-33 and table 2-18 (stream_id).
 constexpr std::uint32_t kPackStartCode = 0x000001BA;
+constexpr std::uint32_t kMuxRateUnit = 400;     // bit/s: program_mux_rate counts 50 bytes a second
 constexpr std::uint8_t kProgramEndId = 0xB9;    // MPEG_program_end_code
 constexpr std::uint8_t kPackHeaderId = 0xBA;    // pack_start_code
 constexpr std::uint8_t kSystemHeaderId = 0xBB;  // system_header_start_code
