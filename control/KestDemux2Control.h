@@ -112,21 +112,21 @@ protected:
 };
 
 /// Extensions: each is off or neutral in a new filter, so that a host that does not know of it sees no
-/// difference. Values, defaults and the moment of effect: see the table in
-/// SwitchTable.h.
+/// difference. Values, defaults and the moment of effect: see kSwitchTable.
 enum class ESwitch : std::uint32_t {
     AdmitAll,         // every stream class that the probe recognises is accepted
-    PushStreamClass,  // class of the stream of an upstream pin that cannot be read; 6: it is refused
-    AssumeMap,  // a program stream without a map is accepted: ids 0xE0 to 0xEF are video, 0xC0 to 0xDF audio
-    VideoStream,  // stream_id or PID that is taken; 0: the first of a known type; -1: see below
-    AudioStream,  // the same. -1: all ids of the kind in program streams, the last entry in transport streams
-    Drain,        // nothing is lost at either end of the input
-    VideoBlockSize,  // bytes of a block in the video queue, and with it of a sample and of the longest frame
-    RobustTiming,    // one time base for both streams through wraps, jumps and gaps
-    SeekByTime,      // seeks and duration of program streams by the timestamps in the file
+    PushStreamClass,  // class of the stream of an upstream pin that cannot be read; 6: it is not accepted
+    AssumeMap,    // a program stream without a map is accepted: 0xE0 to 0xEF are video, 0xC0 to 0xDF audio
+    VideoStream,  // stream_id or PID that is taken; 0: the first of a known type; -1: all ids of the kind in a
+                  // program stream, the last that the map lists in a transport stream
+    AudioStream,     // the same of the audio
+    Drain,           // nothing is lost at either end of the input
+    VideoBlockSize,  // bytes of a block in the video's queue, and with it of a sample and of the longest frame
+    RobustTiming,    // one line of time for both streams through wraps, jumps and pauses
+    SeekByTime,      // positions and duration of a program stream are those of its timestamps
     TrueTypes,       // the output pins offer what the stream's own headers say
     AnyAudioHeader,  // MPEG-1 system streams: the audio framing takes any valid header
-    MpegKeyFrames,   // trick play finds key frames of MPEG-1/2 video by their picture headers
+    MpegKeyFrames,   // trick play finds the key frames of MPEG-1/2 video
 };
 
 /// The switches. A module that does not know a switch yet says so by its result, so that the identifier stays

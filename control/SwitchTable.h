@@ -9,7 +9,7 @@
 namespace kest {
 
 /// When a new value of a switch takes effect.
-enum class EEffect { NextConnection, NextStart, AtOnce };
+enum class EEffect { NextConnection, NextStart };
 
 /// What there is to know of a switch.
 struct SwitchTraits {

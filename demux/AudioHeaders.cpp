@@ -10,37 +10,26 @@ namespace {
 /// A header with the length of its frame.
 struct Header {
     AudioFormat format;
-    std::size_t nFrameSize = 0;  // bytes; 0: free format
+    std::size_t nFrameSize = 0;     // bytes; 0: free format
+    std::uint32_t nCommonBits = 0;  // what the headers of a stream have in common
 };
 
 // ---------------- MPEG audio
 
 constexpr std::size_t kMpegHeaderSize = 4;
 
-/// kbit/s by bitrate_index of MPEG-2's low sampling rates, layer I and the two others, ISO/IEC 13818-3 2.4.2.3.
-constexpr std::array<std::array<std::uint16_t, 16>, 2> kLowBitRates = {{
-    {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256, 0},
-    {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0},
-}};
-
 /// @param bytes  kMpegHeaderSize at least. @return nothing for what is no header.
 std::optional<Header> ParseMpegHeader(Bytes bytes) {
-    constexpr unsigned kVersion25 = 0, kReservedVersion = 1, kVersion1 = 3, kFreeFormat = 0,
-                       kSingleChannel = 3;
-    const unsigned nVersionBits = bytes[1] >> 3 & 3, nRateIndex = bytes[2] >> 4;
-    if (bytes[0] != 0xFF || (bytes[1] & 0xE0) != 0xE0 || nVersionBits == kReservedVersion)
-        return std::nullopt;
-    const MpegAudioHeader base = ParseMpegAudioHeader(bytes);
-    if (base.nLayer == 0 || base.nSamplingRate == 0 || nRateIndex == 15) return std::nullopt;
-
-    Header header;
+    constexpr unsigned kSingleChannel = 3;
+    const auto frame = ParseAnyMpegAudioHeader(bytes);
+    if (!frame) return std::nullopt;
+    Header header{.format = {}, .nFrameSize = frame->nSize, .nCommonBits = frame->nCommonBits};
     AudioFormat& format = header.format;
-    const bool bLow = nVersionBits != kVersion1;
-    format.nLayer = base.nLayer;
-    format.nVersion = static_cast<std::uint8_t>(!bLow ? 1 : nVersionBits == kVersion25 ? 3 : 2);
-    format.nSamplingRate = base.nSamplingRate >> (format.nVersion - 1);
-    format.nBitRate = bLow ? kLowBitRates[base.nLayer > 1][nRateIndex] * 1000U : base.nBitRate;
-    format.nFrameSamples = base.nLayer == 1 ? 384 : base.nLayer == 3 && bLow ? 576 : 1152;
+    format.nLayer = frame->header.nLayer;
+    format.nVersion = frame->nVersion;
+    format.nSamplingRate = frame->header.nSamplingRate;
+    format.nBitRate = frame->header.nBitRate;
+    format.nFrameSamples = frame->nSamples;
     format.nMode = bytes[3] >> 6;
     format.nModeExtension = bytes[3] >> 4 & 3;
     format.nChannels = format.nMode == kSingleChannel ? 1 : 2;
@@ -49,18 +38,7 @@ std::optional<Header> ParseMpegHeader(Bytes bytes) {
     format.bPrivate = bytes[2] & 1;
     format.bCopyright = bytes[3] & 8;
     format.bOriginal = bytes[3] & 4;
-    if (nRateIndex != kFreeFormat) {
-        const std::size_t nSlotSize = base.nLayer == 1 ? 4 : 1;
-        const std::size_t nSlots =
-            format.nFrameSamples / 8 / nSlotSize * format.nBitRate / format.nSamplingRate;
-        header.nFrameSize = (nSlots + (bytes[2] >> 1 & 1)) * nSlotSize;
-    }
     return header;
-}
-
-/// Two headers can belong to one stream.
-bool MatchMpeg(const AudioFormat& a, const AudioFormat& b) {
-    return a.nVersion == b.nVersion && a.nLayer == b.nLayer && a.nSamplingRate == b.nSamplingRate;
 }
 
 // ---------------- AC-3
@@ -80,6 +58,7 @@ std::optional<Header> ParseAc3Header(Bytes bytes) {
         return std::nullopt;
     }
     Header header;
+    header.nCommonBits = nRate;
     AudioFormat& format = header.format;
     format.nSamplingRate = kSamplingRates[nRate];
     format.nBitRate = kBitRates[nSizeCode / 2] * 1000U;
@@ -94,11 +73,11 @@ std::optional<Header> ParseAc3Header(Bytes bytes) {
     return header;
 }
 
-bool MatchAc3(const AudioFormat& a, const AudioFormat& b) { return a.nSamplingRate == b.nSamplingRate; }
+// ---------------- both
 
 /// @param nSize  bytes that `parse` needs.
-template <class Parse, class Match>
-std::optional<AudioFormat> FindHeader(Bytes bytes, std::size_t nSize, Parse parse, Match match) {
+template <class Parse>
+std::optional<AudioFormat> FindHeader(Bytes bytes, std::size_t nSize, Parse parse) {
     for (std::size_t i = 0; i + nSize <= bytes.size(); ++i) {
         const auto header = parse(bytes.subspan(i));
         if (!header) continue;
@@ -108,7 +87,7 @@ std::optional<AudioFormat> FindHeader(Bytes bytes, std::size_t nSize, Parse pars
             continue;
         }
         const auto follower = parse(next);
-        if (follower && match(header->format, follower->format)) return header->format;
+        if (follower && follower->nCommonBits == header->nCommonBits) return header->format;
     }
     return std::nullopt;
 }
@@ -116,11 +95,11 @@ std::optional<AudioFormat> FindHeader(Bytes bytes, std::size_t nSize, Parse pars
 }  // namespace
 
 std::optional<AudioFormat> FindMpegAudioHeader(Bytes bytes) {
-    return FindHeader(bytes, kMpegHeaderSize, ParseMpegHeader, MatchMpeg);
+    return FindHeader(bytes, kMpegHeaderSize, ParseMpegHeader);
 }
 
 std::optional<AudioFormat> FindAc3Header(Bytes bytes) {
-    return FindHeader(bytes, kAc3HeaderSize, ParseAc3Header, MatchAc3);
+    return FindHeader(bytes, kAc3HeaderSize, ParseAc3Header);
 }
 
 }  // namespace kest

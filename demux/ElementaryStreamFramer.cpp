@@ -11,7 +11,6 @@
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
 constexpr std::uint32_t kSequenceEndCode = 0x000001B7;
 constexpr std::uint32_t kPrefix = 0x000001;  // of a start code
 constexpr std::uint32_t kCodeSize = 4;       // bytes of a start code
@@ -86,7 +85,7 @@ std::size_t CElementaryStreamFramer::FindCodeEnd(Bytes data, std::size_t nFrom) 
 
 /// Follows the start code in the register. @return whether a unit ends in front of it.
 bool CElementaryStreamFramer::IsUnitEnd() {
-    if (m_dwStartCode == kVopStartCode) {
+    if (m_dwStartCode == MakeStartCode(kVop)) {
         m_bInVop = true;
         return !std::exchange(m_bHeaderSeen, false);
     }

@@ -11,15 +11,15 @@
 
 namespace kest {
 
-/// Cuts an MPEG-4 video elementary stream (ISO/IEC 14496-2) into units at its start codes: a video object
-/// plane with the headers in front of it, up to the next start code. Its state goes on from one part of the
+/// Cuts an MPEG-4 video elementary stream (ISO/IEC 14496-2) into units at its start codes: a VOP (video object
+/// plane) with the headers in front of it, up to the next start code. Its state goes on from one part of the
 /// stream to the next.
 ///
-/// A unit ends at the start code behind its plane, so that the last one of a stream stays behind. A sequence
-/// end code behind a plane is left out. Bytes that would make a unit longer than it may be are left out, as many
+/// A unit ends at the start code behind its VOP, so that the last one of a stream stays behind. A sequence
+/// end code behind a VOP is left out. Bytes that would make a unit longer than it may be are left out, as many
 /// as come at a time, and a unit that is longer than a block of the queue is cut to the block.
 ///
-/// When draining, every byte is queued: a sequence end code belongs to the plane before it, and what is too long is
+/// When draining, every byte is queued: a sequence end code belongs to the VOP before it, and what is too long is
 /// followed by units without times that go on with it.
 class CElementaryStreamFramer {
 public:
@@ -59,8 +59,8 @@ private:
     const std::unique_ptr<CFrameAccumulator> m_pFrameAcc;  // the unit that is being assembled
     bool m_bDrain = false;                                 // see SetDrain
     bool m_bContinues = false;   // what comes next goes on with a unit that has been queued
-    bool m_bInVop = false;       // inside a plane
-    bool m_bHeaderSeen = false;  // a start code other than a plane's came since the last cut
+    bool m_bInVop = false;       // inside a VOP
+    bool m_bHeaderSeen = false;  // a start code other than that of a VOP came since the last cut
     FrameCounters m_counters;    // see GetCounters
     CCount m_llBytes;            // see CountBytes
 };

@@ -24,4 +24,7 @@ static_assert(sizeof(FRAME_INFO) == 40 && std::is_trivially_copyable_v<FRAME_INF
 static_assert(offsetof(FRAME_INFO, bDiscontinuity) == 32 && offsetof(FRAME_INFO, bSegmentMarker) == 33 &&
               offsetof(FRAME_INFO, bNoVideo) == 34 && offsetof(FRAME_INFO, bEndOfStream) == 35);
 
+/// PTS and DTS of a frame that has no times; only when a demuxer drains.
+constexpr std::int64_t kNoFrameTime = -1;
+
 }  // namespace kest

@@ -39,7 +39,7 @@ public:
     /// Makes a queue, or takes another's.
     /// @param pQueue  its write side opened by its owner; none: a queue of the output's own.
     void Attach(CBlockMemFileEx* pQueue);
-    /// Lets go of the queue; its sides are closed.
+    /// Gives the queue back; its sides are closed.
     void Detach();
     /// Opens, or closes, the writer and a reader (handle 0) of a queue of its own. Who waits gives up then.
     void OpenSides();

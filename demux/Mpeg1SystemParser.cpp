@@ -34,7 +34,6 @@ void CMpeg1SystemParser::Reset() {
 }
 
 EParsed CMpeg1SystemParser::ParseUnit() {
-    constexpr std::uint32_t kStartCodeSize = 4;
     const EParsed found = FindStartCode();
     if (found != EParsed::Unit) return found;
     const std::uint32_t nSkipped = std::exchange(m_nSkipped, 0);

@@ -165,7 +165,6 @@ void CMpeg2PsParser::ParsePsm() {
 /// Reads a PES packet behind its start code (ISO/IEC 13818-1 2.4.3.6) and assembles its payload. Its
 /// timestamps count before its length does: they begin a frame even when no payload can be taken.
 void CMpeg2PsParser::ParsePes(ElementaryStream& stream) {
-    constexpr std::uint32_t kStartCodeSize = 4;
     const std::int64_t llStart = m_input.GetPosition(kStartCodeSize);
     const Bytes fixed = m_input.Read(kPesFixedHeader - kStartCodeSize);
     if (fixed.empty()) return;

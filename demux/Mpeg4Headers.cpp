@@ -142,9 +142,8 @@ int ParseGov(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes) {
 }
 
 int FrameCodingType(std::span<const std::uint8_t> frame) {
-    constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
     constexpr unsigned kSprite = 3;
-    const auto nVop = FindStartCode(frame, kVopStartCode);
+    const auto nVop = FindStartCode(frame, MakeStartCode(kVop));
     if (!nVop || *nVop + 4 >= frame.size()) return -1;
     const unsigned nType = frame[*nVop + 4] >> 6;
     return nType == kSprite ? -1 : static_cast<int>(nType);

@@ -9,9 +9,12 @@ namespace {
 
 constexpr std::size_t kHeaderSize = 4;
 
+/// The audio frame at the index, if it has a header of the standards there and a length.
 std::optional<MpegAudioFrame> ReadFrame(Bytes bytes, std::size_t nIndex) {
+    constexpr int kMpeg2 = 2;
     if (nIndex + kHeaderSize > bytes.size()) return std::nullopt;
-    return ParseAnyMpegAudioHeader(bytes.subspan(nIndex, kHeaderSize));
+    const auto frame = ParseAnyMpegAudioHeader(bytes.subspan(nIndex, kHeaderSize));
+    return frame && frame->nVersion <= kMpeg2 && frame->nSize > 0 ? frame : std::nullopt;
 }
 
 /// The first audio frame at nFrom or behind that another of its kind follows; without such a one, the first that the
@@ -29,7 +32,7 @@ std::optional<std::size_t> FindLock(Bytes bytes, std::size_t nFrom) {
             continue;
         }
         const auto next = ReadFrame(bytes, nEnd);
-        if (next && next->nKind == frame->nKind) return i;
+        if (next && next->nCommonBits == frame->nCommonBits) return i;
     }
     return likely;
 }

@@ -23,12 +23,15 @@ MpegAudioHeader ParseMpegAudioHeader(Bytes bytes);
 
 /// An audio frame by its header.
 struct MpegAudioFrame {
-    std::uint32_t nSize;  // bytes, with the padding slot
-    std::uint32_t nKind;  // bits of the header that the frames of a stream have in common
+    MpegAudioHeader header;         // rates of its version
+    std::uint8_t nVersion = 0;      // 1: MPEG-1; 2: MPEG-2, low sampling rates; 3: "2.5", lower ones
+    std::uint32_t nSamples = 0;     // of a channel
+    std::uint32_t nSize = 0;        // bytes, with the padding slot; 0: free format
+    std::uint32_t nCommonBits = 0;  // those of the header that the frames of a stream have in common
 };
 
-/// Reads any header of MPEG-1 audio or of its extension to lower sampling frequencies (ISO/IEC 13818-3): at least 3
-/// bytes. @return none: there is none, or its frame has no known length.
+/// Reads any header of MPEG-1 audio or of its extensions to lower sampling frequencies (ISO/IEC 13818-3, and "2.5"): at
+/// least 3 bytes. @return none: there is none.
 std::optional<MpegAudioFrame> ParseAnyMpegAudioHeader(Bytes bytes);
 
 }  // namespace kest

@@ -2,13 +2,16 @@
 
 #include <cstdint>
 
+#include "control/SwitchTable.h"
+
 namespace kest {
 
 /// Extensions of the demuxers. As made, none is on. See the filter's switches of the same names.
 struct ParseSettings {
-    static constexpr std::int32_t kAllStreams = -1, kFirstKnownStream = 0;
+    static constexpr std::int32_t kAllStreams = kest::kAllStreams,
+                                  kFirstKnownStream = kest::kFirstKnownStream;
 
-    bool bAssumeMap = false;  // without a program stream map, stream_ids tell what a stream is
+    bool bAssumeMap = false;  // without a program stream map, a stream is what its stream_id says
     std::int32_t nVideoStream = kAllStreams;  // stream_id or PID that is taken, or one of the above
     std::int32_t nAudioStream = kAllStreams;  // the same
     bool bDrain = false;  // nothing is lost at either end; frames without timestamps have kNoFrameTime
@@ -16,8 +19,5 @@ struct ParseSettings {
     bool bMpegKeyFrames = false;        // trick play knows key frames of MPEG-1/2 video
     std::uint32_t nVideoBlockSize = 0;  // bytes of the longest video frame; 0: the family's
 };
-
-/// PTS and DTS of a frame that has no times; only with `bDrain`.
-constexpr std::int64_t kNoFrameTime = -1;
 
 }  // namespace kest

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "demux/BigEndian.h"
+#include "demux/FrameInfo.h"
 
 namespace kest {
 
@@ -16,8 +17,8 @@ struct PesTimestamps {
     std::int64_t llDts;  // the PTS when the packet carries no DTS
 };
 
-/// No timestamps: all ones.
-constexpr PesTimestamps kNoTimestamps = {.llPts = -1, .llDts = -1};
+/// Those of a frame without times.
+constexpr PesTimestamps kNoTimestamps = {.llPts = kNoFrameTime, .llDts = kNoFrameTime};
 
 /// Reads the timestamps of a PES header (ISO/IEC 13818-1 2.4.3.6).
 /// @param nPtsDtsFlags  PTS_DTS_flags: 2 = PTS, 3 = PTS and DTS, else none.

@@ -9,8 +9,6 @@
 namespace kest {
 namespace {
 
-constexpr std::size_t kStartCodeSize = 4;
-
 /// Bytes of a pack header behind its start code, ISO/IEC 13818-1 2.5.3.3 and ISO/IEC 11172-1 2.4.3.2.
 std::optional<std::size_t> GetPackHeaderSize(Bytes rest) {
     constexpr std::size_t kMpeg1Size = 8, kMpeg2Size = 10;
@@ -36,27 +34,24 @@ bool MayBeBoundary(Bytes bytes) {
 
 }  // namespace
 
-void WalkProgramStream(Bytes bytes, const std::function<bool(std::uint8_t nId, Bytes structure)>& take) {
-    bool bInRow = false;  // the bytes begin where a structure has ended
-    while (const auto nPrefix = FindStartCodePrefix(bytes)) {
-        bytes = bytes.subspan(*nPrefix);
-        if (bytes.size() < kStartCodeSize) return;
+void WalkProgramStream(Bytes bytes, ECutOff cutOff,
+                       const std::function<bool(const SystemStructure& structure)>& take) {
+    bool bInRow = false;  // a structure has ended at the index
+    std::size_t nIndex = 0;
+    while (const auto nPrefix = FindStartCodePrefix(bytes.subspan(nIndex))) {
+        nIndex += *nPrefix;
+        if (bytes.size() - nIndex < kStartCodeSize) return;
         bInRow = bInRow && *nPrefix == 0;
-        const std::uint8_t nId = bytes[3];
-        const Bytes rest = bytes.subspan(kStartCodeSize);
+        const std::uint8_t nId = bytes[nIndex + 3];
+        const Bytes rest = bytes.subspan(nIndex + kStartCodeSize);
         const auto nSize = GetStructureSize(nId, rest);
-        if (nSize && *nSize > rest.size() && bInRow) {
-            take(nId, rest);
+        if (nSize && *nSize > rest.size() && (bInRow || cutOff == ECutOff::Any)) {
+            take({nIndex, nId, rest});
             return;
         }
-        if (nSize && *nSize <= rest.size() && MayBeBoundary(rest.subspan(*nSize))) {
-            if (!take(nId, rest.first(*nSize))) return;
-            bytes = rest.subspan(*nSize);
-            bInRow = true;
-        } else {
-            bytes = bytes.subspan(3);
-            bInRow = false;
-        }
+        bInRow = nSize && *nSize <= rest.size() && MayBeBoundary(rest.subspan(*nSize));
+        if (bInRow && !take({nIndex, nId, rest.first(*nSize)})) return;
+        nIndex += bInRow ? kStartCodeSize + *nSize : kStartCodePrefixSize;
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include "demux/BigEndian.h"
 #include "demux/PesHeader.h"
+#include "demux/ProgramStreamWalk.h"
 
 namespace kest {
 
@@ -17,15 +18,14 @@ struct TimedPicture {
     std::int64_t llPosition;   // file offset of the PES packet that carries them
     std::int64_t llTimestamp;  // PTS
     bool bIntra;               // decoding may begin here: an I picture, or an I-VOP
-    bool
-        bHeader;  // a sequence header or group_of_pictures_header stands between the packet's header and it; of an I-VOP: always
+    /// A sequence header or group_of_pictures_header stands between the packet's header and it; of a VOP: always.
+    bool bHeader;
 
     bool operator==(const TimedPicture&) const = default;
 };
 
-/// The PES packets of one video and one audio stream in a stretch of an MPEG-2 program stream, which may begin and end
-/// anywhere. A start code counts as that of a packet only where the stream goes on behind the packet with another
-/// start code, or ends: a start code in a payload is not taken for one.
+/// The PES packets of one video stream and of all audio streams in a stretch of a program stream, which may begin and
+/// end anywhere. What counts as a packet is as in WalkProgramStream, so that a start code in a payload does not.
 class CPsStretch {
 public:
     struct Packet {
@@ -51,8 +51,7 @@ public:
     std::vector<TimedPicture> FindPictures(EVideoCoding coding) const;
 
 private:
-    std::size_t ParseUnit(Bytes unit, std::int64_t llPosition);
-    void TakePacket(Bytes packet, std::int64_t llPosition);
+    void TakePacket(const SystemStructure& structure, std::int64_t llPosition);
 
     std::uint8_t m_nVideoId;              // see GetVideoId
     std::vector<Packet> m_video;          // see GetVideo

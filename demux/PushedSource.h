@@ -27,7 +27,7 @@ public:
     /// @param nReadUnit  the ring is read in multiples of this number of bytes, which divides nMaxChunk.
     void Attach(CRingBuffer* pRing, std::uint32_t nCapacity, std::uint32_t nMaxChunk,
                 std::uint32_t nReadUnit);
-    /// Lets go of the ring; its sides are closed.
+    /// Gives the ring back; its sides are closed.
     void Detach();
     /// Opens the demuxer's read side, and the write side of a ring of its own.
     /// @return 0, or the ring's error.

@@ -23,9 +23,9 @@ constexpr std::size_t kMostRead = 0x400000;  // as long as something is missing
 /// What the first pack header in the bytes begins; None: there is no pack header.
 EContainer FindPacks(Bytes bytes) {
     EContainer container = EContainer::None;
-    WalkProgramStream(bytes, [&](std::uint8_t nId, Bytes structure) {
-        if (nId != kPackHeaderId) return true;
-        container = structure[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
+    WalkProgramStream(bytes, ECutOff::InRow, [&](const SystemStructure& structure) {
+        if (structure.nId != kPackHeaderId) return true;
+        container = structure.bytes[0] >> 6 == 1 ? EContainer::ProgramStream : EContainer::SystemStream;
         return false;
     });
     return container;
@@ -51,17 +51,16 @@ EContainer FindContainer(Bytes bytes) {
 // ---------------- program and system streams
 
 EStreamKind GetKind(std::uint8_t nStreamId) {
-    if (nStreamId >= kFirstVideoStreamId && nStreamId < kFirstReservedDataId) return EStreamKind::Video;
-    if (nStreamId >= kFirstAudioStreamId && nStreamId < kFirstVideoStreamId) return EStreamKind::Audio;
-    return EStreamKind::Other;
+    if (IsVideoStreamId(nStreamId)) return EStreamKind::Video;
+    return IsAudioStreamId(nStreamId) ? EStreamKind::Audio : EStreamKind::Other;
 }
 
 /// The streams of a program stream, and what its headers say of them.
 class CProgramStreamContent {
 public:
     explicit CProgramStreamContent(Bytes bytes) {
-        WalkProgramStream(bytes, [this](std::uint8_t nId, Bytes structure) {
-            TakeStructure(nId, structure);
+        WalkProgramStream(bytes, ECutOff::InRow, [this](const SystemStructure& structure) {
+            TakeStructure(structure.nId, structure.bytes);
             return true;
         });
     }
@@ -88,7 +87,6 @@ private:
     }
 
     void TakePack(Bytes pack) {
-        constexpr std::uint32_t kMuxRateUnit = 400;  // program_mux_rate counts 50 bytes per second
         if (m_nMuxRate != 0) return;
         if (pack.size() >= 9 && pack[0] >> 6 == 1) m_nMuxRate = (Read24(pack, 6) >> 2) * kMuxRateUnit;
         if (pack.size() == 8) m_nMuxRate = (Read24(pack, 5) >> 1 & 0x3FFFFF) * kMuxRateUnit;
@@ -119,8 +117,7 @@ private:
     void TakePacket(std::uint8_t nId, EStreamKind kind, Bytes structure) {
         const auto content = ParsePacket(BytesFrom(structure, 2));
         if (!content) return;
-        m_collector.Take(nId, 0, kind, content->timestamps ? &*content->timestamps : nullptr,
-                         content->payload);
+        m_collector.Take(nId, 0, kind, content->timestamps, content->payload);
     }
 
     /// Audio behind a substream header of four bytes, as on DVDs, is a stream for each number in it: AC-3 where it has
@@ -130,15 +127,14 @@ private:
         const auto content = ParsePacket(BytesFrom(structure, 2));
         if (!content) return;
         const Bytes payload = content->payload;
-        const PesTimestamps* pTimestamps = content->timestamps ? &*content->timestamps : nullptr;
         if (payload.size() >= kSubstreamHeader && payload[0] >= 0x80 && payload[0] <= 0x87) {
             const Bytes unit = BytesFrom(payload, kSubstreamHeader - 1u + Read16(payload, 2));
             const bool bSync = unit.size() >= 2 && Read16(unit, 0) == 0x0B77;
             if (bSync || m_collector.HasSeen(kPrivateStream1Id, payload[0]))
-                return m_collector.Take(kPrivateStream1Id, payload[0], EStreamKind::Other, pTimestamps,
-                                        payload.subspan(kSubstreamHeader));
+                return m_collector.Take(kPrivateStream1Id, payload[0], EStreamKind::Other,
+                                        content->timestamps, payload.subspan(kSubstreamHeader));
         }
-        m_collector.Take(kPrivateStream1Id, 0, EStreamKind::Other, pTimestamps, payload);
+        m_collector.Take(kPrivateStream1Id, 0, EStreamKind::Other, content->timestamps, payload);
     }
 
     CStreamCollector m_collector;
@@ -158,13 +154,13 @@ void TakeTransportStream(Bytes bytes, CStreamCollector& collector) {
         if (!(GetTsAdaptation(packet) & 1) || bScrambled || !collector.IsListed(nPid)) return;
         const Bytes payload = GetTsPayload(packet);
         if (!HasTsUnitStart(packet)) {
-            if (collector.HasSeen(nPid, 0)) collector.Take(nPid, 0, EStreamKind::Other, nullptr, payload);
+            if (collector.HasSeen(nPid, 0))
+                collector.Take(nPid, 0, EStreamKind::Other, std::nullopt, payload);
             return;
         }
         if (payload.size() < kToLength || Read24(payload, 0) != 1) return;
         if (const auto content = ParsePacket(payload.subspan(kToLength)))
-            collector.Take(nPid, 0, EStreamKind::Other, content->timestamps ? &*content->timestamps : nullptr,
-                           content->payload);
+            collector.Take(nPid, 0, EStreamKind::Other, content->timestamps, content->payload);
     });
 }
 
@@ -202,7 +198,7 @@ Findings Examine(Bytes bytes) {
         }
         case EContainer::ElementaryStream: {
             CStreamCollector collector;
-            collector.Take(0, 0, EStreamKind::Video, nullptr, bytes);
+            collector.Take(0, 0, EStreamKind::Video, std::nullopt, bytes);
             description.streams = collector.Describe();
             break;
         }

@@ -17,7 +17,6 @@ bool IsTaken(ECodec codec) {
 }  // namespace
 
 std::int64_t StreamDescription::GetFrameTicks() const {
-    constexpr std::int64_t kTicksPerSecond = 90000;
     if (kind == EStreamKind::Video && video.frameRate.IsKnown())
         return kTicksPerSecond * video.frameRate.nDenominator / video.frameRate.nNumerator;
     if (kind == EStreamKind::Audio && audio.IsKnown())

@@ -52,9 +52,9 @@ struct VideoFormat {
     std::uint8_t nProfileLevel = 0;    // profile_and_level_indication; 0: none
     bool bProgressive = true;          // there are no interlaced frames
     bool bLowDelay = false;            // there are no B pictures
-    std::vector<std::uint8_t>
-        abHeader;  // MPEG-1/2: the sequence header with its matrices and the extensions that
-                   // follow it directly; MPEG-4: all headers up to the video object layer's
+    /// MPEG-1/2: the sequence header with its matrices and the extensions that follow it directly; MPEG-4: all headers
+    /// up to the video object layer's.
+    std::vector<std::uint8_t> abHeader;
 
     bool IsKnown() const { return nWidth != 0; }
     friend bool operator==(const VideoFormat&, const VideoFormat&) = default;
@@ -85,9 +85,8 @@ struct AudioFormat {
 /// One elementary stream.
 struct StreamDescription {
     std::uint16_t nId = 0;  // stream_id of a program or system stream, PID of a transport stream
-    std::uint8_t nSubstreamId =
-        0;  // private_stream_1: the byte that its payload begins with, where that names one
-            // of several streams; else 0
+    /// private_stream_1: the byte that its payload begins with, where that names one of several streams; else 0.
+    std::uint8_t nSubstreamId = 0;
     std::uint8_t nStreamType = 0;  // stream_type of the map; 0: there is none, or it does not list the stream
     EStreamKind kind = EStreamKind::Other;
     ECodec codec = ECodec::Unknown;  // by the stream's own headers; without any by the map

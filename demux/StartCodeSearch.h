@@ -10,6 +10,12 @@
 
 namespace kest {
 
+constexpr std::size_t kStartCodePrefixSize = 3;
+constexpr std::size_t kStartCodeSize = 4;
+
+/// The start code that ends with this byte.
+constexpr std::uint32_t MakeStartCode(std::uint8_t nLast) { return 0x100U | nLast; }
+
 /// Index of the first byte of the first place where `pattern` stands: two bytes or more, of which the last two
 /// are rare, as in start codes.
 std::optional<std::size_t> FindPattern(Bytes bytes, Bytes pattern);

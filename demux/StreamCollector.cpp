@@ -8,8 +8,6 @@
 namespace kest {
 namespace {
 
-constexpr std::int64_t kSecond = 90000;  // ticks
-
 /// Kind and codec that stand for a stream_type, ISO/IEC 13818-1 table 2-34; 0x81 is AC-3 by ATSC A/52.
 struct TypeMeaning {
     std::uint8_t nStreamType;
@@ -87,7 +85,7 @@ void CStreamCollector::List(std::uint16_t nId, std::uint8_t nStreamType) {
 }
 
 void CStreamCollector::Take(std::uint16_t nId, std::uint8_t nSubstreamId, EStreamKind kind,
-                            const PesTimestamps* pTimestamps, Bytes payload) {
+                            const std::optional<PesTimestamps>& timestamps, Bytes payload) {
     const auto [position, bNew] = m_seen.try_emplace(GetKey(nId, nSubstreamId), m_streams.size());
     if (bNew) {
         Stream& stream = m_streams.emplace_back();
@@ -98,7 +96,7 @@ void CStreamCollector::Take(std::uint16_t nId, std::uint8_t nSubstreamId, EStrea
     }
     Stream& stream = m_streams[position->second];
     stream.bytes.insert(stream.bytes.end(), payload.begin(), payload.end());
-    if (pTimestamps) TakeTimestamps(stream, *pTimestamps);
+    if (timestamps) TakeTimestamps(stream, *timestamps);
 }
 
 // The earliest PTS is among the first ones: pictures come in the order of their decoding. A PTS that goes back by more
@@ -112,10 +110,10 @@ void CStreamCollector::TakeTimestamps(Stream& stream, const PesTimestamps& times
         return;
     }
     const std::int64_t llFromFirst = SubtractTimestamps(timestamps.llPts, description.llFirstPts);
-    if (stream.nTimestamps <= kFirstOnes && llFromFirst < 0 && llFromFirst > -kSecond)
+    if (stream.nTimestamps <= kFirstOnes && llFromFirst < 0 && llFromFirst > -kTicksPerSecond)
         description.llFirstPts = timestamps.llPts;
     const std::int64_t llFromLast = SubtractTimestamps(timestamps.llPts, description.llLastPts);
-    if (llFromLast > 0 || llFromLast < -kSecond) description.llLastPts = timestamps.llPts;
+    if (llFromLast > 0 || llFromLast < -kTicksPerSecond) description.llLastPts = timestamps.llPts;
 }
 
 std::vector<StreamDescription> CStreamCollector::Describe() const {

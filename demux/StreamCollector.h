@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "demux/PesHeader.h"
@@ -18,9 +19,9 @@ public:
     /// Whether a map has listed the id.
     bool IsListed(std::uint16_t nId) const { return m_listed.contains(nId); }
     /// A part of a stream has come.
-    /// @param pTimestamps  of the packet that it begins; null: none.
+    /// @param timestamps  of the packet that it begins, if it has any.
     void Take(std::uint16_t nId, std::uint8_t nSubstreamId, EStreamKind kind,
-              const PesTimestamps* pTimestamps, Bytes payload);
+              const std::optional<PesTimestamps>& timestamps, Bytes payload);
     /// Whether parts of a stream have come.
     bool HasSeen(std::uint16_t nId, std::uint8_t nSubstreamId) const {
         return m_seen.contains(GetKey(nId, nSubstreamId));

@@ -33,12 +33,11 @@ std::uint8_t CStreamMaps::ClassifyStreamId(std::uint8_t nStreamId) const {
 }
 
 std::uint8_t CStreamMaps::AssumeCategory(std::uint8_t nStreamId) const {
-    constexpr std::uint8_t kAudioMask = 0xE0, kVideoMask = 0xF0;
-    const bool bAudio = (nStreamId & kAudioMask) == kFirstAudioStreamId;
-    const bool bVideo = (nStreamId & kVideoMask) == kFirstVideoStreamId;
-    const bool bAssume = m_settings.bAssumeMap;
-    if (bAudio && ((bAssume && !m_bAudioListed) || nStreamId == m_settings.nAudioStream)) return kAudio;
-    if (bVideo && ((bAssume && !m_bVideoListed) || nStreamId == m_settings.nVideoStream)) return kVideo;
+    const auto IsAssumed = [&](bool bListed, std::int32_t nChosen) {
+        return (m_settings.bAssumeMap && !bListed) || nStreamId == nChosen;
+    };
+    if (IsAudioStreamId(nStreamId) && IsAssumed(m_bAudioListed, m_settings.nAudioStream)) return kAudio;
+    if (IsVideoStreamId(nStreamId) && IsAssumed(m_bVideoListed, m_settings.nVideoStream)) return kVideo;
     return kIgnore;
 }
 

@@ -14,7 +14,6 @@ namespace {
 constexpr std::int64_t kProbeSize = 0x40000;  // bytes of the source that are classified
 constexpr std::size_t kHeaderMargin = 24;     // a header this close to the end counts as absent
 constexpr int kPackHeaderSize = 13;           // of a pack header up to program_mux_rate
-constexpr std::uint32_t kMuxRateUnit = 400;   // program_mux_rate counts 50 bytes per second
 constexpr std::size_t kTsPacketSize = 188;
 constexpr std::uint8_t kTsSyncByte = 0x47;
 constexpr unsigned kPatPid = 0;
@@ -125,7 +124,6 @@ int CStreamTypeProbe::Reject(const char* pszMissing) {
 }
 
 std::optional<int> CStreamTypeProbe::ClassifyProgramStream(Bytes data) {
-    constexpr std::uint32_t kMapStartCode = 0x100 | kProgramStreamMapId;
     const auto nPack = FindStartCode(data, kPackStartCode);
     if (!nPack || data.size() - *nPack <= kHeaderMargin) return std::nullopt;
     const Bytes pack = data.subspan(*nPack);
@@ -135,7 +133,8 @@ std::optional<int> CStreamTypeProbe::ClassifyProgramStream(Bytes data) {
     const char* pszMissing = "a program stream map";
     Bytes rest = pack.subspan(2);
     while (rest.size() > kHeaderMargin) {
-        const auto nMap = FindStartCode(rest.first(rest.size() - kHeaderMargin), kMapStartCode);
+        const auto nMap =
+            FindStartCode(rest.first(rest.size() - kHeaderMargin), MakeStartCode(kProgramStreamMapId));
         if (!nMap) break;
         if (auto nClass = ClassifyMap(rest.subspan(*nMap + 4))) return nClass;
         pszMissing = "a video stream in the program stream map";

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "demux/TimestampArithmetic.h"
+
 namespace kest {
 namespace {
 
-constexpr std::int64_t kTicksPerSecond = 90000;
-constexpr std::int64_t kTimestampRange = std::int64_t{1} << 33;
 constexpr std::int64_t kMostBefore = 10 * kTicksPerSecond;  // of a timestamp before time 0
 constexpr std::int64_t kLeastByteRate = 1000;          // bytes a second; less than that is a jump in time
 constexpr std::int64_t kMostReorder = 45000;           // a PTS is not further behind its DTS

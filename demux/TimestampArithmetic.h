@@ -5,11 +5,13 @@
 
 namespace kest {
 
+constexpr std::int64_t kTicksPerSecond = 90000;
+constexpr std::int64_t kTimestampRange = std::int64_t{1} << 33;
+
 /// From llFrom to llTo the shorter way round the counter, in ticks: -2^32 to 2^32 - 1.
 inline std::int64_t SubtractTimestamps(std::int64_t llTo, std::int64_t llFrom) {
-    constexpr std::int64_t kRange = std::int64_t{1} << 33;
-    constexpr std::int64_t kHalf = kRange / 2;
-    return ((llTo - llFrom + kHalf) & (kRange - 1)) - kHalf;
+    constexpr std::int64_t kHalf = kTimestampRange / 2;
+    return ((llTo - llFrom + kHalf) & (kTimestampRange - 1)) - kHalf;
 }
 
 }  // namespace kest

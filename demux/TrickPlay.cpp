@@ -13,16 +13,11 @@ namespace {
 constexpr int kMostFramesFast = 50;   // that one step of fast reverse passes
 constexpr int kMostFramesSlow = 150;  // that a slow mode's search for a key frame passes
 
-/// Whether the frame is MPEG-1 or MPEG-2 video, which has no VOP, and its first picture is an I picture (ISO/IEC 13818-2
-/// 6.2.3).
+/// Whether the frame is MPEG-1 or MPEG-2 video, which has no VOP, and its first picture is an I picture.
 bool BeginsWithIntraPicture(Bytes frame) {
-    constexpr std::uint32_t kVopStartCode = 0x00000100 | kVop;
-    constexpr std::uint32_t kPictureStartCode = 0x00000100 | kPicture;
-    constexpr std::size_t kTypeIndex = 5;  // of picture_coding_type, behind 10 bits of temporal_reference
-    constexpr int kIntra = 1;
-    const auto nPicture = FindStartCode(frame, kPictureStartCode);
-    return nPicture && *nPicture + kTypeIndex < frame.size() &&
-           (frame[*nPicture + kTypeIndex] >> 3 & 7) == kIntra && !FindStartCode(frame, kVopStartCode);
+    const auto nPicture = FindStartCode(frame, MakeStartCode(kPicture));
+    return nPicture && IsIntraPicture(frame.subspan(*nPicture)).value_or(false) &&
+           !FindStartCode(frame, MakeStartCode(kVop));
 }
 
 }  // namespace

@@ -22,7 +22,8 @@ protected:
 
 /// Plays the video of a program stream at rates other than 1.0, step by step, without times and without
 /// audio. Fast modes deliver every n-th key frame, where each step counts anew: a frame whose first VOP is an
-/// I-VOP or, with `bMpegKeyFrames`, one without a VOP whose first picture is an I picture. Slow modes deliver every frame, those that only rebuild the decoder's state with `bNoVideo`.
+/// I-VOP or, with `bMpegKeyFrames`, one without a VOP whose first picture is an I picture. Slow modes deliver
+/// every frame, those that only rebuild the decoder's state with `bNoVideo`.
 ///
 /// It knows of no thread and no queue: a demuxer's thread calls `Step` again and again.
 class CTrickPlay {

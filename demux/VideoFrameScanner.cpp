@@ -4,11 +4,12 @@
 
 #include "demux/PesHeader.h"
 #include "demux/StartCodeSearch.h"
+#include "demux/SystemLayer.h"
 
 namespace kest {
 namespace {
 
-constexpr std::uint32_t kVideoPacket = 0x000001E0;
+constexpr std::uint32_t kVideoPacket = MakeStartCode(kFirstVideoStreamId);
 constexpr std::int64_t kCodeSize = 4;
 
 /// PTS_DTS_flags 2 or 3; of a fixed header.

@@ -39,9 +39,9 @@ constexpr std::size_t kMostHeaders = 1024;
 template <class GoesOn>
 std::optional<std::size_t> FindHeadersEnd(Bytes bytes, GoesOn goesOn) {
     std::optional<std::size_t> nEnd;
-    ForEachStartCode(bytes.subspan(4), [&](std::size_t nIndex, std::uint8_t nCode) {
+    ForEachStartCode(bytes.subspan(kStartCodeSize), [&](std::size_t nIndex, std::uint8_t nCode) {
         if (goesOn(nCode)) return true;
-        nEnd = 4 + nIndex;
+        nEnd = kStartCodeSize + nIndex;
         return false;
     });
     return nEnd;
@@ -118,7 +118,7 @@ bool ParseSequenceExtension(Bytes extension, SequenceFields& fields, VideoFormat
 /// Whether the vbv_delay of the first picture in the bytes says that the bit rate is variable.
 bool HasVariableRate(Bytes bytes) {
     constexpr std::uint32_t kNoDelay = 0xFFFF;
-    const auto nPicture = FindStartCode(bytes, 0x100U | kPicture);
+    const auto nPicture = FindStartCode(bytes, MakeStartCode(kPicture));
     if (!nPicture) return false;
     CBitReader reader(bytes.subspan(*nPicture));
     reader.Skip(32 + 10 + 3);  // start code, temporal_reference, picture_coding_type
@@ -139,7 +139,7 @@ std::optional<VideoHeaders> ParseSequence(Bytes bytes) {
     VideoFormat& format = found.format;
     format.abHeader.assign(header.begin(), header.end());
     format.frameRate = kFrameRates[fields->nRateCode];
-    const auto nExtension = FindStartCode(header, 0x100U | kVideoExtension);
+    const auto nExtension = FindStartCode(header, MakeStartCode(kVideoExtension));
     if (nExtension && ParseSequenceExtension(header.subspan(*nExtension), *fields, format))
         found.codec = ECodec::Mpeg2Video;
     const bool bMpeg2 = found.codec == ECodec::Mpeg2Video;
@@ -195,7 +195,6 @@ std::optional<VideoHeaders> ParseLayer(Bytes bytes, Bytes bytesBefore) {
     const auto nEnd = FindHeadersEnd(bytes, [](std::uint8_t) { return false; });
     if (!nEnd || *nEnd > kMostHeaders) return std::nullopt;
 
-    constexpr std::uint32_t kVisualObjectSequence = 0x1B0;
     constexpr unsigned kBitsPerByte = 8;
     VideoHeaders found{.codec = ECodec::Mpeg4Video, .format = {}};
     VideoFormat& format = found.format;
@@ -209,8 +208,9 @@ std::optional<VideoHeaders> ParseLayer(Bytes bytes, Bytes bytesBefore) {
     format.frameRate = layer.fixed_vop_time_increment
                            ? MakeFraction(layer.vop_time_increment_resolution, layer.fixed_vop_time_increment)
                            : MeasureRate(layer, bytes.subspan(*nEnd));
-    const auto nSequence = FindStartCode(bytesBefore, kVisualObjectSequence);
-    if (nSequence && *nSequence + 4 < bytesBefore.size()) format.nProfileLevel = bytesBefore[*nSequence + 4];
+    const auto nSequence = FindStartCode(bytesBefore, MakeStartCode(kVisualObjectSequence));
+    if (nSequence && *nSequence + kStartCodeSize < bytesBefore.size())
+        format.nProfileLevel = bytesBefore[*nSequence + kStartCodeSize];
     format.abHeader.assign(bytesBefore.begin(), bytesBefore.end());
     format.abHeader.insert(format.abHeader.end(), bytes.begin(),
                            bytes.begin() + static_cast<std::ptrdiff_t>(*nEnd));
@@ -218,7 +218,9 @@ std::optional<VideoHeaders> ParseLayer(Bytes bytes, Bytes bytesBefore) {
 }
 
 /// Codes of MPEG-4 headers that stand in front of a video object layer: visual object sequence and visual object.
-bool IsMpeg4Header(std::uint8_t nCode) { return nCode == 0xB0 || nCode == 0xB5 || nCode <= kLastVideoObject; }
+bool IsMpeg4Header(std::uint8_t nCode) {
+    return nCode == kVisualObjectSequence || nCode == kVisualObject || nCode <= kLastVideoObject;
+}
 
 bool IsLayer(std::uint8_t nCode) { return nCode > kLastVideoObject && nCode <= kLastVideoObjectLayer; }
 
@@ -228,7 +230,6 @@ bool IsLayer(std::uint8_t nCode) { return nCode > kLastVideoObject && nCode <= k
 // sequence header is a group of VOPs in MPEG-4. So a layer counts only directly behind the start code of a video object,
 // and a sequence header with plausible fields.
 std::optional<VideoHeaders> FindVideoHeaders(Bytes bytes) {
-    constexpr std::size_t kStartCodeSize = 4;
     std::optional<VideoHeaders> found;
     std::optional<std::size_t> nHeaders;  // where the headers begin that have come one after the other
     std::size_t nObject = SIZE_MAX;       // where the last video object began

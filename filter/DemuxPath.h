@@ -30,9 +30,10 @@ namespace kest {
 /// Every family of demuxers is one row of a table, which says how it is made and what its start needs; the rest
 /// is the same for all. The demuxer of the present mode exists as long as the mode is set.
 ///
-/// Locking: no lock of its own but m_csParts, a leaf. `BeginConnection`, `EnterMode`, `SetReader` and `SetInGraph` change what threads use, so they are
-/// for a path that is stopped; `Start` to `Seek` come from one thread at a time, which holds no lock that a
-/// delivery thread takes. The filter ensures both. `GetWorkingMode` and `IsFreeRun` may be called at any time.
+/// Locking: no lock of its own but m_csParts, a leaf. `BeginConnection`, `EnterMode`, `SetReader` and
+/// `SetInGraph` change what threads use, so they are for a path that is stopped; `Start` to `Seek` come from one
+/// thread at a time, which holds no lock that a delivery thread takes. The filter ensures both. `GetWorkingMode`
+/// and `IsFreeRun` may be called at any time.
 class CDemuxPath {
 public:
     /// @param videoPin, audioPin  the output pins; they outlive the path.

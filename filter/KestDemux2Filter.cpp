@@ -9,14 +9,6 @@
 #include "platform/Time.h"
 
 namespace kest {
-namespace {
-
-bool IsVideoId(std::int32_t nStream) {
-    return nStream >= kFirstVideoStreamId && nStream < kFirstReservedDataId;
-}
-
-}  // namespace
-
 // ---------------- creation and end
 
 CUnknown* CKestDemux2Filter::CreateInstance(IUnknown* pOuter, HRESULT* phr) {
@@ -305,7 +297,7 @@ HRESULT CKestDemux2Filter::SetPositionsHook(std::int64_t llPosition, REFERENCE_T
         GetWorkingMode() == EWorkingMode::ProgramMpeg4 ? EVideoCoding::Mpeg4 : EVideoCoding::Mpeg12;
     const std::int32_t nVideoStream = m_switches.Get(ESwitch::VideoStream);
     m_source.MeasureTime(llLength, coding,
-                         static_cast<std::uint8_t>(IsVideoId(nVideoStream) ? nVideoStream : 0));
+                         static_cast<std::uint8_t>(IsVideoStreamId(nVideoStream) ? nVideoStream : 0));
     std::optional<SeekTarget> target;
     if (m_source.GetTimeExtent()) {
         llPosition = 0;

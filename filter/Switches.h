@@ -23,9 +23,6 @@ private:
     std::array<std::atomic<std::int32_t>, kSwitchTable.size()> m_anValues;  // by ESwitch
 };
 
-static_assert(ParseSettings::kAllStreams == kAllStreams &&
-              ParseSettings::kFirstKnownStream == kFirstKnownStream);
-
 /// The switches as the demuxers see them.
 /// @param nVideoBlockSize  bytes of a block in the video's queue; the default changes no demuxer's limits.
 inline ParseSettings MakeParseSettings(const CSwitches& switches, std::uint32_t nVideoBlockSize) {

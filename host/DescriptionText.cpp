@@ -4,10 +4,10 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "demux/TimestampArithmetic.h"
+
 namespace kest {
 namespace {
-
-constexpr std::int64_t kTicksPerSecond = 90000;
 
 template <class... Args>
 std::string Format(const char* pszFormat, Args... args) {

@@ -5,13 +5,14 @@
 #include <limits>
 #include <utility>
 
+#include "demux/TimestampArithmetic.h"
 #include "graph/TimeArithmetic.h"
 
 namespace kest {
 namespace {
 
 // 90 kHz
-constexpr std::int64_t kSecond = 90000;
+constexpr std::int64_t kSecond = kTicksPerSecond;
 constexpr std::int64_t kVideoFrame = 3003, kAudioFrame = 2160;  // as long as the timestamps do not say it
 constexpr std::int64_t kPause = kSecond;     // longer ones need the other stream, see the class
 constexpr std::int64_t kNear = 8 * kSecond;  // one stream may be as far behind the other, in its queue

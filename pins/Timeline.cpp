@@ -3,16 +3,17 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "demux/TimestampArithmetic.h"
 #include "graph/TimeArithmetic.h"
 #include "platform/DebugText.h"
 
 namespace kest {
 namespace {
 
-constexpr std::int64_t kBrokenTicks = 90090;           // timestamps further apart are broken
-constexpr std::uint64_t kLastTimestamp = 0x1FFFFFFFF;  // of a 33-bit counter
-constexpr std::uint64_t kWrapTicks = 20000;            // a wrap leads less far than this
-constexpr REFERENCE_TIME kWrapTime = 954437176777;     // kLastTimestamp in 100 ns, rounded down
+constexpr std::int64_t kBrokenTicks = 90090;  // timestamps further apart are broken
+constexpr std::uint64_t kLastTimestamp = kTimestampRange - 1;
+constexpr std::uint64_t kWrapTicks = 20000;         // a wrap leads less far than this
+constexpr REFERENCE_TIME kWrapTime = 954437176777;  // kLastTimestamp in 100 ns, rounded down
 
 /// As ToTime, but divides without a sign: the conversion of repaired timestamps.
 REFERENCE_TIME ToUnsignedTime(std::int64_t llTimestamp) {
@@ -35,10 +36,10 @@ Placement CTimeline::Ask(ERequest request) {
 }
 
 REFERENCE_TIME CTimeline::BaseOf(const SeekTarget& target, std::int64_t llTimestamp) {
-    constexpr std::int64_t kRange = kLastTimestamp + 1;
-    const std::int64_t llAhead = SaturatedAdd(SaturatedSubtract(llTimestamp, target.llTimestamp), kRange / 2);
-    const std::int64_t llWraps = llAhead / kRange - (llAhead % kRange < 0 ? 1 : 0);
-    return ToTime(SaturatedAdd(target.llTimestamp, llWraps * kRange));
+    const std::int64_t llAhead =
+        SaturatedAdd(SaturatedSubtract(llTimestamp, target.llTimestamp), kTimestampRange / 2);
+    const std::int64_t llWraps = llAhead / kTimestampRange - (llAhead % kTimestampRange < 0 ? 1 : 0);
+    return ToTime(SaturatedAdd(target.llTimestamp, llWraps * kTimestampRange));
 }
 
 Placement CTimeline::Begin(const TimedFrame& frame, PinTiming& own) {

@@ -13,26 +13,26 @@ std::vector<ByteVector> Payloads(const std::vector<Frame>& units) {
     return payloads;
 }
 
-TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAPlane) {
-    const std::string strHeaders = " 00 00 01 B0 01 00 00 01 B5 09", strPlane = " 00 00 01 B6 ";
+TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAVop) {
+    const std::string strHeaders = " 00 00 01 B0 01 00 00 01 B5 09", strVop = " 00 00 01 B6 ";
     const std::string strGroup = " 00 00 01 B3 00", strEnd = " 00 00 01 B7";
     const struct {
         std::string strStream;
         std::vector<std::string> units;
     } cases[] = {
-        {strHeaders + strPlane + "11" + strPlane + "22 23" + strGroup + strPlane + "33" + strGroup,
-         {strHeaders + strPlane + "11", strPlane + "22 23", strGroup + strPlane + "33"}},
-        {strPlane + "11" + strPlane, {strPlane + "11"}},               // a plane comes first
-        {"55" + strPlane + "11" + strPlane, {"55", strPlane + "11"}},  // or what is no plane
-        // a sequence end code is left out behind a plane, and nowhere else
-        {strPlane + "11" + strEnd + strHeaders + strPlane + "22" + strPlane,
-         {strPlane + "11", strHeaders + strPlane + "22"}},
-        {strPlane + "11" + strGroup + strEnd + strPlane + "22" + strPlane,
-         {strPlane + "11", strGroup + strEnd + strPlane + "22"}},
-        {strPlane + "11" + strEnd + strPlane + "22" + strPlane, {strPlane + "11", strPlane + "22"}},
+        {strHeaders + strVop + "11" + strVop + "22 23" + strGroup + strVop + "33" + strGroup,
+         {strHeaders + strVop + "11", strVop + "22 23", strGroup + strVop + "33"}},
+        {strVop + "11" + strVop, {strVop + "11"}},               // a VOP comes first
+        {"55" + strVop + "11" + strVop, {"55", strVop + "11"}},  // or what is none
+        // a sequence end code is left out behind a VOP, and nowhere else
+        {strVop + "11" + strEnd + strHeaders + strVop + "22" + strVop,
+         {strVop + "11", strHeaders + strVop + "22"}},
+        {strVop + "11" + strGroup + strEnd + strVop + "22" + strVop,
+         {strVop + "11", strGroup + strEnd + strVop + "22"}},
+        {strVop + "11" + strEnd + strVop + "22" + strVop, {strVop + "11", strVop + "22"}},
         // codes among zeros and inside one another
-        {strPlane + "00 00 00 00" + strPlane + "00 00 01 00 00 01 B6 11" + strPlane,
-         {strPlane + "00 00 00 00", strPlane, "00 00 01 00 00 01 B6 11"}},
+        {strVop + "00 00 00 00" + strVop + "00 00 01 00 00 01 B6 11" + strVop,
+         {strVop + "00 00 00 00", strVop, "00 00 01 00 00 01 B6 11"}},
     };
     for (const auto& c : cases) {
         const ByteVector bytes = Stream(c.strStream);
@@ -44,10 +44,10 @@ TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAPlane) {
             EXPECT_EQ(Join(FrameUnits(bytes, nPart, /*bDrain=*/true)), bytes) << c.strStream << ", " << nPart;
         }
     }
-    // a sequence end code belongs to its plane, the last plane to the stream
-    EXPECT_EQ(Payloads(FrameUnits(Stream(strPlane + "11" + strEnd + strPlane + "22"), 9, true)),
-              (std::vector<ByteVector>{Stream(strPlane + "11" + strEnd), Stream(strPlane + "22")}));
-    const ByteVector large = Stream(strPlane + "*600000" + strPlane + "*600000");
+    // a sequence end code belongs to its VOP, the last VOP to the stream
+    EXPECT_EQ(Payloads(FrameUnits(Stream(strVop + "11" + strEnd + strVop + "22"), 9, true)),
+              (std::vector<ByteVector>{Stream(strVop + "11" + strEnd), Stream(strVop + "22")}));
+    const ByteVector large = Stream(strVop + "*600000" + strVop + "*600000");
     std::string strTimes;
     const std::vector<Frame> units = FrameUnits(large, 100000, true);
     for (const Frame& unit : units) strTimes += std::to_string(unit.info.llPts) + " ";
@@ -56,12 +56,12 @@ TEST(ElementaryStreamFramer, CutsInFrontOfTheStartCodeBehindAPlane) {
 }
 
 TEST(ElementaryStreamFramer, LeavesOutWhatDoesNotFitAndCutsToTheBlock) {
-    const ByteVector plane = Stream("00 00 01 B6 *9");
+    const ByteVector vop = Stream("00 00 01 B6 *9");
     CBlockMemFileEx queue(10, 4, sizeof(FRAME_INFO));
     CElementaryStreamFramer framer;
     queue.WOpen(), queue.ROpen();
-    framer.Push(plane, queue);
-    framer.Push(ByteVector(524288 - plane.size() + 1, 0x55), queue);  // one too many
+    framer.Push(vop, queue);
+    framer.Push(ByteVector(524288 - vop.size() + 1, 0x55), queue);  // one too many
     framer.Push(Stream("77 00 00 01 B6 01 00 00 01 B6"), queue);
     ASSERT_EQ(queue.GetPending(0), 2u);
     EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 *6"));

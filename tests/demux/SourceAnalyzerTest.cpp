@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <random>
+#include <sstream>
 
 #include "demux/AudioHeaders.h"
 #include "demux/VideoHeaders.h"
@@ -19,109 +21,64 @@ namespace {
 const std::string kMpeg2 = "00 00 01 B3 2D 02 40 23 0E A6 23 80 00 00 01 B5 14 82 00 01 00 00 ";
 const std::string kPictureAt = "00 00 01 00 00 0F FF F8 ";  // vbv_delay FFFF
 
-TEST(VideoHeaders, TellTheStandardsApart) {
-    struct Row {
-        std::string strBytes;
-        ECodec codec;
-        std::uint32_t nWidth = 0, nHeight = 0;
-        Fraction sample = {}, display = {}, rate = {};
-        std::uint32_t nBitRate = 0;
-        std::size_t nHeader = 0;
-        bool bVariable = false, bProgressive = true;
+/// Size, aspects of sample and picture, rate, bit rate, bytes of the headers; v: variable rate, i: interlaced.
+std::string Describe(const std::optional<VideoHeaders>& found) {
+    if (!found) return "";
+    const VideoFormat& f = found->format;
+    std::ostringstream text;
+    const auto Ratio = [](const Fraction& ratio) {
+        return std::to_string(ratio.nNumerator) + "/" + std::to_string(ratio.nDenominator);
     };
-    const Row rows[] = {
-        {kMpeg2 + kPictureAt,
-         ECodec::Mpeg2Video,
-         720,
-         576,
-         {16, 15},
-         {4, 3},
-         {25, 1},
-         6000000,
-         22,
-         true,
-         false},
+    text << (found->codec == ECodec::Mpeg1Video ? "MPEG-1 " : "MPEG-2 ") << f.nWidth << "x" << f.nHeight
+         << " " << Ratio(f.sampleAspect) << " " << Ratio(f.displayAspect) << " " << Ratio(f.frameRate) << " "
+         << f.nBitRate << " " << f.abHeader.size() << (f.bVariableRate ? " v" : "")
+         << (f.bProgressive ? "" : " i");
+    return text.str();
+}
+
+TEST(VideoHeaders, AreThoseOfTheirStandard) {
+    const std::pair<std::string, const char*> cases[] = {
+        {kMpeg2 + kPictureAt, "MPEG-2 720x576 16/15 4/3 25/1 6000000 22 v i"},
         // Before its headers a stream may have slices, whose start codes are those of MPEG-4 headers.
         {"00 00 01 01 *9 00 00 01 1F *9 00 00 01 20 *9 " + kMpeg2 + "00 00 01 B8",
-         ECodec::Mpeg2Video,
-         720,
-         576,
-         {16, 15},
-         {4, 3},
-         {25, 1},
-         6000000,
-         22,
-         false,
-         false},
-        // Sizes, rate and bit rate beyond the sequence header's fields: 4112 x 4112, 60000/1001 * 2 / 3.
+         "MPEG-2 720x576 16/15 4/3 25/1 6000000 22 i"},
+        // Sizes, rate and bit rate beyond the sequence header's fields: 60000/1001 * 2 / 3.
         {"00 00 01 B3 01 00 10 17 FF FF E3 80 00 00 01 B5 14 8A A0 09 00 22 00 00 01 B8",
-         ECodec::Mpeg2Video,
-         4112,
-         4112,
-         {1, 1},
-         {1, 1},
-         {40000, 1001},
-         524287600,
-         22},
+         "MPEG-2 4112x4112 1/1 1/1 40000/1001 524287600 22"},
         // MPEG-1 by a sequence header without extension: pixels of 525 lines, a rate of its own choice.
         {"00 00 01 B3 16 00 F0 C4 FF FF E0 A0 00 00 01 B8",
-         ECodec::Mpeg1Video,
-         352,
-         240,
-         {200, 219},
-         {880, 657},
-         {30000, 1001},
-         0,
-         12,
-         true},
+         "MPEG-1 352x240 200/219 880/657 30000/1001 0 12 v"},
         // A group of VOPs is no sequence header: the bytes behind its time code begin another start code.
-        {"00 00 01 B3 00 10 07 00 00 01 B6 10 *20 00 00 01 B6 *9", ECodec::Unknown},
-        {"00 00 01 B3 16 00 F0 C0 FF FF E0 A0 00 00 01 B8", ECodec::Unknown},  // no such frame rate
-        {"00 00 01 B3 16 00 F0 C4 FF FF C0 A0 00 00 01 B8", ECodec::Unknown},  // no marker bit
-        {"00 00 01 B3 16 00 F0 C4 FF FF E0 A0 *40", ECodec::Unknown},          // cut short
-        {"00 00 01 B3 16 00 F0 C4 FF FF E0 A0 *1024 00 00 01 B8", ECodec::Unknown},
+        {"00 00 01 B3 00 10 07 00 00 01 B6 10 *20 00 00 01 B6 *9", ""},
+        {"00 00 01 B3 16 00 F0 C0 FF FF E0 A0 00 00 01 B8", ""},  // no such frame rate
+        {"00 00 01 B3 16 00 F0 C4 FF FF C0 A0 00 00 01 B8", ""},  // no marker bit
+        {"00 00 01 B3 16 00 F0 C4 FF FF E0 A0 *40", ""},          // cut short
+        {"00 00 01 B3 16 00 F0 C4 FF FF E0 A0 *1024 00 00 01 B8", ""},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.strBytes);
-        const ByteVector bytes = Stream(row.strBytes);
-        const VideoHeaders found = FindVideoHeaders(bytes).value_or(VideoHeaders());
-        const VideoFormat& format = found.format;
-        EXPECT_EQ(found.codec, row.codec);
-        EXPECT_EQ(std::tuple(format.nWidth, format.nHeight, format.nBitRate, format.abHeader.size()),
-                  std::tuple(row.nWidth, row.nHeight, row.nBitRate, row.nHeader));
-        EXPECT_EQ(std::tuple(format.sampleAspect, format.displayAspect, format.frameRate),
-                  std::tuple(row.sample, row.display, row.rate));
-        EXPECT_EQ(std::pair(format.bVariableRate, format.bProgressive),
-                  std::pair(row.bVariable, row.bProgressive));
-    }
+    for (const auto& [strBytes, pszFound] : cases)
+        EXPECT_EQ(Describe(FindVideoHeaders(Stream(strBytes))), pszFound) << strBytes;
 }
 
 TEST(AudioHeaders, AreFoundAndConfirmedByTheNextFrame) {
-    struct Row {
-        std::string strBytes;
-        std::uint32_t nSamplingRate = 0, nChannels = 0, nBitRate = 0;
-        int nLayer = 0, nVersion = 0, nMode = 0;
+    using Fields = std::array<std::uint32_t, 6>;  // sampling rate, channels, bit rate, layer, version, mode
+    const std::pair<const char*, Fields> cases[] = {
+        {"FF FD A4 C4 *572 FF FD A6 C4", {48000, 1, 192000, 2, 1, 3}},     // 576 bytes
+        {"12 FF FD A4 C4 *572 FF FD A4 C4", {48000, 1, 192000, 2, 1, 3}},  // behind the end of another frame
+        {"FF FD A2 44 *623 FF FD A2 44", {44100, 2, 192000, 2, 1, 1}},     // 626 bytes and a padding slot
+        {"FF F3 80 C4 *204 FF F3 80 C4", {22050, 1, 64000, 3, 2, 3}},  // 208 bytes at half the sampling rate
+        {"FF E3 80 C4 *413 FF E3 80 C4", {11025, 1, 64000, 3, 3, 3}},  // 417 bytes at a quarter
+        {"FF FF 14 04 *28 FF FF 14 04", {48000, 2, 32000, 1, 1, 0}},   // layer I: 8 slots
+        {"FF FD A4 C4", {48000, 1, 192000, 2, 1, 3}},                  // nothing contradicts it
+        {"12 FF FD A4 C4", {}},                                        // nothing confirms it
+        {"FF FD A4 C4 *572 12 FD A4 C4 *999", {}},                     // something contradicts it
+        {"FF ED A4 C4 *999", {}},                                      // reserved version
+        {"FF F9 A4 C4 *999", {}},                                      // layer
+        {"FF FD AC C4 *999", {}},                                      // frequency
     };
-    const Row rows[] = {
-        {"FF FD A4 C4 *572 FF FD A6 C4", 48000, 1, 192000, 2, 1, 3},     // 576 bytes
-        {"12 FF FD A4 C4 *572 FF FD A4 C4", 48000, 1, 192000, 2, 1, 3},  // behind the end of another frame
-        {"FF FD A2 44 *623 FF FD A2 44", 44100, 2, 192000, 2, 1, 1},     // 626 bytes and a padding slot
-        {"FF F3 80 C4 *204 FF F3 80 C4", 22050, 1, 64000, 3, 2, 3},  // 208 bytes at half the sampling rate
-        {"FF FF 14 04 *28 FF FF 14 04", 48000, 2, 32000, 1, 1, 0},   // layer I: 8 slots
-        {"FF FD A4 C4", 48000, 1, 192000, 2, 1, 3},                  // nothing contradicts it
-        {"12 FF FD A4 C4"},                                          // nothing confirms it
-        {"FF FD A4 C4 *572 12 FD A4 C4 *999"},                       // and here something does
-        {"FF ED A4 C4 *999"},
-        {"FF F9 A4 C4 *999"},
-        {"FF FD AC C4 *999"},  // reserved version, layer, frequency
-    };
-    for (const Row& row : rows) {
-        const AudioFormat found = FindMpegAudioHeader(Stream(row.strBytes)).value_or(AudioFormat());
-        EXPECT_EQ(
-            std::tuple(found.nSamplingRate, found.nChannels, found.nBitRate, int{found.nLayer},
-                       int{found.nVersion}, int{found.nMode}),
-            std::tuple(row.nSamplingRate, row.nChannels, row.nBitRate, row.nLayer, row.nVersion, row.nMode))
-            << row.strBytes;
+    for (const auto& [pszBytes, fields] : cases) {
+        const AudioFormat f = FindMpegAudioHeader(Stream(pszBytes)).value_or(AudioFormat());
+        EXPECT_EQ((Fields{f.nSamplingRate, f.nChannels, f.nBitRate, f.nLayer, f.nVersion, f.nMode}), fields)
+            << pszBytes;
     }
     // AC-3: 448 kbit/s, three channels in front, two behind, and the low-frequency one.
     const AudioFormat ac3 = FindAc3Header(Stream("77 0B 77 12 34 1E 40 E1 *1785 0B 77 12 34 1E 40 E1 00"))

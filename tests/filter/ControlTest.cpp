@@ -38,15 +38,14 @@ TEST_F(FilterControl, DumpFileIsSetByItsOwnInterface) {
     EXPECT_TRUE(fs::remove(strName));
 }
 
-TEST_F(FilterControl, SwitchesAdmitWhatIsRefusedWithoutThem) {
+// Without the switches: FilterConnection.
+TEST_F(FilterControl, SwitchesAdmitEveryStream) {
     const std::pair<const char*, EWorkingMode> files[] = {{"ts_mpeg2.ts", EWorkingMode::TransportMpeg12},
                                                           {"es_mpeg4.m4v", EWorkingMode::Mpeg4VideoEs},
                                                           {"sys_mpeg1.mpg", EWorkingMode::Mpeg1System}};
     for (const auto& [pszFile, mode] : files) {
-        SetSwitch(ESwitch::AdmitAll, 0);
-        EXPECT_EQ(VFW_E_NO_ACCEPTABLE_TYPES, Connect(Load(pszFile))) << pszFile;
         SetSwitch(ESwitch::AdmitAll, 1);
-        EXPECT_EQ(S_OK, Connect(Load(pszFile)));
+        EXPECT_EQ(S_OK, Connect(Load(pszFile))) << pszFile;
         EXPECT_EQ(mode, m_pFilter->GetWorkingMode());
         Disconnect();
     }

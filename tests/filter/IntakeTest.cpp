@@ -197,7 +197,9 @@ TEST_F(Intake, EndOfStreamWaitsForTheSamplesAndEndsByStopAndFlush) {
                            bStop ? m_pFilter->Stop() : Input().BeginFlush();
                        });
         Release();
-        for (CCountPin* pSink : m_apSinks) EXPECT_FALSE(pSink->m_evEnd.IsSignalled()) << bStop;
+        for (CCountPin* pSink : m_apSinks)
+            EXPECT_TRUE(bStop ||
+                        !pSink->m_evEnd.IsSignalled());  // the released sinks may be as fast as a stop
         Input().EndFlush();
         m_pFilter->Stop();
     }

@@ -153,13 +153,6 @@ TEST_F(FilterStates, SeeksByTimeBeginWithTheAccessPoint) {
         << ll;
 }
 
-TEST_F(FilterStates, SeekWithoutBitRateChangesNothing) {
-    ConnectAll(MakeStream(0));
-    ASSERT_EQ(S_OK, m_pFilter->Pause());
-    EXPECT_EQ(S_OK, Seek(10000000));
-    EXPECT_EQ(0, m_apSinks[0]->m_nFlushes);
-}
-
 TEST_F(FilterStates, TheFlushOfASeekEndsBehindTheDeliveriesOfTheOldPlace) {
     ConnectAll(Load("ps_mpeg2.mpg"));
     std::atomic<bool> bSeeks{false};

@@ -184,22 +184,6 @@ TEST_F(PinSeeking, TakesDurationAndPositionFromTheFile) {
     EXPECT_EQ(Stop(), 50000000);
 }
 
-TEST_F(PinSeeking, PinAnswersWithAllInterfaces) {
-    CComPtr<IMediaSeeking> pSeeking;
-    CComPtr<IMediaPosition> pPosition;
-    CComPtr<IDispatch> pDispatch;
-    ASSERT_EQ(rig.video.QueryInterface(IID_IMediaSeeking, reinterpret_cast<void**>(pSeeking.Put())), S_OK);
-    ASSERT_EQ(pSeeking->QueryInterface(IID_IMediaPosition, reinterpret_cast<void**>(pPosition.Put())), S_OK);
-    EXPECT_EQ(pPosition->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(pDispatch.Put())), S_OK);
-    seeking.Init(3000000);
-    SetFilePos(1500000);
-    seeking.UpdatePosition();
-    REFTIME d = 0;
-    EXPECT_EQ(pPosition->put_CurrentPosition(99), S_OK);
-    EXPECT_EQ(pPosition->get_CurrentPosition(&d), S_OK);
-    EXPECT_EQ(d, 8.0);
-}
-
 // ---------------- quality messages
 
 TEST(PinQuality, VideoAnswersByModeAndLateness) {
