@@ -71,7 +71,8 @@ void AddDemuxCommand(CLI::App& app) {
             "where the video goes (- is standard output); default: FILE's name with .m2v, .m4v or .m1v")
         ->option_text("PATH");
     pCommand
-        ->add_option("--audio", pOptions->strAudio, "where the audio goes; default: FILE's name with .mp2")
+        ->add_option("--audio", pOptions->strAudio,
+                     "where the audio goes; default: FILE's name with .mp2 or .mp3")
         ->option_text("PATH");
     pCommand->add_flag("--force", pOptions->bForce, "overwrite files that exist");
     CLI::Option* pPlain = AddPlainOption(pCommand, pOptions->bPlain);

@@ -119,9 +119,13 @@ private:
 
 void RunSamples(const SamplesOptions& options) {
     const Input input = OpenInput(options.strFile, EAccess::FileOrPipe, !options.bPlain);
-    const bool bSeekable = input.pReader->IsSeekable() && IsProgramStream(input);
-    if ((options.dSeek || options.dRate != 1.0) && !bSeekable) {
-        throw CCommandError(kExitBadInput, input.path.string() + ": not seekable");
+    if (options.dSeek || options.dRate != 1.0) {
+        const auto Fail = [&input](const char* pszWhy) {
+            throw CCommandError(kExitBadInput, input.path.string() + pszWhy);
+        };
+        if (!IsProgramStream(input))
+            Fail(": only a program stream is played at another rate or from another time");
+        if (!input.pReader->IsSeekable()) Fail(": not seekable");
     }
     CSampleListing listing(options.bJson, options.nCount);
     CRecording video(EStream::Video, listing);

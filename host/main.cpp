@@ -1,4 +1,7 @@
 // The program kestdemux: a command-line host of the demultiplexer.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -20,6 +23,19 @@ using namespace kest;
 void ShowTexts(int nVerbosity) {
     if (nVerbosity >= 1) setenv("KEST_DEBUG", "1", 1);
     if (nVerbosity >= 2) setenv("KEST_TRACE", "1", 1);
+}
+
+/// Keeps the numbers of outputs that were closed by the caller, so that no file that is opened later gets one
+/// of them and with it the texts for that output. A descriptor of this kind can neither be written to nor be
+/// opened anew.
+void ReserveStandardOutputs() {
+    for (const int hOutput : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(hOutput, F_GETFD) >= 0) continue;
+        const int hRoot = open("/", O_PATH | O_CLOEXEC);  // the lowest number that is free
+        if (hRoot < 0 || hRoot == hOutput) continue;
+        dup2(hRoot, hOutput);
+        close(hRoot);
+    }
 }
 
 /// Prints what --help or --version shows.
@@ -49,6 +65,7 @@ int RunProgram(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    ReserveStandardOutputs();
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an output that cannot be written
     CatchInterrupts();
     try {
