@@ -37,8 +37,8 @@ int CTsParseState::Prepare(ETsTiming timing) {
     m_video.Begin(timing);
     m_audio.Begin(timing);
     try {
-        m_video.GetBuffer().Allocate();
-        m_audio.GetBuffer().Allocate();
+        m_video.GetBuffer().Allocate(m_settings.nVideoBlockSize);
+        m_audio.GetBuffer().Allocate(0);
     } catch (const std::bad_alloc&) {
         Reset();
         Trace("Not enough memory\n");
