@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "demux/StartCodeSearch.h"
+#include "demux/TimestampArithmetic.h"
 #include "demux/VideoStartCodes.h"
 
 namespace kest {
@@ -82,10 +83,21 @@ void CTsVideoFramer::SplitFrames(std::int64_t llNextDts) {
     }
     FindFrameEnds(/*bAll=*/true);
     const auto llFrames = static_cast<std::int64_t>(m_ends.size()) - (m_bContinues ? 1 : 0);
-    const bool bLater = HasTime() && llFrames > 0 && llNextDts > m_next.llDts;
-    const std::int64_t llStep = bLater ? (llNextDts - m_next.llDts) / llFrames : 0;
-    if (bLater) m_llStep = llStep;
-    QueueFrames(llStep);
+    const auto llStep = FindStep(llNextDts, llFrames);
+    if (llStep) m_llStep = llStep;
+    if (llStep || m_bDrain) return QueueFrames(m_llStep);
+    QueueFrames(0);
+}
+
+/// The distance of the frames in front of a PES packet. None: its DTS is not later than that of the first of them; or
+/// when draining more than a second later than it should be.
+std::optional<std::int64_t> CTsVideoFramer::FindStep(std::int64_t llNextDts, std::int64_t llFrames) const {
+    constexpr std::int64_t kSecond = 90000;
+    if (!HasTime() || llFrames == 0) return std::nullopt;
+    const std::int64_t llDistance =
+        m_bDrain ? SubtractTimestamps(llNextDts, m_next.llDts) : llNextDts - m_next.llDts;
+    const bool bJump = m_bDrain && llDistance > llFrames * m_llStep.value_or(kSecond) + kSecond;
+    return llDistance > 0 && !bJump ? std::optional(llDistance / llFrames) : std::nullopt;
 }
 
 /// Queues what is in the buffer before the next timestamps are known: its frames have the distance of those
@@ -107,8 +119,18 @@ void CTsVideoFramer::QueueFrames(std::optional<std::int64_t> llStep) {
         const bool bMoves = HasTime() && !m_bContinues;
         QueueFrame(nEnd - nBegin);
         nBegin = nEnd;
-        if (!bMoves) continue;
-        m_next = llStep ? PesTimestamps{m_next.llPts + *llStep, m_next.llDts + *llStep} : kNoTimestamps;
+        if (bMoves) MoveOn(llStep);
+    }
+}
+
+/// Moves to the times of the next frame.
+void CTsVideoFramer::MoveOn(std::optional<std::int64_t> llStep) {
+    if (!llStep) {
+        m_next = kNoTimestamps;
+    } else if (m_bDrain) {
+        m_next = {AddTimestamp(m_next.llPts, *llStep), AddTimestamp(m_next.llDts, *llStep)};
+    } else {
+        m_next = {m_next.llPts + *llStep, m_next.llDts + *llStep};
     }
 }
 
