@@ -53,6 +53,12 @@ void CMpeg1SystemParser::Drain() {
     m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
 }
 
+void CMpeg1SystemParser::End() {
+    m_video.Lose();
+    m_audio.Lose();
+    m_audio.CountLost(m_audioPackets.GetFill() + m_audioCutter.GetFill());
+}
+
 /// The next n bytes. A structure that the end of the input cuts short is padded when draining.
 Bytes CMpeg1SystemParser::Read(std::uint32_t n) {
     const Bytes bytes = m_input.Read(n);
@@ -67,6 +73,10 @@ EParsed CMpeg1SystemParser::FindStartCode() {
     if (bytes.empty()) return EParsed::NoData;
     const auto nPrefix = FindStartCodePrefix(bytes);
     const auto nPassed = static_cast<std::uint32_t>(nPrefix.value_or(bytes.size() - (kPrefixSize - 1)));
+    if (const Bytes passed = m_input.TrimPadding(bytes.first(nPassed)); !passed.empty()) {
+        if (m_nSkipped == 0) ++m_counters.nResyncs;
+        m_counters.llBytesSkipped += passed.size();
+    }
     m_nSkipped += nPassed;
     m_input.Skip(nPrefix ? nPassed + kPrefixSize : nPassed);
     return nPrefix ? EParsed::Unit : EParsed::Searching;
@@ -77,7 +87,7 @@ bool CMpeg1SystemParser::ParseStructure(std::uint8_t nStreamId) {
     constexpr std::uint32_t kPackHeaderSize = 8;  // the SCR and the mux rate are not used
     constexpr std::uint8_t kAudioMask = 0xE0, kVideoMask = 0xF0;
     switch (nStreamId) {
-        case kPackHeaderId: return !m_input.Read(kPackHeaderSize).empty();
+        case kPackHeaderId: ++m_counters.nPacks; return !m_input.Read(kPackHeaderSize).empty();
         case kSystemHeaderId: return SkipSection();
         case kProgramEndId: return true;
         default: break;
@@ -99,6 +109,7 @@ bool CMpeg1SystemParser::IsTaken(bool bVideo, std::uint8_t nStreamId) {
 }
 
 bool CMpeg1SystemParser::SkipPacket(std::uint8_t nStreamId) {
+    if (nStreamId >= kPrivateStream1Id && nStreamId != kPaddingStreamId) ++m_counters.nOtherPackets;
     switch (nStreamId) {
         case kProgramStreamMapId: Trace("reserved stream!!\n"); break;  // of an MPEG-2 stream
         case kPrivateStream1Id: Trace("private stream1!!\n"); break;
@@ -120,6 +131,7 @@ bool CMpeg1SystemParser::SkipSection() {
 /// Reads a packet behind its start code (ISO/IEC 11172-1 2.4.3.3). Its timestamps count whether it has a
 /// payload or not.
 bool CMpeg1SystemParser::ParsePacket(bool bVideo) {
+    ++(bVideo ? m_counters.nVideoPackets : m_counters.nAudioPackets);
     const Bytes length = m_input.Read(2);
     if (length.empty()) return false;
     const std::int64_t nPacketLength = Read16(length, 0);
@@ -171,7 +183,7 @@ bool CMpeg1SystemParser::OnVideoPayload(std::uint32_t n, const PesTimestamps* pE
     if (pEnded) EndVideoFrame(*pEnded);
     if (!m_video.HasRoom(n)) {
         if (!m_settings.bDrain) {  // the payload is searched for the next start code
-            m_video.Drop();
+            m_video.Lose();
             return true;
         }
         EndVideoFrame(m_videoTimestamps);
@@ -194,7 +206,7 @@ void CMpeg1SystemParser::EndVideoFrame(const PesTimestamps& timestamps) {
         info.llDts = m_bVideoContinues ? kNoFrameTime : timestamps.llDts;
         m_video.Queue(info);
     }
-    m_video.Drop();
+    m_video.Lose();
     m_bVideoContinues = false;
 }
 
@@ -203,6 +215,7 @@ bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pE
     if (pEnded) EndAudioPayload(pEnded->llPts);
     if (!m_audioPackets.HasRoom(n)) {
         if (!m_settings.bDrain) {
+            m_audio.CountLost(m_audioPackets.GetFill());
             m_audioPackets.Reset();
             return true;
         }
@@ -217,6 +230,7 @@ bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pE
 /// Passes the collected payload on, if it belongs to a timestamp or everything is wanted.
 void CMpeg1SystemParser::EndAudioPayload(std::int64_t llPts) {
     const bool bWanted = m_settings.bDrain ? m_audioPackets.GetFill() > 0 : llPts != kNoTimestamps.llPts;
+    if (!bWanted) m_audio.CountLost(m_audioPackets.GetFill());
     if (m_bAudioContinues) llPts = kNoFrameTime;
     if (bWanted && m_settings.bAnyAudioHeader) m_audioCutter.Push(m_audioPackets.GetBytes(), llPts);
     if (bWanted && !m_settings.bAnyAudioHeader) m_audioFramer.Push(m_audioPackets.GetBytes(), llPts);

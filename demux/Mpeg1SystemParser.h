@@ -29,11 +29,13 @@ class CMpeg1SystemParser final : public CStreamParser {
 public:
     /// All of these are borrowed.
     CMpeg1SystemParser(CStreamInput& input, CFrameOutput& video, CFrameOutput& audio)
-        : m_input(input), m_video(video), m_audioFramer(audio), m_audioCutter(audio) {}
+        : m_input(input), m_video(video), m_audio(audio), m_audioFramer(audio), m_audioCutter(audio) {}
 
     void Begin() override;
     EParsed ParseUnit() override;
     void Drain() override;
+    /// What is being assembled is lost.
+    void End() override;
     /// Drops what the stream said about itself too.
     void Reset() override;
 
@@ -61,6 +63,7 @@ private:
 
     CStreamInput& m_input;
     CFrameOutput& m_video;
+    CFrameOutput& m_audio;
     CMpeg1AudioFramer m_audioFramer;
     CMpegAudioCutter m_audioCutter;                   // in its place with bAnyAudioHeader
     CFrameAccumulator m_audioPackets{65600};          // the payload since the audio's last timestamp

@@ -90,7 +90,10 @@ void CTsAudioFramer::OnPes() {
 
 /// Adds a part of the payload to the buffer; when draining, it is given room.
 void CTsAudioFramer::Take(Bytes part) {
-    while (!m_buffer.Take(part) && m_bDrain) EmitRest(/*bAll=*/false);
+    while (!m_buffer.Take(part)) {
+        if (!m_bDrain) return CountLost(part.size());
+        EmitRest(/*bAll=*/false);
+    }
 }
 
 /// The first frame with times begins with the first sync, or where there is none with the payload.
@@ -100,6 +103,8 @@ void CTsAudioFramer::OnFirstFrames(Bytes payload) {
     if (m_bDrain) {
         Take(payload.first(nSync));
         EmitRest(/*bAll=*/true);
+    } else {
+        CountLost(nSync);
     }
     Take(payload.subspan(nSync));
 }
@@ -158,6 +163,7 @@ std::size_t CTsAudioFramer::CountMissing() const {
 void CTsAudioFramer::EmitFrames(const PesTimestamps& next, std::int64_t llFrames, std::uint32_t nFrameSize) {
     if (m_buffer.GetBytes().empty()) return;
     if (!IsSync(m_buffer.GetBytes(), 0)) {
+        CountLost(m_buffer.GetBytes().size());
         m_buffer.Clear();
         return;
     }
@@ -208,6 +214,8 @@ void CTsAudioFramer::QueueFrame(std::size_t nSize) {
         m_output.QueueFrame(frame, CountTime());
     } else if (m_bDrain) {
         m_output.QueueFrame(frame, kNoTimestamps);
+    } else {
+        CountLost(nSize);
     }
     m_buffer.Consume(nSize);
 }

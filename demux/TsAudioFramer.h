@@ -32,6 +32,8 @@ public:
     }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
+    /// Payload that did not come into it.
+    void CountLost(std::size_t nBytes) { m_output.CountLost(nBytes); }
     /// The PES packet in the buffer is complete.
     void OnPes();
     /// The stream has ended: what there is left is one frame, or when draining as many as there are headers.

@@ -41,6 +41,8 @@ void CTsVideoFramer::OnPes() {
         if (nStart && (HasTime() || m_bDrain)) {
             Take(payload.first(*nStart));
             SplitFrames(timestamps->llDts);
+        } else {
+            CountLost(nStart.value_or(0));
         }
         Take(payload.subspan(nStart.value_or(0)));
         m_next = *timestamps;
@@ -50,7 +52,10 @@ void CTsVideoFramer::OnPes() {
 
 /// Adds a part of the payload to the buffer; when draining, it is given room.
 void CTsVideoFramer::Take(Bytes part) {
-    while (!m_buffer.Take(part) && m_bDrain) SplitRest(/*bAll=*/false);
+    while (!m_buffer.Take(part)) {
+        if (!m_bDrain) return CountLost(part.size());
+        SplitRest(/*bAll=*/false);
+    }
 }
 
 std::optional<std::size_t> CTsVideoFramer::FindFrameStart(Bytes payload) const {
@@ -70,6 +75,7 @@ bool CTsVideoFramer::BeginsWithCode() const {
 /// What does not begin with a start code is dropped, unless everything is wanted.
 bool CTsVideoFramer::HasFrameStart() {
     if (m_bDrain ? !m_buffer.GetBytes().empty() : BeginsWithCode()) return true;
+    CountLost(m_buffer.GetBytes().size());
     m_buffer.Clear();
     return false;
 }
@@ -161,7 +167,7 @@ void CTsVideoFramer::FindFrameEnds(bool bAll) {
 void CTsVideoFramer::QueueFrame(std::size_t nSize) {
     const Bytes frame = m_buffer.GetBytes().first(nSize);
     const auto timestamps = frame.empty() ? std::nullopt : FindTime(frame);
-    if (timestamps) m_output.QueueFrame(frame, *timestamps);
+    timestamps ? m_output.QueueFrame(frame, *timestamps) : CountLost(nSize);
     m_buffer.Consume(nSize);
     m_bContinues = false;
 }
