@@ -1,5 +1,6 @@
 #include "demux/Mpeg1SystemParser.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "demux/StartCodeSearch.h"
@@ -31,6 +32,7 @@ void CMpeg1SystemParser::Reset() {
     m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
     m_sequenceHeader.Reset();
     m_nSkipped = 0;
+    m_bSearching = false;
 }
 
 EParsed CMpeg1SystemParser::ParseUnit() {
@@ -38,6 +40,7 @@ EParsed CMpeg1SystemParser::ParseUnit() {
     const EParsed found = FindStartCode();
     if (found != EParsed::Unit) return found;
     const std::uint32_t nSkipped = std::exchange(m_nSkipped, 0);
+    m_bSearching = false;
     const Bytes streamId = m_input.Read(1);
     if (streamId.empty()) return EParsed::NoData;
     if (nSkipped > 0) Trace("start code is wrong %d\n", static_cast<int>(nSkipped + kStartCodeSize));
@@ -73,13 +76,17 @@ EParsed CMpeg1SystemParser::FindStartCode() {
     if (bytes.empty()) return EParsed::NoData;
     const auto nPrefix = FindStartCodePrefix(bytes);
     const auto nPassed = static_cast<std::uint32_t>(nPrefix.value_or(bytes.size() - (kPrefixSize - 1)));
-    if (const Bytes passed = m_input.TrimPadding(bytes.first(nPassed)); !passed.empty()) {
-        if (m_nSkipped == 0) ++m_counters.nResyncs;
-        m_counters.llBytesSkipped += passed.size();
-    }
+    CountSkipped(m_input.TrimPadding(bytes.first(nPassed)));
     m_nSkipped += nPassed;
     m_input.Skip(nPrefix ? nPassed + kPrefixSize : nPassed);
     return nPrefix ? EParsed::Unit : EParsed::Searching;
+}
+
+/// Counts bytes that were passed over; not zeros, which may stand in front of a start code as stuffing.
+void CMpeg1SystemParser::CountSkipped(Bytes passed) {
+    if (std::ranges::all_of(passed, [](std::uint8_t n) { return n == 0; })) return;
+    if (!std::exchange(m_bSearching, true)) ++m_counters.nResyncs;
+    m_counters.llBytesSkipped += passed.size();
 }
 
 /// Parses what the start code begins. @return false when the input has not all of it.

@@ -49,6 +49,7 @@ private:
     };
 
     EParsed FindStartCode();
+    void CountSkipped(Bytes passed);
     Bytes Read(std::uint32_t n);
     bool SkipSection();
     bool IsTaken(bool bVideo, std::uint8_t nStreamId);
@@ -75,6 +76,7 @@ private:
     std::uint8_t m_nAudioId = 0;                      // the same of the audio
     CSequenceHeaderCapture m_sequenceHeader;          // see GetSequenceHeader
     std::uint32_t m_nSkipped = 0;                     // bytes passed in the present search for a start code
+    bool m_bSearching = false;                        // that have been counted as skipped
 };
 
 }  // namespace kest

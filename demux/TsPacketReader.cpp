@@ -14,7 +14,6 @@ bool CTsPacketReader::SkipPacket() {
 }
 
 bool CTsPacketReader::Synchronise() {
-    m_bSearching = false;
     if (!m_bDrain) return TryThreeTimes([this] { return FindSync() == ESync::Found; });
     ESync sync = FindSync();
     while (sync == ESync::NotFound) sync = FindSync();
@@ -28,6 +27,7 @@ CTsPacketReader::ESync CTsPacketReader::FindSync() {
     while (i < kSearchSize && (HasMoreThan(i + kSearchSize) || IsLast(i + kTsPacketSize))) {
         if (IsSync(m_nOffset + i)) {
             CountSkipped(i);
+            m_bSearching = false;
             m_nOffset += i;
             return ESync::Found;
         }

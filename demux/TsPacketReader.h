@@ -25,7 +25,7 @@ public:
         m_window = {};
         m_nOffset = 0;
         m_bDrain = bDrain;
-        m_bAtEnd = false;
+        m_bSearching = m_bAtEnd = false;
     }
     /// There is a packet to read; waits for it as the input does.
     bool HasPacket() { return HasMoreThan(kTsPacketSize) || IsLast(kTsPacketSize); }
