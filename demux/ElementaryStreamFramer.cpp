@@ -18,6 +18,8 @@ constexpr std::uint32_t kCodeSize = 4;       // bytes of a start code
 }  // namespace
 
 void CElementaryStreamFramer::Reset() {
+    if (m_pFrameAcc->GetFill() > 0) ++m_counters.nLost;
+    m_counters.llBytesLost += m_pFrameAcc->GetFill();
     m_dwStartCode = kNoCode;
     m_bInVop = m_bHeaderSeen = m_bContinues = false;
     m_pFrameAcc->Reset();
@@ -32,8 +34,11 @@ bool CElementaryStreamFramer::Push(Bytes data, CBlockMemFileEx& queue) {
         if (!Append(data.subspan(nBegin, i - nBegin), queue)) return false;
         nBegin = i;
         const bool bSequenceEnd = m_dwStartCode == kSequenceEndCode;
-        if (!Deliver(m_bDrain && bSequenceEnd ? 0 : kCodeSize, queue)) return false;
-        if (!m_bDrain && bSequenceEnd) m_pFrameAcc->Consume(kCodeSize);
+        if (!Deliver(m_bDrain && bSequenceEnd ? 0 : kCodeSize, queue)) {
+            m_counters.llBytesLost += data.size() - nBegin;
+            return false;
+        }
+        if (!m_bDrain && bSequenceEnd && m_pFrameAcc->Consume(kCodeSize)) m_counters.llBytesLost += kCodeSize;
     }
     return Append(data.subspan(nBegin), queue);
 }
@@ -49,7 +54,7 @@ bool CElementaryStreamFramer::Flush(CBlockMemFileEx& queue) {
 bool CElementaryStreamFramer::Append(Bytes part, CBlockMemFileEx& queue) {
     constexpr std::size_t kMaxPart = 65536;  // fits into an empty accumulator
     if (!m_bDrain) {
-        m_pFrameAcc->Append(part);
+        if (!m_pFrameAcc->Append(part)) m_counters.llBytesLost += part.size();
         return true;
     }
     while (!part.empty()) {

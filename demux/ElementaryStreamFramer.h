@@ -30,7 +30,7 @@ public:
         : m_nMaxUnit(nMaxUnit), m_pFrameAcc(std::make_unique<CFrameAccumulator>(nMaxUnit)) {}
 
     std::uint32_t GetMaxUnit() const { return m_nMaxUnit; }
-    /// Forgets what came so far.
+    /// Loses what is being assembled, and forgets what came so far.
     void Reset();
     /// Nothing is dropped. Before the first part of a stream.
     void SetDrain(bool bDrain) { m_bDrain = bDrain; }

@@ -60,12 +60,13 @@ void CMpeg1AudioFramer::Push(Bytes data, std::int64_t llPts) {
     m_nCalls = std::min(m_nCalls + 1, kCallsToSettle);
     if (m_state == EState::Cutting) return Cut(data, llPts, m_output.GetFill());
     Settle(data);
-    if (m_bDrain && !m_output.HasRoom(data.size())) Flush();
-    if (m_state == EState::Cutting || m_output.IsEmpty() || !m_bDrain) m_llPendingPts = llPts;
+    if (m_bDrain && m_state == EState::Cutting) return Cut(data, llPts, m_output.GetFill());
+    if (m_bDrain) Flush();
+    m_llPendingPts = llPts;
     if (m_state != EState::Cutting) return Append(data);
     // The payload that confirms the length counts as a part of the block before it is cut: all of it or, when there
     // is no room, nothing.
-    if (!m_output.HasRoom(data.size()) && !m_bDrain) data = {};
+    if (!m_output.HasRoom(data.size())) data = {};
     Cut(data, llPts, m_output.GetFill() + data.size());
 }
 
@@ -87,16 +88,18 @@ void CMpeg1AudioFramer::Settle(Bytes data) {
 void CMpeg1AudioFramer::Cut(Bytes data, std::int64_t llPts, std::size_t nHeld) {
     const std::size_t nCut = FindCut(data, nHeld);
     Append(data.first(nCut));
-    Queue();
+    m_bDrain ? Flush() : Queue();
     m_llPendingPts = llPts;
     Append(data.subspan(nCut));
 }
 
-void CMpeg1AudioFramer::Queue() {
+FRAME_INFO CMpeg1AudioFramer::MakeInfo() const {
     FRAME_INFO info{};
     info.llPts = info.llDts = m_llPendingPts;
-    m_output.Queue(info);
+    return info;
 }
+
+void CMpeg1AudioFramer::Queue() { m_output.Queue(MakeInfo()); }
 
 void CMpeg1AudioFramer::Flush() {
     if (!m_output.IsEmpty()) Queue();
@@ -116,16 +119,7 @@ std::size_t CMpeg1AudioFramer::FindCut(Bytes data, std::size_t nHeld) const {
 }
 
 void CMpeg1AudioFramer::Append(Bytes data) {
-    constexpr std::size_t kMaxPart = 32768;
-    while (m_bDrain && data.size() > kMaxPart) {
-        Append(data.first(kMaxPart));
-        data = data.subspan(kMaxPart);
-    }
-    if (m_bDrain && !m_output.HasRoom(data.size())) {
-        Queue();
-        m_llPendingPts = kNoFrameTime;
-    }
-    if (!data.empty()) m_output.Append(data);
+    if (!data.empty()) m_output.Append(data, MakeInfo());
 }
 
 }  // namespace kest

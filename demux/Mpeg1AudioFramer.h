@@ -19,8 +19,8 @@ namespace kest {
 /// of another rate without; to cut there, of 48000 or 32000 Hz with the private bit clear. Where nothing can be
 /// cut, every payload is a block of its own.
 ///
-/// When draining, nothing is lost: what comes before the first timestamp, and what the block has no room for, are
-/// blocks without a time.
+/// When draining, nothing is lost: before the length is settled, and in front of the first timestamp, every payload is a
+/// block of its own.
 class CMpeg1AudioFramer {
 public:
     /// @param output  where the blocks go; borrowed.
@@ -30,7 +30,7 @@ public:
     void Begin();
     /// Drops the block that is being assembled, and the length that was settled.
     void Reset();
-    /// Nothing is dropped. Before the first `Push` of a run.
+    /// Nothing is dropped, if the output splits long blocks. Before the first `Push` of a run.
     void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// Takes the payload that belongs to one timestamp.
     /// @param data   may be empty.
@@ -50,6 +50,7 @@ private:
     void Cut(Bytes data, std::int64_t llPts, std::size_t nHeld);
     std::size_t FindCut(Bytes data, std::size_t nHeld) const;
     void Append(Bytes data);
+    FRAME_INFO MakeInfo() const;
     void Queue();
 
     CFrameOutput& m_output;            // where the block is assembled

@@ -1,5 +1,6 @@
 #include "demux/Mpeg1SystemParser.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "demux/StartCodeSearch.h"
@@ -31,12 +32,14 @@ void CMpeg1SystemParser::Reset() {
     m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
     m_sequenceHeader.Reset();
     m_nSkipped = 0;
+    m_bSearching = false;
 }
 
 EParsed CMpeg1SystemParser::ParseUnit() {
     const EParsed found = FindStartCode();
     if (found != EParsed::Unit) return found;
     const std::uint32_t nSkipped = std::exchange(m_nSkipped, 0);
+    m_bSearching = false;
     const Bytes streamId = m_input.Read(1);
     if (streamId.empty()) return EParsed::NoData;
     if (nSkipped > 0) Trace("start code is wrong %d\n", static_cast<int>(nSkipped + kStartCodeSize));
@@ -50,6 +53,12 @@ void CMpeg1SystemParser::Drain() {
     m_audioFramer.Flush();
     m_audioCutter.Flush();
     m_videoTimestamps = m_audioTimestamps = kNoTimestamps;
+}
+
+void CMpeg1SystemParser::End() {
+    m_video.Lose();
+    m_audio.Lose();
+    m_audio.CountLost(m_audioPackets.GetFill() + m_audioCutter.GetFill());
 }
 
 /// The next n bytes. A structure that the end of the input cuts short is padded when draining.
@@ -66,9 +75,17 @@ EParsed CMpeg1SystemParser::FindStartCode() {
     if (bytes.empty()) return EParsed::NoData;
     const auto nPrefix = FindStartCodePrefix(bytes);
     const auto nPassed = static_cast<std::uint32_t>(nPrefix.value_or(bytes.size() - (kPrefixSize - 1)));
+    CountSkipped(m_input.TrimPadding(bytes.first(nPassed)));
     m_nSkipped += nPassed;
     m_input.Skip(nPrefix ? nPassed + kPrefixSize : nPassed);
     return nPrefix ? EParsed::Unit : EParsed::Searching;
+}
+
+/// Counts bytes that were passed over; not zeros, which may stand in front of a start code as stuffing.
+void CMpeg1SystemParser::CountSkipped(Bytes passed) {
+    if (std::ranges::all_of(passed, [](std::uint8_t n) { return n == 0; })) return;
+    if (!std::exchange(m_bSearching, true)) ++m_counters.nResyncs;
+    m_counters.llBytesSkipped += passed.size();
 }
 
 /// Parses what the start code begins. @return false when the input has not all of it.
@@ -76,7 +93,7 @@ bool CMpeg1SystemParser::ParseStructure(std::uint8_t nStreamId) {
     constexpr std::uint32_t kPackHeaderSize = 8;  // the SCR and the mux rate are not used
     constexpr std::uint8_t kAudioMask = 0xE0, kVideoMask = 0xF0;
     switch (nStreamId) {
-        case kPackHeaderId: return !m_input.Read(kPackHeaderSize).empty();
+        case kPackHeaderId: ++m_counters.nPacks; return !m_input.Read(kPackHeaderSize).empty();
         case kSystemHeaderId: return SkipSection();
         case kProgramEndId: return true;
         default: break;
@@ -98,6 +115,7 @@ bool CMpeg1SystemParser::IsTaken(bool bVideo, std::uint8_t nStreamId) {
 }
 
 bool CMpeg1SystemParser::SkipPacket(std::uint8_t nStreamId) {
+    if (nStreamId >= kPrivateStream1Id && nStreamId != kPaddingStreamId) ++m_counters.nOtherPackets;
     switch (nStreamId) {
         case kProgramStreamMapId: Trace("reserved stream!!\n"); break;  // of an MPEG-2 stream
         case kPrivateStream1Id: Trace("private stream1!!\n"); break;
@@ -119,6 +137,7 @@ bool CMpeg1SystemParser::SkipSection() {
 /// Reads a packet behind its start code (ISO/IEC 11172-1 2.4.3.3). Its timestamps count whether it has a
 /// payload or not.
 bool CMpeg1SystemParser::ParsePacket(bool bVideo) {
+    ++(bVideo ? m_counters.nVideoPackets : m_counters.nAudioPackets);
     const Bytes length = m_input.Read(2);
     if (length.empty()) return false;
     const std::int64_t nPacketLength = Read16(length, 0);
@@ -170,7 +189,7 @@ bool CMpeg1SystemParser::OnVideoPayload(std::uint32_t n, const PesTimestamps* pE
     if (pEnded) EndVideoFrame(*pEnded);
     if (!m_video.HasRoom(n)) {
         if (!m_settings.bDrain) {  // the payload is searched for the next start code
-            m_video.Drop();
+            m_video.Lose();
             return true;
         }
         EndVideoFrame(m_videoTimestamps);
@@ -193,7 +212,7 @@ void CMpeg1SystemParser::EndVideoFrame(const PesTimestamps& timestamps) {
         info.llDts = m_bVideoContinues ? kNoFrameTime : timestamps.llDts;
         m_video.Queue(info);
     }
-    m_video.Drop();
+    m_video.Lose();
     m_bVideoContinues = false;
 }
 
@@ -202,6 +221,7 @@ bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pE
     if (pEnded) EndAudioPayload(pEnded->llPts);
     if (!m_audioPackets.HasRoom(n)) {
         if (!m_settings.bDrain) {
+            m_audio.CountLost(m_audioPackets.GetFill());
             m_audioPackets.Reset();
             return true;
         }
@@ -216,6 +236,7 @@ bool CMpeg1SystemParser::OnAudioPayload(std::uint32_t n, const PesTimestamps* pE
 /// Passes the collected payload on, if it belongs to a timestamp or everything is wanted.
 void CMpeg1SystemParser::EndAudioPayload(std::int64_t llPts) {
     const bool bWanted = m_settings.bDrain ? m_audioPackets.GetFill() > 0 : llPts != kNoTimestamps.llPts;
+    if (!bWanted) m_audio.CountLost(m_audioPackets.GetFill());
     if (m_bAudioContinues) llPts = kNoFrameTime;
     if (bWanted && m_settings.bAnyAudioHeader) m_audioCutter.Push(m_audioPackets.GetBytes(), llPts);
     if (bWanted && !m_settings.bAnyAudioHeader) m_audioFramer.Push(m_audioPackets.GetBytes(), llPts);

@@ -29,11 +29,13 @@ class CMpeg1SystemParser final : public CStreamParser {
 public:
     /// All of these are borrowed.
     CMpeg1SystemParser(CStreamInput& input, CFrameOutput& video, CFrameOutput& audio)
-        : m_input(input), m_video(video), m_audioFramer(audio), m_audioCutter(audio) {}
+        : m_input(input), m_video(video), m_audio(audio), m_audioFramer(audio), m_audioCutter(audio) {}
 
     void Begin() override;
     EParsed ParseUnit() override;
     void Drain() override;
+    /// What is being assembled is lost.
+    void End() override;
     /// Drops what the stream said about itself too.
     void Reset() override;
 
@@ -47,6 +49,7 @@ private:
     };
 
     EParsed FindStartCode();
+    void CountSkipped(Bytes passed);
     Bytes Read(std::uint32_t n);
     bool SkipSection();
     bool IsTaken(bool bVideo, std::uint8_t nStreamId);
@@ -61,6 +64,7 @@ private:
 
     CStreamInput& m_input;
     CFrameOutput& m_video;
+    CFrameOutput& m_audio;
     CMpeg1AudioFramer m_audioFramer;
     CMpegAudioCutter m_audioCutter;                   // in its place with bAnyAudioHeader
     CFrameAccumulator m_audioPackets{65600};          // the payload since the audio's last timestamp
@@ -72,6 +76,7 @@ private:
     std::uint8_t m_nAudioId = 0;                      // the same of the audio
     CSequenceHeaderCapture m_sequenceHeader;          // see GetSequenceHeader
     std::uint32_t m_nSkipped = 0;                     // bytes passed in the present search for a start code
+    bool m_bSearching = false;                        // that have been counted as skipped
 };
 
 }  // namespace kest

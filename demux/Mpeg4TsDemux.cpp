@@ -7,8 +7,8 @@ constexpr DemuxSizes kSizes = {
     .nRingSize = 2 * 1024 * 1024,
     .nMaxChunk = 32768,
     .nReadUnit = 1,
-    .video = {.nMaxFrame = CPesBuffer::kCapacity, .nBlockSize = 262144, .nBlockCount = 32},
-    .audio = {.nMaxFrame = CPesBuffer::kCapacity, .nBlockSize = 32768, .nBlockCount = 32},
+    .video = {.nMaxFrame = CPesBuffer::kLeastCapacity, .nBlockSize = 262144, .nBlockCount = 32},
+    .audio = {.nMaxFrame = CPesBuffer::kLeastCapacity, .nBlockSize = 32768, .nBlockCount = 32},
     .nStopBoundMs = kInfinite};
 
 }  // namespace

@@ -59,7 +59,9 @@ void CMpegAudioCutter::Push(Bytes data, std::int64_t llPts) {
     } else if (!m_bLocked) {
         Queue(nBegin);
         m_llPts = llPts;
-        if (!m_bDrain) Reset();
+        if (m_bDrain) return;
+        m_output.CountLost(m_held.GetFill());
+        Reset();
     }
 }
 
@@ -83,15 +85,13 @@ std::optional<std::size_t> CMpegAudioCutter::FindFrame(Bytes bytes, std::size_t 
     return std::nullopt;
 }
 
-/// Queues the first bytes of what is held as a block, a long one in parts.
+/// Queues the first bytes of what is held as a block.
 void CMpegAudioCutter::Queue(std::size_t nSize) {
-    constexpr std::size_t kMaxPart = 32768;  // a block of the queue
     const bool bWanted = m_bDrain || m_llPts != kNoFrameTime;
-    for (Bytes rest = m_held.GetBytes().first(nSize); bWanted && !rest.empty();) {
-        const Bytes part = rest.first(std::min(rest.size(), kMaxPart));
-        m_output.QueueFrame(part, {.llPts = m_llPts, .llDts = m_llPts});
-        m_llPts = kNoFrameTime;
-        rest = rest.subspan(part.size());
+    if (nSize > 0 && bWanted) {
+        m_output.QueueFrame(m_held.GetBytes().first(nSize), {.llPts = m_llPts, .llDts = m_llPts});
+    } else {
+        m_output.CountLost(nSize);
     }
     m_held.Consume(static_cast<std::int32_t>(nSize));
 }

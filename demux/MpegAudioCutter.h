@@ -25,13 +25,15 @@ public:
 
     /// Drops what is being assembled.
     void Reset();
-    /// Nothing is dropped. Before the first `Push` of a run.
+    /// Nothing is dropped, if the output splits long blocks. Before the first `Push` of a run.
     void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// Takes the payload that belongs to one timestamp.
     /// @param llPts  the timestamp, 90 kHz; kNoFrameTime: what came before the first one.
     void Push(Bytes data, std::int64_t llPts);
     /// The stream has ended: queues what there is.
     void Flush() { Queue(m_held.GetFill()); }
+    /// Bytes that are being assembled.
+    std::uint32_t GetFill() const { return m_held.GetFill(); }
 
 private:
     std::optional<std::size_t> FindFrame(Bytes bytes, std::size_t nFrom);

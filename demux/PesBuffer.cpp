@@ -5,9 +5,10 @@
 
 namespace kest {
 
-void CPesBuffer::Allocate() {
+void CPesBuffer::Allocate(std::uint32_t nLeastPayload) {
     Free();
-    m_pStorage = std::make_unique_for_overwrite<std::uint8_t[]>(kSlack + 2 * kCapacity);
+    m_nCapacity = std::max(kLeastCapacity, nLeastPayload + kHeadSize);
+    m_pStorage = std::make_unique_for_overwrite<std::uint8_t[]>(kSlack + 2 * std::size_t{m_nCapacity});
 }
 
 void CPesBuffer::Free() {
@@ -26,20 +27,15 @@ void CPesBuffer::BeginPes() {
     m_nBegin = 0;
 }
 
-bool CPesBuffer::AppendPes(Bytes bytes) {
-    if (bytes.empty()) return true;
-    if (bytes.size() > kCapacity - m_nPesFill) return false;
+/// Adds bytes to a packet of which the header may not be complete.
+void CPesBuffer::AppendHead(Bytes bytes) {
     if (m_nPesFill == 0) BeginPes();
-    if (m_nPesFill < kHeadSize) {
-        std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), kHeadSize - m_nPesFill),
-                    m_abHead.begin() + m_nPesFill);
-    }
+    std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), kHeadSize - m_nPesFill),
+                m_abHead.begin() + m_nPesFill);
     const std::uint32_t nHeader = GetHeaderSize();
     const Bytes payload = BytesFrom(bytes, nHeader > m_nPesFill ? nHeader - m_nPesFill : 0);
     const std::uint32_t nBefore = m_nPesFill > nHeader ? m_nPesFill - nHeader : 0;
     std::copy(payload.begin(), payload.end(), m_pStorage.get() + m_nBegin + m_nFill + nBefore);
-    m_nPesFill += static_cast<std::uint32_t>(bytes.size());
-    return true;
 }
 
 PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
@@ -65,7 +61,7 @@ PesPacket CPesBuffer::GetPes(std::uint32_t nLeast) {
 
 bool CPesBuffer::Take(Bytes part) {
     if (part.empty()) return true;
-    if (part.size() > kCapacity - m_nFill) return false;
+    if (part.size() > m_nCapacity - m_nFill) return false;
     const auto nPart = static_cast<std::uint32_t>(part.data() - m_pStorage.get());
     if (m_nFill == 0) m_nBegin = nPart;
     const std::uint32_t nEnd = m_nBegin + m_nFill;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -17,21 +18,32 @@ struct PesPacket {
 };
 
 /// The bytes of one elementary stream that are not queued yet, and behind them the PES packet that is being
-/// assembled, so that the payload stands where it will be wanted. Each of the two has 1 MiB; bytes that do
+/// assembled, so that the payload stands where it will be wanted. Each of the two has a capacity; bytes that do
 /// not all fit are not added, none of them. Used by one thread.
 class CPesBuffer {
 public:
-    static constexpr std::uint32_t kCapacity = 1024 * 1024;
+    static constexpr std::uint32_t kLeastCapacity = 1024 * 1024;  // bytes
 
-    /// Gets the memory, or gives it back; empty afterwards. Only with the memory there may be bytes.
-    void Allocate();
+    /// Gets the memory, or gives it back; empty afterwards. Only with the memory there may be bytes. The system backs
+    /// memory as it is used: short PES packets touch little of it.
+    /// @param nLeastPayload  bytes of payload that fit into a PES packet, and into the elementary stream, if not more.
+    void Allocate(std::uint32_t nLeastPayload);
     void Free();
     bool IsAllocated() const { return m_pStorage != nullptr; }
 
     // ---------------- the PES packet
 
     /// Adds bytes to it, with the first from its start code on. @return whether they fit.
-    bool AppendPes(Bytes bytes);
+    bool AppendPes(Bytes bytes) {
+        if (bytes.size() > m_nCapacity - m_nPesFill) return false;
+        if (m_nPesFill < kHeadSize) {
+            AppendHead(bytes);
+        } else {
+            std::ranges::copy(bytes, m_pStorage.get() + m_nBegin + m_nFill + m_nPesFill - GetHeaderSize());
+        }
+        m_nPesFill += static_cast<std::uint32_t>(bytes.size());
+        return true;
+    }
     /// What is added next goes on with the payload of the packet that was dropped last.
     void ContinuePes() { m_bContinued = true; }
     bool HasPes() const { return m_nPesFill > 0; }
@@ -60,8 +72,10 @@ private:
     static constexpr std::uint32_t kHeadSize = 9 + 255 + 3;  // the longest header and the payload kept behind
 
     void BeginPes();
+    void AppendHead(Bytes bytes);
     std::uint32_t GetHeaderSize() const { return m_bContinued ? 0 : kPesFixedHeader + m_abHead[8]; }
 
+    std::uint32_t m_nCapacity = 0;                   // bytes of each of the two
     std::unique_ptr<std::uint8_t[]> m_pStorage;      // elementary stream, then payload of the PES packet
     std::uint32_t m_nBegin = 0;                      // index of the elementary stream
     std::uint32_t m_nFill = 0;                       // and its bytes

@@ -4,11 +4,14 @@
 #include <cstring>
 #include <utility>
 
+#include "demux/TimestampArithmetic.h"
+
 namespace kest {
 namespace {
 
 constexpr std::uint32_t kLeastPayload = 1;
 constexpr std::uint64_t kTimestampTicks = 300;  // of a 27 MHz clock
+constexpr std::size_t kHeaderSize = 4;          // bytes of an audio frame's header
 constexpr std::size_t kBehind = 10;             // bytes that are wanted behind a frame
 
 /// An MPEG-1 audio frame begins here: its syncword and ID.
@@ -30,7 +33,7 @@ std::size_t FindSync(Bytes bytes, std::size_t nFrom) {
 
 /// The header of the audio frame that the bytes begin with; none when it has a fault.
 std::optional<MpegAudioHeader> ReadHeader(Bytes bytes) {
-    if (bytes.size() < 4 || !IsSync(bytes, 0)) return std::nullopt;
+    if (bytes.size() < kHeaderSize || !IsSync(bytes, 0)) return std::nullopt;
     const MpegAudioHeader header = ParseMpegAudioHeader(bytes);
     return header.nBitRate > 0 && header.nSamplingRate > 0 ? std::optional(header) : std::nullopt;
 }
@@ -39,10 +42,17 @@ std::optional<MpegAudioHeader> ReadHeader(Bytes bytes) {
 /// does not.
 std::optional<std::size_t> FindFrameEnd(Bytes bytes, std::uint32_t nSize) {
     constexpr std::size_t kTolerance = 4;  // bytes
-    if (bytes.size() < nSize + kBehind) return std::nullopt;
-    const Bytes reach = bytes.first(nSize + kTolerance + 2);
+    const Bytes reach = bytes.first(std::min<std::size_t>(bytes.size(), nSize + kTolerance + 2));
     const std::size_t nEnd = FindSync(reach, nSize - kTolerance);
     return nEnd < reach.size() ? std::optional(nEnd) : std::nullopt;
+}
+
+/// The same by the frame's own header; best where that says, with the padding slot.
+std::optional<std::size_t> FindFrameEnd(Bytes bytes) {
+    const auto frame = ParseAnyMpegAudioHeader(bytes);
+    if (!frame) return std::nullopt;
+    return IsSync(bytes, frame->nSize) ? std::optional<std::size_t>(frame->nSize)
+                                       : FindFrameEnd(bytes, frame->nSize);
 }
 
 /// Samples of an audio frame.
@@ -68,6 +78,8 @@ void CTsAudioFramer::OnPes() {
             m_ownBase = static_cast<std::uint64_t>(timestamps->llPts) * kTimestampTicks;
         if (m_next.llPts == kNoTimestamps.llPts) {
             OnFirstFrames(payload);
+        } else if (m_bDrain) {
+            EndFrames(payload);
         } else {
             OnNextFrames(payload, *timestamps);
         }
@@ -78,7 +90,10 @@ void CTsAudioFramer::OnPes() {
 
 /// Adds a part of the payload to the buffer; when draining, it is given room.
 void CTsAudioFramer::Take(Bytes part) {
-    while (!m_buffer.Take(part) && m_bDrain) EmitRest(/*bAll=*/false);
+    while (!m_buffer.Take(part)) {
+        if (!m_bDrain) return CountLost(part.size());
+        EmitRest(/*bAll=*/false);
+    }
 }
 
 /// The first frame with times begins with the first sync, or where there is none with the payload.
@@ -88,6 +103,8 @@ void CTsAudioFramer::OnFirstFrames(Bytes payload) {
     if (m_bDrain) {
         Take(payload.first(nSync));
         EmitRest(/*bAll=*/true);
+    } else {
+        CountLost(nSync);
     }
     Take(payload.subspan(nSync));
 }
@@ -118,18 +135,39 @@ void CTsAudioFramer::OnNextFrames(Bytes payload, const PesTimestamps& timestamps
     Take(payload.subspan(nSync));
 }
 
+/// The same when draining.
+void CTsAudioFramer::EndFrames(Bytes payload) {
+    const std::size_t nSync = FindSync(payload, std::min(CountMissing(), payload.size()));
+    Take(payload.first(nSync));
+    if (m_timing == ETsTiming::Pes || GetBase()) EmitRest(/*bAll=*/true);
+    Take(payload.subspan(nSync));
+}
+
+/// Bytes that the last frame in the buffer wants; it is as long as the one before it, if its header is not complete.
+std::size_t CTsAudioFramer::CountMissing() const {
+    Bytes bytes = m_buffer.GetBytes();
+    std::size_t nSize = 0;
+    for (std::optional<std::size_t> nEnd = 0; nEnd; nEnd = FindFrameEnd(bytes)) {
+        bytes = bytes.subspan(*nEnd);
+        if (bytes.size() < kHeaderSize) break;
+        if (!ReadHeader(bytes)) return 0;
+        nSize = ParseAnyMpegAudioHeader(bytes)->nSize;
+    }
+    return nSize - std::min(nSize, bytes.size());
+}
+
 /// Queues frames from the buffer.
 /// @param next        timestamps of the PES packet behind them.
 /// @param llFrames    how many there are, at least 1; of one, all bytes are it.
 /// @param nFrameSize  bytes of each, not counting a padding slot.
 void CTsAudioFramer::EmitFrames(const PesTimestamps& next, std::int64_t llFrames, std::uint32_t nFrameSize) {
     if (m_buffer.GetBytes().empty()) return;
-    const bool bSync = IsSync(m_buffer.GetBytes(), 0);
-    if (!bSync && !m_bDrain) {
+    if (!IsSync(m_buffer.GetBytes(), 0)) {
+        CountLost(m_buffer.GetBytes().size());
         m_buffer.Clear();
         return;
     }
-    if (llFrames == 1 || !bSync) {
+    if (llFrames == 1) {
         QueueFrame(m_buffer.GetBytes().size());
         return;
     }
@@ -153,14 +191,16 @@ void CTsAudioFramer::EmitRest(bool bAll) {
     for (std::int64_t llFrames = 1; !m_buffer.GetBytes().empty(); ++llFrames) {
         const Bytes bytes = m_buffer.GetBytes();
         const auto header = ReadHeader(bytes);
-        const auto nEnd = header ? FindFrameEnd(bytes, header->GetFrameLength()) : std::nullopt;
+        const auto nEnd = header ? FindFrameEnd(bytes) : std::nullopt;
         if (!nEnd && !bAll && llFrames > 1) return;
         if (!m_description) m_description = header;
         const bool bTimes = header && first.llPts != kNoTimestamps.llPts;
         const std::int64_t llDuration =
             bTimes ? llFrames * GetSamples(*header) * 90000 / header->nSamplingRate : 0;
         QueueFrame(nEnd.value_or(bytes.size()));
-        m_next = bTimes ? PesTimestamps{first.llPts + llDuration, first.llDts + llDuration} : kNoTimestamps;
+        m_next = bTimes ? PesTimestamps{AddTimestamp(first.llPts, llDuration),
+                                        AddTimestamp(first.llDts, llDuration)}
+                        : kNoTimestamps;
     }
 }
 
@@ -174,6 +214,8 @@ void CTsAudioFramer::QueueFrame(std::size_t nSize) {
         m_output.QueueFrame(frame, CountTime());
     } else if (m_bDrain) {
         m_output.QueueFrame(frame, kNoTimestamps);
+    } else {
+        CountLost(nSize);
     }
     m_buffer.Consume(nSize);
 }

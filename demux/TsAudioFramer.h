@@ -15,7 +15,8 @@ namespace kest {
 /// from the time on that the video's clock gives, and held back until there is one.
 ///
 /// When draining, every byte of payload is queued: what stands before the first timestamp, has no header, or
-/// cannot be held back any longer without times, and the last frames with times by their own durations.
+/// cannot be held back any longer without times too. The frames of a PES packet are as many as have headers, and their
+/// times are the packet's and those by their own durations, wherever the next packet's timestamps are.
 class CTsAudioFramer {
 public:
     /// Both are borrowed.
@@ -31,6 +32,8 @@ public:
     }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
+    /// Payload that did not come into it.
+    void CountLost(std::size_t nBytes) { m_output.CountLost(nBytes); }
     /// The PES packet in the buffer is complete.
     void OnPes();
     /// The stream has ended: what there is left is one frame, or when draining as many as there are headers.
@@ -40,6 +43,8 @@ private:
     void Take(Bytes part);
     void OnFirstFrames(Bytes payload);
     void OnNextFrames(Bytes payload, const PesTimestamps& timestamps);
+    void EndFrames(Bytes payload);
+    std::size_t CountMissing() const;
     void EmitFrames(const PesTimestamps& next, std::int64_t llFrames, std::uint32_t nFrameSize);
     void EmitRest(bool bAll);
     void QueueFrame(std::size_t nSize);

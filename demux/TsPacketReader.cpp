@@ -1,11 +1,14 @@
 #include "demux/TsPacketReader.h"
 
+#include <utility>
+
 #include "platform/DebugText.h"
 
 namespace kest {
 
 bool CTsPacketReader::SkipPacket() {
     m_nOffset += kTsPacketSize;
+    ++m_counters.nPacks;
     const bool bNothingBehind = m_nOffset == m_window.size();  // only of the last packet
     return bNothingBehind || m_window[m_nOffset] == kTsSyncByte || Synchronise();
 }
@@ -23,15 +26,33 @@ CTsPacketReader::ESync CTsPacketReader::FindSync() {
     std::size_t i = 0;
     while (i < kSearchSize && (HasMoreThan(i + kSearchSize) || IsLast(i + kTsPacketSize))) {
         if (IsSync(m_nOffset + i)) {
+            CountSkipped(i);
+            m_bSearching = false;
             m_nOffset += i;
             return ESync::Found;
         }
         ++i;
     }
     Trace("Can not find sync byte\n");
-    if (i < kSearchSize) return ESync::NoData;
+    if (i < kSearchSize) {
+        SkipRest();
+        return ESync::NoData;
+    }
+    CountSkipped(kSearchSize);
     m_nOffset += kSearchSize;
     return ESync::NotFound;
+}
+
+void CTsPacketReader::CountSkipped(std::size_t n) {
+    if (n == 0) return;
+    if (!std::exchange(m_bSearching, true)) ++m_counters.nResyncs;
+    m_counters.llBytesSkipped += n;
+}
+
+void CTsPacketReader::SkipRest() {
+    if (!m_bDrain) return;
+    CountSkipped(m_window.size() - m_nOffset);
+    m_nOffset = m_window.size();
 }
 
 bool CTsPacketReader::IsSync(std::size_t nIndex) const {

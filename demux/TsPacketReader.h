@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "demux/ParseCounters.h"
 #include "demux/StreamInput.h"
 #include "demux/TsPacket.h"
 
@@ -15,15 +16,16 @@ namespace kest {
 /// its last whole packet.
 class CTsPacketReader {
 public:
-    /// @param input  borrowed.
-    explicit CTsPacketReader(CStreamInput& input) : m_input(input) {}
+    /// @param input     borrowed.
+    /// @param counters  of packets and of bytes that are none; borrowed.
+    CTsPacketReader(CStreamInput& input, ParseCounters& counters) : m_input(input), m_counters(counters) {}
 
     /// The input begins anew. @param bDrain  it is read to its end, and no search is given up before.
     void Begin(bool bDrain) {
         m_window = {};
         m_nOffset = 0;
         m_bDrain = bDrain;
-        m_bAtEnd = false;
+        m_bSearching = m_bAtEnd = false;
     }
     /// There is a packet to read; waits for it as the input does.
     bool HasPacket() { return HasMoreThan(kTsPacketSize) || IsLast(kTsPacketSize); }
@@ -36,6 +38,8 @@ public:
     /// Goes to the next run of four packets, in three steps of 752 bytes at most; when draining, without such a
     /// limit, and at the end of the input fewer packets are enough. @return whether there is one.
     bool Synchronise();
+    /// There are no more packets: counts what is left of the input as skipped, when draining.
+    void SkipRest();
 
 private:
     static constexpr std::uint32_t kWindowSize = 4096;
@@ -43,15 +47,18 @@ private:
     enum class ESync { Found, NotFound, NoData };
 
     ESync FindSync();
+    void CountSkipped(std::size_t n);
     bool HasMoreThan(std::size_t n);
     bool IsLast(std::size_t n) const { return m_bAtEnd && m_nOffset + n <= m_window.size(); }
     void Refill();
     bool IsSync(std::size_t nIndex) const;
 
     CStreamInput& m_input;
+    ParseCounters& m_counters;
     Bytes m_window;             // the next bytes of the input, in place
     std::size_t m_nOffset = 0;  // index in it of the packet
     bool m_bDrain = false;      // see Begin
+    bool m_bSearching = false;  // bytes have been skipped in the present search
     bool m_bAtEnd = false;      // the input ends with the window
 };
 

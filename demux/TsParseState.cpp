@@ -37,8 +37,8 @@ int CTsParseState::Prepare(ETsTiming timing) {
     m_video.Begin(timing);
     m_audio.Begin(timing);
     try {
-        m_video.GetBuffer().Allocate();
-        m_audio.GetBuffer().Allocate();
+        m_video.GetBuffer().Allocate(m_settings.nVideoBlockSize);
+        m_audio.GetBuffer().Allocate(0);
     } catch (const std::bad_alloc&) {
         Reset();
         Trace("Not enough memory\n");
@@ -120,6 +120,8 @@ bool CTsParseState::Keep(Bytes packet) {
     if (m_kept.size() + kTsPacketSize > kMostKept) {
         if (m_tables.HasChosenPid()) return false;
         Trace("No tables: %u bytes are dropped\n", static_cast<unsigned>(m_kept.size()));
+        ++m_counters.nResyncs;
+        m_counters.llBytesSkipped += m_kept.size();
         m_kept.clear();
     }
     m_kept.insert(m_kept.end(), packet.begin(), packet.end());
@@ -150,7 +152,10 @@ EParsed CTsParseState::ParseUnit() {
         return EParsed::Failed;
     }
     for (int i = 0; i < kPackets; ++i) {
-        if (!m_reader.HasPacket()) return EParsed::Ended;
+        if (!m_reader.HasPacket()) {
+            m_reader.SkipRest();
+            return EParsed::Ended;
+        }
         OnPacket(m_reader.GetPacket());
         if (!m_reader.SkipPacket()) return EParsed::Ended;
     }
@@ -162,19 +167,22 @@ void CTsParseState::OnPacket(Bytes packet) {
     const std::uint16_t nPid = GetTsPid(packet);
     if (nPid == 0) return;  // the PAT; a stream whose PID is 0 is not there
     if (nPid == m_tables.GetVideoPid()) {
-        AssemblePes(m_video, packet, kFirstVideoStreamId, kVideoIds);
+        AssemblePes(m_video, packet, {kFirstVideoStreamId, kVideoIds, m_counters.nVideoPackets});
     } else if (nPid == m_tables.GetAudioPid()) {
-        AssemblePes(m_audio, packet, kFirstAudioStreamId, kAudioIds);
+        AssemblePes(m_audio, packet, {kFirstAudioStreamId, kAudioIds, m_counters.nAudioPackets});
+    } else if (HasTsUnitStart(packet) && BeginsPes(GetTsPayload(packet))) {
+        ++m_counters.nOtherPackets;
     }
 }
 
 /// Adds a packet's payload to the stream's PES packet. Where the next one begins, that one is complete.
 template <class Framer>
-void CTsParseState::AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirstId, std::uint8_t nIds) {
+void CTsParseState::AssemblePes(Framer& framer, Bytes packet, const Kind& kind) {
     CPesBuffer& buffer = framer.GetBuffer();
     const bool bDrain = m_settings.bDrain;
     const auto Append = [&](Bytes bytes) {
-        if (buffer.AppendPes(bytes) || !bDrain) return;
+        if (buffer.AppendPes(bytes)) return;
+        if (!bDrain) return framer.CountLost(bytes.size());
         framer.OnPes();
         buffer.ContinuePes();
         buffer.AppendPes(bytes);
@@ -183,13 +191,15 @@ void CTsParseState::AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirs
     if (payload.empty()) return;
     std::optional<std::size_t> nStart;
     if (HasTsUnitStart(packet)) {
-        nStart = bDrain && BeginsPes(payload) ? 0 : FindPesStart(payload, nFirstId, nIds);
+        nStart = bDrain && BeginsPes(payload) ? 0 : FindPesStart(payload, kind.nFirstId, kind.nIds);
     }
+    if (nStart) ++kind.nPackets;
     if (nStart && buffer.HasPes()) {
         Append(payload.first(*nStart));
         framer.OnPes();
     }
-    if (bDrain && !nStart && !buffer.HasPes()) return;  // of a PES packet that began before the stream
+    const bool bBeganBefore = bDrain && !nStart && !buffer.HasPes();  // its PES packet, before the stream
+    if (bBeganBefore) return framer.CountLost(payload.size());
     Append(payload.subspan(nStart.value_or(0)));
 }
 

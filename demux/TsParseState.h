@@ -28,7 +28,7 @@ class CTsParseState final : public CStreamParser {
 public:
     /// All of these are borrowed.
     CTsParseState(CStreamInput& input, CFrameOutput& video, CFrameOutput& audio)
-        : m_reader(input), m_video(m_clock, video), m_audio(m_clock, audio) {}
+        : m_reader(input, m_counters), m_video(m_clock, video), m_audio(m_clock, audio) {}
 
     /// Forgets what the runs before came to and gets the buffers. Not during a run.
     /// @return 0, or -1 when there is not enough memory.
@@ -47,8 +47,13 @@ private:
     bool ParseAnyTable(Bytes packet);
     bool Keep(Bytes packet);
     void ParseKept();
+    /// Streams of a kind: how many stream_ids they have from the first one on, and the counter of their PES packets.
+    struct Kind {
+        std::uint8_t nFirstId, nIds;
+        CCount& nPackets;
+    };
     template <class Framer>
-    void AssemblePes(Framer& framer, Bytes packet, std::uint8_t nFirstId, std::uint8_t nIds);
+    void AssemblePes(Framer& framer, Bytes packet, const Kind& kind);
     bool ParseTable(std::uint16_t nPid, bool (CTsTables::*pParse)(Bytes), const char* pszNotFound);
     void OnPacket(Bytes packet);
     bool IsPrepared() { return m_audio.GetBuffer().IsAllocated(); }

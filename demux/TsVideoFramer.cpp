@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "demux/StartCodeSearch.h"
+#include "demux/TimestampArithmetic.h"
 #include "demux/VideoStartCodes.h"
 
 namespace kest {
@@ -40,6 +41,8 @@ void CTsVideoFramer::OnPes() {
         if (nStart && (HasTime() || m_bDrain)) {
             Take(payload.first(*nStart));
             SplitFrames(timestamps->llDts);
+        } else {
+            CountLost(nStart.value_or(0));
         }
         Take(payload.subspan(nStart.value_or(0)));
         m_next = *timestamps;
@@ -49,7 +52,10 @@ void CTsVideoFramer::OnPes() {
 
 /// Adds a part of the payload to the buffer; when draining, it is given room.
 void CTsVideoFramer::Take(Bytes part) {
-    while (!m_buffer.Take(part) && m_bDrain) SplitRest(/*bAll=*/false);
+    while (!m_buffer.Take(part)) {
+        if (!m_bDrain) return CountLost(part.size());
+        SplitRest(/*bAll=*/false);
+    }
 }
 
 std::optional<std::size_t> CTsVideoFramer::FindFrameStart(Bytes payload) const {
@@ -69,6 +75,7 @@ bool CTsVideoFramer::BeginsWithCode() const {
 /// What does not begin with a start code is dropped, unless everything is wanted.
 bool CTsVideoFramer::HasFrameStart() {
     if (m_bDrain ? !m_buffer.GetBytes().empty() : BeginsWithCode()) return true;
+    CountLost(m_buffer.GetBytes().size());
     m_buffer.Clear();
     return false;
 }
@@ -82,10 +89,21 @@ void CTsVideoFramer::SplitFrames(std::int64_t llNextDts) {
     }
     FindFrameEnds(/*bAll=*/true);
     const auto llFrames = static_cast<std::int64_t>(m_ends.size()) - (m_bContinues ? 1 : 0);
-    const bool bLater = HasTime() && llFrames > 0 && llNextDts > m_next.llDts;
-    const std::int64_t llStep = bLater ? (llNextDts - m_next.llDts) / llFrames : 0;
-    if (bLater) m_llStep = llStep;
-    QueueFrames(llStep);
+    const auto llStep = FindStep(llNextDts, llFrames);
+    if (llStep) m_llStep = llStep;
+    if (llStep || m_bDrain) return QueueFrames(m_llStep);
+    QueueFrames(0);
+}
+
+/// The distance of the frames in front of a PES packet. None: its DTS is not later than that of the first of them; or
+/// when draining more than a second later than it should be.
+std::optional<std::int64_t> CTsVideoFramer::FindStep(std::int64_t llNextDts, std::int64_t llFrames) const {
+    constexpr std::int64_t kSecond = 90000;
+    if (!HasTime() || llFrames == 0) return std::nullopt;
+    const std::int64_t llDistance =
+        m_bDrain ? SubtractTimestamps(llNextDts, m_next.llDts) : llNextDts - m_next.llDts;
+    const bool bJump = m_bDrain && llDistance > llFrames * m_llStep.value_or(kSecond) + kSecond;
+    return llDistance > 0 && !bJump ? std::optional(llDistance / llFrames) : std::nullopt;
 }
 
 /// Queues what is in the buffer before the next timestamps are known: its frames have the distance of those
@@ -107,8 +125,18 @@ void CTsVideoFramer::QueueFrames(std::optional<std::int64_t> llStep) {
         const bool bMoves = HasTime() && !m_bContinues;
         QueueFrame(nEnd - nBegin);
         nBegin = nEnd;
-        if (!bMoves) continue;
-        m_next = llStep ? PesTimestamps{m_next.llPts + *llStep, m_next.llDts + *llStep} : kNoTimestamps;
+        if (bMoves) MoveOn(llStep);
+    }
+}
+
+/// Moves to the times of the next frame.
+void CTsVideoFramer::MoveOn(std::optional<std::int64_t> llStep) {
+    if (!llStep) {
+        m_next = kNoTimestamps;
+    } else if (m_bDrain) {
+        m_next = {AddTimestamp(m_next.llPts, *llStep), AddTimestamp(m_next.llDts, *llStep)};
+    } else {
+        m_next = {m_next.llPts + *llStep, m_next.llDts + *llStep};
     }
 }
 
@@ -139,7 +167,7 @@ void CTsVideoFramer::FindFrameEnds(bool bAll) {
 void CTsVideoFramer::QueueFrame(std::size_t nSize) {
     const Bytes frame = m_buffer.GetBytes().first(nSize);
     const auto timestamps = frame.empty() ? std::nullopt : FindTime(frame);
-    if (timestamps) m_output.QueueFrame(frame, *timestamps);
+    timestamps ? m_output.QueueFrame(frame, *timestamps) : CountLost(nSize);
     m_buffer.Consume(nSize);
     m_bContinues = false;
 }

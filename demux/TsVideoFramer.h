@@ -17,7 +17,8 @@ namespace kest {
 ///
 /// When draining, every byte of payload is queued: what stands before the first timestamp without times, the last
 /// frames as if one more PES packet followed, and frames of which the buffer cannot hold all as a frame and one
-/// without times that goes on with it.
+/// without times that goes on with it. Where the next packet's timestamps have jumped, frames have the distance of those
+/// before.
 class CTsVideoFramer {
 public:
     /// Both are borrowed.
@@ -29,6 +30,8 @@ public:
     void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
+    /// Payload that did not come into it.
+    void CountLost(std::size_t nBytes) { m_output.CountLost(nBytes); }
     /// The video is MPEG-4, else MPEG-2.
     void SetMpeg4(bool bMpeg4) { m_bMpeg4 = bMpeg4; }
     /// The PES packet in the buffer is complete.
@@ -41,7 +44,9 @@ private:
     void Take(Bytes part);
     void SplitFrames(std::int64_t llNextDts);
     void SplitRest(bool bAll);
+    std::optional<std::int64_t> FindStep(std::int64_t llNextDts, std::int64_t llFrames) const;
     void QueueFrames(std::optional<std::int64_t> llStep);
+    void MoveOn(std::optional<std::int64_t> llStep);
     bool HasFrameStart();
     bool BeginsWithCode() const;
     bool HasTime() const { return m_next.llPts != kNoTimestamps.llPts; }

@@ -215,8 +215,11 @@ COUNTERS CDemuxPath::CountAll() const {
     } else if (m_pFramer) {
         const FrameCounters& units = m_pFramer->GetCounters();
         counters.llBytesRead = m_pFramer->CountBytes();
-        counters.video = {
-            .nFramesQueued = units.nQueued, .nFramesCut = units.nCut, .llBytesCut = units.llBytesCut};
+        counters.video = {.nFramesQueued = units.nQueued,
+                          .nFramesCut = units.nCut,
+                          .nFramesLost = units.nLost,
+                          .llBytesCut = units.llBytesCut,
+                          .llBytesLost = units.llBytesLost};
     }
     counters.nResets = m_nResets;
     counters.video.nFramesDelivered = m_videoPin.CountDelivered();

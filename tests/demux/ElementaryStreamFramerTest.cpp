@@ -66,6 +66,8 @@ TEST(ElementaryStreamFramer, LeavesOutWhatDoesNotFitAndCutsToTheBlock) {
     ASSERT_EQ(queue.GetPending(0), 2u);
     EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 *6"));
     EXPECT_EQ(TakeFrame(queue, 0)->payload, Stream("00 00 01 B6 01"));
+    framer.Reset();
+    EXPECT_EQ(NumbersOf(framer.GetCounters()), (Numbers{2, 1, 4, 1, 524288 - vop.size() + 1 + 4}));
 }
 
 TEST(ElementaryStreamFramer, KeepsAUnitThatTheQueueDoesNotTake) {

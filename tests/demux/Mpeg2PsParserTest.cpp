@@ -245,25 +245,18 @@ TEST(Mpeg2PsParser, DropsUntimedPayloadBehindAJump) {
 
 TEST(Mpeg2PsParser, CountsWhatBecomesOfTheInput) {
     const ByteVector bytes = Stream("pack v:4x1 v1:101x2 v2:4x3 *7 d1:5x1 a1:100x1 pack a2:4x2 *2000 v3:4x4");
-    using Numbers = std::vector<std::uint64_t>;
     const struct {
         bool bDrain;
-        Numbers parser;        // packs, video, audio and other packets, searches, bytes skipped
-        Numbers video, audio;  // queued, cut and bytes, lost and bytes
+        Numbers parser, video, audio;
     } cases[] = {
         {false, {2, 3, 2, 1, 3, 7 + 15 + 1024}, {1, 1, 1, 1, 4}, {1, 0, 0, 0, 0}},
         {true, {2, 4, 2, 1, 2, 7 + 2000}, {5, 0, 0, 0, 0}, {2, 0, 0, 0, 0}},
-    };
-    const auto NumbersOf = [](const FrameCounters& frames) {
-        return Numbers{frames.nQueued, frames.nCut, frames.llBytesCut, frames.nLost, frames.llBytesLost};
     };
     for (const auto& c : cases) {
         CTestQueue video(100), audio(100);
         CParserRig rig(bytes, {.bDrain = c.bDrain}, &video, &audio);
         rig.Run();
-        const ParseCounters& n = rig.m_parser.GetCounters();
-        EXPECT_EQ(c.parser, (Numbers{n.nPacks, n.nVideoPackets, n.nAudioPackets, n.nOtherPackets, n.nResyncs,
-                                     n.llBytesSkipped}));
+        EXPECT_EQ(c.parser, NumbersOf(rig.m_parser.GetCounters()));
         EXPECT_EQ(c.video, NumbersOf(rig.m_video.GetCounters()));
         EXPECT_EQ(c.audio, NumbersOf(rig.m_audio.GetCounters()));
     }

@@ -52,7 +52,7 @@ ByteVector Structures(const std::string& strLetters, bool bMpeg4) {
 }
 
 /// Parses video packets "PTS letters", without timestamps "- letters".
-std::string ParseVideo(const std::string& strPackets, bool bMpeg4) {
+std::string ParseVideo(const std::string& strPackets, bool bMpeg4, bool bDrain = false) {
     Builder b;
     b.Tables(bMpeg4);
     std::istringstream words(strPackets);
@@ -62,7 +62,9 @@ std::string ParseVideo(const std::string& strPackets, bool bMpeg4) {
         b.Pes(Builder::kVideoPid, Structures(strLetters, bMpeg4), llPts);
     }
     b.Pes(Builder::kVideoPid, ByteVector(1));  // so that the last one is complete
-    return List(CTsRig().Run(b.Get()).video, GetLetters);
+    CTsRig rig;
+    rig.SetSettings({.bDrain = bDrain});
+    return List(rig.Run(b.Get()).video, GetLetters);
 }
 
 TEST(TransportStream, SplitsVideoIntoPicturesAtEqualDistances) {
@@ -85,21 +87,26 @@ TEST(TransportStream, SplitsVideoIntoPicturesAtEqualDistances) {
     }
 }
 
+/// Audio frames of layer 2, 192 kbit/s, 48 kHz: 576 bytes, 2160 ticks.
+ByteVector Audio(int nFrames) {
+    ByteVector bytes;
+    for (; nFrames > 0; --nFrames) {
+        bytes.insert(bytes.end(), {0xFF, 0xFD, 0xA4, 0x00});
+        bytes.resize(bytes.size() + 572, 0x11);
+    }
+    return bytes;
+}
+
 TEST(TransportStream, SplitsAudioWhereItsTimesAndSyncsSay) {
-    const auto Audio = [](int nFrames) {  // layer 2, 192 kbit/s, 48 kHz: 576 bytes, 2160 ticks
-        ByteVector bytes;
-        for (; nFrames > 0; --nFrames) {
-            bytes.insert(bytes.end(), {0xFF, 0xFD, 0xA4, 0x00});
-            bytes.resize(bytes.size() + 572, 0x11);
-        }
-        return bytes;
-    };
-    const auto Parse = [](std::initializer_list<std::pair<std::int64_t, ByteVector>> packets) {
+    using Packets = std::initializer_list<std::pair<std::int64_t, ByteVector>>;
+    const auto Parse = [](Packets packets, bool bDrain = false) {
         Builder b;
         b.Tables(false);
         for (const auto& [llPts, payload] : packets) b.Pes(Builder::kAudioPid, payload, llPts);
         b.Pes(Builder::kAudioPid, ByteVector(1));  // so that the last one is complete
-        return ListSizes(CTsRig().Run(b.Get()).audio);
+        CTsRig rig;
+        rig.SetSettings({.bDrain = bDrain});
+        return ListSizes(rig.Run(b.Get()).audio);
     };
     ByteVector padded = Audio(2), cut = Audio(1), rest(276, 0x11);
     padded.insert(padded.begin() + 576, 4, 0x22);
@@ -113,6 +120,50 @@ TEST(TransportStream, SplitsAudioWhereItsTimesAndSyncsSay) {
     EXPECT_EQ(Parse({{0, padded}, {4320, Audio(1)}}), "0:580 4320:1153 ") << "a sync 4 bytes on";
     EXPECT_EQ(Parse({{0, cut}, {2160, rest}}), "0:576 2160:577 ") << "a false sync in front of the true one";
     EXPECT_EQ(Parse({{0, ByteVector(10, 0x11)}, {2160, Audio(1)}}), "2160:577 ") << "no header";
+    // Draining, a jump and a wrap change neither frames nor times.
+    ByteVector two = Audio(2), end(two.end() - 574, two.end());
+    two.resize(578);  // and half a syncword
+    EXPECT_EQ(Parse({{0, Audio(2)}, {900000, cut}, {90, rest}, {8589933592, two}, {60, end}}, true),
+              "0:576 2160:576 900000:576 90:576 8589933592:576 1160:576 60:1 ");
+    EXPECT_EQ(Parse({{0, padded}, {4319, Audio(1)}}, true), "0:580 2160:576 4319:577 ");
+}
+
+TEST(TransportStream, KeepsTheDistanceOfPicturesAtAJump) {
+    const struct {
+        const char *pszPackets, *pszFrames;
+    } cases[] = {
+        {"0 PP 7200 PP 912000 PP 900 P", "0:P 3600:P 7200:P 10800:P 912000:P 915600:P 900:P "},
+        {"0 PP 900000 PP 907200 P", "0:P -1:P 900000:P 903600:P 907200:P "},  // of no known distance
+        {"8589931392 PP 4000 P", "8589931392:P 400:P 4000:P "},               // a wrap
+        {"0 P 3600 P 453600 P 457200 PP 464400 P", "0:P 3600:P 453600:P 457200:P 460800:P 464400:P "},
+    };
+    for (const auto& c : cases) EXPECT_EQ(ParseVideo(c.pszPackets, false, true), c.pszFrames);
+}
+
+TEST(TransportStream, CountsWhatBecomesOfTheInput) {
+    Builder b;
+    b.Packet(Builder::kVideoPid, false, ByteVector(184)).Tables(false);
+    b.Pes(Builder::kVideoPid, Structures("xxP", false), 0).Pes(Builder::kVideoPid, Structures("P", false), 9);
+    b.Add(ByteVector(100));
+    b.Pes(Builder::kAudioPid, ByteVector(7), 0).Pes(0x200, ByteVector(5), 0);
+    for (int i = 0; i < 2; ++i) b.Pes(Builder::kAudioPid, Audio(1), i * 2160);
+    const ByteVector bytes = b.Add({0x47, 0}).Add(ByteVector(20)).GetAsItIs();
+    const ByteVector longer = b.Get();
+    const struct {
+        bool bDrain;
+        Numbers parser, video, audio;
+    } cases[] = {
+        {true, {15, 2, 3, 1, 2, 100 + 22}, {3, 0, 0, 0, 184}, {3, 0, 0, 0, 0}},
+        {false, {21, 2, 3, 1, 2, 100 + 22}, {1, 0, 0, 0, 2}, {1, 0, 0, 0, 7}},
+    };
+    for (const auto& c : cases) {
+        CTsRig rig;
+        rig.SetSettings({.bDrain = c.bDrain});
+        rig.Run(c.bDrain ? bytes : longer);
+        EXPECT_EQ(NumbersOf(rig.GetCounters()), c.parser);
+        EXPECT_EQ(NumbersOf(rig.GetVideoCounters()), c.video);
+        EXPECT_EQ(NumbersOf(rig.GetAudioCounters()), c.audio);
+    }
 }
 
 TEST(TransportStream, ExaminesItsTables) {

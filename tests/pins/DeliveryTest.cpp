@@ -106,17 +106,19 @@ TEST(Delivery, BothPinsCrossJumpsAndSeeksTogether) {
     rig.Put(rig.video, TestFrame{900000});
     EXPECT_THAT(rig.Play(rig.audio, {903600}, 1), ElementsAre("400000 DS"));
     EXPECT_THAT(rig.videoSink.Samples(1), ElementsAre("0 DS"));
-    rig.Put(rig.audio, TestFrame{1805760});
-    EXPECT_THAT(rig.Play(rig.video, {1803600}, 2).back(), "400000 DS");
-    EXPECT_THAT(rig.audioSink.Samples(2).back(), "640000 DS");
+    EXPECT_THAT(rig.Play(rig.audio, {905760}, 2).back(), "640000 S");
+    EXPECT_THAT(rig.Play(rig.video, {903003}, 2).back(), "333666 S");
+    rig.Put(rig.audio, TestFrame{1805760});  // whichever comes first waits for the other
+    EXPECT_THAT(rig.Play(rig.video, {1803600}, 3).back(), "667333 DS");
+    EXPECT_THAT(rig.audioSink.Samples(3).back(), "907333 DS");
     for (CDemuxOutputPin* pPin : rig.Pins()) pPin->GetFrameQueue().Reset();
     rig.Put(rig.video, TestFrame{90000});
-    EXPECT_THAT(rig.Play(rig.audio, {90000}, 3).back(), "0 DS");
-    EXPECT_THAT(rig.videoSink.Samples(3).back(), "0 DS");
-    EXPECT_THAT(rig.audioSink.All(5),
-                ElementsAre("segment 1", "400000 DS", "640000 DS", "segment 1", "0 DS"));
+    EXPECT_THAT(rig.Play(rig.audio, {90000}, 4).back(), "0 DS");
+    EXPECT_THAT(rig.videoSink.Samples(4).back(), "0 DS");
+    EXPECT_THAT(rig.audioSink.All(6),
+                ElementsAre("segment 1", "400000 DS", "640000 S", "907333 DS", "segment 1", "0 DS"));
     rig.Put(rig.audio, TestFrame{.bEndOfStream = true, .bytes = {}});
-    rig.audioSink.All(6);
+    rig.audioSink.All(7);
     EXPECT_TRUE(rig.filter.m_timing.Get().line.Of(EPin::Audio).bEnded) << "it is not waited for";
 }
 

@@ -45,6 +45,16 @@ inline std::string Describe(const Frames& frames) {
     return text;
 }
 
+/// Packs, video, audio and other packets, searches, bytes skipped.
+using Numbers = std::vector<std::uint64_t>;
+inline Numbers NumbersOf(const ParseCounters& n) {
+    return {n.nPacks, n.nVideoPackets, n.nAudioPackets, n.nOtherPackets, n.nResyncs, n.llBytesSkipped};
+}
+/// Frames queued, cut and the bytes, lost and the bytes.
+inline Numbers NumbersOf(const FrameCounters& n) {
+    return {n.nQueued, n.nCut, n.llBytesCut, n.nLost, n.llBytesLost};
+}
+
 /// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
 /// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {

@@ -90,6 +90,10 @@ public:
         return frames;
     }
 
+    const ParseCounters& GetCounters() const { return m_parser.GetCounters(); }
+    const FrameCounters& GetVideoCounters() const { return m_video.GetCounters(); }
+    const FrameCounters& GetAudioCounters() const { return m_audio.GetCounters(); }
+
 private:
     std::uint32_t Fetch(const FetchRequest& request) override {
         const std::size_t n = std::min<std::size_t>(m_rest.size(), request.room.size());
