@@ -14,9 +14,9 @@ namespace kest {
 /// many as fit between the two packets' times, at equal distances. With elementary timing they are counted
 /// from the time on that the video's clock gives, and held back until there is one.
 ///
-/// When draining, every byte of payload is queued: what stands before the first timestamp, has no header, or
-/// cannot be held back any longer without times too. The frames of a PES packet are as many as have headers, and their
-/// times are the packet's and those by their own durations, wherever the next packet's timestamps are.
+/// When draining, every byte of payload is queued; without times what stands before the first timestamp, and what
+/// cannot be held back any longer. Then a PES packet has as many frames as headers, and their times follow from its own
+/// by their durations, wherever the timestamps of the next packet are.
 class CTsAudioFramer {
 public:
     /// Both are borrowed.
@@ -32,7 +32,7 @@ public:
     }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
-    /// Payload that did not come into it.
+    /// Payload that comes into no frame.
     void CountLost(std::size_t nBytes) { m_output.CountLost(nBytes); }
     /// The PES packet in the buffer is complete.
     void OnPes();

@@ -30,7 +30,7 @@ public:
     void SetDrain(bool bDrain) { m_bDrain = bDrain; }
     /// The packets go here.
     CPesBuffer& GetBuffer() { return m_buffer; }
-    /// Payload that did not come into it.
+    /// Payload that comes into no frame.
     void CountLost(std::size_t nBytes) { m_output.CountLost(nBytes); }
     /// The video is MPEG-4, else MPEG-2.
     void SetMpeg4(bool bMpeg4) { m_bMpeg4 = bMpeg4; }

@@ -367,6 +367,15 @@ TEST(TransportStream, DrainsFramesThatNoBufferHolds) {
         List(frames.video,
              [](const ByteVector& payload) { return std::string(payload.size() > 300000 ? "L" : "s"); }),
         "0:L -1:L -1:L -1:L 14400:L -1:L -1:s 18000:s ");
+
+    CTsRig large(/*bRead=*/true, 65536, 4);  // a PES packet and a frame as long as a block
+    large.SetSettings({.bDrain = true, .nVideoBlockSize = 2097152});
+    const ByteVector twice = Builder()
+                                 .Tables(false)
+                                 .Pes(Builder::kVideoPid, Pictures({2097152}), 0)
+                                 .Pes(Builder::kVideoPid, Pictures({2097152}), 3600)
+                                 .GetAsItIs();
+    EXPECT_EQ(ListSizes(large.Run(twice).video), "0:2097152 3600:2097152 ");
 }
 
 TEST(TransportStream, TakesTheChosenStreams) {
@@ -379,8 +388,7 @@ TEST(TransportStream, TakesTheChosenStreams) {
     const struct {
         std::int32_t nChoice;      // of the video; the audio's is 16 higher
         std::array<int, 3> taken;  // video PID, audio PID, whether the video is MPEG-4
-    } cases[] = {
-        {-1, {0x32, 0x42, 0}}, {0, {0x30, 0x41, 0}}, {0x31, {0x31, 0x41, 1}}, {0x35, {0x35, 0x45, 0}}};
+    } cases[] = {{0, {0x30, 0x41, 0}}, {0x31, {0x31, 0x41, 1}}, {0x35, {0x35, 0x45, 0}}};
     for (const auto& c : cases) {
         CTsTables parsed({.nVideoStream = c.nChoice, .nAudioStream = c.nChoice + (c.nChoice > 0 ? 16 : 0)});
         EXPECT_TRUE(parsed.ParsePmt(Bytes(tables).subspan(188, 188)));

@@ -1,6 +1,7 @@
 // Runs demuxers over bytes: their parsers alone, without a thread, or the whole of the program stream's.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -58,7 +59,8 @@ inline Numbers NumbersOf(const FrameCounters& n) {
 /// Takes the next record of a queue that the demuxer made. None when none comes for nTimeoutMs; a read that a
 /// new segment breaks off is repeated.
 inline std::optional<Frame> TakeFrame(CBlockMemFileEx& queue, std::uint32_t nTimeoutMs) {
-    static thread_local ByteVector block(1048576);
+    static thread_local ByteVector block;
+    block.resize(std::max<std::size_t>(block.size(), queue.GetBlockSize()));
     FRAME_INFO info{};
     const std::uint32_t nBegin = TickCount();
     do {

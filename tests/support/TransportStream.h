@@ -72,7 +72,11 @@ public:
             bRead ? pOutput->OpenSides() : static_cast<void>(pOutput->GetQueue().WOpen());
         }
     }
-    void SetSettings(const ParseSettings& settings) { m_parser.SetSettings(settings); }
+    void SetSettings(const ParseSettings& settings) {
+        m_parser.SetSettings(settings);
+        m_video.SetLimits(settings.nVideoBlockSize, settings.bDrain);
+        m_audio.SetLimits(0, settings.bDrain);
+    }
     /// Parses until there is no more. @param bEnd  and ends the run, unless it failed.
     Frames Run(Bytes bytes, ETsTiming timing = ETsTiming::Pes, bool bEnd = true) {
         m_rest = bytes;
