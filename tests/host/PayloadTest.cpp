@@ -77,9 +77,8 @@ Streams ExtractTransport(const File& file) {
 class Payload : public testing::TestWithParam<std::string> {};
 
 TEST_P(Payload, IsWrittenWholeByDemux) {
-    const fs::path input = TestDataPath(GetParam()),
-                   video = fs::path(KEST_PROGRAM).replace_filename("payload-v"),
-                   audio = fs::path(KEST_PROGRAM).replace_filename("payload-a");
+    const fs::path input = TestDataPath(GetParam()), video = testing::TempDir() + GetParam() + ".v",
+                   audio = testing::TempDir() + GetParam() + ".a";
     const File file = ReadFile(input);
     Streams streams = file[0] == 0x47   ? ExtractTransport(file)
                       : file[3] == 0xBA ? ExtractProgram(file)
