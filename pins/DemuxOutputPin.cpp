@@ -78,6 +78,7 @@ HRESULT CDemuxOutputPin::Block(DWORD dwBlockFlags, HANDLE hEvent) {
 // The delivery thread is started first and finds no samples until now.
 HRESULT CDemuxOutputPin::Active() {
     const HRESULT hr = CBaseOutputPin::Active();
+    m_gate.SetEnded(false);  // set by the run before; the delivery thread may be the same
     m_evActive.Set();
     return hr;
 }
