@@ -156,15 +156,22 @@ int ParseVopTime(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes)
     if (reader.Failed()) return kDamaged;
     KeepPreviousTime(state);
     state.vop_coding_type = static_cast<std::uint8_t>(nCodingType);
-    if (state.vop_time_increment_resolution == 0) return kDamaged;
-
-    std::uint64_t nModuloSeconds = 0;
-    while (reader.ReadFlag()) ++nModuloSeconds;  // modulo_time_base
-    if (!reader.ReadFlag()) return kDamaged;
-    const std::uint32_t nIncrement = reader.Read(state.nTimeIncrementBits);
-    if (!reader.ReadFlag()) return kDamaged;  // a reader that has failed gives 0 here too
-    AdvanceTime(state, nModuloSeconds, nIncrement);
+    const auto fields = ReadVopFields(state, bytes);
+    if (!fields) return kDamaged;
+    AdvanceTime(state, fields->nModuloSeconds, fields->vop_time_increment);
     return kDone;
+}
+
+std::optional<VopFields> ReadVopFields(const MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes) {
+    if (state.vop_time_increment_resolution == 0) return std::nullopt;
+    CBitReader reader(bytes);
+    reader.Skip(kStartCodeBits);
+    VopFields fields = {.vop_coding_type = reader.Read(2)};
+    while (reader.ReadFlag()) ++fields.nModuloSeconds;
+    if (!reader.ReadFlag()) return std::nullopt;
+    fields.vop_time_increment = reader.Read(state.nTimeIncrementBits);
+    if (!reader.ReadFlag()) return std::nullopt;  // a reader that has failed gives 0 here too
+    return fields;
 }
 
 }  // namespace kest

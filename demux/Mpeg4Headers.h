@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace kest {
@@ -57,5 +58,15 @@ int FrameCodingType(std::span<const std::uint8_t> frame);
 /// @return -1 with at most the coding type and what belongs to the previous time changed; without a layer
 ///         before it always.
 int ParseVopTime(MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes);
+
+/// The fields that a VOP has its time in.
+struct VopFields {
+    std::uint32_t vop_coding_type = 0;     // as in MPEG4_HEADER_STATE
+    std::uint32_t nModuloSeconds = 0;      // modulo_time_base, counted
+    std::uint32_t vop_time_increment = 0;  // ticks
+};
+/// Reads a VOP's fields, from its start code on, with the time base of the last layer.
+/// @return nothing for a VOP that is damaged or cut short, or without a layer before it.
+std::optional<VopFields> ReadVopFields(const MPEG4_HEADER_STATE& state, std::span<const std::uint8_t> bytes);
 
 }  // namespace kest

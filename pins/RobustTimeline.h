@@ -51,12 +51,12 @@ private:
     SharedLine::Stream& Peer(SharedLine& line) const { return line.Of(PeerOf(m_pin)); }
 
     const EPin m_pin;
-    const std::int64_t m_llFrame;    // ticks of a frame, as long as the timestamps do not say it
-    const bool m_bAlone;             // the mode has no other stream
-    const bool m_bLive;              // no epoch begins before the present stream time
-    const bool m_bAnnounces;         // segments are announced
-    const bool m_bHasOwnClock;       // the times are those in the headers of an elementary stream
-    CElementaryStreamClock m_clock;  // reads them
+    const std::int64_t m_llFrame;  // ticks of a frame, as long as the timestamps do not say it
+    const bool m_bAlone;           // the mode has no other stream
+    const bool m_bLive;            // no epoch begins before the present stream time
+    const bool m_bAnnounces;       // segments are announced
+    const bool m_bHasOwnClock;     // the times are those in the headers of an elementary stream
+    CElementaryStreamClock m_clock{CElementaryStreamClock::ERules::Standard};  // reads them
 };
 
 }  // namespace kest

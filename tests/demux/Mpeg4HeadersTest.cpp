@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bitset>
+#include <string_view>
+
 #include "demux/ElementaryStreamClock.h"
 #include "support/ProgramStreamBuilder.h"
 
@@ -100,6 +103,42 @@ TEST(ElementaryStreamClock, TimesAFrameByItsHeaders) {
     EXPECT_TRUE(clock.ParseFrame(Stream("00 00 01 00 " + strVol + strGov + strVop)));
     EXPECT_EQ(clock.GetTime(), 105105000);
     EXPECT_FALSE(clock.ParseFrame(Stream("00 00 01 B1 " + strVop))) << "the sequence has ended";
+}
+
+// By the standard's rules B-VOPs come back to the second in which they are shown, whatever the reference before them
+// and a group's time code have done to the clock.
+TEST(ElementaryStreamClock, TimesBetweenReferencesByTheStandard) {
+    struct {
+        char cType;
+        std::uint32_t nModuloSeconds, nIncrement;  // at 30 ticks a second
+        REFERENCE_TIME rtTime;                     // ms; of a group: -1
+    } const cases[] = {
+        {'I', 0, 6, 200},  {'B', 0, 3, 100},  {'B', 0, 9, -700},  {'P', 1, 3, 1100},  {'B', 1, 0, 1000},
+        {'B', 0, 27, 900}, {'G', 0, 2, -1},   {'I', 0, 6, 2200},  {'B', 0, 27, 1900}, {'B', 0, 3, 2100},
+        {'P', 3, 0, 5000}, {'B', 1, 0, 3000}, {'P', 0, 27, 5900}, {'P', 0, 3, 6100},
+    };
+    CElementaryStreamClock clock(CElementaryStreamClock::ERules::Standard);
+    clock.ParseFrame(Stream(kPlainVol));
+    for (const auto& c : cases) {
+        const std::string_view strTypes = "IPBS";
+        std::string strBits;  // behind the start code
+        const auto Add = [&](std::uint64_t nValue, std::size_t nBits) {
+            strBits += std::bitset<32>(nValue).to_string().substr(32 - nBits);
+        };
+        if (c.cType == 'G') {
+            Add(0, 11), Add(1, 1), Add(c.nIncrement, 6), Add(0, 6);
+        } else {
+            Add(strTypes.find(c.cType), 2), strBits.append(c.nModuloSeconds, '1'), Add(1, 2);
+            Add(c.nIncrement, 5), Add(1, 1), strBits.append(16, '0');
+        }
+        ByteVector frame = Stream(c.cType == 'G' ? "00 00 01 B3" : "00 00 01 B6");
+        for (std::size_t n = 0; n + 8 <= strBits.size(); n += 8)
+            frame.push_back(static_cast<std::uint8_t>(std::stoi(strBits.substr(n, 8), nullptr, 2)));
+        EXPECT_EQ(clock.ParseFrame(frame), c.rtTime != -1);
+        if (c.rtTime != -1) {
+            EXPECT_EQ(clock.GetTime(), c.rtTime * 10000) << c.cType << c.nIncrement;
+        }
+    }
 }
 
 }  // namespace
