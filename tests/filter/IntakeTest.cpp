@@ -44,7 +44,8 @@ struct Intake : FilterTest {
         ASSERT_EQ(S_OK, m_pFilter->Pause());
         ASSERT_EQ(S_OK, m_pFilter->Run(0));
     }
-    /// The demuxer reads a program stream itself: its end code would ask for a reset while the source still pushes.
+    /// A delivery thread that gets no processor for a moment fills its queue while the other empties its own: that
+    /// would ask for a reset.
     void PlayWithoutResets() {
         Control()->put_EnableReset(0);
         Start();
@@ -118,14 +119,16 @@ TEST_F(Intake, EveryClassOfStreamIsPlayed) {
     for (const auto& [pszFile, nClass, nVideo, nAudio] : cases) {
         SetOutput(kDemuxOutputFreeRun);
         ConnectPushed(nClass);
-        PlayWithoutResets();
-        EXPECT_TRUE(PushAll(ReadTestData(pszFile)));
-        EXPECT_EQ(S_OK, Input().EndOfStream());
-        EXPECT_EQ(nVideo, m_apSinks[0]->WaitForEnd()) << pszFile;
-        if (nClass != kClassMpeg4VideoEs) {
-            EXPECT_EQ(nAudio, m_apSinks[1]->WaitForEnd()) << pszFile;
+        for (int i = 0; i < 2; ++i) {  // a pin without samples ends in the second run too
+            PlayWithoutResets();
+            EXPECT_TRUE(PushAll(ReadTestData(pszFile)));
+            EXPECT_EQ(S_OK, Input().EndOfStream());
+            EXPECT_EQ(nVideo, m_apSinks[0]->WaitForEnd()) << pszFile;
+            if (nClass != kClassMpeg4VideoEs) {
+                EXPECT_EQ(nAudio, m_apSinks[1]->WaitForEnd()) << pszFile;
+            }
+            EXPECT_EQ(S_OK, m_pFilter->Stop());
         }
-        EXPECT_EQ(S_OK, m_pFilter->Stop());
         Disconnect();
     }
 }
