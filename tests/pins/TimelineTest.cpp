@@ -171,13 +171,13 @@ TEST(Timelines, ElementaryStreamHasTheTimesOfItsHeaders) {
     CVideoTimeline classic(mode);
     CRobustTimeline robust(EPin::Video, mode, false);
     AvTimes times, robustTimes;
-    // 9 ticks are 1000; encoders count 1000 ticks for 1001, so that tick 15 of 30 is at 5005000.
+    // 9 ticks are 1000; by the simple rules 1000 ticks are 1001, so that tick 15 of 30 is at 5005000.
     for (const auto& [bytes, pszPlaced, pszRobust] : {std::tuple(vop15, ".", "."),
                                                       {layer, ".", "."},
                                                       {object + layer + vop15, "5004000 DS", "0 DS"},
-                                                      {vop18, "6005000 S", "1001000 S"},
-                                                      {noise, "6005000 S", "1001000 S"},
-                                                      {end + vop15, "6005000 S", "1001000 S"},
+                                                      {vop18, "6005000 S", "1000000 S"},
+                                                      {noise, "6005000 S", "1000000 S"},
+                                                      {end + vop15, "6005000 S", "1000000 S"},
                                                       {layer + vop15 + vop18, "5004000 S", "0 S"}}) {
         const std::span data(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
         const TimedFrame frame{.llTimestamp = 9, .bytes = data};
