@@ -141,6 +141,9 @@ bool IsProgramStream(const Input& input) {
 void CheckReadErrors(const Input& input) {
     const std::int64_t llPosition = input.pReader->GetErrorPosition();
     if (llPosition >= 0) Fail(input.path, "cannot be read beyond byte " + std::to_string(llPosition));
+    LONGLONG llTotal = 0, llAvailable = 0;
+    const bool bKnown = input.llLength > 0 && SUCCEEDED(input.pReader->Length(&llTotal, &llAvailable));
+    if (bKnown && llTotal < input.llLength) Fail(input.path, "has become shorter while it was read");
 }
 
 std::filesystem::path DefaultOutput(const Input& input, const char* pszExtension) {

@@ -39,8 +39,8 @@ Input DescribeInput(const std::filesystem::path& path, EAccess access);
 /// Whether the input is an MPEG-2 program stream, whose demuxer reads it itself.
 bool IsProgramStream(const Input& input);
 
-/// Throws CCommandError when a read of the input has failed so far; the demuxer took the failure for the end.
-/// To be called after a run, before its outputs are committed.
+/// Throws CCommandError when a read of the input has failed so far, or the file has become shorter: the demuxer
+/// took that for the end. To be called after a run, before its outputs are committed.
 void CheckReadErrors(const Input& input);
 
 /// The input's name with another extension. Throws CCommandError when that would lie among the system's
