@@ -107,8 +107,8 @@ bool CMpeg1SystemParser::ParseStructure(std::uint8_t nStreamId) {
 /// The stream is the chosen one of its kind.
 bool CMpeg1SystemParser::IsTaken(bool bVideo, std::uint8_t nStreamId) {
     const std::int32_t nChoice = bVideo ? m_settings.nVideoStream : m_settings.nAudioStream;
-    if (nChoice == ParseSettings::kAllStreams) return true;
-    if (nChoice != ParseSettings::kFirstKnownStream) return nChoice == nStreamId;
+    if (nChoice == kAllStreams) return true;
+    if (nChoice != kFirstKnownStream) return nChoice == nStreamId;
     std::uint8_t& nFirstId = bVideo ? m_nVideoId : m_nAudioId;
     if (nFirstId == 0) nFirstId = nStreamId;
     return nFirstId == nStreamId;

@@ -77,8 +77,8 @@ void CMpeg2PsParser::ParseStructure(std::uint8_t nStreamId) {
 }
 
 void CMpeg2PsParser::ParseIfTaken(ElementaryStream& stream, std::uint8_t nStreamId) {
-    if (stream.nChosen == ParseSettings::kFirstKnownStream) stream.nChosen = nStreamId;
-    if (stream.nChosen != ParseSettings::kAllStreams && stream.nChosen != nStreamId) return SkipPacket();
+    if (stream.nChosen == kFirstKnownStream) stream.nChosen = nStreamId;
+    if (stream.nChosen != kAllStreams && stream.nChosen != nStreamId) return SkipPacket();
     ++(&stream == &m_video ? m_counters.nVideoPackets : m_counters.nAudioPackets);
     ParsePes(stream);
 }
@@ -87,8 +87,7 @@ void CMpeg2PsParser::ParseIfTaken(ElementaryStream& stream, std::uint8_t nStream
 void CMpeg2PsParser::SkipPacket() {
     ++m_counters.nOtherPackets;
     const bool bByLength = m_settings.bDrain || m_settings.bAssumeMap ||
-                           m_settings.nVideoStream != ParseSettings::kAllStreams ||
-                           m_settings.nAudioStream != ParseSettings::kAllStreams;
+                           m_settings.nVideoStream != kAllStreams || m_settings.nAudioStream != kAllStreams;
     if (bByLength) m_input.SkipSection();
 }
 

@@ -51,9 +51,9 @@ private:
         CFrameOutput& output;
         std::int64_t llPrevPts = kNoTimestamp;  // of the frame
         std::int64_t llPrevDts = kNoTimestamp;
-        std::int64_t llStartPos = 0;  // offset in the source of the packet that began it
-        bool bDiscontinuity = false;  // frames were lost before the next one that is queued
-        std::int32_t nChosen = ParseSettings::kAllStreams;  // stream_id that is taken, or as in the settings
+        std::int64_t llStartPos = 0;         // offset in the source of the packet that began it
+        bool bDiscontinuity = false;         // frames were lost before the next one that is queued
+        std::int32_t nChosen = kAllStreams;  // stream_id that is taken, or as in the settings
     };
     enum class ESync { NoData, Searching, StartCode, PatPacket };
 

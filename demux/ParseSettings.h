@@ -8,11 +8,9 @@ namespace kest {
 
 /// Extensions of the demuxers. As made, none is on. See the filter's switches of the same names.
 struct ParseSettings {
-    static constexpr std::int32_t kAllStreams = kest::kAllStreams,
-                                  kFirstKnownStream = kest::kFirstKnownStream;
-
     bool bAssumeMap = false;  // without a program stream map, a stream is what its stream_id says
-    std::int32_t nVideoStream = kAllStreams;  // stream_id or PID that is taken, or one of the above
+    std::int32_t nVideoStream =
+        kAllStreams;  // stream_id or PID that is taken; kAllStreams, kFirstKnownStream
     std::int32_t nAudioStream = kAllStreams;  // the same
     bool bDrain = false;  // nothing is lost at either end; frames without timestamps have kNoFrameTime
     bool bAnyAudioHeader = false;       // the audio framing of MPEG-1 system streams takes any valid header

@@ -11,8 +11,6 @@
 namespace kest {
 namespace {
 
-static_assert(kNoTimestamps.llPts == kNoFrameTime && kNoTimestamps.llDts == kNoFrameTime);
-
 /// Index of the start code of a PES packet in a packet's payload. @param nIds  stream_ids from nFirstId on.
 std::optional<std::size_t> FindPesStart(Bytes payload, std::uint8_t nFirstId, std::uint8_t nIds) {
     std::optional<std::size_t> nStart;

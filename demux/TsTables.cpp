@@ -29,8 +29,8 @@ std::uint16_t GetChosenPid(std::int32_t nChoice) {
 
 /// A listed stream of a kind is taken. @param nPresent  PID of the one that is; 0: none.
 bool IsTaken(std::int32_t nChoice, std::uint16_t nPresent, std::uint16_t nPid) {
-    if (nChoice == ParseSettings::kFirstKnownStream) return nPresent == 0;
-    return nChoice == ParseSettings::kAllStreams || nPresent == nPid;
+    if (nChoice == kFirstKnownStream) return nPresent == 0;
+    return nChoice == kAllStreams || nPresent == nPid;
 }
 
 /// The section that begins in the packet, with its CRC; empty after a fault.
@@ -94,7 +94,7 @@ bool CTsTables::ParsePmt(Bytes packet) {
 bool CTsTables::ParseEntry(const MapEntry& entry) {
     switch (entry.nStreamType) {
         case kStreamTypeMpeg1Video:
-            if (m_nVideoChoice == ParseSettings::kAllStreams) return true;
+            if (m_nVideoChoice == kAllStreams) return true;
             [[fallthrough]];
         case kStreamTypeMpeg2Video:
         case kStreamTypeMpeg4Video:

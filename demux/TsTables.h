@@ -40,8 +40,8 @@ public:
 private:
     bool ParseEntry(const MapEntry& entry);
 
-    std::int32_t m_nVideoChoice = ParseSettings::kAllStreams;  // see ParseSettings
-    std::int32_t m_nAudioChoice = ParseSettings::kAllStreams;
+    std::int32_t m_nVideoChoice = kAllStreams;  // see ParseSettings
+    std::int32_t m_nAudioChoice = kAllStreams;
     std::uint16_t m_nPmtPid = 0;
     std::uint16_t m_nVideoPid = 0;
     std::uint16_t m_nAudioPid = 0;

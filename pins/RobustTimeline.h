@@ -22,7 +22,7 @@ namespace kest {
 /// 4. It begins, or jumps first: it waits up to about 310 ms until the other stream makes 2 true or comes to
 ///    the same jump. Then the line goes on where the later of the two ends, without a hole or an overlap.
 ///
-/// A jump and a pause of both streams cannot be told apart: 4 closes both. A jump in a recording is common,
+/// A jump and a pause of both streams cannot be distinguished: 4 closes both. A jump in a recording is common,
 /// and hours of nothing are worse than a pause that is cut.
 ///
 /// The first frame of a segment, the earlier one of both streams, has time 0; in an MPEG-1 system stream and

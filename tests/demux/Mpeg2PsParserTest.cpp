@@ -120,7 +120,7 @@ TEST(Mpeg2PsParser, TakesTheStreamsThatAreChosenOrAssumed) {
     const std::string strFalse =
         "v1:1x1 00 00 01 BD 00 1C 00 00 01 E0 00 09 80 80 05 21 00 01 00 15 07 00 00 01 E0 00 08 "
         "80 80 05 21 00 01 v2:1x2 ";
-    constexpr std::int32_t kAll = ParseSettings::kAllStreams, kFirst = ParseSettings::kFirstKnownStream;
+    constexpr std::int32_t kAll = kAllStreams, kFirst = kFirstKnownStream;
     const struct {
         bool bAssumeMap;
         std::int32_t nVideo, nAudio;

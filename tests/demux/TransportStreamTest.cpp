@@ -320,7 +320,7 @@ TEST(TransportStream, DrainsTheWholePayloadOfAnyPartOfAStream) {
     };
     for (std::size_t n = 0; n <= bytes.size(); n += 7) {
         SCOPED_TRACE(n);
-        settings.nVideoStream = settings.nAudioStream = ParseSettings::kAllStreams;
+        settings.nVideoStream = settings.nAudioStream = kAllStreams;
         ExpectAll(Bytes(bytes).first(n), n % 2 ? ETsTiming::Pes : ETsTiming::Elementary, n >= nTables);
         settings.nVideoStream = Builder::kVideoPid, settings.nAudioStream = Builder::kAudioPid;
         if (n >= nSecond) ExpectAll(Bytes(bytes).subspan(n), ETsTiming::Pes, true);

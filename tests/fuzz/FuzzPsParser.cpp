@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     kest::CTestQueue video(500), audio(500);
     for (kest::CTestQueue* pQueue : {&video, &audio}) pQueue->RClose(0);  // nobody holds a writer up
     const std::int32_t nStream =
-        nSize % 2 == 0 ? kest::ParseSettings::kFirstKnownStream : kest::ParseSettings::kAllStreams;
+        nSize % 2 == 0 ? kest::kFirstKnownStream : kest::kAllStreams;
     kest::CParserRig rig(
         data, {.bAssumeMap = true, .nVideoStream = nStream, .nAudioStream = nStream, .bDrain = true}, &video,
         &audio);
